@@ -1,0 +1,23 @@
+# JUCE's core modules, compiled once from their sources for everybody who needs them.
+
+find_path(JUCE_MODULES_DIR juce_core/juce_core.h PATHS /usr/share/juce/modules REQUIRED)
+find_package(ZLIB REQUIRED)
+find_package(Threads REQUIRED)
+
+add_library(juce_kit STATIC
+  ${JUCE_MODULES_DIR}/juce_core/juce_core.cpp
+  ${JUCE_MODULES_DIR}/juce_events/juce_events.cpp
+  ${JUCE_MODULES_DIR}/juce_data_structures/juce_data_structures.cpp)
+target_include_directories(juce_kit SYSTEM PUBLIC ${JUCE_MODULES_DIR})
+# _NDEBUG in every configuration: JUCE's own debug build prints its version to standard error when it is
+# loaded, which a module inside somebody else's program must not do. Our own asserts follow NDEBUG.
+target_compile_definitions(juce_kit PUBLIC
+  JUCE_GLOBAL_MODULE_SETTINGS_INCLUDED=1
+  JUCE_USE_CURL=0
+  JUCE_MODULE_AVAILABLE_juce_core=1
+  JUCE_MODULE_AVAILABLE_juce_events=1
+  JUCE_MODULE_AVAILABLE_juce_data_structures=1
+  _NDEBUG=1
+  $<$<PLATFORM_ID:Linux>:LINUX=1>)
+target_compile_options(juce_kit PRIVATE -w)
+target_link_libraries(juce_kit PUBLIC ZLIB::ZLIB Threads::Threads ${CMAKE_DL_LIBS})

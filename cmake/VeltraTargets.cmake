@@ -1,0 +1,41 @@
+# What all our own targets share: warnings as errors, sanitizers, the root as include folder.
+
+if(VELTRA_SANITIZE)
+  add_compile_options(-fsanitize=${VELTRA_SANITIZE} -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${VELTRA_SANITIZE})
+  if(VELTRA_SANITIZE MATCHES "undefined")
+    # A report has to fail the test that provoked it.
+    add_compile_options(-fno-sanitize-recover=undefined)
+  endif()
+endif()
+
+function(veltra_own_code target)
+  target_include_directories(${target} PUBLIC ${CMAKE_SOURCE_DIR})
+  if(MSVC)
+    target_compile_options(${target} PRIVATE /W4 /WX)
+  else()
+    target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
+      -Wcast-align -Wimplicit-fallthrough -Werror)
+  endif()
+endfunction()
+
+# One static library a folder: veltra_library(dsp A.cpp B.cpp) makes veltra_dsp.
+function(veltra_library name)
+  add_library(veltra_${name} STATIC ${ARGN})
+  veltra_own_code(veltra_${name})
+endfunction()
+
+# One test program a subsystem: veltra_test(dsp A.cpp B.cpp LIBS veltra_dsp [LABELS slow]) makes test_dsp
+# and registers each of its cases with ctest.
+function(veltra_test name)
+  cmake_parse_arguments(arg "" "TIMEOUT" "LIBS;LABELS" ${ARGN})
+  if(NOT arg_TIMEOUT)
+    set(arg_TIMEOUT 120)
+  endif()
+  add_executable(test_${name} ${arg_UNPARSED_ARGUMENTS})
+  veltra_own_code(test_${name})
+  target_link_libraries(test_${name} PRIVATE ${arg_LIBS} GTest::gtest GTest::gtest_main)
+  gtest_discover_tests(test_${name} TEST_PREFIX "${name}." DISCOVERY_TIMEOUT 60
+    WORKING_DIRECTORY ${CMAKE_SOURCE_DIR}
+    PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")
+endfunction()

@@ -1,0 +1,267 @@
+#pragma once
+
+#include <cstdint>
+
+#include "veltratune_io/Callbacks.h"
+#include "veltratune_io/Filter.h"
+#include "veltratune_io/Result.h"
+
+/** @file
+    One audio device of one receiver.
+
+    Objects belong to the plug-in object that handed them out and live as long as it does. Call from one
+    thread at a time; operations that talk to the device block until it has answered or the stated time is
+    over, and only one such operation may run on a device at once. No operation throws.
+
+    Text results go to a buffer of the caller's as NUL-terminated UTF-8, cut to `size` bytes with the end mark
+    included; a null buffer or a size of 0 takes nothing.
+
+    The order of the operations is the binary interface.
+*/
+
+namespace veltratune_io {
+
+/** Built-in test signals of a device. */
+enum EStimulus
+{
+    kStimulusSineLogSweep = 0,
+    kStimulusNoise = 1,
+    kStimulusSubwooferLevelCal = 2
+};
+
+/** Bits of Device::GetCapabilities. */
+enum ECapability : std::uint32_t
+{
+    kCapabilityAudioDataCallback = 1, ///< captured audio reaches the callback of EnterMeasurementMode
+    kCapabilityVolume = 4,            ///< SetVolume and GetVolume work
+    kCapabilityFilterDownload = 16    ///< always set
+};
+
+class Device
+{
+public:
+    virtual ~Device() = default;
+
+    /** Manufacturer, model and device name joined by "|". Belongs to the device. No network. */
+    virtual const char* GetName() const = 0;
+
+    /** ECapability bits. No network. */
+    virtual std::uint32_t GetCapabilities() const = 0;
+
+    /** Always 0. */
+    virtual std::uint32_t GetExtendedCapabilities() const = 0;
+
+    /** @returns kResultNotSupported */
+    virtual EResult ReservedCall1 (std::uint64_t, std::uint64_t, std::uint64_t) = 0;
+
+    /** Number of output channels. No network. */
+    virtual std::uint32_t GetChannelCount() const = 0;
+
+    /** Name and role of an output channel. No network.
+
+        The text is the channel's name, followed by "#SUB" for a subwoofer, by "#IDX" and the two low
+        hexadecimal digits of the channel's number, and by "#NOEQ" for a channel that takes no filter.
+
+        @param index  place in the device's channel list, below GetChannelCount()
+        @returns      kResultOk, or kResultBadIndex with the buffer untouched
+    */
+    virtual EResult GetChannelName (std::uint32_t index, char* buffer, std::uint32_t size) const = 0;
+
+    /** One of the sample rates that the device offers. No network.
+
+        @param index  from 0
+        @param rate   receives the rate in Hz
+        @returns      false when index is beyond the last rate or rate is null
+    */
+    virtual bool GetSampleRate (std::uint32_t index, std::uint32_t* rate) const = 0;
+
+    /** Always 48000 Hz. */
+    virtual std::uint32_t GetDefaultSampleRate() const = 0;
+
+    /** Switches the device to measuring. Waits up to 1 s.
+
+        @param rate      sample rate in Hz, one of GetSampleRate's
+        @param ignored   not used
+        @param channels  number of channels that the measurement will use
+        @param callback  receives the captured audio when the device has kCapabilityAudioDataCallback, ignored
+                         otherwise; borrowed until LeaveMeasurementMode has returned, also when this call fails;
+                         may be null
+        @returns         kResultOk, kResultBadSampleRate, kResultTooManyChannels, or kResultFailed, where
+                         GetLastError has the device's words or "Timeout" unless the message could not be sent
+    */
+    virtual EResult EnterMeasurementMode (std::uint32_t rate, std::uint64_t ignored, std::uint32_t channels,
+                                          CaptureCallback* callback) = 0;
+
+    /** Switches the device back to listening. Waits up to 1 s. When it returns, whatever the result, the
+        capture callback is no longer in use.
+
+        @returns  true when the device acknowledged; else GetLastError has words as above
+    */
+    virtual bool LeaveMeasurementMode() = 0;
+
+    /** Plays a test signal at the rate of the last EnterMeasurementMode. Waits up to 2 s.
+
+        @param stimulus     what to play
+        @param channelList  channel numbers; borrowed during the call
+        @param count        how many; at most twice GetChannelCount() are used
+        @param ignored      not used
+        @returns            kResultOk, or kResultFailed with words as above
+    */
+    virtual EResult StartStimulus (EStimulus stimulus, const std::uint32_t* channelList, std::uint32_t count,
+                                   std::uint64_t ignored) = 0;
+
+    /** @returns kResultNotSupported */
+    virtual EResult StartGenericStimulus (std::uint64_t, std::uint64_t, std::uint64_t, std::uint64_t,
+                                          std::uint64_t) = 0;
+
+    /** Stops the test signal. Waits up to 2 s; nothing is reported. */
+    virtual void StopStimulus() = 0;
+
+    /** Whether a test signal is playing; false also when the device does not answer within 500 ms. */
+    virtual bool IsStimulusPlaying() = 0;
+
+    /** The device's description of a test signal. No network.
+
+        @param rate    in Hz
+        @returns       kResultOk, kResultFailed when the device does not have this signal, kResultBadSampleRate
+                       when it does not have it at this rate
+    */
+    virtual EResult GetStimulusInformation (EStimulus stimulus, std::uint32_t rate, char* buffer,
+                                            std::uint32_t size) const = 0;
+
+    /** Latency of the test signals in milliseconds. No network. */
+    virtual double GetStimulusLatency() const = 0;
+
+    /** Number of filter slots. No network. */
+    virtual std::uint32_t GetFilterSlotCount() const = 0;
+
+    /** Selects the filter slot in use. Waits up to 1 s.
+        @returns  true when the device acknowledged; false at once for a slot that does not exist
+    */
+    virtual bool SetActiveFilterSlot (std::uint32_t slot) = 0;
+
+    /** The filter slot in use; 0 also when the device does not answer within 1 s. */
+    virtual std::uint32_t GetActiveFilterSlot() = 0;
+
+    /** A filter set in a slot. No network.
+
+        @param slot    below GetFilterSlotCount()
+        @param index   place among the slot's sets, from 0
+        @param set     receives the borrowed set
+        @returns       false when there is none; the out value is then left alone
+    */
+    virtual bool GetFilterSet (std::uint32_t slot, std::uint32_t index, FilterSet** set) = 0;
+
+    /** @returns kResultNotSupported */
+    virtual EResult ReservedCall2 (std::uint64_t, std::uint64_t) = 0;
+
+    /** Parses a filter description and keeps it in a slot, without talking to the device.
+
+        @param slot     below 8, whatever the device's slot count is
+        @param text     filter description, NUL-terminated UTF-8; borrowed during the call
+        @param ignored  not used
+        @returns        kResultOk, kResultFailed for the slot number, kResultBadFilterText,
+                        kResultChannelConflict when the slot holds a set that has a channel in common
+    */
+    virtual EResult LoadFilterSet (std::uint32_t slot, const char* text, std::uint64_t ignored) = 0;
+
+    /** Empties the set's slot on the device and destroys the set. Waits up to 2 s.
+
+        @param set  one of GetFilterSet's
+        @returns    true when done; false, with nothing changed, when the set is unknown or the device did not
+                    acknowledge
+    */
+    virtual bool RemoveFilterSet (FilterSet* set) = 0;
+
+    /** Turns filtering on or off. Waits up to 500 ms; nothing is reported. */
+    virtual void SetFiltering (bool enabled) = 0;
+
+    /** Whether filtering is on; false also when the device does not answer within 500 ms. */
+    virtual bool GetFiltering() = 0;
+
+    /** Sets the master volume. Waits up to 500 ms.
+        @param value  linear, where 1 is the loudest that a measurement uses
+        @returns      true when the device acknowledged
+    */
+    virtual bool SetVolume (float value) = 0;
+
+    /** The master volume on SetVolume's scale, and the device's own text for it. Waits up to 500 ms.
+        @returns  0, with the buffer untouched, when the device did not answer
+    */
+    virtual float GetVolume (char* buffer, std::uint32_t size) = 0;
+
+    /** Largest attenuation of a channel, in dB. No network. */
+    virtual float GetMaxChannelAttenuation() const = 0;
+
+    /** Attenuates a channel. Waits up to 500 ms.
+        @param channel      channel number
+        @param attenuation  in dB, limited to 0 .. GetMaxChannelAttenuation()
+        @returns            true when the device acknowledged
+    */
+    virtual bool SetChannelAttenuation (std::uint32_t channel, float attenuation) = 0;
+
+    /** A channel's attenuation in dB; 0 also when the device does not answer within 500 ms. */
+    virtual float GetChannelAttenuation (std::uint32_t channel) = 0;
+
+    /** @returns kResultNotSupported */
+    virtual EResult ReservedCall3 (std::uint64_t, std::uint64_t, std::uint64_t, std::uint64_t) = 0;
+
+    /** @returns kResultNotSupported */
+    virtual EResult ReservedCall4 (std::uint64_t) = 0;
+
+    /** @returns kResultNotSupported */
+    virtual EResult ReservedCall5() = 0;
+
+    /** The device's filter structure at a sample rate, as "key=value" items joined by ";". No network.
+
+        A device that declares none gets "NbrOfFIRTaps=" rate / 48 ";NbrOfIIRSections=30".
+
+        @param technology  "FIIR"
+        @param rate        in Hz, one of GetSampleRate's
+        @returns           kResultOk, kResultBadArgument for a null pointer, kResultBadTechnology,
+                           kResultBadSampleRate, kResultBufferTooSmall
+    */
+    virtual EResult GetTopologyParameters (const char* technology, std::uint32_t rate, char* buffer,
+                                           std::uint32_t size) const = 0;
+
+    /** Words for the latest failure; reading empties them. No network.
+        @returns  kResultOk
+    */
+    virtual EResult GetLastError (char* buffer, std::uint32_t size) = 0;
+};
+
+class Device2 : public Device
+{
+public:
+    /** Always true. */
+    virtual bool IsReady() const = 0;
+
+    /** @returns kResultNotSupported */
+    virtual EResult ReservedCall6 (std::uint64_t, std::uint64_t, std::uint64_t) = 0;
+
+    /** Converts a filter description for every sample rate of the device and moves the result into a slot.
+
+        Returns when it is over: converting takes seconds, each message waits for the device (LoadFilter and
+        FilterData 5 s, FilterChannel 1 s, each piece of data by the settings "FilterDataChunkTimeout" and
+        "FilterDataChunkRetries").
+
+        @param slot      below 8
+        @param text      filter description, NUL-terminated UTF-8; borrowed during the call
+        @param ignored   not used
+        @param callback  follows the download and may cancel it; borrowed during the call; may be null
+        @returns         kResultOk, also when the callback cancelled; the results of LoadFilterSet; or
+                         kResultFailed, where GetLastError has words and the set is no longer in the slot
+    */
+    virtual EResult DownloadFilterSet (std::uint32_t slot, const char* text, std::uint64_t ignored,
+                                       ProgressCallback* callback) = 0;
+
+    /** As RemoveFilterSet. */
+    virtual bool RemoveFilterSet2 (FilterSet* set, std::uint64_t ignored) = 0;
+
+    /** The device's serial number. No network.
+        @returns  kResultOk, or kResultFailed with the buffer untouched when it has none
+    */
+    virtual EResult GetSerialNumber (char* buffer, std::uint32_t size) const = 0;
+};
+
+}

@@ -1,0 +1,87 @@
+#pragma once
+
+#include <cstdint>
+
+#include "veltratune_io/Device.h"
+
+/** @file
+    The module's exported functions and the object behind them.
+
+    A host loads the module, calls SetLogPath (optional), GetVersionedPluginObject (5), Plugin::FindDevices and
+    Plugin::GetDevice, works with the devices, and calls ReleaseVersionedPluginObject before it unloads the
+    module. All of it from one thread at a time. No function throws. Texts are NUL-terminated UTF-8.
+
+    Settings are read from an XML file beside the module, with the module's name and the extension "settings"
+    (<PROPERTIES><VALUE name="Device" val="TCP:192.0.2.1:6000"/></PROPERTIES>).
+*/
+
+namespace veltratune_io {
+
+/** The version of this interface. */
+inline constexpr std::uint32_t kPluginInterfaceVersion = 5;
+
+/** Owned by the module; borrowed by the host until ReleaseVersionedPluginObject. */
+class Plugin
+{
+public:
+    virtual ~Plugin() = default;
+
+    /** The same text as GetVendor. Belongs to the module, as the following do. */
+    virtual const char* GetName() const = 0;
+    virtual const char* GetVendor() const = 0;
+    virtual const char* GetVersion() const = 0;
+    virtual const char* GetDate() const = 0;
+
+    /** Looks for receivers and opens a session with each. Blocks for the time of the search (the setting
+        "UPnPTimeout"; none when the setting "Device" gives an address) and of some exchanges with each receiver.
+        A second call adds to what the first found.
+
+        @returns  true when the object holds a device afterwards
+    */
+    virtual bool FindDevices() = 0;
+
+    /** One of the devices found.
+
+        @param index   in the order of discovery, from 0
+        @param device  receives the borrowed device, which is also a Device2
+        @returns       false when index is beyond the last device; the out value is then left alone
+    */
+    virtual bool GetDevice (std::uint32_t index, Device** device) = 0;
+};
+
+}
+
+#if defined(_WIN32)
+ #if defined(VELTRATUNE_IO_BUILDS_MODULE)
+  #define VELTRATUNE_IO_EXPORT __declspec (dllexport)
+ #else
+  #define VELTRATUNE_IO_EXPORT
+ #endif
+#else
+ #define VELTRATUNE_IO_EXPORT __attribute__ ((visibility ("default")))
+#endif
+
+extern "C" {
+
+/** Makes a plug-in object, which stays the module's.
+
+    @param version  veltratune_io::kPluginInterfaceVersion
+    @returns        null for any other version
+*/
+VELTRATUNE_IO_EXPORT veltratune_io::Plugin* GetVersionedPluginObject (std::uint32_t version);
+
+/** Ends an object's life, with its devices and their connections, and ends logging for the whole module.
+    @param plugin  may be null, which does nothing at all
+*/
+VELTRATUNE_IO_EXPORT void ReleaseVersionedPluginObject (veltratune_io::Plugin* plugin);
+
+/** Starts a log file, appending to what is there. Its folder is made; when that fails, or the path is a
+    folder, nothing changes and nothing is reported.
+
+    @param path    UTF-8
+    @param length  of the path in bytes; -1 for a NUL-terminated one
+    @param level   of log4cplus: TRACE 0, DEBUG 10000, INFO 20000, WARN 30000, ERROR 40000, FATAL 50000, OFF 60000
+*/
+VELTRATUNE_IO_EXPORT void SetLogPath (const char* path, std::int32_t length, std::int32_t level);
+
+}
