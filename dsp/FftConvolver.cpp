@@ -1,0 +1,55 @@
+#include "dsp/FftConvolver.h"
+
+#include <cassert>
+#include <utility>
+
+#include "dsp/FftConvolve.h"
+
+namespace veltra::dsp {
+
+FftConvolver::FftConvolver (std::vector<Eigen::VectorXf> newKernels) : kernels (std::move (newKernels)) {}
+
+void FftConvolver::setSignal (const Eigen::VectorXf& newSignal)
+{
+    signal = &newSignal;
+
+    for (auto& [size, transform] : transforms)
+        transform.signalSpectrum.resize (0);
+}
+
+Eigen::Ref<const Eigen::VectorXf> FftConvolver::convolve (std::size_t kernel)
+{
+    assert (signal != nullptr && kernel < kernels.size());
+
+    if (signal->size() == 0 || kernels[kernel].size() == 0)
+        return samples.head (0);
+
+    const auto& transform = transformFor (kernel);
+    product = transform.signalSpectrum.cwiseProduct (transform.kernelSpectra[kernel]);
+    transform.fft.inverse (product, samples);
+    return samples.head (signal->size() + kernels[kernel].size() - 1);
+}
+
+FftConvolver::Transform& FftConvolver::transformFor (std::size_t kernel)
+{
+    const int size = convolutionFftSize (signal->size(), kernels[kernel].size());
+    auto& transform = transforms.try_emplace (size, size, kernels.size()).first->second;
+
+    if (transform.kernelSpectra[kernel].size() == 0)
+        transformPadded (transform.fft, kernels[kernel], transform.kernelSpectra[kernel]);
+
+    if (transform.signalSpectrum.size() == 0)
+        transformPadded (transform.fft, *signal, transform.signalSpectrum);
+
+    return transform;
+}
+
+void FftConvolver::transformPadded (const RealFft& fft, const Eigen::VectorXf& input, Eigen::VectorXcf& spectrum)
+{
+    samples.resize (fft.size());
+    samples.head (input.size()) = input;
+    samples.tail (fft.size() - input.size()).setZero();
+    fft.forward (samples, spectrum);
+}
+
+}

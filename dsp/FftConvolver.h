@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstddef>
+#include <map>
+#include <vector>
+
+#include <Eigen/Core>
+
+#include "dsp/RealFft.h"
+
+namespace veltra::dsp {
+
+/** Convolves one signal after the other with the same few kernels. The plans and the kernels' spectra are made
+    once for each transform length that turns up, and a signal is transformed once for all kernels that share
+    its transform length. The values are those of fftConvolve (signal, kernel), bit for bit.
+
+    Use an object from one thread at a time.
+*/
+class FftConvolver
+{
+public:
+    /** @param kernels  samples of each kernel; an empty kernel gives empty results */
+    explicit FftConvolver (std::vector<Eigen::VectorXf> kernels);
+
+    /** Takes the signal for the calls of convolve() that follow. It is borrowed until the next setSignal(). */
+    void setSignal (const Eigen::VectorXf& newSignal);
+
+    /** Convolves the signal with kernels[kernel].
+
+        @returns  signal.size() + kernel.size() - 1 samples, which stay until the next call; do not keep the
+                  reference beyond that
+        @throws   std::bad_alloc
+    */
+    Eigen::Ref<const Eigen::VectorXf> convolve (std::size_t kernel);
+
+private:
+    /** What belongs to one transform length. */
+    struct Transform
+    {
+        Transform (int size, std::size_t kernelCount) : fft (size), kernelSpectra (kernelCount) {}
+
+        RealFft fft;
+        std::vector<Eigen::VectorXcf> kernelSpectra; // empty until the kernel is first used at this length
+        Eigen::VectorXcf signalSpectrum;             // empty until the signal is first used at this length
+    };
+
+    Transform& transformFor (std::size_t kernel);
+    void transformPadded (const RealFft& fft, const Eigen::VectorXf& samples, Eigen::VectorXcf& spectrum);
+
+    std::vector<Eigen::VectorXf> kernels;
+    const Eigen::VectorXf* signal = nullptr;
+    std::map<int, Transform> transforms;
+    Eigen::VectorXf samples; // what goes into or comes out of a transform
+    Eigen::VectorXcf product;
+};
+
+}

@@ -1,0 +1,64 @@
+#include "dsp/RealFft.h"
+
+#include <cassert>
+#include <new>
+
+#include <fftw3.h>
+
+#include "dsp/FftPlanLock.h"
+
+namespace veltra::dsp {
+
+namespace {
+
+constexpr unsigned planFlags = FFTW_ESTIMATE | FFTW_PRESERVE_INPUT;
+
+/** fftwf_complex is two floats, as std::complex<float> is. FFTW takes its input without const, and keeps it
+    because the plans ask for that. */
+fftwf_complex* asFftw (const Eigen::VectorXcf& v) noexcept
+{
+    return reinterpret_cast<fftwf_complex*> (const_cast<std::complex<float>*> (v.data()));
+}
+
+float* asFftw (const Eigen::VectorXf& v) noexcept { return const_cast<float*> (v.data()); }
+
+}
+
+void RealFft::DestroyPlan::operator() (fftwf_plan_s* plan) const noexcept
+{
+    const std::lock_guard lock (fftPlanLock);
+    fftwf_destroy_plan (plan);
+}
+
+RealFft::RealFft (int size) : length (size)
+{
+    // A plan serves all arrays that are aligned like these, and Eigen aligns all its vectors alike.
+    const Eigen::VectorXf samples (length);
+    const Eigen::VectorXcf spectrum (bins());
+
+    {
+        const std::lock_guard lock (fftPlanLock);
+        forwardPlan.reset (fftwf_plan_dft_r2c_1d (length, asFftw (samples), asFftw (spectrum), planFlags));
+        inversePlan.reset (fftwf_plan_dft_c2r_1d (length, asFftw (spectrum), asFftw (samples), planFlags));
+    }
+
+    if (forwardPlan == nullptr || inversePlan == nullptr)
+        throw std::bad_alloc();
+}
+
+void RealFft::forward (const Eigen::VectorXf& samples, Eigen::VectorXcf& spectrum) const
+{
+    assert (samples.size() == length);
+    spectrum.resize (bins());
+    fftwf_execute_dft_r2c (forwardPlan.get(), asFftw (samples), asFftw (spectrum));
+}
+
+void RealFft::inverse (const Eigen::VectorXcf& spectrum, Eigen::VectorXf& samples) const
+{
+    assert (spectrum.size() == bins());
+    samples.resize (length);
+    fftwf_execute_dft_c2r (inversePlan.get(), asFftw (spectrum), asFftw (samples));
+    samples *= static_cast<float> (1.0 / length);
+}
+
+}

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <memory>
+
+#include <Eigen/Core>
+
+struct fftwf_plan_s;
+
+namespace veltra::dsp {
+
+/** Plans for the transform of real samples, of one size, and back. Making and destroying plans costs about as
+    much as a transform: keep the object where more than one is needed. The values do not depend on it, equal
+    sizes give equal plans.
+
+    Different threads may use one object at once, each with vectors of its own.
+*/
+class RealFft
+{
+public:
+    /** @param size  samples of a transform, at least 1
+        @throws      std::bad_alloc */
+    explicit RealFft (int size);
+
+    int size() const noexcept { return length; }
+
+    /** Values of a half spectrum: the bins from 0 Hz to half the sample rate. */
+    int bins() const noexcept { return length / 2 + 1; }
+
+    /** Samples, size() of them, to a half spectrum, without a scale. Leaves the samples as they are. */
+    void forward (const Eigen::VectorXf& samples, Eigen::VectorXcf& spectrum) const;
+
+    /** A half spectrum of bins() values back to samples, divided by size(). Leaves the spectrum as it is. */
+    void inverse (const Eigen::VectorXcf& spectrum, Eigen::VectorXf& samples) const;
+
+private:
+    struct DestroyPlan
+    {
+        void operator() (fftwf_plan_s* plan) const noexcept;
+    };
+    using Plan = std::unique_ptr<fftwf_plan_s, DestroyPlan>;
+
+    int length;
+    Plan forwardPlan, inversePlan;
+};
+
+}
