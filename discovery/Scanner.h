@@ -1,0 +1,32 @@
+#pragma once
+
+#include <juce_core/juce_core.h>
+
+namespace veltraio {
+
+/** Who hears of the devices that a scan finds. OnScanStarted comes once before, OnScanEnded once after all the rest;
+    OnDeviceAdded comes on threads of the scan, one at a time, and must not wait for the scan to end. */
+class IScanCallback
+{
+public:
+    virtual ~IScanCallback() = default;
+
+    virtual void OnScanStarted() = 0;
+
+    /** @param name          the protocol's name
+        @param address       what ConnectionManager::Connect takes
+        @param friendlyName  the device's name for people, may be empty */
+    virtual void OnDeviceAdded (const juce::String& name, const juce::String& address,
+                                const juce::String& friendlyName) = 0;
+
+    virtual void OnScanEnded() = 0;
+};
+
+/** A running scan; destroying it ends the scan. */
+class DeviceScanner
+{
+public:
+    virtual ~DeviceScanner() = default;
+};
+
+}

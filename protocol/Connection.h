@@ -1,0 +1,81 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <vector>
+
+#include <juce_core/juce_core.h>
+
+#include "protocol/EventHandlerBase.h"
+
+namespace veltra::ipc {
+
+/** Where a datagram goes; a stream connection has its peer already and looks at nothing of this. */
+struct Destination
+{
+    juce::String host;
+    int port = 0;
+};
+
+/** A message connection with a registry of handlers. What moves the bytes is up to the derived class.
+
+    Threads: the derived class's reader thread calls onData; handlers come and go on any thread.
+*/
+class Connection
+{
+public:
+    /** How long the destructor waits for handlers that are still registered. */
+    static constexpr int defaultHandlerPatience_ms = 5000;
+
+    explicit Connection (int handlerPatience_ms = defaultHandlerPatience_ms);
+
+    /** Waits for the registered handlers to go, but not for ever; those that are left are told that their
+        connection has gone. A derived class stops its reader thread before its own destructor ends. */
+    virtual ~Connection();
+
+    virtual bool isConnected() = 0;
+    virtual juce::String getName() = 0;
+
+    /** Sends bytes as they are. @returns how many the transport took, or -1 */
+    virtual int write (const void* data, int size) = 0;
+
+    /** Takes a received block: to the raw callback when one is set, otherwise identifier and sub-identifier (32 bits
+        each, little-endian) are read from its start and the rest is dispatched. */
+    virtual void onData (const juce::MemoryBlock& block);
+
+    /** Bytes that must be reserved at the start of a stream that send() is given. */
+    virtual int getHeaderSize() = 0;
+
+    /** Fills in the reserved header and sends the whole stream. @returns whether all of it went out */
+    virtual bool send (juce::MemoryOutputStream& stream, const Destination& destination = {}) = 0;
+
+    Connection (const Connection&) = delete;
+    Connection& operator= (const Connection&) = delete;
+
+    void addHandler (EventHandlerBase* handler);
+    void removeHandler (EventHandlerBase* handler);
+
+    /** Hands the stream, from where it stands, to each handler of the identifier and sub-identifier, and then to the
+        any-message handlers. A message whose identifier nobody has registered reaches nobody, not even those. An
+        exception out of a handler stays with that handler: it is logged, and the others get the message. */
+    void dispatch (juce::InputStream& stream, std::int32_t id, std::int32_t subId);
+
+    /** Takes the received blocks instead of the registry; called on the reader thread with the lock held. */
+    void setRawCallback (std::function<void (const juce::MemoryBlock&)> callback);
+    void clearRawCallback();
+
+private:
+    using Handlers = std::vector<EventHandlerBase*>;
+
+    bool isRegistered (const EventHandlerBase* handler) const;
+    void call (EventHandlerBase& handler, juce::InputStream& stream, juce::int64 start);
+
+    juce::CriticalSection lock; // recursive; held while handlers run, so that they may add and remove handlers
+    std::map<std::int32_t, Handlers> handlers;
+    Handlers anyHandlers;
+    std::function<void (const juce::MemoryBlock&)> rawCallback;
+    const int handlerPatience_ms;
+};
+
+}

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include <juce_core/juce_core.h>
+
+#include "common/Clock.h"
+
+namespace veltraio {
+
+/** The bytes that open each envelope, for the whole process: 0x21, 0x01, 0xFF unless somebody sets others.
+
+    A parser takes the marker that holds when it is made and keeps it. An empty list brings the default back.
+    @throws std::invalid_argument for more than 64 bytes. Any thread.
+*/
+void setEnvelopeMarker (std::span<const std::uint8_t> marker);
+std::vector<std::uint8_t> getEnvelopeMarker();
+
+/** Finds envelopes in a byte stream (docs/wire-format.md has their layout).
+
+    Everything that is no envelope is skipped without a word: noise, an envelope that is longer than the buffer,
+    and the beginning of one that stops arriving for a second. Whoever waits for the lost message sees a time-out.
+
+    The object holds a buffer of 32 KiB. One thread at a time.
+*/
+class VeltraIOEnvelopeParser
+{
+public:
+    /** The largest envelope that can be received is one byte less, marker and header included. */
+    static constexpr std::uint32_t bufferSize = 32768;
+
+    /** A partial envelope is dropped when so long a pause, or a longer one, lies between two feeds. */
+    static constexpr std::int64_t stalePause_ms = 1000;
+
+    explicit VeltraIOEnvelopeParser (veltra::MillisecondClock clock = veltra::steadyMilliseconds);
+    virtual ~VeltraIOEnvelopeParser() = default;
+
+    VeltraIOEnvelopeParser (const VeltraIOEnvelopeParser&) = delete;
+    VeltraIOEnvelopeParser& operator= (const VeltraIOEnvelopeParser&) = delete;
+
+    /** Takes the next bytes of the stream, in pieces of any size, and calls onEnvelope for each envelope that they
+        complete. A feed of no bytes counts for the pause all the same. An exception out of onEnvelope passes
+        through; the envelope then counts as delivered, and the rest of the piece is lost.
+        @returns true, always
+    */
+    bool feed (const std::uint8_t* data, std::uint32_t size);
+
+private:
+    /** An envelope without marker and length: identifier, checksum (both big-endian, unchecked) and body. */
+    virtual void onEnvelope (const juce::MemoryBlock& block) = 0;
+
+    void take (std::uint8_t byte);
+    void forget() noexcept;
+
+    const veltra::MillisecondClock clock;
+    const std::vector<std::uint8_t> marker;
+    std::int32_t count = 0;      // bytes now in buffer
+    std::int32_t expected = -1;  // length of the body being collected, -1 while unknown
+    std::int64_t lastFeed = 0;   // milliseconds
+    std::array<std::uint8_t, bufferSize> buffer;
+};
+
+}

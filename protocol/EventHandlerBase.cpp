@@ -1,0 +1,34 @@
+#include "protocol/EventHandlerBase.h"
+
+#include "protocol/Connection.h"
+
+namespace veltra::ipc {
+
+HandlerRegistration::HandlerRegistration (Connection& connection, std::initializer_list<EventHandlerBase*> handlersToAdd)
+{
+    for (auto* handler : handlersToAdd)
+        add (connection, *handler);
+}
+
+HandlerRegistration::~HandlerRegistration()
+{
+    reset();
+}
+
+void HandlerRegistration::add (Connection& connection, EventHandlerBase& handler)
+{
+    handlers.push_back (&handler);
+    handler.connection = &connection;
+    connection.addHandler (&handler);
+}
+
+void HandlerRegistration::reset() noexcept
+{
+    for (auto* handler : handlers)
+        if (auto* connection = handler->connection)
+            connection->removeHandler (handler);
+
+    handlers.clear();
+}
+
+}

@@ -1,0 +1,11 @@
+#pragma once
+
+#include <cstddef>
+
+namespace veltraio {
+
+/** The compiled schema, a serialised google.protobuf.FileDescriptorSet; made by the build. */
+extern const unsigned char schemaDescriptors[];
+extern const std::size_t schemaDescriptorsSize;
+
+}

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include <juce_core/juce_core.h>
+
+#include "protocol/EnvelopeParser.h"
+#include "protocol/TcpConnection.h"
+
+namespace veltraio {
+
+class Dispatcher;
+class PingHandler;
+
+/** The TCP connection to a receiver: reads envelopes instead of the generic framing and hands them, marker and length
+    taken off, to the raw callback, which a Dispatcher sets. Sending is write, one whole envelope a call.
+
+    A peer's orderly close does not end the reader: it looks again every 10 ms until somebody disconnects.
+*/
+class TcpDeviceConnection final : public veltra::ipc::TcpConnection,
+                                  private VeltraIOEnvelopeParser
+{
+public:
+    /** @param address  the host:port text that connect will be given, for the name */
+    explicit TcpDeviceConnection (const juce::String& address,
+                                  int handlerPatience_ms = defaultHandlerPatience_ms);
+    ~TcpDeviceConnection() override;
+
+    /** "TCP:" and the address. */
+    juce::String getName() override;
+
+    bool read() override;
+
+    /** Makes the keep-alive with the first call and adds a callback for the loss of the connection. The callbacks run
+        on the keep-alive's thread and must not destroy the connection. The dispatcher must own this connection. */
+    void enablePing (Dispatcher& dispatcher, std::function<void()> callback);
+
+private:
+    void onEnvelope (const juce::MemoryBlock& block) override;
+
+    const juce::String address;
+    std::unique_ptr<PingHandler> pingHandler; // null until the keep-alive is enabled
+};
+
+}

@@ -1,0 +1,107 @@
+#include "protocol/TextForm.h"
+
+#include <memory>
+
+#include <google/protobuf/descriptor.h>
+#include <google/protobuf/descriptor.pb.h>
+#include <google/protobuf/dynamic_message.h>
+#include <google/protobuf/io/tokenizer.h>
+#include <google/protobuf/text_format.h>
+
+#include "protocol/SchemaDescriptors.h"
+
+namespace veltraio {
+
+namespace {
+
+using google::protobuf::Message;
+using google::protobuf::MessageLite;
+
+/** Full-featured twins of the lite messages. */
+class Schema
+{
+public:
+    Schema()
+    {
+        google::protobuf::FileDescriptorSet files;
+        files.ParseFromArray (schemaDescriptors, static_cast<int> (schemaDescriptorsSize));
+
+        for (const auto& file : files.file())
+            pool.BuildFile (file);
+    }
+
+    /** Null for a message that is not of the schema. */
+    std::unique_ptr<Message> makeTwin (const MessageLite& message)
+    {
+        const auto* descriptor = pool.FindMessageTypeByName (message.GetTypeName());
+        return std::unique_ptr<Message> (descriptor != nullptr ? factory.GetPrototype (descriptor)->New() : nullptr);
+    }
+
+    static Schema& get()
+    {
+        static Schema schema;
+        return schema;
+    }
+
+private:
+    google::protobuf::DescriptorPool pool;
+    google::protobuf::DynamicMessageFactory factory; // destroyed before the pool that its types come from
+};
+
+/** Keeps the first complaint, which the others follow from. */
+class FirstError : public google::protobuf::io::ErrorCollector
+{
+public:
+    explicit FirstError (std::string& destination) : text (destination) { text.clear(); }
+
+    void AddError (int line, int column, const std::string& message) override
+    {
+        if (! text.empty())
+            return;
+
+        if (line >= 0)
+            text = "line " + std::to_string (line + 1) + ", column " + std::to_string (column + 1) + ": ";
+
+        text += message;
+    }
+
+private:
+    std::string& text;
+};
+
+}
+
+std::string toText (const MessageLite& message)
+{
+    const auto twin = Schema::get().makeTwin (message);
+
+    if (twin == nullptr || ! twin->ParsePartialFromString (message.SerializePartialAsString()))
+        return {};
+
+    std::string text;
+    google::protobuf::TextFormat::PrintToString (*twin, &text);
+    return text;
+}
+
+bool fromText (std::string_view text, MessageLite& message, std::string& error)
+{
+    const auto twin = Schema::get().makeTwin (message);
+
+    if (twin == nullptr)
+    {
+        error = message.GetTypeName() + " is no message of the schema";
+        return false;
+    }
+
+    FirstError firstError (error);
+    google::protobuf::TextFormat::Parser parser;
+    parser.RecordErrorsTo (&firstError);
+    parser.SetRecursionLimit (100);
+
+    if (! parser.ParseFromString (std::string (text), twin.get()))
+        return false;
+
+    return message.ParseFromString (twin->SerializeAsString());
+}
+
+}

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include <google/protobuf/message_lite.h>
+
+namespace veltraio {
+
+/** The protobuf text form of a message of the schema, for the log.
+
+    The message classes are protobuf's lite classes, which register nothing process-wide, so that the module can be
+    unloaded and stand beside a host that carries the same schema; they know no text form. This one comes from a private
+    descriptor pool over the compiled schema, made with the first call and destroyed when the module is unloaded.
+
+    A message that lacks required fields is shown as it is. Any thread.
+*/
+std::string toText (const google::protobuf::MessageLite& message);
+
+/** Reads a message of the schema from its text form.
+    @param error  what is wrong and where, for a person, when the text is not good
+    @returns false, with the message untouched, when the text has an error or lacks a required field
+*/
+bool fromText (std::string_view text, google::protobuf::MessageLite& message, std::string& error);
+
+}
