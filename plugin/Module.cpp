@@ -1,0 +1,86 @@
+/** @file
+    What makes the library a loadable module: the three exported functions, and what happens at load and unload.
+*/
+
+#include <cstring>
+
+#include "plugin/Files.h"
+#include "plugin/Guard.h"
+#include "plugin/Logging.h"
+#include "plugin/PluginList.h"
+
+#if defined(_WIN32)
+ #include <windows.h>
+#endif
+
+namespace {
+
+using namespace veltra::plugin;
+
+void onLoad() noexcept
+{
+    guarded ([]
+    {
+        moduleFile();
+        silenceUnusedLog();
+    });
+}
+
+#if ! defined(_WIN32) // where the module's handle arrives with DllMain, after the static objects are made
+[[maybe_unused]] const bool loaded = (onLoad(), true);
+#endif
+
+/** What is left over when the module is unloaded or the process ends is destroyed here: objects with their
+    connections first, so that their last lines still reach the log. */
+struct ModuleState
+{
+    LogFiles log;
+    PluginList plugins;
+};
+
+/** Made at the first use: after all static objects of the code below, and so destroyed before them. */
+ModuleState& state()
+{
+    static ModuleState instance;
+    return instance;
+}
+
+}
+
+#if defined(_WIN32)
+BOOL WINAPI DllMain (HINSTANCE instance, DWORD reason, LPVOID)
+{
+    if (reason == DLL_PROCESS_ATTACH)
+    {
+        juce::Process::setCurrentModuleInstanceHandle (instance);
+        onLoad();
+    }
+
+    return TRUE;
+}
+#endif
+
+veltratune_io::Plugin* GetVersionedPluginObject (std::uint32_t version)
+{
+    return guarded<veltratune_io::Plugin*> (nullptr, [version] { return state().plugins.create (version); });
+}
+
+void ReleaseVersionedPluginObject (veltratune_io::Plugin* plugin)
+{
+    if (plugin == nullptr)
+        return;
+
+    guarded ([plugin] { state().plugins.destroy (plugin); });
+    guarded ([] { state().log.stop(); });
+}
+
+void SetLogPath (const char* path, std::int32_t length, std::int32_t level)
+{
+    constexpr std::int32_t nulTerminated = -1;
+
+    if (path == nullptr || length < nulTerminated)
+        return;
+
+    const auto bytes = length == nulTerminated ? std::strlen (path) : static_cast<std::size_t> (length);
+    guarded ([=] { state().log.add ({ path, bytes }, level); });
+}

@@ -1,0 +1,57 @@
+#include "common/XmlShape.h"
+
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace veltra {
+
+namespace {
+
+std::string nested (int depth, const std::string& open = "<a>")
+{
+    std::string text;
+
+    for (int i = 0; i < depth; ++i)
+        text += open;
+
+    for (int i = 0; i < depth; ++i)
+        text += "</a>";
+
+    return text;
+}
+
+}
+
+TEST (XmlShape, CountsOpenElementsOnly)
+{
+    EXPECT_TRUE (isShallowXml (nested (64), 64));
+    EXPECT_FALSE (isShallowXml (nested (65), 64));
+    EXPECT_TRUE (isShallowXml (nested (64) + nested (64), 64)) << "siblings do not add up";
+
+    std::string siblings = "\xEF\xBB\xBF<?xml version=\"1.0\"?><r>";
+
+    for (int i = 0; i < 1000; ++i)
+        siblings += "<v name=\"a\" val = '>'/><!-- <x> --><![CDATA[<x>]]><w>1</w>";
+
+    EXPECT_TRUE (isShallowXml (siblings + "</r>", 2));
+    EXPECT_TRUE (isShallowXml ("<!DOCTYPE r [ <!ENTITY e \"<x>\"> ]><r></r>", 1));
+    EXPECT_TRUE (isShallowXml ("", 0));
+    EXPECT_TRUE (isShallowXml ("no markup at all", 0));
+}
+
+/** Markup that a lenient parser reads as deep nesting and a naive count as something else. */
+TEST (XmlShape, DisguisedNestingIsRefused)
+{
+    EXPECT_FALSE (isShallowXml (nested (65, "<a b='/>'>"), 64));
+    EXPECT_FALSE (isShallowXml (nested (65, "<a b=\"'\">"), 64));
+    EXPECT_FALSE (isShallowXml ("<a\">" + nested (100) + "<a\">", 64));
+    EXPECT_FALSE (isShallowXml ("<a b>" + nested (3), 64));
+    EXPECT_FALSE (isShallowXml ("< a>", 64));
+    EXPECT_FALSE (isShallowXml ("<a b=\"1", 64));
+    EXPECT_FALSE (isShallowXml ("<a", 64));
+    EXPECT_FALSE (isShallowXml ("</a>", 64));
+    EXPECT_FALSE (isShallowXml ("<!-- <a>", 64));
+}
+
+}

@@ -1,0 +1,90 @@
+#include "plugin/Settings.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+namespace veltra::plugin {
+
+namespace {
+
+std::unique_ptr<juce::PropertiesFile> openText (const juce::String& text)
+{
+    const juce::TemporaryFile file (".settings");
+    file.getFile().replaceWithText (text);
+    return openSettings (file.getFile());
+}
+
+juce::String entry (const juce::String& key, const juce::String& value)
+{
+    return "<VALUE name=\"" + key + "\" val=\"" + value + "\"/>";
+}
+
+std::unique_ptr<juce::PropertiesFile> openEntry (const juce::String& key, const juce::String& value)
+{
+    return openText ("<PROPERTIES>" + entry (key, value) + "</PROPERTIES>");
+}
+
+}
+
+TEST (Settings, ValuesAreFoundByTheirExactKey)
+{
+    const auto settings = openText ("<?xml version=\"1.0\"?>\n<PROPERTIES>" + entry ("Device", "TCP:192.0.2.1:6000")
+                                    + entry ("UPnPTimeout", "250") + "</PROPERTIES>");
+    EXPECT_EQ (settings->getValue ("Device"), "TCP:192.0.2.1:6000");
+    EXPECT_EQ (readInt (*settings, "UPnPTimeout", 6000, 0, kLongestSearch_ms), 250);
+    EXPECT_EQ (readInt (*settings, "upnptimeout", 6000, 0, kLongestSearch_ms), 6000);
+    EXPECT_EQ (settings->getValue ("device"), "");
+}
+
+/** Nothing of it may take the host along or leave it without defaults. */
+TEST (Settings, ABadFileIsTheSameAsNone)
+{
+    const juce::String bad[] = { "",
+                                 "plain text",
+                                 "<PROPERTIES>" + entry ("Device", "x"),
+                                 "<OTHER>" + entry ("Device", "x") + "</OTHER>",
+                                 "<PROPERTIES>" + juce::String::repeatedString ("<a>", 40000),
+                                 "<!DOCTYPE a [<!ENTITY b \"c\">]><PROPERTIES>" + entry ("Device", "&b;") + "</PROPERTIES>",
+                                 "<PROPERTIES>" + entry ("Device", juce::String::repeatedString ("x", 2 << 20))
+                                     + "</PROPERTIES>" };
+
+    for (const auto& text : bad)
+        EXPECT_EQ (openText (text)->getAllProperties().size(), 0) << text.substring (0, 60);
+
+    EXPECT_EQ (openSettings (juce::File ("/nowhere/x.settings"))->getAllProperties().size(), 0);
+    EXPECT_EQ (openSettings (juce::File ("/tmp"))->getAllProperties().size(), 0);
+
+    const juce::TemporaryFile pipe (".settings");
+    ASSERT_EQ (mkfifo (pipe.getFile().getFullPathName().toRawUTF8(), 0600), 0);
+    EXPECT_EQ (openSettings (pipe.getFile())->getAllProperties().size(), 0) << "opening a pipe would block";
+}
+
+TEST (Settings, WordsForYesAndNoMeanWhatTheySay)
+{
+    for (const auto* yes : { "1", "true", "TRUE", "yes", "Yes", "on", "oN", " true ", "2", "-1" })
+        EXPECT_TRUE (readBool (*openEntry ("Timeout", yes), "Timeout", false)) << yes;
+
+    for (const auto* no : { "0", "false", "False", "no", "NO", "off", "Off", "00" })
+        EXPECT_FALSE (readBool (*openEntry ("Timeout", no), "Timeout", true)) << no;
+
+    for (const auto* neither : { "", "maybe", "-", "t" })
+    {
+        EXPECT_TRUE (readBool (*openEntry ("Timeout", neither), "Timeout", true)) << neither;
+        EXPECT_FALSE (readBool (*openEntry ("Timeout", neither), "Timeout", false)) << neither;
+    }
+
+    EXPECT_TRUE (readBool (*openEntry ("timeout", "0"), "Timeout", true));
+}
+
+TEST (Settings, NumbersAreLimitedToTheirRange)
+{
+    const auto read = [] (const char* text) { return readInt (*openEntry ("n", text), "n", 7, 0, 1000); };
+    EXPECT_EQ (read ("12ms"), 12);
+    EXPECT_EQ (read ("soon"), 0);
+    EXPECT_EQ (read (""), 0);
+    EXPECT_EQ (read ("-5"), 0);
+    EXPECT_EQ (read ("99999999999999999999"), 1000);
+    EXPECT_EQ (readInt (*openText (""), "n", 7, 0, 3), 7);
+}
+
+}
