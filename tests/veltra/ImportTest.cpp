@@ -1,0 +1,260 @@
+#include <cmath>
+#include <limits>
+#include <numbers>
+#include <sstream>
+
+#include <sndfile.h>
+
+#include "common/Numbers.h"
+#include "tests/veltra/Scratch.h"
+#include "tools/veltra/AudioFile.h"
+#include "tools/veltra/ExitStatus.h"
+#include "tools/veltra/FilterDescription.h"
+#include "tools/veltra/FilterImport.h"
+#include "tools/veltra/ImportFiles.h"
+#include "tools/veltra/OutputFile.h"
+#include "tools/veltra/PeakGain.h"
+
+namespace veltra::host {
+
+namespace {
+
+/** The sentence of the failure that a call ends with, or "no failure". */
+template <typename Call>
+std::string failureOf (Call&& call, ExitStatus expected)
+{
+    try
+    {
+        call();
+        return "no failure";
+    }
+    catch (const Failure& failure)
+    {
+        EXPECT_EQ (expected, failure.status) << failure.what();
+        return failure.what();
+    }
+}
+
+class Import : public ScratchTest
+{
+protected:
+    void writeWav (const std::string& name, int rate, const std::vector<float>& samples, int channels = 1) const
+    {
+        SF_INFO info = {};
+        info.samplerate = rate;
+        info.channels = channels;
+        info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
+        SNDFILE* const file = sf_open (path (name).c_str(), SFM_WRITE, &info);
+        ASSERT_NE (nullptr, file);
+        sf_writef_float (file, samples.data(), static_cast<sf_count_t> (samples.size()) / channels);
+        sf_close (file);
+    }
+
+    FilterDescription import (const std::vector<std::string>& names, ImportOptions options = {})
+    {
+        for (const auto& name : names)
+            options.files.push_back (path (name));
+
+        report.str ({});
+        notes.str ({});
+        return importFilters (options, report, notes);
+    }
+
+    std::ostringstream report, notes;
+};
+
+TEST_F (Import, ChannelsAreNumberedAsTheyAppearAndTheirLoudestRateCounts)
+{
+    writeWav ("SW_48000.wav", 48000, { 0.0f, 0.25f });
+    writeWav ("FL_48000.wav", 48000, { 0.0f, 0.0f, -2.0f, 0.0f });
+    writeWav ("FL_44100.wav", 44100, { 0.5f, 0.5f });
+
+    const auto description = import ({ "SW_48000.wav", "FL_48000.wav", "FL_44100.wav" });
+    ASSERT_EQ (2u, description.channels.size());
+
+    const auto& sub = description.channels[0];
+    EXPECT_EQ ("SW", sub.name);
+    EXPECT_EQ (1u, sub.number);
+    EXPECT_TRUE (sub.subwoofer);
+    EXPECT_NEAR (20.0 * std::log10 (0.25), sub.maxFilterGain_dB, 1e-4);
+
+    const auto& left = description.channels[1];
+    EXPECT_EQ (2u, left.number);
+    EXPECT_FALSE (left.subwoofer);
+    EXPECT_NEAR (20.0 * std::log10 (2.0), left.maxFilterGain_dB, 1e-4);
+    ASSERT_EQ (2u, left.responses.size());
+    EXPECT_EQ (44100u, left.responses[0].sampleRate);
+    EXPECT_EQ ((std::vector<float> { 0.0f, 0.0f, -2.0f, 0.0f }), left.responses[1].taps);
+
+    EXPECT_NE (std::string::npos, report.str().find ("4 samples, peak at      2 (0.04 ms), largest gain +6.02 dB")) << report.str();
+    EXPECT_EQ ("Note: channel SW has no response at 44100 Hz, others have.\n", notes.str());
+}
+
+TEST_F (Import, SilenceGoesInFrontOfEveryChannelAlike)
+{
+    writeWav ("FL_48000.wav", 48000, { 1.0f });
+    writeWav ("FR_48000.wav", 48000, { 0.5f, 0.25f });
+
+    ImportOptions options;
+    options.leadIn = 3;
+    const auto description = import ({ "FL_48000.wav", "FR_48000.wav" }, options);
+    EXPECT_EQ ((std::vector<float> { 0, 0, 0, 1.0f }), description.channels[0].responses[0].taps);
+    EXPECT_EQ ((std::vector<float> { 0, 0, 0, 0.5f, 0.25f }), description.channels[1].responses[0].taps);
+}
+
+TEST_F (Import, AnOrderNumbersTheChannelsWhateverTheOrderOfTheFiles)
+{
+    const std::vector<ImpulseFile> files { { "SW", 48000, "a" }, { "FL", 48000, "b" }, { "SW", 44100, "c" }, { "C", 48000, "d" } };
+
+    const auto places = numberChannels (files, "FL, SW=12, C");
+    ASSERT_EQ (3u, places.size());
+    EXPECT_EQ ("FL", places[0].name);
+    EXPECT_EQ (1u, places[0].number);
+    EXPECT_EQ ("SW", places[1].name);
+    EXPECT_EQ (12u, places[1].number);
+    EXPECT_EQ (13u, places[2].number);
+
+    for (const char* const order : { "FL,SW", "FL,SW,C,X", "FL,FL,SW,C", "FL=2,SW=2,C", "FL=0,SW,C", "FL=x,SW,C", "FL,,SW,C", "FL,SW,=3" })
+        EXPECT_NE ("no failure", failureOf ([&] { numberChannels (files, order); }, kExitUsage)) << order;
+}
+
+TEST_F (Import, NamesAndMappingsTellChannelAndRate)
+{
+    const auto file = impulseFileFromName ("some_folder/Front left_2_192000.wav");
+    EXPECT_EQ ("Front left_2", file.channel);
+    EXPECT_EQ (192000u, file.sampleRate);
+
+    for (const char* const name : { "FL.wav", "FL_.wav", "_48000.wav", "FL_48k.wav", "FL_0.wav", "FL_99999999.wav", "FL-48000.wav" })
+        EXPECT_NE ("no failure", failureOf ([&] { impulseFileFromName (name); }, kExitInput)) << name;
+
+    writeWav ("left at 48.wav", 48000, { 1.0f });
+    write ("map.txt", "# a comment\r\n\r\n  FL\t48000   left at 48.wav  \r\n");
+    ImportOptions options;
+    options.mapping = path ("map.txt");
+    EXPECT_EQ ("FL", import ({}, options).channels.at (0).name);
+
+    for (const char* const line : { "FL", "FL 48000", "FL x left.wav", "FL 48000.5 left.wav" })
+    {
+        write ("map.txt", line);
+        EXPECT_NE (std::string::npos, failureOf ([&] { import ({}, options); }, kExitInput).find ("Line 1 of")) << line;
+    }
+
+    options.mapping = path ("no such file");
+    failureOf ([&] { import ({}, options); }, kExitInput);
+    failureOf ([&] { import ({}); }, kExitUsage);
+}
+
+TEST_F (Import, FilesThatAreNoImpulseResponseAreRefusedByName)
+{
+    writeWav ("FL_48000.wav", 48000, { 1.0f });
+    std::filesystem::create_directory (path ("b"));
+    writeWav ("b/FL_48000.wav", 48000, { 0.5f });
+    writeWav ("wrongrate_48000.wav", 44100, { 1.0f });
+    writeWav ("stereo_48000.wav", 48000, { 1.0f, 1.0f }, 2);
+    writeWav ("empty_48000.wav", 48000, {});
+    writeWav ("nan_48000.wav", 48000, { 1.0f, std::numeric_limits<float>::quiet_NaN() });
+    writeWav ("infinite_48000.wav", 48000, { std::numeric_limits<float>::infinity() });
+    writeWav ("silent_48000.wav", 48000, { 0.0f, 0.0f });
+    write ("text_48000.wav", "This is no sound.");
+
+    for (const std::string name : { "wrongrate", "stereo", "empty", "nan", "infinite", "silent", "text", "missing" })
+    {
+        const auto sentence = failureOf ([&] { import ({ name + "_48000.wav" }); }, kExitInput);
+        EXPECT_NE (std::string::npos, sentence.find (name + "_48000.wav")) << sentence;
+    }
+
+    const auto twice = failureOf ([&] { import ({ "FL_48000.wav", "b/FL_48000.wav" }); }, kExitInput);
+    EXPECT_NE (std::string::npos, twice.find ("FL at 48000 Hz is given twice")) << twice;
+    EXPECT_EQ (std::string::npos, twice.find ("no failure"));
+}
+
+TEST (PeakGain, IsThePeakOfTheResponseAlsoBetweenTheBins)
+{
+    EXPECT_NEAR (0.0, peakGain_dB (std::vector<float> { 0.0f, -1.0f }), 1e-5);
+    EXPECT_NEAR (6.0206, peakGain_dB (std::vector<float> { 1.0f, -1.0f }), 1e-4); // at the Nyquist frequency
+    EXPECT_EQ (-std::numeric_limits<double>::infinity(), peakGain_dB (std::vector<float> { 0.0f, 0.0f, 0.0f }));
+
+    // A sine under a Hann window of length N peaks at N / 4. Frequencies half a bin apart are the hard ones.
+    constexpr int length = 1000;
+
+    for (const double cycles : { 100.0, 100.25, 100.5, 100.0 + 1.0 / 16.0 })
+    {
+        std::vector<float> response (length);
+
+        for (int i = 0; i < length; ++i)
+        {
+            const double turn = 2.0 * std::numbers::pi * i / length;
+            response[static_cast<std::size_t> (i)] = static_cast<float> ((0.5 - 0.5 * std::cos (turn)) * std::sin (cycles * turn));
+        }
+
+        EXPECT_NEAR (20.0 * std::log10 (length / 4.0), peakGain_dB (response), 0.02) << cycles;
+    }
+}
+
+TEST_F (Import, EveryTapReadsBackAsTheFloatThatItWas)
+{
+    // Among them the ends of the range and 7.038531e-26f, whose shortest text rounds to a neighbour by way of double.
+    const std::vector<float> taps { 0.1f, -1.0f / 3.0f, 1e-45f, 1.17549435e-38f, 3.40282347e+38f, 16777217.0f, 7.038531e-26f,
+                                    -0.0f, 1.0f, 123456.789f };
+    FilterDescription description { "A & \"B\" <c>\n", "FIR", { { "L'1", 3, 1.0f / 3.0f, false, { { 48000, taps } } } } };
+
+    std::ostringstream stream;
+    writeFilterDescription (stream, description);
+    const auto text = stream.str();
+
+    EXPECT_NE (std::string::npos, text.find ("ProjectName=\"A &amp; &quot;B&quot; &lt;c&gt;&#10;\""));
+    EXPECT_NE (std::string::npos, text.find ("Name=\"L&apos;1\" Number=\"3\""));
+    EXPECT_NE (std::string::npos, text.find ("NbrOfTaps=\"10\""));
+
+    std::istringstream numbers (text.substr (text.find ("<taps>") + 6, text.find ("</taps>") - text.find ("<taps>") - 6));
+    std::string number;
+
+    for (const float tap : taps)
+    {
+        numbers >> number;
+        EXPECT_EQ (tap, static_cast<float> (toDouble (number))) << number;
+        EXPECT_LE (number.size(), 25u);
+    }
+
+    EXPECT_FALSE (numbers >> number);
+
+    description.project = "\x01";
+    failureOf ([&] { writeFilterDescription (stream, description); }, kExitUsage);
+}
+
+TEST_F (Import, AnOutputFileAppearsCompleteOrNotAtAll)
+{
+    write ("out.xml", "old");
+    failureOf ([&] { checkMayWrite (path ("out.xml"), false); }, kExitOutput);
+    checkMayWrite (path ("out.xml"), true);
+
+    {
+        OutputFile abandoned (path ("out.xml"));
+        abandoned.stream() << "half";
+    }
+
+    EXPECT_EQ ("old", read (path ("out.xml")));
+
+    OutputFile finished (path ("out.xml"));
+    finished.stream() << "new";
+    finished.complete();
+    EXPECT_EQ ("new", read (path ("out.xml")));
+    EXPECT_EQ (1, std::distance (std::filesystem::directory_iterator (folder.path()), {}));
+
+    failureOf ([&] { OutputFile nowhere (path ("no folder/out.xml")); }, kExitOutput);
+}
+
+TEST_F (Import, ACaptureReadsBackBitForBitAndTheFileHoldsNoTime)
+{
+    const std::vector<float> samples { 1.5f, -2.0f, 1e-20f };
+    writeFloatWav (path ("a.wav"), 96000, samples);
+    const auto audio = readMonoAudio (path ("a.wav"));
+    EXPECT_EQ (96000u, audio.sampleRate);
+    EXPECT_EQ (samples, audio.samples);
+    EXPECT_EQ (std::string::npos, read (path ("a.wav")).find ("PEAK"));
+    failureOf ([&] { writeFloatWav (path ("no folder/a.wav"), 48000, samples); }, kExitOutput);
+}
+
+}
+
+}

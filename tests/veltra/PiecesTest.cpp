@@ -1,0 +1,151 @@
+#include <algorithm>
+#include <cstdio>
+#include <limits>
+#include <memory>
+
+#include "tests/veltra/Scratch.h"
+#include "tools/veltra/ChannelName.h"
+#include "tools/veltra/ExitStatus.h"
+#include "tools/veltra/ModuleFile.h"
+#include "tools/veltra/Progress.h"
+#include "tools/veltra/Session.h"
+
+namespace fs = std::filesystem;
+
+namespace veltra::host {
+
+namespace {
+
+TEST (ChannelText, MarksAreReadFromTheEndAndNamesStayWhole)
+{
+    const auto check = [] (const char* text, const char* name, std::uint32_t number, bool subwoofer, bool takesFilter)
+    {
+        const auto channel = channelFromText (text);
+        EXPECT_EQ (name, channel.name) << text;
+        EXPECT_EQ (number, channel.number) << text;
+        EXPECT_EQ (subwoofer, channel.subwoofer) << text;
+        EXPECT_EQ (takesFilter, channel.takesFilter) << text;
+    };
+
+    check ("FL#IDX00", "FL", 0, false, true);
+    check ("SW#SUB#IDX0b#NOEQ", "SW", 11, true, false);
+    check ("Front #2#IDX1f", "Front #2", 31, false, true);
+    check ("#SUB#SUB#IDX2c", "#SUB", 44, true, true);
+    check ("#IDX05", "", 5, false, true);
+    check ("a#IDX01#IDX02", "a#IDX01", 2, false, true);
+    check ("plain", "plain", 0, false, true);
+    check ("bad#IDXzz#NOEQ", "bad#IDXzz#NOEQ", 0, false, true);
+    check ("", "", 0, false, true);
+}
+
+TEST (DeviceAddress, HostAndPortBecomeTheSetting)
+{
+    EXPECT_EQ ("TCP:127.0.0.1:6000", deviceSetting ("127.0.0.1:6000"));
+    EXPECT_EQ ("TCP:receiver.local:65535", deviceSetting ("TCP:receiver.local:65535"));
+
+    for (const char* const text : { "", "receiver", "receiver:", ":6000", "receiver:0", "receiver:65536", "receiver:6x", "TCP:receiver", "receiver:-1" })
+        EXPECT_THROW (deviceSetting (text), Failure) << text;
+}
+
+class Module : public ScratchTest
+{
+};
+
+TEST_F (Module, IsFoundWhereTheUserSaysElseBesideTheProgramElseInTheLibraryFolder)
+{
+    fs::create_directories (path ("tree/bin"));
+    fs::create_directories (path ("tree/lib"));
+    const auto bin = path ("tree/bin");
+    EXPECT_THROW (findModule ({}, bin), Failure);
+
+    write (std::string ("tree/lib/") + moduleFileName(), "library");
+    EXPECT_EQ (fs::canonical (path ("tree/lib")) / moduleFileName(), findModule ({}, bin));
+
+    write (std::string ("tree/bin/") + moduleFileName(), "beside");
+    EXPECT_EQ (fs::canonical (bin) / moduleFileName(), findModule ({}, bin));
+
+    write ("my.so", "mine");
+    EXPECT_EQ (path ("my.so"), findModule (path ("my.so"), bin));
+    EXPECT_THROW (findModule (path ("other.so"), bin), Failure);
+    EXPECT_THROW (findModule (path ("tree"), bin), Failure);
+}
+
+TEST_F (Module, IsCopiedNotLinkedIntoAPrivateFolderWithItsSettings)
+{
+    write ("real.so", "code");
+    fs::create_symlink (path ("real.so"), path ("Linked.so"));
+    fs::path copied;
+
+    {
+        const ModuleCopy copy (path ("Linked.so"), { { "Device", "TCP:a:1" }, { "BlobPath", "a<&>\"'b" } });
+        copied = copy.path();
+
+        EXPECT_EQ ("Linked.so", copied.filename());
+        EXPECT_TRUE (fs::is_regular_file (fs::symlink_status (copied)));
+        EXPECT_EQ ("code", read (copied));
+        EXPECT_EQ (fs::perms::owner_all, fs::status (copied.parent_path()).permissions());
+        EXPECT_EQ ("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n\n<PROPERTIES>\n"
+                   "  <VALUE name=\"BlobPath\" val=\"a&lt;&amp;&gt;&quot;&apos;b\"/>\n"
+                   "  <VALUE name=\"Device\" val=\"TCP:a:1\"/>\n</PROPERTIES>\n",
+                   read (copied.parent_path() / "Linked.settings"));
+    }
+
+    EXPECT_FALSE (fs::exists (copied.parent_path()));
+    EXPECT_EQ ("code", read (path ("real.so")));
+}
+
+class ProgressShown : public ScratchTest
+{
+protected:
+    std::string shown (bool terminal, const std::vector<double>& fractions)
+    {
+        {
+            const std::unique_ptr<std::FILE, decltype (&std::fclose)> file (std::fopen (path ("shown").c_str(), "w"), std::fclose);
+            Progress progress (file.get(), terminal);
+
+            for (const double fraction : fractions)
+                progress.show (fraction, [] { return "text"; });
+        }
+
+        return read (path ("shown"));
+    }
+};
+
+TEST_F (ProgressShown, InAPipeEveryTenthIsALine)
+{
+    std::vector<double> fractions;
+
+    for (int i = 0; i < 1000; ++i)
+        fractions.push_back (i / 1000.0);
+
+    const auto text = shown (false, fractions);
+    EXPECT_EQ (10, std::ranges::count (text, '\n')) << text;
+    EXPECT_TRUE (text.starts_with ("  0 %  text\n 10 %  text\n")) << text;
+    EXPECT_EQ (std::string::npos, text.find ('\r'));
+}
+
+TEST_F (ProgressShown, OnATerminalOneLineIsRedrawnAndEnded)
+{
+    const auto text = shown (true, { 0.0, 0.0001, 0.5, 1.0 });
+    EXPECT_EQ (3, std::ranges::count (text, '\r')) << text;
+    EXPECT_EQ (1, std::ranges::count (text, '\n')) << text;
+    EXPECT_TRUE (text.ends_with ("[##############################] 100 %  text\n")) << text;
+
+    // Fractions that nobody should send do no harm.
+    shown (true, { -1.0, 2.0, std::numeric_limits<double>::quiet_NaN() });
+    EXPECT_EQ ("..........", bar (std::numeric_limits<double>::quiet_NaN(), 10));
+}
+
+TEST (ReadableBytes, ThreeFiguresAndAUnit)
+{
+    EXPECT_EQ ("0 B", readableBytes (0));
+    EXPECT_EQ ("999 B", readableBytes (999));
+    EXPECT_EQ ("1.00 kB", readableBytes (999.6));
+    EXPECT_EQ ("12.3 kB", readableBytes (12345));
+    EXPECT_EQ ("524 kB", readableBytes (524288));
+    EXPECT_EQ ("1.57 MB", readableBytes (1572864));
+}
+
+}
+
+}

@@ -1,0 +1,195 @@
+#include <algorithm>
+
+#include "tests/veltra/Program.h"
+#include "tools/veltra/ExitStatus.h"
+
+namespace fs = std::filesystem;
+
+namespace veltra::host {
+
+namespace {
+
+/** The built program, run as a person runs it, with the fake module in the place of the real one. */
+class Veltra : public Program
+{
+protected:
+    Veltra()
+    {
+        fs::create_directory (path ("tmp"));
+        write ("filters.xml", "<Veltra/>");
+    }
+
+    std::vector<std::string> line (std::vector<std::string> words) const
+    {
+        words.insert (words.begin(), VELTRA_PROGRAM);
+        words.insert (words.end(), { "--module", VELTRA_FAKE_MODULE, "--setting", "FakeRecord=" + path ("record").string() });
+        return words;
+    }
+
+    Ending veltra (std::vector<std::string> words) { return run (line (std::move (words)), environment()); }
+    void startVeltra (std::vector<std::string> words) { start (line (std::move (words)), environment()); }
+
+    Environment environment() const { return { { "TMPDIR", path ("tmp").string() } }; }
+
+    std::string record() const { return read (path ("record")); }
+
+    void expectNothingLeft() const { EXPECT_TRUE (fs::is_empty (path ("tmp"))); }
+
+    static void expectOneSentence (const Ending& ending, ExitStatus status, const std::string& words)
+    {
+        EXPECT_EQ (status, ending.status) << ending.err;
+        EXPECT_NE (std::string::npos, ending.err.find (words)) << ending.err;
+        EXPECT_TRUE (ending.err.starts_with ("veltra: ")) << ending.err;
+        EXPECT_EQ (1, std::ranges::count (ending.err, '\n')) << ending.err;
+    }
+
+    const std::vector<std::string> device { "--device", "127.0.0.1:6000" };
+};
+
+TEST_F (Veltra, InfoSaysAllThatTheDeviceTells)
+{
+    const auto ending = veltra ({ "info", "--device", "127.0.0.1:6000", "--setting", "FakeOccupied=Old & new" });
+    EXPECT_EQ (0, ending.status);
+    EXPECT_EQ ("", ending.err);
+
+    for (const char* const words : { "Maker, Model, Lounge", "SN-17", "44100 48000 Hz", "0  FL           number 0    loudspeaker  EQ",
+                                     "SW           number 11   subwoofer    no EQ", "Front #2     number 31 ", "up to 12 dB", "20 ms",
+                                     "0  empty", "48000 Hz  NbrOfFIRTaps=1000;NbrOfIIRSections=30", "sweep   48000 Hz  Length=5" })
+        EXPECT_NE (std::string::npos, ending.out.find (words)) << words << "\n" << ending.out;
+
+    EXPECT_EQ (std::string::npos, ending.out.find ("noise"));
+    EXPECT_NE (std::string::npos, record().find ("settings beside " + path ("tmp/veltra-").string())) << record();
+    EXPECT_NE (std::string::npos, record().find ("looking for TCP:127.0.0.1:6000")) << record();
+    EXPECT_NE (std::string::npos, record().find ("released")) << record();
+    expectNothingLeft();
+}
+
+TEST_F (Veltra, ADownloadShowsItsProgressAndHandsTheTextOverWhole)
+{
+    const auto ending = veltra ({ "download", "--slot", "2", path ("filters.xml"), "--device", "127.0.0.1:6000" });
+    EXPECT_EQ (0, ending.status) << ending.err;
+    EXPECT_EQ ("", ending.err);
+    EXPECT_TRUE (ending.out.starts_with ("Preparing the filters...\n  0 %")) << ending.out;
+    EXPECT_NE (std::string::npos, ending.out.find ("\n 80 %")) << ending.out;
+    EXPECT_NE (std::string::npos, ending.out.find ("\n100 %  20 pieces in ")) << ending.out;
+    EXPECT_TRUE (ending.out.ends_with ("Slot 2 holds \"From the text\": FL SW\n")) << ending.out;
+    EXPECT_NE (std::string::npos, record().find ("text of 9 bytes")) << record();
+    expectNothingLeft();
+}
+
+TEST_F (Veltra, EveryKindOfFailureHasItsStatusAndItsSentence)
+{
+    const auto download = [&] (std::vector<std::string> words)
+    {
+        words.insert (words.begin(), { "download", path ("filters.xml"), "--device", "127.0.0.1:6000" });
+        return veltra (words);
+    };
+
+    expectOneSentence (veltra ({ "info" }), kExitNoReceiver, "No receiver was found");
+    expectOneSentence (veltra ({ "info", "--device", "nowhere:1", "--setting", "FakeReceivers=0" }), kExitNoReceiver, "TCP:nowhere:1");
+    expectOneSentence (veltra ({ "info", "--device", "127.0.0.1:1", "--setting", "FakeReceivers=2" }), kExitNoReceiver, "Several");
+    expectOneSentence (veltra ({ "info", "--device", "6000" }), kExitUsage, "HOST:PORT");
+    expectOneSentence (veltra ({ "info", "--setting", "Device" }), kExitUsage, "KEY=VALUE");
+    expectOneSentence (veltra ({ "info", "--log-level", "loud" }), kExitUsage, "--log-level");
+    expectOneSentence (veltra ({}), kExitUsage, "no command");
+    expectOneSentence (veltra ({ "informer" }), kExitUsage, "informer");
+    expectOneSentence (veltra ({ "download", path ("filters.xml") }), kExitUsage, "--slot");
+    expectOneSentence (veltra ({ "download", "--slot", "0", path ("nothing") }), kExitInput, "nothing");
+    expectOneSentence (download ({ "--slot", "3" }), kExitUsage, "slots 0 to 2");
+    expectOneSentence (download ({ "--slot", "0", "--setting", "FakeDownload=text" }), kExitInput, "filters.xml");
+    expectOneSentence (download ({ "--slot", "1", "--setting", "FakeOccupied=Old" }), kExitSlotInUse, "--replace");
+    expectOneSentence (download ({ "--slot", "0", "--setting", "FakeDownload=conversion", "--setting", "FakeWords=Topology X not supported" }),
+                       kExitConversion, "fit this receiver: Topology X not supported.");
+    expectOneSentence (download ({ "--slot", "0", "--setting", "FakeDownload=refusal", "--setting", "FakeWords=Flash worn out." }),
+                       kExitReceiver, "did not take the filters: Flash worn out.");
+    expectOneSentence (veltra ({ "remove", "--slot", "1", "--device", "a:1", "--setting", "FakeOccupied=x", "--setting", "FakeDownload=refusal" }),
+                       kExitReceiver, "did not empty slot 1");
+    expectOneSentence (veltra ({ "info", "--log", path ("filters.xml/log") }), kExitOutput, "log");
+    expectOneSentence (run ({ VELTRA_PROGRAM, "info", "--module", path ("nothing") }, environment()), kExitModule, "nothing");
+    expectOneSentence (run ({ VELTRA_PROGRAM, "info", "--module", path ("filters.xml") }, environment()), kExitModule, "could not be loaded");
+    expectNothingLeft();
+}
+
+TEST_F (Veltra, SlotsAreListedEmptiedAndReplaced)
+{
+    const std::string occupied = "FakeOccupied=Old";
+    auto ending = veltra ({ "slots", "--device", "a:1", "--setting", occupied });
+    EXPECT_EQ ("\nFilter slots\n   0  empty\n   1  \"Old\": FL SW\n   2  empty\n", ending.out);
+
+    ending = veltra ({ "remove", "--slot", "1", "--device", "a:1", "--setting", occupied });
+    EXPECT_EQ ("Slot 1 is empty now.\n", ending.out);
+    EXPECT_NE (std::string::npos, record().find ("emptied slot 1"));
+
+    ending = veltra ({ "remove", "--slot", "0", "--device", "a:1", "--setting", occupied });
+    EXPECT_EQ (0, ending.status);
+    EXPECT_EQ ("Slot 0 was empty already.\n", ending.out);
+
+    ending = veltra ({ "download", "--slot", "1", "--replace", path ("filters.xml"), "--device", "a:1", "--setting", occupied });
+    EXPECT_EQ (0, ending.status) << ending.err;
+    EXPECT_TRUE (ending.out.ends_with ("Slot 1 holds \"From the text\": FL SW\n")) << ending.out;
+}
+
+TEST_F (Veltra, TheLogGetsItsPathAndLevel)
+{
+    EXPECT_EQ (0, veltra ({ "slots", "--device", "a:1", "--log", path ("log.txt"), "--log-level", "WARN" }).status);
+    EXPECT_EQ ("log level 30000\n", read (path ("log.txt")));
+}
+
+TEST_F (Veltra, CtrlCEndsADownloadInOrderAndSaysSo)
+{
+    startVeltra ({ "download", "--slot", "0", path ("filters.xml"), "--device", "a:1", "--setting", "FakePieces=100", "--setting", "FakePieceMs=20" });
+    waitFor ("out", " 10 %");
+    sendSignal (SIGINT);
+    const auto ending = finish();
+
+    expectOneSentence (ending, kExitCancelled, "Cancelled; slot 0 of the receiver is incomplete.");
+    EXPECT_NE (std::string::npos, record().find ("download cancelled\nreleased")) << record();
+    expectNothingLeft();
+}
+
+TEST_F (Veltra, ASecondCtrlCDoesNotWaitForTheReceiver)
+{
+    startVeltra ({ "download", "--slot", "0", path ("filters.xml"), "--device", "a:1", "--setting", "FakePieces=100", "--setting", "FakePieceMs=600" });
+    waitFor ("out", "  0 %");
+    sendSignal (SIGINT);
+    std::this_thread::sleep_for (std::chrono::milliseconds (50)); // two signals at once count as one
+    sendSignal (SIGINT);
+    EXPECT_EQ (SIGINT, finish().signal);
+    expectNothingLeft();
+}
+
+TEST_F (Veltra, ASignalDuringTheSearchLeavesNothingBehind)
+{
+    for (const int number : { SIGINT, SIGTERM, SIGHUP })
+    {
+        fs::remove (path ("record"));
+        startVeltra ({ "info", "--device", "a:1", "--setting", "FakeFindMs=60000" });
+        waitFor ("record", "looking for");
+        EXPECT_FALSE (fs::is_empty (path ("tmp")));
+        sendSignal (number);
+        EXPECT_EQ (number, finish().signal);
+        expectNothingLeft();
+    }
+}
+
+TEST_F (Veltra, TheSampleRoomImportsToTheSameTextWhateverTheOrderOfTheFiles)
+{
+    const std::string room = "examples/living-room/";
+    auto ending = veltra ({ "import", "-o", path ("a.xml"), "--project", "Living room", "--channels", "FL,SW",
+                            room + "FL_48000.wav", room + "SW_48000.wav", room + "FL_44100.wav", room + "SW_44100.wav" });
+    EXPECT_EQ (0, ending.status) << ending.err;
+    EXPECT_EQ ("", ending.err);
+    EXPECT_EQ (5, std::ranges::count (ending.out, '\n')) << ending.out;
+    EXPECT_TRUE (ending.out.starts_with ("FL    44100 Hz   16384 samples, peak at ")) << ending.out;
+
+    ending = veltra ({ "import", "-o", path ("b.xml"), "--project", "Living room", "--channels", "FL,SW",
+                       room + "SW_44100.wav", room + "SW_48000.wav", room + "FL_44100.wav", room + "FL_48000.wav" });
+    EXPECT_EQ (read (path ("a.xml")), read (path ("b.xml")));
+    EXPECT_NE ("", read (path ("a.xml")));
+
+    expectOneSentence (veltra ({ "import", "-o", path ("a.xml"), room + "FL_48000.wav" }), kExitOutput, "--force");
+}
+
+}
+
+}

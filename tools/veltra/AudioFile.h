@@ -1,0 +1,28 @@
+#pragma once
+
+#include <filesystem>
+#include <span>
+#include <vector>
+
+namespace veltra::host {
+
+/** The samples of a file of one channel. */
+struct MonoAudio
+{
+    unsigned sampleRate = 0;  ///< Hz
+    std::vector<float> samples;
+};
+
+/** Reads a mono audio file of any kind that libsndfile knows; integer formats come as -1 to 1.
+
+    @throws  Failure (kExitInput) when it cannot be read, has more than one channel, no samples, more than
+             4194304 of them, or samples that are no finite numbers
+*/
+MonoAudio readMonoAudio (const std::filesystem::path& file);
+
+/** Writes a mono WAV file of 32-bit floats. The same samples give the same bytes.
+    @throws  Failure (kExitOutput)
+*/
+void writeFloatWav (const std::filesystem::path& file, unsigned sampleRate, std::span<const float> samples);
+
+}

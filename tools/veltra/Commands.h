@@ -1,0 +1,16 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include "tools/veltra/Session.h"
+
+namespace veltra::host {
+
+/** Each adds a command to the program's command line. The command runs while the line is parsed, with the
+    session options as they are then, and throws Failure for what it cannot do. Results go to standard output. */
+void addInfoCommand (CLI::App& program, const SessionOptions& session);
+void addImportCommand (CLI::App& program);
+void addDownloadCommand (CLI::App& program, const SessionOptions& session);
+void addSlotCommands (CLI::App& program, const SessionOptions& session);
+
+}

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace veltra::host {
+
+/** A file with the impulse response of one channel at one sample rate. */
+struct ImpulseFile
+{
+    std::string channel;
+    unsigned sampleRate = 0;  ///< Hz
+    std::filesystem::path path;
+};
+
+/** Takes channel and rate out of a file's name: "FL_48000.wav" is channel FL at 48000 Hz. The rate stands after
+    the last "_".
+    @throws  Failure (kExitInput)
+*/
+ImpulseFile impulseFileFromName (const std::filesystem::path& file);
+
+/** Reads a mapping file: a line for each impulse response with channel, rate and file name apart by blanks. A
+    name may hold blanks itself and is meant relative to the mapping file's folder; empty lines and lines that
+    begin with "#" are skipped.
+    @throws  Failure (kExitInput)
+*/
+std::vector<ImpulseFile> readMapping (const std::filesystem::path& file);
+
+/** A channel's place in the filter description. */
+struct ChannelPlace
+{
+    std::string name;
+    unsigned number = 0;  ///< from 1; the receiver's own number of the channel plus 1
+};
+
+/** Numbers the channels of an import.
+
+    @param files  the files to import
+    @param order  names separated by ","; a name is numbered one above the name before it, from 1, unless it
+                  says its number itself as in "LFE=12". Empty: the channels of files in order of first appearance
+    @returns      in ascending order of number
+    @throws       Failure (kExitUsage) when a channel stands in one of the two only, or a name or number twice
+*/
+std::vector<ChannelPlace> numberChannels (const std::vector<ImpulseFile>& files, std::string_view order);
+
+}

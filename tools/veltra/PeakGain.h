@@ -1,0 +1,20 @@
+#pragma once
+
+#include <span>
+
+namespace veltra::host {
+
+/** Largest magnitude of the frequency response of a FIR filter over all frequencies, in dB.
+
+    The response is looked at on a grid of at least eight points for each 1/length of the sample rate. Between
+    two points the magnitude of a response of this length can be higher by 0.06 dB at most (a sine that fills
+    the whole length); the responses of room filters peak far more broadly.
+
+    @param response  at least one sample
+    @returns         minus infinity for silence
+    @throws          std::bad_alloc
+    Makes transforms with FFTW, so call from one thread at a time.
+*/
+double peakGain_dB (std::span<const float> response);
+
+}

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <filesystem>
+
+namespace veltra::host {
+
+/** A shared library loaded into the program, for as long as the object lives. */
+class SharedLibrary
+{
+public:
+    /** @throws  Failure (kExitModule) with the system's words */
+    explicit SharedLibrary (const std::filesystem::path& file);
+    ~SharedLibrary();
+
+    SharedLibrary (const SharedLibrary&) = delete;
+    SharedLibrary& operator= (const SharedLibrary&) = delete;
+
+    /** An exported function, good as long as the object.
+        @throws  Failure (kExitModule) when the library has no such export
+    */
+    template <typename Function>
+    Function* function (const char* name) const
+    {
+        return reinterpret_cast<Function*> (address (name));
+    }
+
+private:
+    void* address (const char* name) const;
+
+    std::filesystem::path file;
+    void* handle = nullptr;
+};
+
+}

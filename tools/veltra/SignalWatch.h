@@ -1,0 +1,43 @@
+#pragma once
+
+#include <thread>
+
+namespace veltra::host {
+
+/** Makes Ctrl-C (SIGINT), SIGTERM and SIGHUP end the program without leaving anything behind.
+
+    A thread of its own takes these signals, so that no other thread, the module's among them, is interrupted in
+    a system call. Without a CancelScope a signal removes all Transient files and then ends the program as it
+    would have done by default. Writing to a pipe that nobody reads is an error and no signal.
+
+    Make one object, in main, before any other thread. On Windows Ctrl-C ends the program by default.
+*/
+class SignalWatch
+{
+public:
+    SignalWatch();
+    ~SignalWatch();
+
+    SignalWatch (const SignalWatch&) = delete;
+    SignalWatch& operator= (const SignalWatch&) = delete;
+
+private:
+    std::thread thread;
+};
+
+/** While an object of this class exists, the first signal only sets a flag, which the work in hand looks at and
+    ends in order; a second signal ends the program after all. */
+class CancelScope
+{
+public:
+    CancelScope() noexcept;
+    ~CancelScope();
+
+    CancelScope (const CancelScope&) = delete;
+    CancelScope& operator= (const CancelScope&) = delete;
+
+    /** Whether a signal has come since the object was made. Any thread. */
+    bool requested() const noexcept;
+};
+
+}
