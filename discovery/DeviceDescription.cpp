@@ -1,0 +1,202 @@
+#include "discovery/DeviceDescription.h"
+
+#include <algorithm>
+#include <memory>
+#include <regex>
+#include <string>
+#include <string_view>
+
+#include "common/Log.h"
+#include "common/LogText.h"
+#include "common/XmlShape.h"
+#include "discovery/HttpGet.h"
+
+namespace upnp {
+
+namespace {
+
+constexpr const char* featuresUrn = "urn:schemas-frontier-silicon-com:ir-1-0";
+constexpr const char* portUrn = "urn:schemas-veltra-lab:veltraio-1-0";
+
+constexpr int maximumDepth = 64;
+
+// Characters counted wherever they stand, which no trick with quotes, comments or references can get round.
+constexpr std::ptrdiff_t maximumTags = 4096; // opening and closing ones
+constexpr std::ptrdiff_t maximumAttributes = 1024;
+constexpr std::ptrdiff_t maximumReferences = 1024;
+constexpr std::ptrdiff_t maximumOpenReferences = 16; // without a semicolon behind, for which JUCE searches all the rest
+
+std::string shown (const juce::String& text)
+{
+    return veltra::logText (text.toStdString());
+}
+
+/** The document as text, as JUCE reads a stream: UTF-8, UTF-16 with a byte order mark, else Windows-1252. */
+juce::String documentText (const std::string& body)
+{
+    const bool isUtf16 = juce::CharPointer_UTF16::isByteOrderMarkBigEndian (body.data())
+                      || juce::CharPointer_UTF16::isByteOrderMarkLittleEndian (body.data());
+
+    // JUCE does not check what stands behind a NUL, but takes it into the text.
+    return juce::String::createStringFromData (body.data(), static_cast<int> (isUtf16 ? body.size()
+                                                                                      : std::min (body.find ('\0'), body.size())));
+}
+
+/** The prefixes that the attributes of the root element declare. */
+juce::StringPairArray declaredNamespaces (const juce::XmlElement& root)
+{
+    juce::StringPairArray namespaces (true);
+
+    for (int i = 0; i < root.getNumAttributes(); ++i)
+    {
+        const auto& name = root.getAttributeName (i);
+
+        if (! name.containsChar (':'))
+            continue;
+
+        if (const auto prefix = name.fromLastOccurrenceOf (":", false, false); prefix.isNotEmpty())
+            namespaces.set (prefix, root.getAttributeValue (i));
+    }
+
+    return namespaces;
+}
+
+bool isTooLong (const juce::String& text)
+{
+    return text.getNumBytesAsUTF8() > static_cast<std::size_t> (maximumTextSize);
+}
+
+juce::String cut (const juce::String& text)
+{
+    if (! isTooLong (text))
+        return text;
+
+    auto end = text.getCharPointer();
+
+    for (auto next = end; next.getAddress() - text.toRawUTF8() <= maximumTextSize; ++next)
+        end = next;
+
+    return juce::String (text.getCharPointer(), end);
+}
+
+/** The port in the text of either extension element, empty when the text is malformed. */
+juce::String portOf (const juce::String& text, bool isFeatures)
+{
+    // The standard library's expressions recurse once a character: what is longer than any port is not matched.
+    if (isTooLong (text))
+        return {};
+
+    if (! isFeatures)
+        return text;
+
+    static const std::regex pattern ("VeltraIO-([0-9]+)");
+    const auto bytes = text.toStdString();
+    std::smatch match;
+
+    return std::regex_match (bytes, match, pattern) && match.size() == 2 ? juce::String (match[1].str()) : juce::String();
+}
+
+}
+
+bool isBoundedDocument (const juce::String& document)
+{
+    const std::string_view text (document.toRawUTF8());
+    const auto behindReferences = text.substr (text.rfind (';') + 1); // all of it when there is none
+
+    const auto count = [] (std::string_view part, char c) { return std::count (part.begin(), part.end(), c); };
+
+    return text.find ("<!DOCTYPE") == text.npos
+        && count (text, '<') <= maximumTags
+        && count (text, '=') <= maximumAttributes
+        && count (text, '&') <= maximumReferences
+        && count (behindReferences, '&') <= maximumOpenReferences
+        && veltra::isShallowXml (text, maximumDepth);
+}
+
+bool readDescription (const juce::String& document, const juce::String& location,
+                      juce::String& address, juce::String& friendlyName)
+{
+    const auto root = isBoundedDocument (document) ? juce::parseXML (document) : nullptr;
+
+    if (root == nullptr)
+    {
+        VELTRA_LOG (WARN, "Failed getting device XML from " << shown (location));
+        return false;
+    }
+
+    const auto* device = root->getChildByName ("device");
+
+    if (device == nullptr)
+    {
+        VELTRA_LOG (WARN, "Failed getting device element");
+        return false;
+    }
+
+    const auto namespaces = declaredNamespaces (*root);
+
+    for (const auto* child : device->getChildIterator())
+    {
+        const auto& tag = child->getTagName();
+        const auto local = tag.fromLastOccurrenceOf (":", false, false);
+        const auto prefix = tag.upToFirstOccurrenceOf (":", false, false);
+
+        if (local == "friendlyName")
+        {
+            friendlyName = cut (child->getAllSubText().trim());
+            continue;
+        }
+
+        const auto urn = prefix == local ? juce::String() : namespaces[prefix];
+        const bool isFeatures = local == "x_features" && urn == featuresUrn;
+        const bool isPort = local == "x_port" && urn == portUrn;
+
+        if (! isFeatures && ! isPort)
+            continue;
+
+        const auto text = child->getAllSubText().trim();
+        const auto port = portOf (text, isFeatures);
+
+        if (port.isEmpty() && (isFeatures || text.isNotEmpty()))
+        {
+            VELTRA_LOG (WARN, "VeltraIO extension tag malformed, '" << veltra::logText (text.toStdString(), maximumTextSize)
+                                  << "'");
+            continue;
+        }
+
+        VELTRA_LOG (INFO, "Found VeltraIO protocol handler");
+        address = "TCP:" + juce::URL (location).getDomain() + ":" + port;
+        return true;
+    }
+
+    VELTRA_LOG (INFO, "Not a VeltraIO device!");
+    VELTRA_LOG (TRACE, "Failed to find VeltraIO extension tag: XML = " << shown (document));
+    return false;
+}
+
+bool getDeviceInfo (const juce::String& location, juce::String& address, juce::String& friendlyName,
+                    const std::function<bool()>& shouldStop)
+{
+    VELTRA_LOG (DEBUG, "Getting device XML from " << shown (location));
+
+    const auto reply = httpGet (location.toStdString(), shouldStop);
+
+    if (shouldStop())
+        return false;
+
+    if (! reply)
+    {
+        VELTRA_LOG (WARN, "Failed to connect to server @" << shown (location));
+        return false;
+    }
+
+    if (reply->status != 200)
+    {
+        VELTRA_LOG (WARN, "Status code = " << reply->status);
+        return false;
+    }
+
+    // A body that was too long cannot be read as a document; an empty text stands for it.
+    return readDescription (reply->bodyTooLong ? juce::String() : documentText (reply->body), location, address, friendlyName);
+}
+
+}

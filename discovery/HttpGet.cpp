@@ -1,0 +1,326 @@
+#include "discovery/HttpGet.h"
+
+#include <algorithm>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include <curl/curl.h>
+
+#include "discovery/HostLookup.h"
+
+#if ! defined(_WIN32)
+ #include <arpa/inet.h>
+ #include <csignal>
+ #include <ctime>
+#endif
+
+namespace upnp {
+
+namespace {
+
+using std::chrono::steady_clock;
+
+/** Initialised once for each load of the module and never cleaned up. libcurl counts its users, but not those who
+    leave the initialisation to the first transfer; with such a host the clean-up of a module that goes would take the
+    library away from under the host's own transfers. What stays behind is a counter. */
+bool curlIsReady()
+{
+    static const bool ready = ::curl_global_init (CURL_GLOBAL_DEFAULT) == CURLE_OK;
+    return ready;
+}
+
+/** libcurl is told to leave the process's signal handlers alone, and then a TLS connection that the peer has closed
+    raises SIGPIPE. Holds it back on this thread and takes it away again. */
+class BlockedSigpipe
+{
+   #if ! defined(_WIN32)
+public:
+    BlockedSigpipe()
+    {
+        ::sigemptyset (&pipeSignal);
+        ::sigaddset (&pipeSignal, SIGPIPE);
+        wasPending = isPending();
+        ::pthread_sigmask (SIG_BLOCK, &pipeSignal, &maskBefore);
+    }
+
+    ~BlockedSigpipe()
+    {
+        if (const timespec now {}; ! wasPending && isPending())
+            ::sigtimedwait (&pipeSignal, nullptr, &now);
+
+        ::pthread_sigmask (SIG_SETMASK, &maskBefore, nullptr);
+    }
+
+    BlockedSigpipe (const BlockedSigpipe&) = delete;
+    BlockedSigpipe& operator= (const BlockedSigpipe&) = delete;
+
+private:
+    static bool isPending()
+    {
+        sigset_t pending;
+        return ::sigpending (&pending) == 0 && ::sigismember (&pending, SIGPIPE) == 1;
+    }
+
+    sigset_t pipeSignal, maskBefore;
+    bool wasPending = false;
+   #endif
+};
+
+template <auto release>
+struct Releaser
+{
+    template <typename Object>
+    void operator() (Object* object) const { release (object); }
+};
+
+using EasyHandle = std::unique_ptr<CURL, Releaser<curl_easy_cleanup>>;
+using MultiHandle = std::unique_ptr<CURLM, Releaser<curl_multi_cleanup>>;
+using List = std::unique_ptr<curl_slist, Releaser<curl_slist_free_all>>;
+using Text = std::unique_ptr<char, Releaser<curl_free>>;
+
+/** An absolute URL in its parts. */
+class ParsedUrl
+{
+public:
+    explicit ParsedUrl (const std::string& url) : handle (::curl_url())
+    {
+        valid = handle != nullptr && ::curl_url_set (handle.get(), CURLUPART_URL, url.c_str(), CURLU_URLENCODE) == CURLUE_OK;
+    }
+
+    bool isHttp() const
+    {
+        const auto scheme = valid ? part (CURLUPART_SCHEME) : std::string();
+        return scheme == "http" || scheme == "https";
+    }
+
+    std::string host() const { return part (CURLUPART_HOST); }
+    std::string port() const { return part (CURLUPART_PORT, CURLU_DEFAULT_PORT); }
+    std::string text() const { return part (CURLUPART_URL); }
+
+    /** Goes where a link in the document at this URL goes. */
+    bool follow (const std::string& link)
+    {
+        valid = valid && ::curl_url_set (handle.get(), CURLUPART_URL, link.c_str(), CURLU_URLENCODE) == CURLUE_OK;
+        return valid;
+    }
+
+private:
+    std::string part (CURLUPart which, unsigned flags = 0) const
+    {
+        char* text = nullptr;
+
+        if (::curl_url_get (handle.get(), which, &text, flags) != CURLUE_OK)
+            return {};
+
+        return Text (text).get();
+    }
+
+    std::unique_ptr<CURLU, Releaser<curl_url_cleanup>> handle;
+    bool valid = false;
+};
+
+/** Whether a host needs no name server. */
+bool isLiteral (const std::string& host)
+{
+   #if defined(_WIN32)
+    return host.empty() || host.front() == '[';
+   #else
+    in_addr address;
+    return host.empty() || host.front() == '[' || host == "localhost"
+        || ::inet_pton (AF_INET, host.c_str(), &address) == 1;
+   #endif
+}
+
+/** One request and its reply, without redirects. */
+class Transfer
+{
+public:
+    Transfer (const ParsedUrl& urlToGet, const HttpLimits& limitsToKeep, steady_clock::time_point end,
+              const std::function<bool()>& stopRequest)
+        : url (urlToGet), limits (limitsToKeep), deadline (end), shouldStop (stopRequest)
+    {
+    }
+
+    /** @returns whether a complete header came */
+    bool run()
+    {
+        if (! resolve())
+            return false;
+
+        easy.reset (::curl_easy_init());
+        const MultiHandle multi (::curl_multi_init());
+
+        if (easy == nullptr || multi == nullptr || ! configure()
+              || ::curl_multi_add_handle (multi.get(), easy.get()) != CURLM_OK)
+            return false;
+
+        perform (multi.get());
+        ::curl_multi_remove_handle (multi.get(), easy.get());
+        return headerComplete;
+    }
+
+    HttpReply reply;
+    std::string redirect; // text of the header Location
+
+private:
+    /** Hands libcurl the addresses of a host's name, as it would wait too long for them itself. */
+    bool resolve()
+    {
+        const auto host = url.host();
+
+        if (isLiteral (host))
+            return true;
+
+        const auto start = steady_clock::now();
+        const auto addresses = lookUpHost (host, std::min (deadline, start + limits.connectTime), shouldStop);
+        connectTime -= std::chrono::duration_cast<std::chrono::milliseconds> (steady_clock::now() - start);
+
+        if (addresses.empty() || connectTime.count() <= 0)
+            return false;
+
+        auto entry = host + ":" + url.port() + ":";
+
+        for (const auto& address : addresses)
+            entry += (entry.ends_with (':') ? "" : ",")
+                   + (address.find (':') == address.npos ? address : "[" + address + "]");
+
+        addressBook.reset (::curl_slist_append (nullptr, entry.c_str()));
+        return addressBook != nullptr;
+    }
+
+    bool configure()
+    {
+        const auto set = [this] (CURLoption option, auto value)
+        {
+            return ::curl_easy_setopt (easy.get(), option, value) == CURLE_OK;
+        };
+
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds> (deadline - steady_clock::now());
+
+        return left.count() > 0
+            && set (CURLOPT_URL, url.text().c_str())
+            && set (CURLOPT_PROTOCOLS_STR, "http,https")
+            && set (CURLOPT_FOLLOWLOCATION, 0L)
+            && set (CURLOPT_HTTP_VERSION, long { CURL_HTTP_VERSION_1_1 })
+            && set (CURLOPT_PROXY, "") // which also keeps it from looking at the environment
+            && set (CURLOPT_NOSIGNAL, 1L)
+            && set (CURLOPT_CONNECTTIMEOUT_MS, static_cast<long> (connectTime.count()))
+            && set (CURLOPT_TIMEOUT_MS, static_cast<long> (left.count()))
+            && set (CURLOPT_RESOLVE, addressBook.get())
+            && set (CURLOPT_HEADERFUNCTION, &headerCallback) && set (CURLOPT_HEADERDATA, this)
+            && set (CURLOPT_WRITEFUNCTION, &bodyCallback) && set (CURLOPT_WRITEDATA, this);
+    }
+
+    void perform (CURLM* multi)
+    {
+        for (int running = 1;;)
+        {
+            if (::curl_multi_perform (multi, &running) != CURLM_OK || running == 0 || ! bodyWanted()
+                  || steady_clock::now() >= deadline || shouldStop())
+                return;
+
+            ::curl_multi_poll (multi, nullptr, 0, 50, nullptr);
+        }
+    }
+
+    bool bodyWanted() const { return ! headerComplete || reply.status == 200; }
+
+    /** libcurl refuses to go on when this takes fewer bytes than it was given. */
+    std::size_t takeHeaderLine (std::string_view line)
+    {
+        headerSize += line.size();
+
+        if (headerSize > limits.headerSize)
+            return 0;
+
+        constexpr std::string_view name = "location:";
+
+        if (line.starts_with ("HTTP/"))
+        {
+            // Again after each "100 Continue".
+            redirect.clear();
+            headerComplete = false;
+        }
+        else if (line == "\r\n" || line == "\n")
+        {
+            long status = 0;
+            ::curl_easy_getinfo (easy.get(), CURLINFO_RESPONSE_CODE, &status);
+            reply.status = static_cast<int> (status);
+            headerComplete = status >= 200;
+        }
+        else if (line.size() > name.size()
+                   && std::equal (name.begin(), name.end(), line.begin(), [] (char a, char b) { return a == (b | 0x20); }))
+        {
+            const auto value = line.substr (name.size());
+            const auto first = value.find_first_not_of (" \t\r\n");
+            redirect = first == value.npos ? "" : value.substr (first, value.find_last_not_of (" \t\r\n") + 1 - first);
+        }
+
+        return line.size();
+    }
+
+    std::size_t takeBody (std::string_view bytes)
+    {
+        if (! bodyWanted())
+            return 0;
+
+        const auto taken = std::min (bytes.size(), limits.bodySize - reply.body.size());
+        reply.body += bytes.substr (0, taken);
+        reply.bodyTooLong = taken < bytes.size();
+        return taken;
+    }
+
+    static std::size_t headerCallback (char* data, std::size_t size, std::size_t count, void* transfer)
+    {
+        return static_cast<Transfer*> (transfer)->takeHeaderLine ({ data, size * count });
+    }
+
+    static std::size_t bodyCallback (char* data, std::size_t size, std::size_t count, void* transfer)
+    {
+        return static_cast<Transfer*> (transfer)->takeBody ({ data, size * count });
+    }
+
+    const ParsedUrl& url;
+    const HttpLimits& limits;
+    const steady_clock::time_point deadline;
+    const std::function<bool()>& shouldStop;
+    std::chrono::milliseconds connectTime = limits.connectTime;
+    List addressBook; // outlives the handle, which reads it
+    EasyHandle easy;
+    std::size_t headerSize = 0;
+    bool headerComplete = false;
+};
+
+}
+
+std::optional<HttpReply> httpGet (const std::string& url, const std::function<bool()>& shouldStop, const HttpLimits& limits)
+{
+    const BlockedSigpipe guard;
+    const auto deadline = steady_clock::now() + limits.totalTime;
+    ParsedUrl current (url);
+
+    for (int redirects = 0; curlIsReady() && current.isHttp(); ++redirects)
+    {
+        Transfer transfer (current, limits, deadline, shouldStop);
+
+        if (! transfer.run())
+            break;
+
+        const bool redirected = transfer.reply.status >= 300 && transfer.reply.status < 400 && ! transfer.redirect.empty();
+        const auto from = current.text();
+
+        if (! redirected || redirects == limits.redirects)
+            return std::move (transfer.reply);
+
+        if (! current.follow (transfer.redirect))
+            break;
+
+        if (current.text() == from)
+            return std::move (transfer.reply);
+    }
+
+    return std::nullopt;
+}
+
+}

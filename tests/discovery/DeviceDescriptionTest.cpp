@@ -1,0 +1,237 @@
+#include "discovery/DeviceDescription.h"
+
+#include <chrono>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "tests/discovery/ScriptedHttpServer.h"
+#include "tests/support/LogLines.h"
+
+namespace {
+
+const std::string declarations = R"( xmlns="urn:schemas-upnp-org:device-1-0" xmlns:IR="urn:schemas-frontier-silicon-com:ir-1-0")"
+                                 R"( xmlns:v="urn:schemas-veltra-lab:veltraio-1-0" xmlns:x="urn:other")";
+
+std::string description (const std::string& children, const std::string& attributes = declarations)
+{
+    return "<?xml version=\"1.0\"?>\r\n<!-- R&D -->\r\n<root" + attributes + "><specVersion><major>1</major></specVersion><device>"
+         + children + "</device></root>\n";
+}
+
+struct Result
+{
+    bool ours;
+    std::string address, friendlyName;
+
+    bool operator== (const Result&) const = default;
+};
+
+void PrintTo (const Result& result, std::ostream* out)
+{
+    *out << (result.ours ? "ours '" : "not ours '") << result.address << "' '" << result.friendlyName << "'";
+}
+
+Result read (const std::string& document, const std::string& location = "http://10.0.0.7:8080/desc.xml")
+{
+    Result result {};
+    juce::String address, friendlyName;
+    result.ours = upnp::readDescription (juce::String::createStringFromData (document.data(), static_cast<int> (document.size())),
+                                         location, address, friendlyName);
+    result.address = address.toStdString();
+    result.friendlyName = friendlyName.toStdString();
+    return result;
+}
+
+const Result notOurs { false, "", "" };
+
+}
+
+TEST (DeviceDescription, EitherExtensionNamesThePort)
+{
+    LogLines log;
+    EXPECT_EQ (read (description ("<friendlyName> Living room\n</friendlyName><ir:x_features>\tVeltraIO-6000 </ir:x_features>")),
+               (Result { true, "TCP:10.0.0.7:6000", "Living room" }));
+    EXPECT_EQ (read (description ("<a:friendlyName>K\xC3\xBC" "che &amp; <b>Bad</b></a:friendlyName><v:x_port><![CDATA[ 7001 ]]></v:x_port>")),
+               (Result { true, "TCP:10.0.0.7:7001", "K\xC3\xBC" "che & Bad" }));
+    EXPECT_EQ (log.count ("INFO", "Found VeltraIO protocol handler"), 2);
+}
+
+TEST (DeviceDescription, TheFirstGoodExtensionEndsTheReading)
+{
+    EXPECT_EQ (read (description ("<v:x_port>1</v:x_port><ir:x_features>VeltraIO-2</ir:x_features><friendlyName>Late</friendlyName>")),
+               (Result { true, "TCP:10.0.0.7:1", "" }));
+
+    LogLines log;
+    EXPECT_EQ (read (description ("<ir:x_features>VeltraIO-</ir:x_features><ir:x_features>xVeltraIO-1</ir:x_features>"
+                                  "<ir:x_features>VeltraIO-1 2</ir:x_features><ir:x_features>veltraio-1</ir:x_features>"
+                                  "<friendlyName>Early</friendlyName><v:x_port>no number</v:x_port>")),
+               (Result { true, "TCP:10.0.0.7:no number", "Early" }));
+    EXPECT_TRUE (log.contains ("WARN", "VeltraIO extension tag malformed, 'VeltraIO-'"));
+    EXPECT_TRUE (log.contains ("WARN", "VeltraIO extension tag malformed, 'VeltraIO-1 2'"));
+    EXPECT_TRUE (log.contains ("WARN", "VeltraIO extension tag malformed, 'veltraio-1'"));
+}
+
+TEST (DeviceDescription, OnlyPrefixesThatTheRootDeclaresCount)
+{
+    LogLines log;
+    const auto feature = [] (const std::string& prefix) { return "<" + prefix + ":x_features>VeltraIO-1</" + prefix + ":x_features>"; };
+
+    EXPECT_EQ (read (description (feature ("x"))), notOurs);
+    EXPECT_EQ (read (description (feature ("v"))), notOurs);
+    EXPECT_EQ (read (description ("<x_features>VeltraIO-1</x_features>")), notOurs);
+    EXPECT_EQ (read (description ("<ir:device>" + feature ("ir") + "</ir:device>")), notOurs);
+    EXPECT_EQ (read (description ("<ir:x_features xmlns:ir=\"urn:schemas-frontier-silicon-com:ir-1-0\">VeltraIO-1</ir:x_features>", "")),
+               notOurs);
+    EXPECT_EQ (read (description ("<x_port:x_port>1</x_port:x_port>", " xmlns:x_port=\"urn:schemas-veltra-lab:veltraio-1-0\"")), notOurs);
+    EXPECT_EQ (log.count ("INFO", "Not a VeltraIO device!"), 6);
+
+    // Any attribute declares, the part behind the last colon names the prefix, and the last declaration counts.
+    EXPECT_TRUE (read (description (feature ("p"), " a:b:P=\"urn:other\" c:p=\"urn:schemas-frontier-silicon-com:ir-1-0\"")).ours);
+    EXPECT_TRUE (read (description ("<v:y:x_port>1</v:y:x_port>")).ours);
+}
+
+TEST (DeviceDescription, WhatIsNotOursIsShownWithItsControlCharactersEscaped)
+{
+    LogLines log;
+    const std::string document = "<root><device><friendlyName>Lamp</friendlyName>\n</device></root>";
+    EXPECT_EQ (read (document), (Result { false, "", "Lamp" }));
+    EXPECT_TRUE (log.contains ("TRACE", "Failed to find VeltraIO extension tag: XML = <root><device><friendlyName>Lamp"
+                                        "</friendlyName>\\n</device></root>"));
+}
+
+TEST (DeviceDescription, TheHostIsThatOfTheLocation)
+{
+    const auto address = [] (const std::string& location) { return read (description ("<v:x_port>1</v:x_port>"), location).address; };
+
+    EXPECT_EQ (address ("http://receiver.local/a:b"), "TCP:receiver.local:1");
+    EXPECT_EQ (address ("https://10.0.0.8"), "TCP:10.0.0.8:1");
+}
+
+TEST (DeviceDescription, ADocumentThatIsNoneIsRefused)
+{
+    LogLines log;
+
+    for (const auto* document : { "", " ", "no xml", "<root><device>", "<root", "\xFF\xFE" })
+        EXPECT_EQ (read (document), notOurs) << document;
+
+    EXPECT_EQ (log.count ("WARN", "Failed getting device XML from http://10.0.0.7:8080/desc.xml"), 6);
+
+    EXPECT_EQ (read ("<root><upnp:device/></root>"), notOurs);
+    EXPECT_TRUE (log.contains ("WARN", "Failed getting device element"));
+}
+
+TEST (DeviceDescription, DocumentsMadeToHarmAParserAreRefusedAtOnce)
+{
+    const auto nested = [] (int depth)
+    {
+        std::string text, end;
+
+        for (int i = 0; i < depth; ++i)
+        {
+            text += "<d>";
+            end += "</d>";
+        }
+
+        return text + end;
+    };
+
+    const auto repeated = [] (const std::string& text, int count)
+    {
+        std::string all;
+
+        for (int i = 0; i < count; ++i)
+            all += text;
+
+        return all;
+    };
+
+    const std::string port = "<v:x_port>1</v:x_port>";
+    EXPECT_TRUE (read (description (nested (62) + port)).ours); // root and device make it 64
+    EXPECT_TRUE (read (description (repeated ("<e a='&lt;'/>", 900) + port)).ours);
+
+    const auto start = std::chrono::steady_clock::now();
+
+    for (const auto& children : { nested (63), nested (1000), nested (100000), repeated ("<", 1 << 20), repeated ("&", 1 << 20),
+                                  repeated ("<e/>", 200000), "<e a='" + repeated ("&amp;", 200000) + "'/>",
+                                  "<e " + repeated ("a='' ", 200000) + "/>" })
+        EXPECT_EQ (read (description (children + port)), notOurs);
+
+    EXPECT_EQ (read ("<!DOCTYPE r [<!ENTITY a \"aaaaaaaaaa\"><!ENTITY b \"&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;\">]>"
+                     + description ("<friendlyName>&b;</friendlyName>" + port)), notOurs);
+    EXPECT_LT (std::chrono::steady_clock::now() - start, std::chrono::seconds (10));
+
+    // Nested where the look at the depth cannot follow: bounded by the number of tags.
+    EXPECT_FALSE (read ("<root><device>& <!-- ;" + repeated ("<d>", 4000) + "--></device></root>").ours);
+}
+
+TEST (DeviceDescription, TextsAreBounded)
+{
+    LogLines log;
+    const std::string longText (2000, '1');
+
+    EXPECT_EQ (read (description ("<ir:x_features>VeltraIO-" + longText + "</ir:x_features><v:x_port>" + longText + "</v:x_port>")), notOurs);
+    EXPECT_TRUE (log.contains ("WARN", "VeltraIO extension tag malformed, '" + longText.substr (0, 1024) + "...'"));
+
+    const auto name = read (description ("<friendlyName>1\xC3\xBC" + std::string (1020, 'x') + "\xC3\xBC</friendlyName>")).friendlyName;
+    EXPECT_EQ (name, "1\xC3\xBC" + std::string (1020, 'x'));
+}
+
+TEST (DeviceDescription, EachFailureOfTheFetchHasItsWords)
+{
+    ScriptedHttpServer server ([] (ScriptedHttpServer::Exchange& exchange)
+    {
+        if (exchange.path == "/endless")
+        {
+            exchange.send ("HTTP/1.1 200 OK\r\n\r\n" + description ("<v:x_port>1</v:x_port>"));
+
+            while (exchange.send (std::string (65536, ' ')))
+            {
+            }
+        }
+        else if (exchange.path == "/utf16")
+        {
+            std::string body = "\xFF\xFE";
+
+            for (const char c : description ("<v:x_port>1</v:x_port>"))
+                (body += c) += '\0';
+
+            exchange.send (ScriptedHttpServer::reply (200, body));
+        }
+        else if (exchange.path == "/circle")
+            exchange.send (ScriptedHttpServer::reply (302, "", "Location: /circle?\r\n"));
+        else if (exchange.path == "/circle?")
+            exchange.send (ScriptedHttpServer::reply (302, "", "Location: /circle\r\n"));
+        else
+            exchange.send (ScriptedHttpServer::reply (404, ""));
+    });
+
+    LogLines log;
+    const auto get = [] (const std::string& location, bool stop = false)
+    {
+        Result result {};
+        juce::String address, friendlyName;
+        result.ours = upnp::getDeviceInfo (location, address, friendlyName, [stop] { return stop; });
+        result.address = address.toStdString();
+        return result;
+    };
+
+    EXPECT_EQ (get (server.url ("/utf16")), (Result { true, "TCP:127.0.0.1:1", "" }));
+    EXPECT_TRUE (log.contains ("DEBUG", "Getting device XML from " + server.url ("/utf16")));
+
+    EXPECT_EQ (get (server.url ("/missing")), notOurs);
+    EXPECT_TRUE (log.contains ("WARN", "Status code = 404"));
+
+    EXPECT_EQ (get (server.url ("/circle")), notOurs);
+    EXPECT_TRUE (log.contains ("WARN", "Status code = 302"));
+
+    EXPECT_EQ (get (server.url ("/endless")), notOurs);
+    EXPECT_TRUE (log.contains ("WARN", "Failed getting device XML from " + server.url ("/endless")));
+
+    EXPECT_EQ (get ("http://127.0.0.1:1/\x1b"), notOurs);
+    EXPECT_TRUE (log.contains ("WARN", "Failed to connect to server @http://127.0.0.1:1/\\x1b"));
+
+    const auto lines = log.all().size();
+    EXPECT_EQ (get (server.url ("/missing"), true), notOurs);
+    EXPECT_EQ (log.all().size(), lines + 1); // the first line only: nobody is interested any more
+}

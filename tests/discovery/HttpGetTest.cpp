@@ -1,0 +1,197 @@
+#include "discovery/HttpGet.h"
+
+#include <chrono>
+#include <cstdlib>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "tests/discovery/ScriptedHttpServer.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using Exchange = ScriptedHttpServer::Exchange;
+using std::chrono::steady_clock;
+
+bool never() { return false; }
+
+/** Short enough for a test that has to wait for them, and far from the patience of such a test below. */
+upnp::HttpLimits shortLimits()
+{
+    upnp::HttpLimits limits;
+    limits.totalTime = 400ms;
+    return limits;
+}
+
+constexpr auto patience = 2500ms;
+
+/** Replies to /0 ... with a redirect to the next number, and with a document at the last. */
+ScriptedHttpServer::Script redirects (int count)
+{
+    return [count] (Exchange& exchange)
+    {
+        const int number = std::stoi (exchange.path.substr (1));
+        exchange.send (number < count ? ScriptedHttpServer::reply (302, "moved", "LOCATION: " + std::to_string (number + 1) + "\r\n")
+                                      : ScriptedHttpServer::reply (200, "there"));
+    };
+}
+
+}
+
+TEST (HttpGet, FetchesADocumentWithoutAProxyAndWithoutExtraHeaders)
+{
+    ::setenv ("http_proxy", "http://127.0.0.1:1/", 1);
+    ScriptedHttpServer server ([] (Exchange& exchange) { exchange.send (ScriptedHttpServer::reply (200, "document")); });
+
+    const auto reply = upnp::httpGet (server.url ("/a/b.xml?c=d"), never);
+    ::unsetenv ("http_proxy");
+
+    ASSERT_TRUE (reply);
+    EXPECT_EQ (reply->status, 200);
+    EXPECT_EQ (reply->body, "document");
+    EXPECT_FALSE (reply->bodyTooLong);
+    EXPECT_EQ (server.requests().at (0), "GET /a/b.xml?c=d HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string (server.port())
+                                             + "\r\nAccept: */*\r\n\r\n");
+}
+
+TEST (HttpGet, FollowsFiveRedirectsAndReportsTheStatusOfTheSixth)
+{
+    ScriptedHttpServer five (redirects (5));
+    const auto found = upnp::httpGet (five.url ("/0"), never);
+    ASSERT_TRUE (found);
+    EXPECT_EQ (found->body, "there");
+
+    ScriptedHttpServer six (redirects (6));
+    const auto lost = upnp::httpGet (six.url ("/0"), never);
+    ASSERT_TRUE (lost);
+    EXPECT_EQ (lost->status, 302);
+    EXPECT_EQ (six.requests().size(), 6u);
+}
+
+TEST (HttpGet, ARedirectToItselfOrToNowhereIsAReply)
+{
+    ScriptedHttpServer server ([] (Exchange& exchange)
+    {
+        exchange.send (ScriptedHttpServer::reply (301, "", exchange.path == "/self" ? "Location: /self\r\n" : ""));
+    });
+
+    for (const auto* path : { "/self", "/nowhere" })
+    {
+        const auto reply = upnp::httpGet (server.url (path), never);
+        ASSERT_TRUE (reply);
+        EXPECT_EQ (reply->status, 301);
+    }
+
+    EXPECT_EQ (server.requests().size(), 2u);
+}
+
+TEST (HttpGet, NoOtherProtocolIsSpokenNotEvenAfterARedirect)
+{
+    ScriptedHttpServer server ([] (Exchange& exchange)
+    {
+        exchange.send (ScriptedHttpServer::reply (302, "", "Location: " + exchange.path.substr (1) + "\r\n"));
+    });
+
+    for (const auto* url : { "file:///etc/passwd", "ftp://127.0.0.1/", "gopher://127.0.0.1/", "//127.0.0.1/", "127.0.0.1", "" })
+    {
+        EXPECT_FALSE (upnp::httpGet (url, never)) << url;
+
+        if (std::string (url).find (':') != std::string::npos)
+        {
+            EXPECT_FALSE (upnp::httpGet (server.url ("/" + std::string (url)), never)) << url;
+        }
+    }
+}
+
+TEST (HttpGet, ABodyWithoutEndIsCutAtTheLimit)
+{
+    ScriptedHttpServer server ([] (Exchange& exchange)
+    {
+        exchange.send ("HTTP/1.1 200 OK\r\n\r\n");
+
+        while (exchange.send (std::string (65536, '<')))
+        {
+        }
+    });
+
+    const auto reply = upnp::httpGet (server.url ("/"), never);
+    ASSERT_TRUE (reply);
+    EXPECT_TRUE (reply->bodyTooLong);
+    EXPECT_EQ (reply->body.size(), upnp::HttpLimits().bodySize);
+}
+
+TEST (HttpGet, AHeaderWithoutEndIsNoReply)
+{
+    ScriptedHttpServer server ([] (Exchange& exchange)
+    {
+        exchange.send ("HTTP/1.1 200 OK\r\n");
+
+        while (exchange.send ("X: " + std::string (1000, 'x') + "\r\n"))
+        {
+        }
+    });
+
+    const auto start = steady_clock::now();
+    EXPECT_FALSE (upnp::httpGet (server.url ("/"), never));
+    EXPECT_LT (steady_clock::now() - start, patience);
+}
+
+TEST (HttpGet, ASlowPeerIsGivenUpOnAndWhatCameIsKept)
+{
+    ScriptedHttpServer server ([] (Exchange& exchange)
+    {
+        if (exchange.path == "/body")
+            exchange.send ("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n<root/>");
+        else if (exchange.path == "/header")
+            exchange.send ("HTTP/1.1 200 OK\r\n");
+
+        while (exchange.wait (5000))
+        {
+        }
+    });
+
+    const auto start = steady_clock::now();
+    const auto body = upnp::httpGet (server.url ("/body"), never, shortLimits());
+    ASSERT_TRUE (body);
+    EXPECT_EQ (body->body, "<root/>");
+    EXPECT_FALSE (upnp::httpGet (server.url ("/header"), never, shortLimits()));
+    EXPECT_FALSE (upnp::httpGet (server.url ("/silence"), never, shortLimits()));
+    EXPECT_LT (steady_clock::now() - start, patience);
+}
+
+TEST (HttpGet, TheBodyOfAnErrorIsNotWaitedFor)
+{
+    ScriptedHttpServer server ([] (Exchange& exchange)
+    {
+        exchange.send ("HTTP/1.1 404 Not Found\r\nContent-Length: 1000\r\n\r\n");
+        exchange.wait (10000);
+    });
+
+    const auto start = steady_clock::now();
+    const auto reply = upnp::httpGet (server.url ("/"), never);
+    ASSERT_TRUE (reply);
+    EXPECT_EQ (reply->status, 404);
+    EXPECT_LT (steady_clock::now() - start, patience);
+}
+
+TEST (HttpGet, StopsWhenItIsTold)
+{
+    ScriptedHttpServer server ([] (Exchange& exchange) { exchange.wait (10000); });
+
+    const auto start = steady_clock::now();
+    EXPECT_FALSE (upnp::httpGet (server.url ("/"), [start] { return steady_clock::now() - start > 100ms; }));
+    EXPECT_LT (steady_clock::now() - start, patience);
+}
+
+TEST (HttpGet, NobodyThereIsNoReply)
+{
+    int port = 0;
+
+    {
+        port = ScriptedHttpServer ([] (Exchange&) {}).port();
+    }
+
+    EXPECT_FALSE (upnp::httpGet ("http://127.0.0.1:" + std::to_string (port) + "/", never));
+    EXPECT_FALSE (upnp::httpGet ("http://localhost:" + std::to_string (port) + "/", never));
+}
