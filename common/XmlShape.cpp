@@ -23,9 +23,10 @@ public:
 private:
     bool startsWith (std::string_view token) const noexcept { return text.substr (at).starts_with (token); }
 
-    bool skipPast (std::string_view token) noexcept
+    /** Skips markup of which the first bytes cannot belong to the token that ends it. */
+    bool skipPast (std::string_view token, std::size_t openingSize) noexcept
     {
-        const auto found = text.find (token, at);
+        const auto found = text.find (token, at + openingSize);
 
         if (found == text.npos)
             return false;
@@ -54,29 +55,34 @@ private:
 
     bool scanMarkup() noexcept
     {
-        if (startsWith ("<!--"))       return skipPast ("-->");
-        if (startsWith ("<![CDATA["))  return skipPast ("]]>");
-        if (startsWith ("<!DOCTYPE"))  return skipDoctype();
-        if (startsWith ("<!"))         return skipPast (">");
-        if (startsWith ("<?"))         return skipPast ("?>");
+        if (startsWith ("<!--"))       return skipPast ("-->", 4);
+        if (startsWith ("<![CDATA["))  return skipPast ("]]>", 9);
+        if (isDoctype())               return skipDoctype();
+        if (startsWith ("<!"))         return skipPast (">", 2);
+        if (startsWith ("<?"))         return skipPast ("?>", 2);
 
         if (startsWith ("</"))
-            return --depth >= 0 && skipPast (">");
+            return --depth >= 0 && skipPast (">", 2);
 
         ++at;
         return scanTag();
     }
 
-    /** The internal subset stands in brackets and may hold ">". */
+    bool isDoctype() const noexcept
+    {
+        return startsWith ("<!DOCTYPE") && at + 9 < text.size() && isSpace (text[at + 9]);
+    }
+
+    /** The internal subset stands in brackets and may hold ">". A stray closing bracket opens nothing. */
     bool skipDoctype() noexcept
     {
         for (int brackets = 0; at < text.size(); ++at)
         {
             if (text[at] == '[')
                 ++brackets;
-            else if (text[at] == ']')
+            else if (text[at] == ']' && brackets > 0)
                 --brackets;
-            else if (text[at] == '>' && brackets <= 0)
+            else if (text[at] == '>' && brackets == 0)
                 return true;
         }
 
@@ -93,7 +99,7 @@ private:
             skipSpace();
 
             if (startsWith ("/>"))
-                return true;
+                return depth < maxDepth;
 
             if (startsWith (">"))
             {

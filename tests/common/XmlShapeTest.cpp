@@ -23,7 +23,7 @@ std::string nested (int depth, const std::string& open = "<a>")
 
 }
 
-TEST (XmlShape, CountsOpenElementsOnly)
+TEST (XmlShape, CountsElementsInsideElements)
 {
     EXPECT_TRUE (isShallowXml (nested (64), 64));
     EXPECT_FALSE (isShallowXml (nested (65), 64));
@@ -36,6 +36,8 @@ TEST (XmlShape, CountsOpenElementsOnly)
 
     EXPECT_TRUE (isShallowXml (siblings + "</r>", 2));
     EXPECT_TRUE (isShallowXml ("<!DOCTYPE r [ <!ENTITY e \"<x>\"> ]><r></r>", 1));
+    EXPECT_TRUE (isShallowXml ("<r><e/></r>", 2));
+    EXPECT_FALSE (isShallowXml ("<r><e/></r>", 1));
     EXPECT_TRUE (isShallowXml ("", 0));
     EXPECT_TRUE (isShallowXml ("no markup at all", 0));
 }
@@ -52,6 +54,16 @@ TEST (XmlShape, DisguisedNestingIsRefused)
     EXPECT_FALSE (isShallowXml ("<a", 64));
     EXPECT_FALSE (isShallowXml ("</a>", 64));
     EXPECT_FALSE (isShallowXml ("<!-- <a>", 64));
+}
+
+/** Closing tags that a parser does not see must not make up for opening tags that it does. */
+TEST (XmlShape, ClosingTagsThatAreNoneDoNotCount)
+{
+    for (const char* hidden : { "<!-- </a> -->", "<!--></a> -->", "<![CDATA[</a>]]>", "<? </a> ?>", "<?></a> ?>", "<!DOCTYPE r ][ > </a> ]>",
+                                "<!x </a>", "<e x='</a>'></e>" })
+        EXPECT_FALSE (isShallowXml ("<a>" + std::string (hidden) + "<a></a></a>", 1)) << hidden;
+
+    EXPECT_FALSE (isShallowXml ("<a><!DOCTYPE[ ><b></b> ]></a>", 1)) << "no document type without white space";
 }
 
 }

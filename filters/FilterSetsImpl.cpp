@@ -1,0 +1,237 @@
+#include "filters/FilterSetsImpl.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+#include <ranges>
+#include <utility>
+
+#include "dsp/Resampling.h"
+#include "filters/FIIREngine.h"
+
+namespace veltra::filters {
+
+namespace {
+
+constexpr double kResamplerAttenuationdB = 80.0;
+
+std::string textOrEmpty (const char* text)
+{
+    return text == nullptr ? std::string {} : std::string (text);
+}
+
+bool hasResponse (std::uint32_t sampleRate, const topology::FIIRData& set)
+{
+    return sampleRate != 0 && sampleRate <= kMaxSampleRate && set.sections.size() <= kMaxSections;
+}
+
+/** One second of a set's impulse response; empty when it does not stay finite or there is no memory for it. */
+Eigen::VectorXf impulseResponse (std::uint32_t sampleRate, const topology::FIIRData& set)
+{
+    try
+    {
+        FIIREngine engine;
+        engine.setTaps (set.taps);
+
+        for (const auto& section : set.sections)
+            engine.addSection (section);
+
+        Eigen::VectorXf signal = Eigen::VectorXf::Unit (sampleRate, 0);
+        engine.process (signal);
+
+        if (signal.allFinite())
+            return signal;
+    }
+    catch (const std::bad_alloc&)
+    {
+    }
+
+    return {};
+}
+
+}
+
+FilterSetsImpl::FilterSetsImpl (std::string name) : projectName (std::move (name))
+{
+}
+
+//======================================================================================================================
+bool FilterSetsImpl::GetFilter (std::uint32_t index, veltratune_io::Filter** filter)
+{
+    if (index >= filters.size())
+        return false;
+
+    if (filter != nullptr)
+        *filter = filters[index].get();
+
+    return true;
+}
+
+//======================================================================================================================
+unsigned FilterSetsImpl::getParseMask()
+{
+    return parser::FIIR::kParseHeader | parser::FIIR::kParseChannels | parser::FIIR::kParseCoefficients;
+}
+
+bool FilterSetsImpl::onHeader (const char* newProjectName, const char* newTechnology, int, const char*, const char*,
+                               const char*, const char*, const char*, const char*)
+{
+    projectName = textOrEmpty (newProjectName);
+    technology = textOrEmpty (newTechnology);
+    firCache.clear();
+    return true;
+}
+
+bool FilterSetsImpl::onChannel (unsigned, const char* name, int number, float gaindB, float delayMs, float maxFilterGaindB,
+                                int subwoofer, float xoverFreq)
+{
+    try
+    {
+        addFilter ({ textOrEmpty (name), static_cast<std::uint32_t> (number) - 1u, gaindB, delayMs, maxFilterGaindB,
+                     subwoofer, xoverFreq });
+        return true;
+    }
+    catch (const std::bad_alloc&)
+    {
+        return false;
+    }
+}
+
+bool FilterSetsImpl::onCoefficients (unsigned channelIndex, int sampleRate, bool minPhase, const float* taps,
+                                     unsigned tapCount, const float* sections, unsigned sectionCount, const char* extra)
+{
+    if (minPhase)
+        return true;
+
+    if (channelIndex >= filters.size())
+        return false;
+
+    const Eigen::Map<const Eigen::VectorXf> allTaps (taps, tapCount);
+    const Eigen::Map<const Eigen::VectorXf> allSections (sections, Eigen::Index { 4 } * sectionCount);
+
+    if (! allTaps.allFinite() || ! allSections.allFinite())
+        return false;
+
+    topology::FIIRData data { allTaps, std::vector<dsp::FIIRSection> (sectionCount) };
+
+    for (size_t i = 0; i < data.sections.size(); ++i)
+        data.sections[i] = { sections[4 * i], sections[4 * i + 1], sections[4 * i + 2], sections[4 * i + 3] };
+
+    const auto rate = static_cast<std::uint32_t> (sampleRate);
+    filters[channelIndex]->setCoefficientSet ({ rate, false }, std::move (data));
+
+    if (extra != nullptr)
+        filters[channelIndex]->readExtra (extra, rate);
+
+    return true;
+}
+
+//======================================================================================================================
+FilterImpl& FilterSetsImpl::addFilter (ChannelAttributes attributes)
+{
+    return *filters.emplace_back (std::make_unique<FilterImpl> (std::move (attributes)));
+}
+
+const FilterImpl* FilterSetsImpl::getFilterImpl (std::uint32_t index) const
+{
+    return index < filters.size() ? filters[index].get() : nullptr;
+}
+
+std::string FilterSetsImpl::getChannelName (std::uint32_t index) const
+{
+    const auto* const filter = getFilterImpl (index);
+    return filter == nullptr ? std::string {} : filter->getAttributes().name;
+}
+
+float FilterSetsImpl::getMaxFilterGaindB (std::uint32_t index) const
+{
+    const auto* const filter = getFilterImpl (index);
+    return filter == nullptr ? 0.0f : filter->getMaxFilterGaindB();
+}
+
+bool FilterSetsImpl::forEachFilter (const std::function<bool (unsigned, const FilterImpl&)>& function) const
+{
+    for (unsigned i = 0; i < filters.size(); ++i)
+        if (! function (i, *filters[i]))
+            return false;
+
+    return true;
+}
+
+void FilterSetsImpl::forEachCoefficientSet (const ResponseFunction& function, bool minPhase) const
+{
+    for (const auto& filter : filters)
+    {
+        for (const auto& [key, set] : filter->getCoefficientSets())
+        {
+            if (key.minPhase != minPhase || ! hasResponse (key.sampleRate, set))
+                continue;
+
+            const auto response = impulseResponse (key.sampleRate, set);
+
+            if (response.size() > 0)
+                function (filter->GetChannel(), key.sampleRate, response);
+        }
+    }
+}
+
+//======================================================================================================================
+const Eigen::VectorXf& FilterSetsImpl::getFIR (std::uint32_t sampleRate, std::uint32_t index)
+{
+    static const Eigen::VectorXf none;
+
+    if (index >= filters.size())
+        return none;
+
+    auto& [sourceRate, responses] = cacheFor (sampleRate);
+    const auto channelNumber = filters[index]->GetChannel();
+    const auto found = responses.find (channelNumber);
+
+    if (found != responses.end())
+        return found->second;
+
+    return responses.emplace (channelNumber, makeResponse (channelNumber, sourceRate, sampleRate)).first->second;
+}
+
+FilterSetsImpl::RateCache& FilterSetsImpl::cacheFor (std::uint32_t sampleRate)
+{
+    if (firCache.empty())
+        for (const auto& filter : filters)
+            for (const auto& [key, set] : filter->getCoefficientSets())
+                if (! key.minPhase && hasResponse (key.sampleRate, set))
+                    firCache[key.sampleRate].sourceRate = key.sampleRate;
+
+    const auto next = firCache.lower_bound (sampleRate);
+
+    if (next != firCache.end() && next->first == sampleRate)
+        return next->second;
+
+    const auto sourceRate = next == firCache.end() ? 0 : next->first;
+    return firCache.emplace (sampleRate, RateCache { sourceRate, {} }).first->second;
+}
+
+Eigen::VectorXf FilterSetsImpl::makeResponse (std::uint32_t channelNumber, std::uint32_t sourceRate,
+                                              std::uint32_t sampleRate) const
+{
+    for (const auto& filter : std::views::reverse (filters))
+    {
+        const auto* const set = filter->GetChannel() == channelNumber ? filter->findCoefficientSet ({ sourceRate, false })
+                                                                      : nullptr;
+
+        if (set == nullptr || ! hasResponse (sourceRate, *set))
+            continue;
+
+        auto response = impulseResponse (sourceRate, *set);
+
+        if (sourceRate == sampleRate)
+            return response;
+
+        const double ratio = static_cast<double> (sampleRate) / sourceRate;
+        const auto scale = static_cast<float> (static_cast<double> (sourceRate) / sampleRate);
+        return scale * dsp::resampleFloat (response, ratio, kResamplerAttenuationdB);
+    }
+
+    return {};
+}
+
+}

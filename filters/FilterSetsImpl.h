@@ -1,0 +1,132 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <Eigen/Core>
+
+#include "filters/FilterDescriptionParser.h"
+#include "filters/FilterImpl.h"
+#include "veltratune_io/Filter.h"
+
+namespace veltra::filters {
+
+/** Highest sample rate at which a coefficient set has an impulse response. */
+inline constexpr std::uint32_t kMaxSampleRate = 1536000;
+
+/** Most sections of a set that has an impulse response: devices have some dozens. */
+inline constexpr unsigned kMaxSections = 1024;
+
+/** The filters of one project, one a channel.
+
+    A set is empty when it is made, and is filled once: by the parser, whose callback it is, or channel by channel
+    with addFilter for what a device says it holds already. From then on only its cache of impulse responses grows.
+
+    No locks: one thread at a time, also for getFIR, which fills the cache.
+*/
+class FilterSetsImpl final : public veltratune_io::FilterSet, public parser::FIIR::IFIIRCallback
+{
+public:
+    /** @param name  of the project, until a header replaces it */
+    explicit FilterSetsImpl (std::string name = {});
+
+    //==================================================================================================================
+    // FilterSet
+
+    const char* GetName() const override { return projectName.c_str(); }
+    const char* GetTechnology() const override { return technology.c_str(); }
+    bool GetFilter (std::uint32_t index, veltratune_io::Filter** filter) override;
+
+    //==================================================================================================================
+    // IFIIRCallback
+
+    unsigned getParseMask() override;
+
+    /** Takes the project's name and the technology, empty where they are null; the rest is dropped. */
+    bool onHeader (const char* newProjectName, const char* newTechnology, int channelCount, const char* creationDate,
+                   const char* creator, const char* creatorVersion, const char* fileName, const char* numberRepresentation,
+                   const char* tsexp) override;
+
+    bool onChannel (unsigned index, const char* name, int number, float gaindB, float delayMs, float maxFilterGaindB,
+                    int subwoofer, float xoverFreq) override;
+
+    /** Keeps the set in place of an earlier one at this rate. Minimum-phase sets are accepted and dropped.
+        @returns  false for a coefficient that is not a finite number: it would reach the loudspeakers as noise at
+                  full scale
+    */
+    bool onCoefficients (unsigned channelIndex, int sampleRate, bool minPhase, const float* taps, unsigned tapCount,
+                         const float* sections, unsigned sectionCount, const char* extra) override;
+
+    //==================================================================================================================
+
+    /** Appends a filter without coefficients.
+        @returns  the filter, which belongs to the set
+        @throws   std::bad_alloc
+    */
+    FilterImpl& addFilter (ChannelAttributes attributes);
+
+    std::uint32_t getFilterCount() const noexcept { return static_cast<std::uint32_t> (filters.size()); }
+
+    /** The filter at a place of the set; null for a place beyond the last. */
+    const FilterImpl* getFilterImpl (std::uint32_t index) const;
+
+    /** Name of the filter's channel; empty for a place beyond the last. */
+    std::string getChannelName (std::uint32_t index) const;
+
+    /** Largest gain in dB of a filter at any frequency; 0 for a place beyond the last. */
+    float getMaxFilterGaindB (std::uint32_t index) const;
+
+    /** Calls the function for each filter in order, until it returns false.
+        @returns  whether it went through all of them
+    */
+    bool forEachFilter (const std::function<bool (unsigned index, const FilterImpl& filter)>& function) const;
+
+    using ResponseFunction = std::function<void (std::uint32_t channelNumber, std::uint32_t sampleRate,
+                                                 const Eigen::VectorXf& response)>;
+
+    /** Calls the function with the impulse response, one second long, of each coefficient set: filter by filter, and
+        within a filter by ascending rate.
+
+        Left out are sets whose rate is 0 or above kMaxSampleRate, that have more than kMaxSections sections, whose
+        response does not stay finite, or for whose response there is no memory.
+
+        @param minPhase  whether to walk the minimum-phase sets or the others
+    */
+    void forEachCoefficientSet (const ResponseFunction& function, bool minPhase) const;
+
+    /** The impulse response of a filter at a sample rate, scaled so that its spectrum does not depend on the rate.
+
+        It comes from the filter's coefficient set at this rate. A rate that no filter has a set for is made from the
+        next higher rate: the smallest one above it that a filter has a set for or that was asked for before. Such a
+        rate is tied to the one it is made from by the first request. When that rate has no sets either, or none is
+        higher, the response is empty; so is that of a filter without a set at a rate that others have one for.
+
+        Filters with the same channel number share the response of the last of them that has a set.
+
+        @param index  place of the filter in the set
+        @returns      empty when there is no response; stays good as long as the set does
+    */
+    const Eigen::VectorXf& getFIR (std::uint32_t sampleRate, std::uint32_t index);
+
+private:
+    /** The responses at one rate, each made when it is first asked for. */
+    struct RateCache
+    {
+        std::uint32_t sourceRate = 0;                         ///< rate of the sets they are made from; 0 for none
+        std::map<std::uint32_t, Eigen::VectorXf> responses;   ///< by channel number
+    };
+
+    RateCache& cacheFor (std::uint32_t sampleRate);
+    Eigen::VectorXf makeResponse (std::uint32_t channelNumber, std::uint32_t sourceRate, std::uint32_t sampleRate) const;
+
+    std::vector<std::unique_ptr<FilterImpl>> filters;
+    std::map<std::uint32_t, RateCache> firCache;
+    std::string projectName;
+    std::string technology;
+};
+
+}

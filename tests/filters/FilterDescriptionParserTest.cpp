@@ -1,0 +1,347 @@
+#include <cmath>
+#include <limits>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "filters/FilterDescriptionParser.h"
+#include "tests/filters/DescriptionBuilder.h"
+
+namespace {
+
+using namespace veltra::parser::FIIR;
+using veltra::test::DescriptionBuilder;
+
+std::string orNull (const char* text) { return text == nullptr ? "(null)" : text; }
+
+/** Writes down what it is told. */
+class Recorder : public IFIIRCallback
+{
+public:
+    unsigned getParseMask() override
+    {
+        ++maskReads;
+        return mask;
+    }
+
+    bool onHeader (const char* projectName, const char* technology, int channelCount, const char* creationDate,
+                   const char* creator, const char* creatorVersion, const char* fileName, const char* numberRepresentation,
+                   const char* tsexp) override
+    {
+        for (const char* text : { projectName, technology, creationDate, creator, creatorVersion, fileName, numberRepresentation, tsexp })
+            header += orNull (text) + "|";
+
+        header += std::to_string (channelCount);
+        order += 'h';
+        return refuseAt != 'h';
+    }
+
+    bool onChannel (unsigned index, const char* name, int number, float gaindB, float delayMs, float maxFilterGaindB,
+                    int subwoofer, float xoverFreq) override
+    {
+        channels.push_back (std::to_string (index) + " " + orNull (name) + " " + std::to_string (number) + " "
+                            + veltra::test::text (gaindB) + " " + veltra::test::text (delayMs) + " " + veltra::test::text (maxFilterGaindB)
+                            + " " + std::to_string (subwoofer) + " " + veltra::test::text (xoverFreq));
+        order += 'c';
+        return refuseAt != 'c';
+    }
+
+    bool onCoefficients (unsigned channelIndex, int sampleRate, bool minPhase, const float* taps, unsigned tapCount,
+                         const float* sections, unsigned sectionCount, const char* extra) override
+    {
+        if (throwAtCoefficients)
+            throw std::runtime_error ("client");
+
+        sets.push_back ({ channelIndex, sampleRate, minPhase, { taps, taps + tapCount }, {}, sectionCount,
+                          sections == nullptr, orNull (extra) });
+
+        if (sections != nullptr)
+            sets.back().sections.assign (sections, sections + 4 * sectionCount);
+
+        order += 's';
+        return refuseAt != 's';
+    }
+
+    struct Set
+    {
+        unsigned channelIndex;
+        int sampleRate;
+        bool minPhase;
+        std::vector<float> taps;
+        std::vector<float> sections;
+        unsigned sectionCount;
+        bool sectionsAreNull;
+        std::string extra;
+    };
+
+    unsigned mask = 7;
+    char refuseAt = 0;
+    bool throwAtCoefficients = false;
+
+    int maskReads = 0;
+    std::string header;
+    std::string order;
+    std::vector<std::string> channels;
+    std::vector<Set> sets;
+};
+
+EResult check (const std::string& text) { return parse (text.c_str(), nullptr, "Veltra"); }
+
+std::string inTune (const std::string& content) { return "<Veltra><Tune>" + content + "</Tune></Veltra>"; }
+
+std::string inSet (const std::string& content, const std::string& attributes = R"(Topology="FIIR" Fs="48000")")
+{
+    return inTune ("<Channel><Coefficients " + attributes + ">" + content + "</Coefficients></Channel>");
+}
+
+const std::string oneTap = R"(<FIR NbrOfTaps="1"><taps>1</taps></FIR>)";
+
+/** The numbers that come out of a list of taps, when `count` are asked for. */
+std::optional<std::vector<float>> taps (const std::string& content, const std::string& count)
+{
+    Recorder recorder;
+    const auto text = inSet ("<FIR NbrOfTaps=\"" + count + "\"><taps>" + content + "</taps></FIR>", "Topology='FIR'");
+    const auto result = parse (text.c_str(), &recorder, "Veltra");
+
+    if (result == TapCountMismatch)
+        return std::nullopt;
+
+    EXPECT_EQ (Success, result) << content;
+    return recorder.sets.at (0).taps;
+}
+
+using Numbers = std::vector<float>;
+
+TEST (FilterDescriptionParser, ReportsTheWholeDescriptionInTheOrderOfTheText)
+{
+    const auto text = "\xef\xbb\xbf"
+                      + DescriptionBuilder::withHeader (R"(ChannelCount="9" ProjectName="A &amp; B" Technology="FIIR" CreationDate="today"
+                                                          Creator="c" CreatorVersion="1.2" FileName="" NumberRepresentation="dec" tsexp="-1")")
+                            .channel ("FL", 1, R"(GaindB="-1.5" Delayms=" 2.25" MaxFilterGaindB="6" Subwoofer="0" xoverFreq="80")")
+                            .fir (44100, std::vector<float> { 0.25f })
+                            .raw ("<!-- of no consequence -->")
+                            .fiir (48000, { 1.0f, -0.5f }, { { -1.8f, 0.81f, 0.1f, -0.2f }, { 0.0f, 0.0f, 1.0f, 0.0f } }, "Delay=48;x=y", true)
+                            .channel ("SW", 12, R"(Subwoofer="1")")
+                            .text();
+
+    Recorder recorder;
+    EXPECT_EQ (Success, parse (text.c_str(), &recorder, "Veltra"));
+    EXPECT_EQ (1, recorder.maskReads);
+    EXPECT_EQ ("hcssc", recorder.order);
+    EXPECT_EQ ("A & B|FIIR|today|c|1.2||dec|-1|9", recorder.header);
+    EXPECT_EQ ((std::vector<std::string> { "0 FL 1 -1.5 2.25 6 0 80", "1 SW 12 0 0 0 1 0" }), recorder.channels);
+
+    ASSERT_EQ (2u, recorder.sets.size());
+    const auto& fir = recorder.sets[0];
+    EXPECT_EQ (44100, fir.sampleRate);
+    EXPECT_FALSE (fir.minPhase);
+    EXPECT_EQ (Numbers { 0.25f }, fir.taps);
+    EXPECT_TRUE (fir.sectionsAreNull);
+    EXPECT_EQ (0u, fir.sectionCount);
+    EXPECT_EQ ("(null)", fir.extra);
+
+    const auto& fiir = recorder.sets[1];
+    EXPECT_EQ (48000, fiir.sampleRate);
+    EXPECT_TRUE (fiir.minPhase);
+    EXPECT_EQ ((Numbers { 1.0f, -0.5f }), fiir.taps);
+    EXPECT_EQ ((Numbers { -1.8f, 0.81f, 0.1f, -0.2f, 0.0f, 0.0f, 1.0f, 0.0f }), fiir.sections);
+    EXPECT_EQ (2u, fiir.sectionCount);
+    EXPECT_EQ ("Delay=48;x=y", fiir.extra);
+}
+
+TEST (FilterDescriptionParser, AbsentAttributesHaveTheirDefaults)
+{
+    Recorder recorder;
+    EXPECT_EQ (Success, parse (inTune ("<Channel><Coefficients Topology='FIR'>" + oneTap + "</Coefficients></Channel>").c_str(),
+                               &recorder, "Veltra"));
+    EXPECT_EQ ("(null)|(null)|(null)|(null)|(null)|(null)|(null)|(null)|0", recorder.header);
+    EXPECT_EQ ("0 (null) 0 0 0 0 -1 0", recorder.channels.at (0));
+    EXPECT_EQ (0, recorder.sets.at (0).sampleRate);
+    EXPECT_FALSE (recorder.sets.at (0).minPhase);
+}
+
+TEST (FilterDescriptionParser, EveryFailureHasItsCode)
+{
+    EXPECT_EQ (UnknownError, parse (nullptr, nullptr, "Veltra"));
+    EXPECT_EQ (UnknownError, check ("no tag at all"));
+    EXPECT_EQ (UnknownError, check ("<Veltra><Tune>")) << "cut off";
+    EXPECT_EQ (UnknownError, check ("<Veltra Tune></Veltra>"));
+
+    EXPECT_EQ (NoRootElement, check (""));
+    EXPECT_EQ (NoRootElement, check ("<veltra/>")) << "names match their case";
+    EXPECT_EQ (NoRootElement, check ("<Veltra2/>")) << "names match as a whole";
+    EXPECT_EQ (NoRootElement, parse ("<Veltra/>", nullptr, nullptr));
+    EXPECT_EQ (NoTuneElement, check ("<Veltra><tune/></Veltra>"));
+    EXPECT_EQ (NoChannelElement, check (inTune ("<Chanel/>")));
+
+    EXPECT_EQ (BadTopology, check (inSet (oneTap, "")));
+    EXPECT_EQ (BadTopology, check (inSet (oneTap, "Topology='VFIR'")));
+    EXPECT_EQ (BadTopology, check (inSet (oneTap, "Topology='fir'")));
+    EXPECT_EQ (NoFirElement, check (inSet ("")));
+    EXPECT_EQ (NoFirElement, check (inSet ("<FIR NbrOfTaps='1'/>")));
+    EXPECT_EQ (TapCountMismatch, check (inSet ("<FIR NbrOfTaps='2'><taps>1</taps></FIR>")));
+    EXPECT_EQ (NoIirElement, check (inSet (oneTap)));
+
+    EXPECT_EQ (SectionCountMismatch, check (inSet (oneTap + "<IIR NbrOfSections='1'><section>1 2 3</section></IIR>")));
+    EXPECT_EQ (SectionCountMismatch, check (inSet (oneTap + "<IIR NbrOfSections='1'><section/></IIR>")));
+    EXPECT_EQ (SectionCountMismatch, check (inSet (oneTap + "<IIR NbrOfSections='2'><section>1 2 3 4</section></IIR>")));
+    EXPECT_EQ (SectionCountMismatch, check (inSet (oneTap + "<IIR><section>1 2 3 4</section></IIR>")));
+
+    for (const char refuseAt : { 'h', 'c', 's' })
+    {
+        Recorder recorder;
+        recorder.refuseAt = refuseAt;
+        EXPECT_EQ (CallbackRefused, parse (inSet (oneTap, "Topology='FIR'").c_str(), &recorder, "Veltra"));
+        EXPECT_EQ (refuseAt, recorder.order.back()) << "nothing follows a refusal";
+    }
+
+    Recorder thrower;
+    thrower.throwAtCoefficients = true;
+    EXPECT_EQ (UnknownError, parse (inSet (oneTap, "Topology='FIR'").c_str(), &thrower, "Veltra"));
+}
+
+TEST (FilterDescriptionParser, TheMaskDecidesWhatIsReadAndChecked)
+{
+    const auto broken = inTune ("<Channel><Coefficients/></Channel><Channel/>");
+
+    Recorder nothing;
+    nothing.mask = 0;
+    EXPECT_EQ (Success, parse (broken.c_str(), &nothing, "Veltra"));
+    EXPECT_EQ ("", nothing.order);
+    EXPECT_EQ (NoRootElement, parse ("<a/>", &nothing, "Veltra"));
+    EXPECT_EQ (NoTuneElement, parse ("<Veltra/>", &nothing, "Veltra"));
+    EXPECT_EQ (NoChannelElement, parse (inTune ("").c_str(), &nothing, "Veltra"));
+
+    Recorder headerAndChannels;
+    headerAndChannels.mask = kParseHeader | kParseChannels;
+    EXPECT_EQ (Success, parse (broken.c_str(), &headerAndChannels, "Veltra"));
+    EXPECT_EQ ("hcc", headerAndChannels.order);
+
+    Recorder coefficients;
+    coefficients.mask = kParseCoefficients;
+    EXPECT_EQ (BadTopology, parse (broken.c_str(), &coefficients, "Veltra"));
+}
+
+TEST (FilterDescriptionParser, TheFormOfASetIsAPrefixOfItsTopology)
+{
+    EXPECT_EQ (Success, check (inSet (oneTap, "Topology='FIR'")));
+    EXPECT_EQ (Success, check (inSet (oneTap, "Topology='FIRST'")));
+    EXPECT_EQ (NoIirElement, check (inSet (oneTap, "Topology='FIIR2'")));
+    EXPECT_EQ (Success, check (inSet (oneTap + "<IIR/>", "Topology='FIIRx'")));
+}
+
+TEST (FilterDescriptionParser, SiblingsOfAnyNameAreTakenAlong)
+{
+    Recorder recorder;
+    EXPECT_EQ (Success, parse (inTune ("<Other/><Channel Name='a'/>text<!-- c --><Stray Name='b'/><![CDATA[x]]><Channel/>").c_str(),
+                               &recorder, "Veltra"));
+    EXPECT_EQ ((std::vector<std::string> { "0 a 0 0 0 0 -1 0", "1 b 0 0 0 0 -1 0", "2 (null) 0 0 0 0 -1 0" }), recorder.channels);
+
+    EXPECT_EQ (BadTopology, check (inTune ("<Channel><Coefficients Topology='FIR'>" + oneTap + "</Coefficients><Stray/></Channel>")));
+    EXPECT_EQ (Success, check (inSet (oneTap + "<IIR NbrOfSections='2'><section>1 2 3 4</section><stray>1 2 3 4</stray></IIR>")));
+}
+
+TEST (FilterDescriptionParser, BracketsAndBlanksPartNumbersAndNothingElseDoes)
+{
+    EXPECT_EQ ((Numbers { 1, -2.5f, 3e-3f }), taps ("[1] [-2.5]  3e-3", "3"));
+    EXPECT_EQ ((Numbers { 1, 2 }), taps (" ][1[2", "2"));
+    EXPECT_EQ ((Numbers { 1, 2 }), taps ("\n1\t \n2\n", "2")) << "line ends beside a blank do no harm";
+    EXPECT_EQ ((Numbers { 1, 0, 2 }), taps ("[1]\n[2]", "3")) << "a line end between separators is a token without a number";
+    EXPECT_EQ (std::nullopt, taps ("1\n2\n3", "3"));
+    EXPECT_EQ ((Numbers { 1 }), taps ("1\n2\n3", "1"));
+    EXPECT_EQ ((Numbers { 1, 2 }), taps ("1 2 3 4", "2")) << "the surplus is ignored";
+    EXPECT_EQ (Numbers {}, taps ("1 2", "0"));
+    EXPECT_EQ ((Numbers { 7, 5 }), taps ("<![CDATA[7 5]]>", "2"));
+    EXPECT_EQ (std::nullopt, taps ("<x/>1 2", "2")) << "only text that directly follows the opening tag counts";
+    EXPECT_EQ ((Numbers { 1, 2 }), taps ("1 2<x/>3", "2"));
+
+    Recorder recorder;
+    EXPECT_EQ (Success, parse (inSet (oneTap + "<IIR NbrOfSections='1'><section>1 2 3 4 5</section></IIR>").c_str(), &recorder, "Veltra"));
+    EXPECT_EQ ((Numbers { 1, 2, 3, 4 }), recorder.sets.at (0).sections);
+}
+
+TEST (FilterDescriptionParser, NumbersReadAsAtofReadsThemAndRoundTwice)
+{
+    EXPECT_EQ ((Numbers { 7, 0.5f, 1, 0, 16, 0 }), taps ("+7 .5 1,5 abc 0x10 --1", "6"));
+
+    const auto extremes = taps ("1e400 -1e400 1e39 1e-400 1e-40 inf nan", "7");
+    ASSERT_TRUE (extremes);
+    constexpr float infinity = std::numeric_limits<float>::infinity();
+    EXPECT_EQ ((Numbers { infinity, -infinity, infinity, 0, 1e-40f, infinity }), Numbers (extremes->begin(), extremes->end() - 1));
+    EXPECT_TRUE (std::isnan (extremes->back()));
+
+    // Halfway between two floats as a double, just above it as a decimal: a single rounding would go up.
+    EXPECT_EQ (Numbers { 1.0f }, taps ("1.0000000596046447753906251", "1"));
+}
+
+TEST (FilterDescriptionParser, CountsThatTheTextCannotHoldFailWithoutRoomBeingMade)
+{
+    for (const char* count : { "2147483647", "99999999999999999999", "-1", "-2147483648", "5" })
+        EXPECT_EQ (std::nullopt, taps ("1 2 3 4", count)) << count;
+
+    EXPECT_EQ (std::nullopt, taps ("", "0")) << "an empty list cannot be told from none";
+    EXPECT_EQ (std::nullopt, taps ("", "2000000000"));
+
+    for (const char* count : { "2147483647", "-1", "0" })
+        EXPECT_EQ (SectionCountMismatch,
+                   check (inSet (oneTap + "<IIR NbrOfSections='" + count + "'><section>1 2 3 4</section></IIR>"))) << count;
+}
+
+TEST (FilterDescriptionParser, ALongExtraLosesItsLastItemsWhole)
+{
+    const auto extra = [] (const std::string& text)
+    {
+        Recorder recorder;
+        EXPECT_EQ (Success, parse (inSet (oneTap + "<Extra>" + text + "</Extra>", "Topology='FIR'").c_str(), &recorder, "Veltra"));
+        return recorder.sets.at (0).extra;
+    };
+
+    const std::string longest (1023, 'x');
+    EXPECT_EQ (longest, extra (longest));
+    EXPECT_EQ ("Delay=1", extra ("Delay=1;key=" + std::string (1100, '9')));
+    EXPECT_EQ ("", extra (std::string (1024, 'x')));
+    EXPECT_EQ ("", extra (""));
+}
+
+TEST (FilterDescriptionParser, ElementsNestNoDeeperThan256)
+{
+    const auto nested = [] (int depth, const std::string& innermost = {})
+    {
+        std::string text = "<Veltra><Tune><Channel>"; // depth 3
+
+        for (int i = 3; i < depth; ++i)
+            text += "<x>";
+
+        return text + innermost + [&] { std::string end; for (int i = 3; i < depth; ++i) end += "</x>"; return end; }() + "</Channel></Tune></Veltra>";
+    };
+
+    EXPECT_EQ (Success, check (nested (256)));
+    EXPECT_EQ (UnknownError, check (nested (257)));
+    EXPECT_EQ (UnknownError, check (nested (256, "<x/>")));
+    EXPECT_EQ (UnknownError, check (nested (1000000)));
+
+    std::string unclosed;
+
+    for (int i = 0; i < 1000000; ++i)
+        unclosed += "<x>";
+
+    EXPECT_EQ (UnknownError, check (unclosed));
+
+    // Many elements side by side are no depth.
+    std::string flat;
+
+    for (int i = 0; i < 1000; ++i)
+        flat += "<Channel><a/></Channel>";
+
+    EXPECT_EQ (Success, check (inTune (flat)));
+}
+
+TEST (FilterDescriptionParser, DocumentTypesAndInstructionsAreSkipped)
+{
+    EXPECT_EQ (Success, check ("<?xml version='1.0'?><!DOCTYPE Veltra [<!ENTITY a '>'>]><?pi <x> ?><!-- <x> -->" + inTune ("<Channel/>")));
+}
+
+}

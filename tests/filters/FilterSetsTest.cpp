@@ -1,0 +1,205 @@
+#include <cmath>
+#include <limits>
+#include <map>
+
+#include <gtest/gtest.h>
+
+#include "dsp/Resampling.h"
+#include "filters/FIIRSourceImpl.h"
+#include "filters/FilterSetsImpl.h"
+#include "tests/filters/DescriptionBuilder.h"
+
+namespace {
+
+using namespace veltra::filters;
+using veltra::test::DescriptionBuilder;
+using Taps = std::vector<float>;
+
+struct Loaded
+{
+    explicit Loaded (const DescriptionBuilder& description) : result (veltra::parser::FIIR::parse (description.text().c_str(), &set, "Veltra")) {}
+
+    FilterSetsImpl set;
+    veltra::parser::FIIR::EResult result;
+};
+
+TEST (FilterSets, ShowWhatTheDescriptionSays)
+{
+    Loaded loaded (DescriptionBuilder ("Living room", "FIIR").channel ("FL", 1, R"(GaindB="-3" Delayms="1.5" MaxFilterGaindB="9")").rawChannel ({}));
+    ASSERT_EQ (veltra::parser::FIIR::Success, loaded.result);
+    EXPECT_STREQ ("Living room", loaded.set.GetName());
+    EXPECT_STREQ ("FIIR", loaded.set.GetTechnology());
+
+    veltratune_io::Filter* filter = nullptr;
+    ASSERT_TRUE (loaded.set.GetFilter (0, &filter));
+    EXPECT_STREQ ("FL", filter->GetName());
+    EXPECT_STREQ ("", filter->GetDescription());
+    EXPECT_EQ (0u, filter->GetChannel());
+    EXPECT_EQ (-3.0f, filter->GetGaindB());
+    EXPECT_EQ (1.5f, filter->GetDelayMs());
+    EXPECT_EQ (veltratune_io::kResultNotSupported, filter->UnsupportedQuery1 (0, 0));
+    EXPECT_EQ (9.0f, loaded.set.getMaxFilterGaindB (0));
+
+    ASSERT_TRUE (loaded.set.GetFilter (1, &filter));
+    EXPECT_STREQ ("", filter->GetName()) << "absent";
+    EXPECT_EQ (0xFFFFFFFFu, filter->GetChannel()) << "absent";
+
+    EXPECT_TRUE (loaded.set.GetFilter (1, nullptr));
+    EXPECT_FALSE (loaded.set.GetFilter (2, &filter));
+    EXPECT_EQ (0.0f, loaded.set.getMaxFilterGaindB (2));
+    EXPECT_EQ ("", loaded.set.getChannelName (2));
+    EXPECT_EQ (nullptr, loaded.set.getFilterImpl (2));
+    EXPECT_FALSE (FilterSetsImpl().GetFilter (0, nullptr));
+}
+
+TEST (FilterSets, TextsThatTheHeaderLacksAreEmpty)
+{
+    FilterSetsImpl set ("before");
+    EXPECT_STREQ ("before", set.GetName());
+    EXPECT_EQ (veltra::parser::FIIR::Success,
+               veltra::parser::FIIR::parse (DescriptionBuilder::withHeader ({}).rawChannel ({}).text().c_str(), &set, "Veltra"));
+    EXPECT_STREQ ("", set.GetName());
+    EXPECT_STREQ ("", set.GetTechnology());
+}
+
+TEST (FilterSets, CanBeMadeByHand)
+{
+    FilterSetsImpl set ("Slot 1");
+    set.addFilter ({ .name = "FL", .channelNumber = 0, .subwoofer = 0 });
+    set.addFilter ({ .name = "SW", .channelNumber = 7, .subwoofer = 1 });
+
+    EXPECT_EQ (2u, set.getFilterCount());
+    EXPECT_EQ ("SW", set.getChannelName (1));
+    EXPECT_EQ (7u, set.getFilterImpl (1)->GetChannel());
+    EXPECT_EQ (1, set.getFilterImpl (1)->getAttributes().subwoofer);
+    EXPECT_EQ (0, set.getFIR (48000, 1).size());
+
+    unsigned seen = 0;
+    EXPECT_FALSE (set.forEachFilter ([&] (unsigned index, const FilterImpl&) { ++seen; return index > 0; }));
+    EXPECT_EQ (1u, seen);
+    EXPECT_TRUE (set.forEachFilter ([&] (unsigned, const FilterImpl&) { return true; }));
+}
+
+TEST (FilterSets, TheLastSetOfARateStandsAndMinimumPhaseSetsAreDropped)
+{
+    Loaded loaded (DescriptionBuilder().channel ("FL", 1).fir (48000, Taps { 1 }).fir (48000, Taps { 2, 3 }).fir (44100, Taps { 4 }, {}, true)
+                       .channel ("FR", 2).fir (48000, Taps { 5 }, {}, true));
+    ASSERT_EQ (veltra::parser::FIIR::Success, loaded.result);
+
+    const auto& sets = loaded.set.getFilterImpl (0)->getCoefficientSets();
+    ASSERT_EQ (1u, sets.size());
+    EXPECT_EQ (2, sets.begin()->second.taps.size());
+    EXPECT_TRUE (loaded.set.getFilterImpl (1)->getCoefficientSets().empty());
+    EXPECT_EQ (0, loaded.set.getFIR (48000, 1).size());
+}
+
+TEST (FilterSets, TheFirstDelayThatIsNotZeroWins)
+{
+    const auto delay = [] (const DescriptionBuilder& description) { return Loaded (description).set.getFilterImpl (0)->getExtraDelayMs(); };
+    const auto channel = [] { return DescriptionBuilder().channel ("FL", 1); };
+
+    EXPECT_EQ (1.0f, delay (channel().fir (48000, Taps { 1 }, "a=b;delay=48;c=d").fir (44100, Taps { 1 }, "Delay=96")));
+    EXPECT_EQ (2.0f, delay (channel().fir (48000, Taps { 1 }, "Delays=48").fir (96000, Taps { 1 }, "Delay=0").fir (44100, Taps { 1 }, "Delay=88.2")));
+    EXPECT_EQ (0.0f, delay (channel().fir (48000, Taps { 1 })));
+    EXPECT_EQ (0.0f, delay (channel().fir (0, Taps { 1 }, "Delay=48"))) << "samples at no rate are no time";
+    EXPECT_EQ (0.0f, delay (channel().fir (48000, Taps { 1 }, "Delay=inf")));
+    EXPECT_EQ (1.0f, delay (channel().fir (48000, Taps { 1 }, "\xf0\x9f=\xe2;Delay=48;\xf0"))) << "text that is no UTF-8";
+}
+
+TEST (FilterSets, CoefficientsThatAreNoFiniteNumbersAreRefused)
+{
+    constexpr float nan = std::numeric_limits<float>::quiet_NaN();
+    constexpr float infinity = std::numeric_limits<float>::infinity();
+    EXPECT_EQ (veltra::parser::FIIR::CallbackRefused, Loaded (DescriptionBuilder().channel ("FL", 1).fir (48000, Taps { 1, nan })).result);
+    EXPECT_EQ (veltra::parser::FIIR::CallbackRefused,
+               Loaded (DescriptionBuilder().channel ("FL", 1).fiir (48000, { 1 }, { { 0, 0, infinity, 0 } })).result);
+}
+
+TEST (FilterSets, AResponseIsOneSecondOfTapsAndSections)
+{
+    Loaded loaded (DescriptionBuilder().channel ("FL", 1).fiir (48000, { 0.5f, -0.25f }, { { -0.5f, 0.0f, 2.0f, 0.0f } }));
+    const auto& response = loaded.set.getFIR (48000, 0);
+    ASSERT_EQ (48000, response.size());
+    EXPECT_EQ (0.5f, response[0]);
+    EXPECT_EQ (-0.25f, response[1]);
+    EXPECT_EQ (2.0f, response[2]);
+    EXPECT_EQ (1.0f, response[3]);
+    EXPECT_EQ (0.5f, response[4]);
+    EXPECT_EQ (&response, &loaded.set.getFIR (48000, 0)) << "made once";
+    EXPECT_EQ (0, loaded.set.getFIR (48000, 1).size()) << "beyond the last filter";
+}
+
+TEST (FilterSets, AMissingRateComesFromTheNextHigherOne)
+{
+    Loaded loaded (DescriptionBuilder().channel ("FL", 1).fir (44100, Taps { 1 }).fir (96000, Taps { 0, 1 }).fir (192000, Taps { 3 }));
+    const auto& at48 = loaded.set.getFIR (48000, 0);
+    const Eigen::VectorXf expected = 2.0f * veltra::dsp::resampleFloat (loaded.set.getFIR (96000, 0), 0.5, 80.0);
+    ASSERT_EQ (48000, at48.size());
+    EXPECT_EQ (expected, at48);
+    EXPECT_EQ (0, loaded.set.getFIR (384000, 0).size()) << "a lower rate is never used";
+}
+
+TEST (FilterSets, ARateThatWasMadeCountsAsOneToMakeFrom)
+{
+    Loaded loaded (DescriptionBuilder().channel ("FL", 1).fir (96000, Taps { 1 }));
+    EXPECT_EQ (48000, loaded.set.getFIR (48000, 0).size());
+    EXPECT_EQ (0, loaded.set.getFIR (46000, 0).size()) << "48000 is the next higher rate now and has no coefficients";
+
+    Loaded inOrder (DescriptionBuilder().channel ("FL", 1).fir (96000, Taps { 1 }));
+    EXPECT_EQ (46000, inOrder.set.getFIR (46000, 0).size());
+}
+
+TEST (FilterSets, ARateBelongsToAllFilters)
+{
+    Loaded loaded (DescriptionBuilder().channel ("FL", 1).fir (48000, Taps { 1 }).channel ("FR", 2).fir (96000, Taps { 1 })
+                       .channel ("FL again", 1).fir (48000, Taps { 7 }).channel ("FL without", 1));
+    EXPECT_EQ (0, loaded.set.getFIR (48000, 1).size()) << "no set at a rate that another filter has";
+    EXPECT_EQ (7.0f, loaded.set.getFIR (48000, 0)[0]) << "one channel number, one response: the last one";
+    EXPECT_EQ (7.0f, loaded.set.getFIR (48000, 3)[0]);
+}
+
+TEST (FilterSets, SetsWithoutASecondOfResponseAreLeftOut)
+{
+    std::vector<veltra::dsp::FIIRSection> tooMany (kMaxSections + 1, { 0, 0, 1, 0 });
+    Loaded loaded (DescriptionBuilder().channel ("FL", 1).fir (0, Taps { 1 }).fir (-1, Taps { 1 }).fir (1536001, Taps { 1 }).fir (2147483647, Taps { 1 })
+                       .fiir (1000, { 1 }, tooMany).fiir (2000, { 1 }, { { -3, 2, 1, 0 } }).fir (3000, Taps { 1 }));
+    ASSERT_EQ (veltra::parser::FIIR::Success, loaded.result);
+
+    std::vector<std::uint32_t> rates;
+    loaded.set.forEachCoefficientSet ([&] (std::uint32_t channel, std::uint32_t rate, const Eigen::VectorXf& response)
+    {
+        EXPECT_EQ (0u, channel);
+        EXPECT_EQ (rate, static_cast<std::uint32_t> (response.size()));
+        rates.push_back (rate);
+    }, false);
+
+    EXPECT_EQ ((std::vector<std::uint32_t> { 3000 }), rates);
+    EXPECT_EQ (2500, loaded.set.getFIR (2500, 0).size()) << "made from 3000";
+    EXPECT_EQ (0, loaded.set.getFIR (2000, 0).size()) << "its response grows without bound";
+    EXPECT_EQ (0, loaded.set.getFIR (0, 0).size());
+    EXPECT_EQ (0, loaded.set.getFIR (1536001, 0).size());
+}
+
+TEST (FIIRSource, TheListOfIdsDecidesHowManyChannelsThereAre)
+{
+    Loaded loaded (DescriptionBuilder().channel ("FL", 1, R"(MaxFilterGaindB="4")").fiir (96000, { 1, 2 }, { { 0.1f, 0.2f, 0.3f, 0.4f } })
+                       .channel ("FR", 2).fir (96000, Taps { 1 }).channel ("C", 3).fir (96000, Taps { 1 }));
+    FIIRSourceImpl source (loaded.set, { 11, 22 }, 96000);
+    EXPECT_EQ (2u, source.getChannelCount());
+    EXPECT_EQ (22u, source.getChannelId (1));
+    EXPECT_EQ ("FR", source.getChannelName (1));
+    EXPECT_EQ (4.0f, source.getMaxGaindB (0));
+    EXPECT_EQ (96000, source.getFIR (0).size());
+
+    const auto data = source.getFIIR (0);
+    EXPECT_EQ (2.0f, data.taps[1]);
+    ASSERT_EQ (1u, data.sections.size());
+    EXPECT_EQ ((veltra::dsp::FIIRSection { 0.1f, 0.2f, 0.3f, 0.4f }), data.sections[0]);
+    EXPECT_EQ (0, source.getFIIR (3).taps.size()) << "beyond the last filter";
+
+    FIIRSourceImpl other (loaded.set, { 11 }, 48000);
+    EXPECT_EQ (0, other.getFIIR (0).taps.size()) << "coefficients are never resampled";
+    EXPECT_EQ (48000, other.getFIR (0).size());
+}
+
+}

@@ -1,0 +1,157 @@
+#include <cstring>
+#include <map>
+
+#include <gtest/gtest.h>
+
+#include "tests/topology/TestSource.h"
+#include "topology/Topology.h"
+
+namespace {
+
+using namespace veltra::topology;
+using namespace veltra::test;
+
+struct Conversion
+{
+    /** Converts, in a block that holds rubbish to begin with. */
+    Conversion (const char* topology, IFIRSource& source, const juce::String& parameters, unsigned rate = 48000)
+    {
+        juce::PropertySet settings;
+        blob.setSize (1000);
+        blob.fillWith (0x55);
+        createTopology (topology, {})->createFilterData (result, source, parseParameters (parameters), rate, blob, settings);
+    }
+
+    /** The blob as a row of bytes in hexadecimal. */
+    std::string bytes() const { return juce::String::toHexString (blob.getData(), static_cast<int> (blob.getSize()), 4).toStdString(); }
+
+    std::string error() const { return result.getErrorMessage().toStdString(); }
+
+    juce::Result result = juce::Result::fail ("untouched");
+    juce::MemoryBlock blob;
+};
+
+const std::string one = "0000803f", two = "00000040", minusHalf = "000000bf", zero = "00000000";
+
+TEST (Topologies, AreFoundByTheirExactNames)
+{
+    for (const char* name : { "FIIR", "FIR" })
+        EXPECT_NE (nullptr, createTopology (name, {})) << name;
+
+    for (const char* name : { "fir", "FIR ", "FIRx", "F", "", "FII" })
+        EXPECT_EQ (nullptr, createTopology (name, {})) << name;
+}
+
+TEST (Topologies, TellTheLongestResponseAndNoLatency)
+{
+    const auto parameters = parseParameters ("NbrOfFIRTaps=1000;latency=256");
+    EXPECT_EQ (1000u, createTopology ("FIR", {})->getMaxTaps (parameters, 44101));
+    EXPECT_EQ (0u, createTopology ("FIR", {})->getMaxTaps ({}, 44101));
+    EXPECT_EQ (0u, createTopology ("FIR", {})->getMaxTaps (parseParameters ("NbrOfFIRTaps=-1"), 44101));
+    EXPECT_EQ (22050u, createTopology ("FIIR", {})->getMaxTaps (parameters, 44101));
+    EXPECT_EQ (0.0f, createTopology ("FIR", {})->getLatencyMs (parameters, 44100));
+    EXPECT_EQ (0.0f, createTopology ("FIIR", {})->getLatencyMs (parameters, 44100));
+}
+
+TEST (ParameterString, KeepsItemsOfOneKeyAndOneValue)
+{
+    const auto pairs = [] (const juce::String& text)
+    {
+        const auto parameters = parseParameters (text);
+        std::string all;
+
+        for (int i = 0; i < parameters.size(); ++i)
+            all += (parameters.getAllKeys()[i] + ":" + parameters.getAllValues()[i] + " ").toStdString();
+
+        return all;
+    };
+
+    EXPECT_EQ ("NbrOfFIRTaps:1000 NbrOfIIRSections:30 ", pairs ("NbrOfFIRTaps=1000;NbrOfIIRSections=30"));
+    EXPECT_EQ ("a:1 c:3 ", pairs ("a=1;b;c=3"));
+    EXPECT_EQ ("b:2 ", pairs ("a=1=2;b=2;;=x=;"));
+    EXPECT_EQ ("a: ", pairs ("a="));
+    EXPECT_EQ ("a:2 ", pairs ("a=1;A=2"));
+    EXPECT_EQ ("", pairs (""));
+    EXPECT_EQ ("1000", parseParameters ("nbroffirtaps=1000")["NbrOfFIRTaps"].toStdString());
+}
+
+TEST (ParameterString, ATextOfAMillionItemsTakesNoTime)
+{
+    juce::MemoryOutputStream text;
+
+    for (int i = 0; i < 200000; ++i)
+        text << i << "=1;";
+
+    EXPECT_EQ (1024, parseParameters (text.toString()).size());
+}
+
+TEST (FIRTopology, WritesTheFirstTapsOfEachChannel)
+{
+    FIRTestSource source ({ { .response = vector ({ 1.0f, 2.0f, -0.5f }) }, { .response = vector ({ -0.5f }) } });
+
+    const Conversion cut ("FIR", source, "NbrOfFIRTaps=2");
+    EXPECT_TRUE (cut.result.wasOk());
+    EXPECT_EQ (one + two + minusHalf + zero, juce::String (cut.bytes()).removeCharacters (" ").toStdString()) << "a short response is filled up with zeros";
+}
+
+TEST (FIRTopology, AnEmptyRequestIsAnEmptyBlob)
+{
+    FIRTestSource source ({ { .response = vector ({ 1.0f }) } });
+    FIRTestSource nobody;
+
+    for (const auto& conversion : { Conversion ("FIR", source, "NbrOfFIRTaps=0"), Conversion ("FIR", nobody, "NbrOfFIRTaps=1000"),
+                                    Conversion ("FIR", source, "NbrOfFIRTaps=none") })
+    {
+        EXPECT_TRUE (conversion.result.wasOk());
+        EXPECT_EQ (0u, conversion.blob.getSize());
+    }
+}
+
+TEST (FIRTopology, FailuresHaveWords)
+{
+    FIRTestSource source ({ { .response = vector ({ 1.0f }) }, { .name = "C\xf0" } });
+    EXPECT_EQ ("Required topology parameter not found", Conversion ("FIR", source, "NbrOfTaps=2").error());
+    EXPECT_EQ ("No filter response for channel C? at 96000 Hz", Conversion ("FIR", source, "NbrOfFIRTaps=2", 96000).error());
+
+    FIRTestSource long1 ({ { .response = vector ({ 1.0f }) } });
+    EXPECT_EQ (64u << 20, Conversion ("FIR", long1, "NbrOfFIRTaps=16777216").blob.getSize());
+
+    for (const char* taps : { "-1", "16777217", "2147483647", "99999999999", "-99999999999" })
+        EXPECT_EQ ("Required topology parameter out of range", Conversion ("FIR", long1, "NbrOfFIRTaps=" + juce::String (taps)).error()) << taps;
+}
+
+TEST (FIIRTopology, CopiesEachChannelIntoItsSlot)
+{
+    FIIRTestSource source ({ { .data = { vector ({ 1, 2 }), { { 1, 2, -0.5f, 1 } } } },
+                             { .data = { vector ({ 2 }), { { 1, 1, 1, 1 } } } },      // sections straight behind the taps
+                             {},                                                     // nothing at this rate
+                             { .data = { vector ({ 1, 1, 1, 1, 1, 1, 2 }), {} } } }); // too many, beyond channel 0
+
+    const Conversion conversion ("FIIR", source, "NbrOfFIRTaps=2;NbrOfIIRSections=1");
+    EXPECT_TRUE (conversion.result.wasOk());
+    EXPECT_EQ (one + two + one + two + minusHalf + one
+               + two + one + one + one + one + zero
+               + zero + zero + zero + zero + zero + zero
+               + one + one + one + one + one + one, juce::String (conversion.bytes()).removeCharacters (" ").toStdString());
+}
+
+TEST (FIIRTopology, FailuresHaveWords)
+{
+    FIIRTestSource source ({ { .data = { Eigen::VectorXf::Zero (1200), std::vector<veltra::dsp::FIIRSection> (24) } } });
+    EXPECT_EQ ("Required topology parameters not found", Conversion ("FIIR", source, "NbrOfFIRTaps=1000").error());
+    EXPECT_EQ ("Required topology parameters not found", Conversion ("FIIR", source, "NbrOfIIRSections=30").error());
+    EXPECT_EQ ("FIIR taps/sections mismatch: FIIR(1200/24) vs. Device (1000/30)",
+               Conversion ("FIIR", source, "NbrOfFIRTaps=1000;NbrOfIIRSections=30").error());
+    EXPECT_EQ ("FIIR taps/sections mismatch: FIIR(1200/24) vs. Device (2000/23)",
+               Conversion ("FIIR", source, "NbrOfFIRTaps=2000;NbrOfIIRSections=23").error());
+    EXPECT_TRUE (Conversion ("FIIR", source, "NbrOfFIRTaps=1200;NbrOfIIRSections=24").result.wasOk());
+
+    for (const char* parameters : { "NbrOfFIRTaps=-1;NbrOfIIRSections=30", "NbrOfFIRTaps=1200;NbrOfIIRSections=-30",
+                                    "NbrOfFIRTaps=16777216;NbrOfIIRSections=30", "NbrOfFIRTaps=2147483647;NbrOfIIRSections=2147483647" })
+        EXPECT_EQ ("Required topology parameter out of range", Conversion ("FIIR", source, parameters).error()) << parameters;
+
+    FIIRTestSource nobody;
+    EXPECT_TRUE (Conversion ("FIIR", nobody, "NbrOfFIRTaps=1000;NbrOfIIRSections=30").result.wasOk());
+}
+
+}
