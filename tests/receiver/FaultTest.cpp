@@ -1,0 +1,175 @@
+#include <gtest/gtest.h>
+
+#include "tests/receiver/TestHost.h"
+#include "tools/receiver/Receiver.h"
+
+namespace veltra::receiver {
+namespace {
+
+using namespace std::chrono_literals;
+using Action = Fault::Action;
+
+veltraio::Request unitRequest()
+{
+    veltraio::Request message;
+    message.set_requesttype (veltraio::Request::RequestType_kGetUnit);
+    message.set_deviceindex (0);
+    return message;
+}
+
+veltraio::FilteringState filteringOn()
+{
+    veltraio::FilteringState message;
+    message.set_deviceindex (0);
+    message.set_isfiltering (true);
+    return message;
+}
+
+/** A receiver with one fault at the first "FilteringState" or "GetUnit"; what comes after must work. */
+class ReceiverFault : public ::testing::Test
+{
+protected:
+    void setFault (Fault fault)
+    {
+        receiver.setFaults ({ std::move (fault) });
+    }
+
+    void expectWorking()
+    {
+        host.send (unitRequest());
+        EXPECT_TRUE (host.receiveA<veltraio::Unit>());
+    }
+
+    Receiver receiver { shippedProfile ("stereo") };
+    TestHost host { receiver.port() };
+};
+
+TEST_F (ReceiverFault, RefusesWithWordsAndWithout)
+{
+    receiver.setFaults ({ { .action = Action::refuse, .type = "FilteringState", .text = "no room" },
+                          { .action = Action::refuse, .type = "FilteringState", .first = 2 } });
+    EXPECT_EQ (host.command (filteringOn()), "no room");
+    host.send (filteringOn());
+    const auto answer = host.receiveA<veltraio::Acknowledge>();
+    EXPECT_FALSE (answer->ok());
+    EXPECT_FALSE (answer->has_errormessage());
+    EXPECT_FALSE (receiver.settings().isFiltering);
+    EXPECT_EQ (host.command (filteringOn()), "ok");
+}
+
+TEST_F (ReceiverFault, LosesAMessageOrItsReply)
+{
+    setFault ({ .action = Action::lose, .type = "FilteringState" });
+    host.send (filteringOn());
+    expectWorking();
+    EXPECT_FALSE (receiver.settings().isFiltering);
+    EXPECT_FALSE (receiver.messages ("FilteringState").at (0).wasCarriedOut);
+
+    setFault ({ .action = Action::loseReply, .type = "FilteringState" });
+    host.send (filteringOn());
+    expectWorking();
+    EXPECT_TRUE (receiver.settings().isFiltering);
+}
+
+TEST_F (ReceiverFault, DelaysAReplyAndWhatComesMeanwhile)
+{
+    setFault ({ .action = Action::delay, .type = "FilteringState", .pause = 100ms });
+    const auto start = std::chrono::steady_clock::now();
+    host.send (filteringOn());
+    host.send (unitRequest());
+    EXPECT_TRUE (host.receiveA<veltraio::Acknowledge>());
+    EXPECT_GE (std::chrono::steady_clock::now() - start, 100ms);
+    EXPECT_TRUE (host.receiveA<veltraio::Unit>());
+}
+
+TEST_F (ReceiverFault, SendsNoiseWrongChecksumsAndCopies)
+{
+    setFault ({ .action = Action::noise, .type = "GetUnit", .bytes = 1000 });
+    expectWorking();
+    EXPECT_EQ (host.noiseBytes, 1000u);
+
+    setFault ({ .action = Action::wrongChecksum, .type = "GetUnit" });
+    host.send (unitRequest());
+    EXPECT_FALSE (host.receive()->checksumFits);
+    expectWorking();
+
+    setFault ({ .action = Action::duplicate, .type = "GetUnit", .bytes = 3 });
+    expectWorking();
+    EXPECT_TRUE (host.receiveA<veltraio::Unit>());
+    EXPECT_TRUE (host.receiveA<veltraio::Unit>());
+    expectWorking();
+}
+
+TEST_F (ReceiverFault, SendsAReplyInPieces)
+{
+    setFault ({ .action = Action::pieces, .type = "GetUnit", .bytes = 40, .pause = 10ms });
+    expectWorking();
+    EXPECT_GE (host.reads, 3u);
+}
+
+TEST_F (ReceiverFault, AnswersWithAnotherMessageOrOnlyABeginning)
+{
+    setFault ({ .action = Action::answer, .type = "GetUnit", .text = "Pong" });
+    host.send (unitRequest());
+    EXPECT_TRUE (host.receiveA<veltraio::Pong>());
+
+    setFault ({ .action = Action::truncate, .type = "GetUnit", .bytes = 5 });
+    host.send (unitRequest());
+    const auto beginning = host.receive();
+    EXPECT_TRUE (beginning->checksumFits);
+    EXPECT_EQ (beginning->body.size(), 5u);
+    expectWorking();
+}
+
+TEST_F (ReceiverFault, ClosesOrResetsInsteadOfAReplyOrInTheMiddleOfIt)
+{
+    setFault ({ .action = Action::close, .type = "FilteringState" });
+    host.send (filteringOn());
+    EXPECT_EQ (host.waitForEnd(), "closed");
+    EXPECT_TRUE (receiver.settings().isFiltering);
+
+    TestHost second (receiver.port());
+    setFault ({ .action = Action::close, .type = "FilteringState", .bytes = 10 });
+    second.send (filteringOn());
+    EXPECT_EQ (second.waitForEnd(), "bytes");
+    EXPECT_FALSE (second.receive());
+    EXPECT_TRUE (receiver.waitFor ([&] { return receiver.openSessions() == 0; }));
+
+    TestHost third (receiver.port());
+    setFault ({ .action = Action::reset, .type = "FilteringState" });
+    third.send (filteringOn());
+    EXPECT_EQ (third.waitForEnd(), "reset");
+}
+
+TEST_F (ReceiverFault, BefallsNewConnectionsToo)
+{
+    EXPECT_TRUE (receiver.waitFor ([&] { return receiver.openSessions() == 1; }));
+    setFault ({ .action = Action::close, .type = "connect" });
+    TestHost second (receiver.port());
+    EXPECT_EQ (second.waitForEnd(), "closed");
+    expectWorking();
+}
+
+TEST_F (ReceiverFault, ChangesTheLimitFromAMessageOn)
+{
+    setFault ({ .action = Action::limit, .type = "GetUnit", .first = 2, .bytes = 10 });
+    expectWorking();
+    EXPECT_EQ (host.command (unitRequest()), "Envelope of 19 bytes exceeds the limit of 10");
+}
+
+TEST_F (ReceiverFault, DoesNotHoldUpTheEndOfTheReceiver)
+{
+    Receiver::Options options;
+    options.faults = { { .action = Action::delay, .type = "*", .pause = 60000ms } };
+    auto slow = std::make_unique<Receiver> (shippedProfile ("stereo"), options);
+    TestHost waiting (slow->port());
+    waiting.send (unitRequest());
+    EXPECT_TRUE (slow->waitFor ([&] { return slow->messageCount ("Request") == 1; }));
+
+    const auto start = std::chrono::steady_clock::now();
+    slow = nullptr;
+    EXPECT_LT (std::chrono::steady_clock::now() - start, 20s);
+}
+
+}
+}

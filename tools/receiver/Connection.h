@@ -1,0 +1,103 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace veltra::receiver {
+
+/** A file descriptor with one owner; closed when that goes. */
+class Descriptor
+{
+public:
+    Descriptor() = default;
+    explicit Descriptor (int fd) noexcept : fd_ (fd) {}
+    Descriptor (Descriptor&& other) noexcept;
+    Descriptor& operator= (Descriptor&& other) noexcept;
+    ~Descriptor();
+
+    int get() const noexcept { return fd_; }
+    bool isOpen() const noexcept { return fd_ >= 0; }
+    void close() noexcept;
+
+private:
+    int fd_ = -1;
+};
+
+/** Ends blocking waits from another thread: once raised it stays raised, and every wait that watches it comes
+    back at once. Raising it is safe in a signal handler. */
+class StopSignal
+{
+public:
+    StopSignal();
+
+    void raise() noexcept;
+    bool isRaised() const noexcept { return raised.load(); }
+
+    /** @returns false when the signal was raised before the time was over */
+    bool pause (std::chrono::milliseconds duration) const;
+
+    /** Becomes readable when the signal is raised. */
+    int handle() const noexcept { return readEnd.get(); }
+
+private:
+    Descriptor readEnd, writeEnd;
+    std::atomic<bool> raised { false };
+};
+
+/** One accepted TCP connection. All waiting ends when the stop signal is raised.
+
+    Threads: one may receive while others send; senders see to it themselves that they take turns. close() and
+    reset() are the owner's, when nobody else uses the connection any more.
+*/
+class Connection
+{
+public:
+    Connection (Descriptor socket, const StopSignal& stop);
+
+    /** Waits for bytes.
+        @returns how many arrived; 0 when the peer closed, the connection broke or the stop signal was raised */
+    std::size_t receive (char* buffer, std::size_t capacity);
+
+    /** Sends all of it, as fast as the peer takes it.
+        @returns false when the connection broke or the stop signal was raised */
+    bool send (std::string_view bytes);
+
+    /** Closes in an orderly way: the peer reads an end of stream after the bytes sent before. */
+    void close() noexcept;
+
+    /** Breaks the connection off: the peer gets a reset, and loses bytes that it has not read. */
+    void reset() noexcept;
+
+private:
+    bool waitFor (short events) const;
+
+    Descriptor socket;
+    const StopSignal& stop;
+};
+
+/** A listening TCP socket. */
+class Listener
+{
+public:
+    /** @param address  numeric IPv4 address of a local interface
+        @param port     0 picks a free one
+        @throws         std::system_error with words that name address and port */
+    Listener (const std::string& address, std::uint16_t port);
+
+    std::uint16_t port() const noexcept { return boundPort; }
+
+    /** Waits for a connection.
+        @returns nothing when the stop signal was raised */
+    std::optional<Descriptor> accept (const StopSignal& stop);
+
+private:
+    Descriptor socket;
+    std::uint16_t boundPort = 0;
+};
+
+}

@@ -1,0 +1,110 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "protocol/veltraio.pb.h"
+
+namespace veltra::receiver {
+
+/** What a slot holds for one sample rate. */
+struct RateBlock
+{
+    std::uint32_t sampleRate = 0;              ///< Hz
+    std::vector<std::uint32_t> channelIndices; ///< the channels that it serves, in the order of its data
+    std::uint32_t announcedBytes = 0;
+    std::string bytes;                         ///< assembled by offset; as long as what has arrived reaches
+
+    bool isComplete() const;
+
+    /** CRC-32 of the bytes, as zlib, PNG and `python3 -c "import zlib..."` compute it. */
+    std::uint32_t checksum() const;
+
+    /** Puts a piece in its place. A piece may repeat or overlap what is there already: a host that missed an
+        acknowledgement sends again.
+        @throws Refusal when the piece is empty, lies outside the announced size, or leaves too many gaps */
+    void add (std::uint32_t offset, std::string_view piece);
+
+private:
+    std::map<std::uint32_t, std::uint32_t> arrived; ///< start and end of each stretch, apart from one another
+};
+
+/** One filter slot, with what was downloaded into it. */
+struct Slot
+{
+    enum class State
+    {
+        empty,
+        loading, ///< a download began and has not come to its end
+        occupied ///< everything that was announced has arrived, or the profile says that a filter is here
+    };
+
+    State state = State::empty;
+    std::string name;
+    std::string technology;
+    std::uint32_t channelCount = 0;                   ///< as announced
+    std::optional<std::uint32_t> totalBytes;          ///< of all blocks, as announced
+    std::vector<veltraio::FilterChannel> channels;    ///< in the order of arrival
+    std::vector<RateBlock> blocks;                    ///< in the order of arrival
+
+    /** @returns null when there is none for this rate */
+    const RateBlock* findBlock (std::uint32_t sampleRate) const;
+};
+
+/** The filter slots of one device, and the rules by which a download fills them: LoadFilter empties the slot
+    and announces a filter, a FilterChannel follows for each of its channels, then for each sample rate a
+    FilterData and the FilterDataChunks of its bytes.
+
+    Each operation throws Refusal with words for a person when the message does not fit; the slot is then as it
+    was before. Not thread-safe.
+*/
+class FilterMemory
+{
+public:
+    /** Bytes of one slot that the device accepts; a sender must not be able to take all memory. */
+    static constexpr std::uint32_t kSlotBytes = 256u * 1024u * 1024u;
+
+    /** Longest filter name, in characters. */
+    static constexpr std::size_t kMaxNameLength = 32;
+
+    explicit FilterMemory (const veltraio::Unit::Device& device);
+
+    /** Names a download; no two downloads of a receiver have the same, and none has 0. */
+    using DownloadId = std::uint64_t;
+
+    /** Begins a download. A download into the same slot that is still open is void from now on. */
+    void begin (DownloadId, const veltraio::LoadFilter&);
+
+    void addChannel (DownloadId, std::uint32_t slot, const veltraio::FilterChannel&);
+
+    /** @returns true when the filter became complete with this, as an empty last block makes it */
+    bool addBlock (DownloadId, const veltraio::FilterData&);
+
+    /** @returns true when the filter became complete with this piece */
+    bool addChunk (DownloadId, const veltraio::FilterDataChunk&);
+
+    /** Empties the slot of a download, also when its last byte is there already. */
+    void cancel (DownloadId, std::uint32_t slot);
+
+    /** Empties a slot; an empty one stays so. */
+    void remove (std::uint32_t slot);
+
+    const std::vector<Slot>& slots() const { return slots_; }
+
+    /** @throws Refusal when there is no such slot */
+    void requireSlot (std::uint32_t slot) const;
+
+private:
+    Slot& loading (DownloadId, std::uint32_t slot);
+    bool finish (Slot&);
+
+    const veltraio::Unit::Device device;
+    std::vector<Slot> slots_;
+    std::vector<DownloadId> owners; ///< the last download into each slot
+};
+
+}

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+#include <Eigen/Core>
+
+#include "dsp/FftConvolver.h"
+
+namespace veltra::receiver {
+
+/** A stimulus on its way through the room, rendered block by block as the microphone hears it. One thread at a
+    time. */
+class Playback
+{
+public:
+    /** @param stimulus  what is played
+        @param response  from the stimulus to the microphone; empty for silence
+        @param latency   samples of silence before the stimulus begins */
+    Playback (Eigen::VectorXf stimulus, Eigen::VectorXf response, std::uint64_t latency);
+
+    /** Adds the next samples to what the microphone hears. */
+    void mix (std::span<float> out);
+
+    /** Samples until the last one of the stimulus has been played; the room goes on sounding after that. */
+    std::uint64_t length() const { return latency + static_cast<std::uint64_t> (stimulus.size()); }
+
+    /** Everything has been played, and the room has become silent. */
+    bool isOver() const { return position >= length() + static_cast<std::uint64_t> (responseSize - 1); }
+
+private:
+    void renderBlock();
+
+    const Eigen::VectorXf stimulus;
+    const Eigen::Index responseSize;
+    const std::uint64_t latency;
+    dsp::FftConvolver convolver;
+
+    std::uint64_t position = 0;   // samples that mix() has given
+    Eigen::Index rendered = 0;    // samples of the stimulus that have been convolved
+    Eigen::VectorXf ready, decay; // the convolved samples to give out, and what follows of them in the next block
+    Eigen::Index taken = 0;       // of ready
+};
+
+}

@@ -1,0 +1,213 @@
+#include <algorithm>
+#include <csignal>
+#include <cstdint>
+#include <fstream>
+#include <iostream>
+#include <mutex>
+#include <sstream>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "tools/receiver/Receiver.h"
+#include "tools/receiver/SlotReport.h"
+
+namespace {
+
+using namespace veltra::receiver;
+
+constexpr int kUsage = 2;      ///< the command line is wrong
+constexpr int kInput = 3;      ///< a profile, a fault or a room cannot be used
+constexpr int kNoListening = 4; ///< address and port cannot be had
+
+/** What the command line asks for. */
+struct Arguments
+{
+    Receiver::Options options;
+    std::string profile = "seven-one";
+    std::vector<std::string> faults;
+    std::string faultFile;
+    std::string log = "events";
+};
+
+/** A message for a person, and the program's exit status. */
+struct Failure
+{
+    int status;
+    std::string text;
+};
+
+StopSignal* stopOnSignal = nullptr;
+
+void readArguments (CLI::App& app, Arguments& arguments)
+{
+    auto& options = arguments.options;
+    auto& measurement = options.measurement;
+    app.add_option ("--port", options.port, "TCP port; 0 picks a free one, which is printed")->capture_default_str();
+    app.add_option ("--bind", options.bindAddress, "IPv4 address to listen on")->capture_default_str();
+    app.add_option ("--profile", arguments.profile, "What the receiver is: a profile's file, or stereo, seven-one or twelve")
+        ->capture_default_str();
+    app.add_option ("--folder", options.folder, "Write each slot here when it has been downloaded");
+    app.add_option ("--fault", arguments.faults, "Something that goes wrong, see below; may be repeated");
+    app.add_option ("--fault-file", arguments.faultFile, "A file of such faults, one a line");
+    app.add_option ("--room", measurement.room.folder, "Folder with the room's responses, measured_CHANNEL_RATE.wav");
+    app.add_option ("--room-delay", measurement.room.delay_ms, "Delay in ms of channels without a response there")
+        ->capture_default_str();
+    app.add_option ("--noise", measurement.noise_dBFS, "RMS level of the microphone's noise in dBFS, or -inf")
+        ->capture_default_str();
+    app.add_option ("--speed", measurement.speed, "Speed of the microphone's stream, times real time")
+        ->capture_default_str();
+    app.add_option ("--log", arguments.log, "What to tell on standard error: nothing, events or messages")
+        ->check (CLI::IsMember ({ "nothing", "events", "messages" }))
+        ->capture_default_str();
+    app.footer ("A fault is \"NAME TYPE WHICH ARGUMENTS\". TYPE is a message (FilterDataChunk), a kind of request\n"
+                "(GetVolume), \"*\" for every message, AudioData or connect; WHICH is 3, 3-5, 3+ or *:\n"
+                + faultHelp()
+                + "\nExit status: 0 after SIGINT or SIGTERM, 2 wrong command line, 3 a profile, fault or room that\n"
+                  "cannot be used, 4 address and port cannot be had.");
+}
+
+Profile chooseProfile (const std::string& name)
+{
+    const auto& shipped = shippedProfileNames();
+    if (std::find (shipped.begin(), shipped.end(), name) != shipped.end())
+        return shippedProfile (name);
+    std::string error;
+    auto loaded = loadProfile (name, error);
+    if (! loaded)
+        throw Failure { kInput, error };
+    return *loaded;
+}
+
+void addFaults (const std::string& text, const std::string& origin, std::vector<Fault>& faults)
+{
+    std::string error;
+    const auto parsed = parseFaults (text, error);
+    if (! parsed)
+        throw Failure { kInput, origin + ": " + error };
+    faults.insert (faults.end(), parsed->begin(), parsed->end());
+}
+
+std::vector<Fault> chooseFaults (const Arguments& arguments)
+{
+    std::vector<Fault> faults;
+    for (const auto& fault : arguments.faults)
+        addFaults (fault, "--fault \"" + fault + "\"", faults);
+    if (! arguments.faultFile.empty())
+    {
+        std::ifstream stream (arguments.faultFile);
+        std::ostringstream text;
+        text << stream.rdbuf();
+        if (! stream)
+            throw Failure { kInput, arguments.faultFile + " cannot be read" };
+        addFaults (text.str(), arguments.faultFile, faults);
+    }
+    return faults;
+}
+
+/** Standard output is for scripts: one whole line at a time, at once. */
+void print (const std::vector<std::string>& lines)
+{
+    for (const auto& line : lines)
+        std::cout << line << '\n';
+    std::cout << std::flush;
+}
+
+void printAllSlots (const Receiver& receiver, int deviceCount)
+{
+    bool isEmpty = true;
+    for (int device = 0; device < deviceCount; ++device)
+    {
+        const auto index = static_cast<std::uint32_t> (device);
+        std::uint32_t slotIndex = 0;
+        for (const auto& slot : receiver.slots (index))
+        {
+            const auto lines = describeSlot (index, slotIndex++, slot);
+            isEmpty = isEmpty && lines.empty();
+            print (lines);
+        }
+    }
+    if (isEmpty)
+        print ({ "all slots are empty" });
+}
+
+void run (Arguments& arguments)
+{
+    const auto profile = chooseProfile (arguments.profile);
+    auto& options = arguments.options;
+    options.faults = chooseFaults (arguments);
+    options.recordedBytes = 0;
+
+    std::mutex printing;
+    options.onDownload = [&] (std::uint32_t device, std::uint32_t slotIndex, const Slot& slot)
+    {
+        const std::scoped_lock guard (printing);
+        print (describeSlot (device, slotIndex, slot));
+    };
+    if (arguments.log != "nothing")
+        options.log = [all = arguments.log == "messages"] (LogDetail detail, const std::string& text)
+        {
+            if (all || detail == LogDetail::events)
+                std::cerr << text + '\n' << std::flush;
+        };
+
+    StopSignal stop;
+    stopOnSignal = &stop;
+    std::signal (SIGINT, [] (int) { stopOnSignal->raise(); });
+    std::signal (SIGTERM, [] (int) { stopOnSignal->raise(); });
+    std::signal (SIGPIPE, SIG_IGN);
+
+    Receiver receiver (profile, options);
+    print ({ "Listening on " + receiver.address() });
+    while (stop.pause (std::chrono::hours (1)))
+        ;
+
+    // A second signal must not find the object gone.
+    std::signal (SIGINT, SIG_DFL);
+    std::signal (SIGTERM, SIG_DFL);
+    receiver.endSessions (Session::Ending::close);
+    receiver.waitFor ([&] { return receiver.openSessions() == 0; });
+    print ({ "Stopped" });
+    printAllSlots (receiver, profile.unit.devices_size());
+}
+
+}
+
+int main (int argc, char** argv)
+{
+    CLI::App app ("A simulated audio/video receiver: it speaks the device's side of the protocol, keeps the filters that it\n"
+                  "is given, and plays stimuli through a simulated room to a simulated microphone.");
+    Arguments arguments;
+    readArguments (app, arguments);
+    try
+    {
+        app.parse (argc, argv);
+    }
+    catch (const CLI::ParseError& error)
+    {
+        return app.exit (error) == 0 ? 0 : kUsage;
+    }
+
+    try
+    {
+        run (arguments);
+        return 0;
+    }
+    catch (const Failure& failure)
+    {
+        std::cerr << "veltra-receiver: " << failure.text << '\n';
+        return failure.status;
+    }
+    catch (const std::system_error& error)
+    {
+        std::cerr << "veltra-receiver: " << error.what() << '\n';
+        return kNoListening;
+    }
+    catch (const std::exception& error)
+    {
+        std::cerr << "veltra-receiver: " << error.what() << '\n';
+        return kInput;
+    }
+}
