@@ -1,11 +1,10 @@
 #include "protocol/Connection.h"
 
 #include <algorithm>
-#include <exception>
 #include <utility>
 
 #include "common/Clock.h"
-#include "common/Log.h"
+#include "protocol/Contain.h"
 
 namespace veltra::ipc {
 
@@ -82,21 +81,8 @@ bool Connection::isRegistered (const EventHandlerBase* handler) const
 
 void Connection::call (EventHandlerBase& handler, juce::InputStream& stream, juce::int64 start)
 {
-    // The handlers include the application's own code. What they throw must end neither the reader thread nor the
-    // delivery to the others.
-    try
-    {
-        handler.handle (stream);
-    }
-    catch (const std::exception& error)
-    {
-        VELTRA_LOG (ERROR, "VeltraIO: A message handler failed: " << error.what());
-    }
-    catch (...)
-    {
-        VELTRA_LOG (ERROR, "VeltraIO: A message handler failed");
-    }
-
+    // The handlers include the application's own code. What one throws must not keep the message from the others.
+    contain ("A message handler", [&] { handler.handle (stream); });
     stream.setPosition (start);
 }
 

@@ -28,7 +28,7 @@ public:
     /** How long the destructor waits for handlers that are still registered. */
     static constexpr int defaultHandlerPatience_ms = 5000;
 
-    explicit Connection (int handlerPatience_ms = defaultHandlerPatience_ms);
+    explicit Connection (int patience_ms = defaultHandlerPatience_ms);
 
     /** Waits for the registered handlers to go, but not for ever; those that are left are told that their
         connection has gone. A derived class stops its reader thread before its own destructor ends. */

@@ -25,7 +25,7 @@ public:
     static constexpr int maximumMessageSize = 16 * 1024 * 1024;
 
     /** With a priority of 0 or above there will be a reader thread of that priority once a socket is attached. */
-    explicit TcpConnection (int threadPriority, int handlerPatience_ms = defaultHandlerPatience_ms);
+    explicit TcpConnection (int threadPriority, int patience_ms = defaultHandlerPatience_ms);
 
     /** Disconnects. A derived class that overrides an operation of the reader thread calls disconnect in its own
         destructor, since the thread must not find the object half gone. Waits for a running handler to return,
@@ -59,9 +59,9 @@ public:
     /** An extension point: true makes poll skip reading. */
     virtual bool isPaused();
 
-    /** Takes a connected socket and starts to read from it. @returns false when the reader could not be started; the
-        socket is then closed */
-    virtual bool attach (std::unique_ptr<juce::StreamingSocket> newSocket);
+    /** Takes a connected socket, in place of an older one, and starts to read from it. @returns false when the reader
+        could not be started; the socket is then closed */
+    bool attach (std::unique_ptr<juce::StreamingSocket> newSocket);
 
     virtual void onAttached();
 
@@ -90,7 +90,7 @@ protected:
 private:
     class TcpThread;
 
-    bool stopReader (int timeoutMs);
+    bool start (std::unique_ptr<juce::StreamingSocket> newSocket, const juce::String& name);
 
     juce::CriticalSection socketLock;
     std::shared_ptr<juce::StreamingSocket> socket; // null when closed

@@ -1,0 +1,61 @@
+#include "protocol/ReplyHandlers.h"
+
+#include "common/Clock.h"
+#include "protocol/PeerText.h"
+
+namespace veltraio {
+
+namespace {
+
+constexpr int poll_ms = 10;
+
+}
+
+AcknowledgeHandler::AcknowledgeHandler (Dispatcher& dispatcher) : AcknowledgeHandler (dispatcher, Unregistered())
+{
+    registration.add (dispatcher.getConnection(), *this);
+}
+
+AcknowledgeHandler::AcknowledgeHandler (Dispatcher& dispatcher, Unregistered)
+    : waitForever (! dispatcher.usesTimeouts())
+{
+}
+
+std::int32_t AcknowledgeHandler::Wait (std::uint32_t timeoutMs)
+{
+    const auto deadline = veltra::steadyMilliseconds() + timeoutMs;
+
+    while (state == ReplyState::pending && (waitForever || veltra::steadyMilliseconds() < deadline))
+        arrived.wait (poll_ms);
+
+    // From here on the caller reads what arrived, so nothing more may arrive.
+    if (state != ReplyState::pending)
+        registration.reset();
+
+    return state;
+}
+
+juce::String AcknowledgeHandler::getErrorText() const
+{
+    const std::lock_guard guard (errorTextLock);
+    return errorText;
+}
+
+void AcknowledgeHandler::setState (std::int32_t newState)
+{
+    state = newState;
+    arrived.signal();
+}
+
+void AcknowledgeHandler::onEvent (const Acknowledge& message)
+{
+    if (message.has_errormessage())
+    {
+        const std::lock_guard guard (errorTextLock);
+        errorText = peerText (message.errormessage());
+    }
+
+    setState (message.ok() ? ReplyState::acknowledged : ReplyState::refused);
+}
+
+}

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <vector>
+
+#include <juce_core/juce_core.h>
+
+/** What JUCE's sockets leave to the operating system. */
+namespace veltra::ipc::platform {
+
+/** Once for each connected stream socket: sending raises no signal, and a send that may block gives up after
+    some seconds. */
+void prepareSocket (int handle) noexcept;
+
+/** One send(2), without SIGPIPE. @returns bytes taken, or -1 */
+int sendBytes (int handle, const void* data, int size) noexcept;
+
+/** Ends both directions, which wakes whoever waits for the socket or is sending; the handle stays open. */
+void shutDown (int handle) noexcept;
+
+/** Looks a host's addresses up, as numbers. A number is its own answer. Where the platform cannot bound the search
+    (anything but glibc) the name itself is returned, for the socket to look up. */
+std::vector<juce::String> resolve (const juce::String& host, int timeoutMs);
+
+}
