@@ -7,8 +7,8 @@
 #include <log4cplus/layout.h>
 
 #include "common/Log.h"
+#include "common/Utf8.h"
 #include "plugin/Files.h"
-#include "plugin/Text.h"
 
 namespace veltra::plugin {
 
@@ -34,10 +34,10 @@ void LogFiles::add (std::string_view path, std::int32_t level)
 {
     path = path.substr (0, path.find ('\0'));
 
-    if (path.empty() || validUtf8 (path) != path)
+    if (path.empty() || toValidUtf8 (path) != path)
         return;
 
-    const auto file = juce::File::getCurrentWorkingDirectory().getChildFile (toJuce (path));
+    const auto file = juce::File::getCurrentWorkingDirectory().getChildFile (juce::String::fromUTF8 (path.data(), static_cast<int> (path.size())));
 
     if (file.getParentDirectory().createDirectory().failed() || ! canBeWritten (file))
         return;

@@ -1,14 +1,20 @@
 #include "plugin/PluginImpl.h"
 
 #include "common/Log.h"
+#include "common/LogText.h"
 #include "plugin/Guard.h"
+#include "plugin/ScanCallback.h"
 #include "plugin/Settings.h"
 
 namespace veltra::plugin {
 
-PluginImpl::PluginImpl (const juce::File& settingsFile) : settings (openSettings (settingsFile)) {}
+PluginImpl::PluginImpl (const juce::File& settingsFile) : connectionManager (0), settings (openSettings (settingsFile)) {}
 
-PluginImpl::~PluginImpl() = default;
+PluginImpl::~PluginImpl()
+{
+    while (! sessions.empty())
+        sessions.erase (sessions.begin());
+}
 
 const char* PluginImpl::GetName() const    { return GetVendor(); }
 const char* PluginImpl::GetVendor() const  { return "Veltra Labs Ltd"; }
@@ -19,13 +25,58 @@ bool PluginImpl::FindDevices()
 {
     return guarded (false, [this]
     {
-        if (const auto address = settings->getValue ("Device"); address.isNotEmpty())
-            VELTRA_LOG (INFO, "Device is specified as " << address << ", skipping UPnP search");
+        for (const auto& candidate : findCandidates())
+            guarded ([&] { connect (candidate); }); // one that fails never spoils the rest
 
-        return false;
+        return ! sessions.empty();
     });
 }
 
-bool PluginImpl::GetDevice (std::uint32_t, veltratune_io::Device**) { return false; }
+std::vector<Candidate> PluginImpl::findCandidates()
+{
+    if (const auto address = settings->getValue ("Device"); address.isNotEmpty())
+    {
+        VELTRA_LOG (INFO, "Device is specified as " << address << ", skipping UPnP search");
+        return { { address, {} } };
+    }
+
+    CandidateList candidates;
+
+    {
+        const ScanCallback scan (connectionManager, candidates, settings->getValue ("ST"));
+
+        // Always the full time, however early a device answers: there may be more than one.
+        if (scan.isScanning())
+            juce::Thread::sleep (readInt (*settings, "UPnPTimeout", 6000, 0, kLongestSearch_ms));
+    }
+
+    return candidates.take();
+}
+
+void PluginImpl::connect (const Candidate& candidate)
+{
+    VELTRA_LOG (DEBUG, "Connecting to device @ '" << logText (candidate.address.toStdString()) << "'...");
+    auto connection = connectionManager.Connect (candidate.address);
+
+    if (connection == nullptr)
+    {
+        VELTRA_LOG (WARN, "Connection to device @ '" << logText (candidate.address.toStdString()) << "' failed");
+        return;
+    }
+
+    VELTRA_LOG (DEBUG, "Connected! Querying ProtocolInfo...");
+
+    if (auto session = openSession (std::move (connection), candidate.friendlyName, *settings))
+        sessions.push_back (std::move (session));
+}
+
+bool PluginImpl::GetDevice (std::uint32_t index, veltratune_io::Device** device)
+{
+    if (index >= sessions.size() || device == nullptr)
+        return false;
+
+    *device = sessions[index]->device.get();
+    return true;
+}
 
 }

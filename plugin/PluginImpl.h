@@ -1,9 +1,13 @@
 #pragma once
 
 #include <memory>
+#include <vector>
 
 #include <juce_data_structures/juce_data_structures.h>
 
+#include "discovery/ConnectionManager.h"
+#include "plugin/CandidateList.h"
+#include "plugin/Session.h"
 #include "veltratune_io/Plugin.h"
 
 namespace veltra::plugin {
@@ -14,6 +18,8 @@ class PluginImpl final : public veltratune_io::Plugin
 public:
     /** @param settingsFile  read now, and never again or written */
     explicit PluginImpl (const juce::File& settingsFile);
+
+    /** Ends the sessions, first to last. */
     ~PluginImpl() override;
 
     const char* GetName() const override;
@@ -24,7 +30,12 @@ public:
     bool GetDevice (std::uint32_t index, veltratune_io::Device** device) override;
 
 private:
+    std::vector<Candidate> findCandidates();
+    void connect (const Candidate& candidate);
+
+    veltraio::ConnectionManager connectionManager;
     std::unique_ptr<juce::PropertiesFile> settings;
+    std::vector<std::unique_ptr<Session>> sessions; // in the order of discovery
 };
 
 }

@@ -6,6 +6,7 @@
 #include <google/protobuf/descriptor.pb.h>
 #include <google/protobuf/dynamic_message.h>
 #include <google/protobuf/io/tokenizer.h>
+#include <google/protobuf/stubs/logging.h>
 #include <google/protobuf/text_format.h>
 
 #include "protocol/SchemaDescriptors.h"
@@ -74,6 +75,9 @@ private:
 std::string toText (const MessageLite& message)
 {
     const auto twin = Schema::get().makeTwin (message);
+
+    // Unlike the lite classes, the twin complains on standard error about a text that is no UTF-8.
+    const google::protobuf::LogSilencer silence;
 
     if (twin == nullptr || ! twin->ParsePartialFromString (message.SerializePartialAsString()))
         return {};

@@ -21,6 +21,9 @@ constexpr int kOff = 60000;
 
 const std::string kSettingLine = "Device is specified as TCP:127.0.0.1:1, skipping UPnP search";
 
+const std::string kConnectingLine = "Connecting to device @ 'TCP:127.0.0.1:1'...";
+const std::string kFailedLine = "Connection to device @ 'TCP:127.0.0.1:1' failed";
+
 /** A copy of the module whose settings name an address at which nobody listens. */
 class LogFile : public testing::Test
 {
@@ -65,6 +68,8 @@ TEST_F (LogFile, EachLineHasTheTimeAndTheText)
 
     EXPECT_EQ (rest, text.cend()) << text;
     EXPECT_TRUE (contains (text, "] " + kSettingLine + "\n")) << text;
+    EXPECT_TRUE (contains (text, "] " + kConnectingLine + "\n")) << text;
+    EXPECT_TRUE (contains (text, "] " + kFailedLine + "\n")) << text;
 }
 
 TEST_F (LogFile, TheLevelIsTheHostsChoice)
@@ -72,7 +77,9 @@ TEST_F (LogFile, TheLevelIsTheHostsChoice)
     start (log, kWarn);
     search();
     EXPECT_FALSE (contains (readFile (log), kSettingLine));
+    EXPECT_TRUE (contains (readFile (log), kFailedLine));
 
+    std::filesystem::remove (log);
     start (log, kOff);
     search();
     EXPECT_EQ (readFile (log), "");

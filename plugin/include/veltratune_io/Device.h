@@ -22,7 +22,7 @@
 namespace veltratune_io {
 
 /** Built-in test signals of a device. */
-enum EStimulus
+enum EStimulus : std::int32_t
 {
     kStimulusSineLogSweep = 0,
     kStimulusNoise = 1,
@@ -105,7 +105,8 @@ public:
         @param channelList  channel numbers; borrowed during the call
         @param count        how many; at most twice GetChannelCount() are used
         @param ignored      not used
-        @returns            kResultOk, or kResultFailed with words as above
+        @returns            kResultOk, kResultBadArgument for a null list that should have entries, or kResultFailed
+                            with words as above, also for a number that is no stimulus
     */
     virtual EResult StartStimulus (EStimulus stimulus, const std::uint32_t* channelList, std::uint32_t count,
                                    std::uint64_t ignored) = 0;
@@ -148,7 +149,7 @@ public:
         @param slot    below GetFilterSlotCount()
         @param index   place among the slot's sets, from 0
         @param set     receives the borrowed set
-        @returns       false when there is none; the out value is then left alone
+        @returns       false when there is none, the out value being left alone, or when set is null
     */
     virtual bool GetFilterSet (std::uint32_t slot, std::uint32_t index, FilterSet** set) = 0;
 
@@ -157,11 +158,14 @@ public:
 
     /** Parses a filter description and keeps it in a slot, without talking to the device.
 
+        A slot that the device said is occupied takes no set until the one that stands for it is removed.
+
         @param slot     below 8, whatever the device's slot count is
         @param text     filter description, NUL-terminated UTF-8; borrowed during the call
         @param ignored  not used
-        @returns        kResultOk, kResultFailed for the slot number, kResultBadFilterText,
-                        kResultChannelConflict when the slot holds a set that has a channel in common
+        @returns        kResultOk, kResultFailed for the slot number, kResultBadArgument for a null text,
+                        kResultBadFilterText, kResultChannelConflict when the slot holds a set that has a channel in
+                        common
     */
     virtual EResult LoadFilterSet (std::uint32_t slot, const char* text, std::uint64_t ignored) = 0;
 
@@ -181,7 +185,7 @@ public:
 
     /** Sets the master volume. Waits up to 500 ms.
         @param value  linear, where 1 is the loudest that a measurement uses
-        @returns      true when the device acknowledged
+        @returns      true when the device acknowledged; false at once for a value that is no finite number
     */
     virtual bool SetVolume (float value) = 0;
 
@@ -195,7 +199,7 @@ public:
 
     /** Attenuates a channel. Waits up to 500 ms.
         @param channel      channel number
-        @param attenuation  in dB, limited to 0 .. GetMaxChannelAttenuation()
+        @param attenuation  in dB, limited to 0 .. GetMaxChannelAttenuation(); what is no number counts as 0
         @returns            true when the device acknowledged
     */
     virtual bool SetChannelAttenuation (std::uint32_t channel, float attenuation) = 0;
@@ -250,7 +254,8 @@ public:
         @param ignored   not used
         @param callback  follows the download and may cancel it; borrowed during the call; may be null
         @returns         kResultOk, also when the callback cancelled; the results of LoadFilterSet; or
-                         kResultFailed, where GetLastError has words and the set is no longer in the slot
+                         kResultFailed, where GetLastError has words unless a message could not be sent or was
+                         refused without any, and where the set is no longer in the slot and has gone
     */
     virtual EResult DownloadFilterSet (std::uint32_t slot, const char* text, std::uint64_t ignored,
                                        ProgressCallback* callback) = 0;

@@ -1,0 +1,130 @@
+#include "plugin/ChunkSender.h"
+
+#include <algorithm>
+
+#include "common/Log.h"
+#include "common/LogText.h"
+#include "plugin/Exchange.h"
+#include "plugin/Settings.h"
+
+namespace veltra::plugin {
+
+namespace {
+
+constexpr std::uint64_t kLargestChunk = 1024;
+constexpr std::uint64_t kFewestChunks = 20; // so that the host's progress bar moves
+constexpr std::uint64_t kSampleBytes = 4;   // a chunk that was shrunk holds whole samples
+constexpr int kPause_ms = 500;
+
+/** Where a chunk lies, for the log. */
+std::string place (const veltraio::FilterDataChunk& message)
+{
+    return ", offset " + std::to_string (message.dataoffset()) + " bytes" + ", size "
+           + std::to_string (message.data (0).size()) + " bytes";
+}
+
+}
+
+ChunkSender::ChunkSender (const DownloadTarget& downloadTarget, std::uint32_t slotToFill, std::uint64_t totalBytes,
+                          Progress& progressToUse)
+    : target (downloadTarget), slot (slotToFill), total (totalBytes), progress (progressToUse),
+      chunkSize (totalBytes < kFewestChunks ? totalBytes : std::min (totalBytes / kFewestChunks, kLargestChunk))
+{
+}
+
+bool ChunkSender::send (const juce::MemoryBlock& blob)
+{
+    bool isCancelled = false;
+
+    for (std::uint64_t offset = 0; offset < blob.getSize();)
+    {
+        const auto chunk = std::min<std::uint64_t> (chunkSize, blob.getSize() - offset);
+
+        veltraio::FilterDataChunk message;
+        message.set_deviceindex (target.deviceIndex);
+        message.set_slotindex (slot);
+        message.set_dataoffset (static_cast<std::uint32_t> (offset));
+        message.add_data (blob.begin() + offset, chunk);
+
+        if (const auto excess_bytes = sendChunk (message); excess_bytes > 0)
+        {
+            shrink (excess_bytes);
+            continue;
+        }
+
+        if (! progress.report (static_cast<float> (sent) / static_cast<float> (total)))
+            isCancelled = true;
+
+        offset += chunk;
+        sent += chunk;
+    }
+
+    return ! isCancelled;
+}
+
+/** @returns  0 when the device has the chunk, or by how many bytes it is too long */
+std::uint32_t ChunkSender::sendChunk (const veltraio::FilterDataChunk& message)
+{
+    for (int attempts = 1;; ++attempts)
+    {
+        const auto timeout_ms = readInt (target.settings, "FilterDataChunkTimeout", 3000, 0, kLongestChunkTimeout_ms);
+        const auto reply = sendCommand (target.dispatcher, message, static_cast<std::uint32_t> (timeout_ms));
+
+        if (reply.sent > 0)
+            return static_cast<std::uint32_t> (reply.sent);
+
+        if (reply.isAcknowledged())
+            return 0;
+
+        if (reply.isRefused())
+            noteRefusal (reply.refusal, message);
+        else if (reply.sent == 0)
+            VELTRA_LOG (WARN, "Timeout sending FilterDataChunk error = " << reply.state << place (message));
+
+        waitForNextAttempt (attempts);
+    }
+}
+
+void ChunkSender::noteRefusal (const std::string& refusal, const veltraio::FilterDataChunk& message)
+{
+    target.lastError = refusal;
+    VELTRA_LOG (ERROR, "Error sending FilterDataChunk error = " << veltraio::ReplyState::refused << place (message));
+
+    if (! refusal.empty())
+        VELTRA_LOG (ERROR, "Error message '" << logText (refusal) << "'");
+}
+
+void ChunkSender::waitForNextAttempt (int attempts)
+{
+    if (attempts < readInt (target.settings, "FilterDataChunkRetries", 5, 0, kMostChunkRetries))
+    {
+        juce::Thread::sleep (kPause_ms);
+        return;
+    }
+
+    if (target.lastError.empty())
+        target.lastError = "Filter data send failed, timeout";
+
+    fail();
+}
+
+/** Leaves a sample's room for a longer offset in a later chunk. */
+void ChunkSender::shrink (std::uint32_t excess_bytes)
+{
+    const auto unusable = std::uint64_t { excess_bytes } + kSampleBytes;
+    chunkSize = chunkSize > unusable ? (chunkSize - unusable) / kSampleBytes * kSampleBytes : 0;
+
+    if (chunkSize < kSampleBytes)
+    {
+        target.lastError = "Message limit too small for filter data";
+        fail();
+    }
+}
+
+void ChunkSender::fail()
+{
+    VELTRA_LOG (FATAL, "Fatal error sending FilterDataChunk message '" << logText (target.lastError) << "'");
+    throw veltratune_io::kResultFailed;
+}
+
+}

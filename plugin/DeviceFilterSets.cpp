@@ -1,0 +1,157 @@
+/** @file
+    The filter sets that the host has loaded into the slots, and their way to the device.
+*/
+
+#include "plugin/DeviceImpl.h"
+
+#include <algorithm>
+#include <set>
+
+#include "filters/FilterDescriptionParser.h"
+#include "plugin/FilterDownload.h"
+#include "plugin/Guard.h"
+#include "plugin/Progress.h"
+
+namespace veltra::plugin {
+
+using namespace veltratune_io;
+using filters::FilterImpl;
+using filters::FilterSetsImpl;
+
+namespace {
+
+/** Slot numbers that a set may be loaded into, whatever the device has. */
+constexpr std::uint32_t kSlotNumbers = 8;
+
+constexpr std::uint32_t kRemoveTimeout_ms = 2000;
+
+std::set<std::uint32_t> channelsOf (const FilterSetsImpl& set)
+{
+    std::set<std::uint32_t> channels;
+    set.forEachFilter ([&] (unsigned, const FilterImpl& filter) { channels.insert (filter.GetChannel()); return true; });
+    return channels;
+}
+
+bool shareAChannel (const FilterSetsImpl& set, const std::set<std::uint32_t>& channels)
+{
+    return ! set.forEachFilter ([&] (unsigned, const FilterImpl& filter) { return ! channels.contains (filter.GetChannel()); });
+}
+
+}
+
+bool DeviceImpl::GetFilterSet (std::uint32_t slot, std::uint32_t index, FilterSet** set)
+{
+    if (slot >= GetFilterSlotCount() || set == nullptr)
+        return false;
+
+    const auto sets = filterSets.find (slot);
+
+    if (sets == filterSets.end() || index >= sets->second.size())
+        return false;
+
+    *set = sets->second[index].get();
+    return true;
+}
+
+EResult DeviceImpl::loadFilterSet (std::uint32_t slot, const char* text)
+{
+    if (slot >= kSlotNumbers)
+        return kResultFailed;
+
+    if (text == nullptr)
+        return kResultBadArgument;
+
+    auto set = std::make_unique<FilterSetsImpl>();
+
+    if (parser::FIIR::parse (text, set.get(), "Veltra") != parser::FIIR::Success)
+        return kResultBadFilterText;
+
+    if (const auto present = filterSets.find (slot); present != filterSets.end())
+    {
+        const auto channels = channelsOf (*set);
+
+        for (const auto& other : present->second)
+            if (shareAChannel (*other, channels))
+                return kResultChannelConflict;
+    }
+
+    filterSets[slot].push_back (std::move (set));
+    return kResultOk;
+}
+
+EResult DeviceImpl::LoadFilterSet (std::uint32_t slot, const char* text, std::uint64_t)
+{
+    return guarded (kResultFailed, [=, this] { return loadFilterSet (slot, text); }, &lastError);
+}
+
+std::unique_ptr<FilterSetsImpl> DeviceImpl::takeOut (const FilterSet* set)
+{
+    for (auto& [slot, sets] : filterSets)
+    {
+        const auto found = std::find_if (sets.begin(), sets.end(), [set] (const auto& owned) { return owned.get() == set; });
+
+        if (found != sets.end())
+        {
+            auto taken = std::move (*found);
+            sets.erase (found);
+            return taken;
+        }
+    }
+
+    return nullptr;
+}
+
+bool DeviceImpl::RemoveFilterSet (FilterSet* set)
+{
+    return guarded (false, [=, this]
+    {
+        const auto holds = [set] (const auto& entry)
+        {
+            return std::any_of (entry.second.begin(), entry.second.end(), [set] (const auto& owned) { return owned.get() == set; });
+        };
+        const auto slot = std::find_if (filterSets.begin(), filterSets.end(), holds);
+
+        if (slot == filterSets.end())
+            return false;
+
+        veltraio::RemoveFilter message;
+        message.set_deviceindex (deviceIndex);
+        message.set_slotindex (slot->first);
+
+        if (! sendCommand (dispatcher, message, kRemoveTimeout_ms).isAcknowledged())
+            return false;
+
+        takeOut (set);
+        return true;
+    });
+}
+
+bool DeviceImpl::RemoveFilterSet2 (FilterSet* set, std::uint64_t)
+{
+    return RemoveFilterSet (set);
+}
+
+EResult DeviceImpl::DownloadFilterSet (std::uint32_t slot, const char* text, std::uint64_t, ProgressCallback* callback)
+{
+    return guarded (kResultFailed, [=, this]
+    {
+        Progress progress (callback);
+        progress.say ("#Preprocessing filters...");
+
+        if (const auto result = loadFilterSet (slot, text); result != kResultOk)
+            return result;
+
+        // Not always the one just parsed: when the slot held sets for other channels, the oldest goes to the device.
+        auto& workingSet = *filterSets[slot].front();
+        FilterDownload download ({ dispatcher, deviceIndex, deviceInfo, descriptions.topologyInfo, settings, lastError },
+                                 workingSet, slot, progress);
+        const auto result = guarded (kResultFailed, [&] { return download.run(); }, &lastError);
+
+        if (result != kResultOk)
+            takeOut (&workingSet);
+
+        return result;
+    }, &lastError);
+}
+
+}

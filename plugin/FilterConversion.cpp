@@ -1,0 +1,143 @@
+#include "plugin/FilterDownload.h"
+
+#include <algorithm>
+#include <map>
+
+#include "filters/FIIRSourceImpl.h"
+#include "plugin/Text.h"
+#include "topology/Topology.h"
+
+namespace veltra::plugin {
+
+using veltratune_io::kResultFailed;
+using TopologyEntry = veltraio::TopologyInfo::TopologyEntry;
+
+namespace {
+
+/** Bounds that no device comes near; a hostile description could otherwise fill the host's memory. */
+constexpr std::size_t kMaxRates = 64;
+constexpr std::size_t kMaxChannels = 4096;
+
+[[noreturn]] void fail (const DownloadTarget& target, const std::string& words)
+{
+    target.lastError += words;
+    throw kResultFailed;
+}
+
+/** The device's sample rates, each once, in the order of its configurations. */
+std::vector<std::uint32_t> distinctRates (const veltraio::Unit::Device& device)
+{
+    std::vector<std::uint32_t> rates;
+
+    for (const auto& configuration : device.configurations())
+        for (const auto rate : configuration.samplerates())
+            if (std::find (rates.begin(), rates.end(), rate) == rates.end())
+                rates.push_back (rate);
+
+    return rates;
+}
+
+const TopologyEntry* findTopology (const veltraio::TopologyInfo& info, std::uint32_t rate)
+{
+    for (const auto& entry : info.topologies())
+        if (entry.samplerate() == rate)
+            return entry.name().empty() ? nullptr : &entry;
+
+    return nullptr;
+}
+
+/** The channel numbers of the first configuration with this rate, as often as the set has filters for them. */
+std::vector<std::uint32_t> channelsToServe (const DownloadTarget& target, const filters::FilterSetsImpl& set,
+                                            std::uint32_t rate)
+{
+    std::map<std::uint32_t, std::size_t> filtersOf;
+    set.forEachFilter ([&] (unsigned, const filters::FilterImpl& filter)
+    {
+        ++filtersOf[filter.GetChannel()];
+        return true;
+    });
+
+    std::vector<std::uint32_t> channels;
+
+    for (const auto& configuration : target.deviceInfo.configurations())
+    {
+        const auto& rates = configuration.samplerates();
+
+        if (std::find (rates.begin(), rates.end(), rate) == rates.end())
+            continue;
+
+        for (const auto channel : configuration.channels())
+        {
+            const auto found = filtersOf.find (channel);
+            channels.insert (channels.end(), found != filtersOf.end() ? found->second : 0, channel);
+
+            if (channels.size() > kMaxChannels)
+                fail (target, "Too many channels");
+        }
+
+        break;
+    }
+
+    return channels;
+}
+
+RateBlock convertRate (const DownloadTarget& target, filters::FilterSetsImpl& set, const TopologyEntry& entry)
+{
+    RateBlock block;
+    block.sampleRate = entry.samplerate();
+    block.channels = channelsToServe (target, set, block.sampleRate);
+
+    if (block.channels.empty())
+        fail (target, "No supported filters");
+
+    const auto name = toValidUtf8 (entry.name());
+    const auto topology = topology::createTopology (juce::String::fromUTF8 (name.c_str()), {});
+
+    if (topology == nullptr)
+        fail (target, "Topology " + name + " not supported");
+
+    const auto information = toValidUtf8 (entry.information());
+    const auto parameters = topology::parseParameters (juce::String::fromUTF8 (information.c_str()));
+    block.latency_ms = topology->getLatencyMs (parameters, block.sampleRate);
+
+    filters::FIIRSourceImpl source (set, block.channels, block.sampleRate);
+    auto result = juce::Result::ok();
+    topology->createFilterData (result, source, parameters, block.sampleRate, block.blob, target.settings);
+
+    if (result.failed())
+        fail (target, result.getErrorMessage().toStdString());
+
+    return block;
+}
+
+}
+
+std::vector<RateBlock> convertFilterSet (const DownloadTarget& target, filters::FilterSetsImpl& set)
+{
+    std::vector<RateBlock> blocks;
+    std::uint64_t total = 0;
+
+    for (const auto rate : distinctRates (target.deviceInfo))
+    {
+        const auto* const entry = findTopology (target.topologyInfo, rate);
+
+        if (entry == nullptr)
+            continue;
+
+        if (blocks.size() == kMaxRates)
+            fail (target, "Too many sample rates");
+
+        blocks.push_back (convertRate (target, set, *entry));
+        total += blocks.back().blob.getSize();
+
+        if (total > kMaxDownloadBytes)
+            fail (target, "Filter data too large");
+    }
+
+    if (total == 0)
+        fail (target, "No topology supported");
+
+    return blocks;
+}
+
+}

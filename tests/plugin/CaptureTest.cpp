@@ -1,0 +1,269 @@
+/** @file
+    The audio that a device sends unasked, on its way to the host's callback.
+*/
+
+#include "tests/plugin/DeviceFixture.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+
+namespace veltra::test {
+
+namespace {
+
+using namespace veltratune_io;
+
+/** Remembers what it hears, as "start 2" and "1 2". */
+class Listener final : public CaptureCallback
+{
+public:
+    void Reserved1() override { note ("reserved"); }
+    void Reserved2() override { note ("reserved"); }
+    void OnCaptureStart (std::int32_t count) override { note ("start " + std::to_string (count)); }
+
+    void OnCaptureData (const float* samples, std::int32_t count) override
+    {
+        std::string text;
+
+        for (std::int32_t i = 0; i < count; ++i)
+            text += (i > 0 ? " " : "") + std::to_string (static_cast<int> (samples[i]));
+
+        note (text);
+    }
+
+    /** Waits until so many things have been heard. */
+    std::vector<std::string> wait (std::size_t count)
+    {
+        std::unique_lock guard (lock);
+        changed.wait_for (guard, std::chrono::seconds (10), [&] { return heard.size() >= count; });
+        return heard;
+    }
+
+private:
+    void note (std::string text)
+    {
+        const std::lock_guard guard (lock);
+        heard.push_back (std::move (text));
+        changed.notify_all();
+    }
+
+    std::mutex lock;
+    std::condition_variable changed;
+    std::vector<std::string> heard;
+};
+
+veltraio::AudioData packet (std::uint32_t number, const std::vector<float>& samples)
+{
+    veltraio::AudioData message;
+    message.set_packetnumber (number);
+    message.mutable_data()->Add (samples.begin(), samples.end());
+    return message;
+}
+
+class Capture : public DeviceFixture
+{
+protected:
+    Capture()
+    {
+        // Acknowledged without being carried out, so that the receiver sends no packets of its own.
+        setFaults ("refuse OperationModeInfo *\nanswer OperationModeInfo * Acknowledge 'ok: true'");
+    }
+
+    void send (std::uint32_t number, const std::vector<float>& samples) { receiver->broadcast (packet (number, samples)); }
+
+    /** All packets sent so far have been handled when an exchange that follows them has. */
+    void settle (Device2& opened) { opened.GetFiltering(); }
+};
+
+}
+
+TEST_F (Capture, EachPacketReachesTheCallback)
+{
+    auto& opened = open();
+    Listener listener;
+    ASSERT_EQ (opened.EnterMeasurementMode (48000, 0, 1, &listener), kResultOk);
+    send (0, { 1, 2 });
+    send (7, { 3 }); // gaps in the numbers pass unnoticed
+    send (7, {});
+    EXPECT_EQ (listener.wait (4), (std::vector<std::string> { "start 2", "1 2", "3", "" }));
+    EXPECT_TRUE (opened.LeaveMeasurementMode());
+    EXPECT_TRUE (log.has ("TRACE Captured 1 packets"));
+}
+
+TEST_F (Capture, EnteringAgainStartsAgain)
+{
+    auto& opened = open();
+    Listener first, second;
+    ASSERT_EQ (opened.EnterMeasurementMode (48000, 0, 1, &first), kResultOk);
+    send (0, { 1 });
+    first.wait (2);
+    ASSERT_EQ (opened.EnterMeasurementMode (48000, 0, 1, &second), kResultOk);
+    send (1, { 2 });
+    EXPECT_EQ (second.wait (2), (std::vector<std::string> { "start 1", "2" }));
+    EXPECT_EQ (first.wait (2), (std::vector<std::string> { "start 1", "1" }));
+    opened.LeaveMeasurementMode();
+}
+
+TEST_F (Capture, PacketsOutsideTheModeAreDropped)
+{
+    auto& opened = open();
+    Listener listener;
+    send (0, { 1 });
+    ASSERT_EQ (opened.EnterMeasurementMode (48000, 0, 1, nullptr), kResultOk);
+    send (1, { 2 });
+    settle (opened); // a packet that is still under way would count
+    ASSERT_EQ (opened.EnterMeasurementMode (48000, 0, 1, &listener), kResultOk);
+    setFaults ("refuse OperationModeInfo *");
+    EXPECT_FALSE (opened.LeaveMeasurementMode()) << "a refusal does not keep the callback";
+    send (2, { 3 });
+    settle (opened);
+    EXPECT_TRUE (listener.wait (0).empty());
+}
+
+TEST_F (Capture, ARefusedModeKeepsTheCallbackUntilItIsLeft)
+{
+    auto& opened = open();
+    Listener listener;
+    setFaults ("refuse OperationModeInfo 1");
+    EXPECT_EQ (opened.EnterMeasurementMode (48000, 0, 1, &listener), kResultFailed);
+    send (0, { 1 });
+    EXPECT_EQ (listener.wait (2).size(), 2u);
+}
+
+TEST_F (Capture, WithoutTheCapabilityTheCallbackIsIgnored)
+{
+    profile.unit.set_capabilities (0);
+    auto& opened = open();
+    Listener listener;
+    ASSERT_EQ (opened.EnterMeasurementMode (48000, 0, 1, &listener), kResultOk);
+    send (0, { 1 });
+    settle (opened);
+    EXPECT_TRUE (listener.wait (0).empty());
+}
+
+/** A packet that the callback could not take is not counted: the next one starts the capture again. */
+TEST_F (Capture, AnExceptionEndsOnePacketOnly)
+{
+    class Thrower final : public CaptureCallback
+    {
+    public:
+        void Reserved1() override {}
+        void Reserved2() override {}
+        void OnCaptureStart (std::int32_t) override { ++starts; }
+
+        void OnCaptureData (const float* samples, std::int32_t) override
+        {
+            if (samples[0] < 0)
+                throw std::runtime_error ("no more room");
+
+            ++packets;
+        }
+
+        std::atomic<int> starts { 0 }, packets { 0 };
+    };
+
+    auto& opened = open();
+    Thrower thrower;
+    ASSERT_EQ (opened.EnterMeasurementMode (48000, 0, 1, &thrower), kResultOk);
+    send (0, { -1 });
+    send (1, { 1 });
+    send (2, { -1 });
+    send (3, { 1 });
+    settle (opened);
+    EXPECT_EQ (thrower.starts, 2);
+    EXPECT_EQ (thrower.packets, 2);
+    opened.LeaveMeasurementMode();
+}
+
+/** Against its contract, but nothing to crash a host for. */
+TEST_F (Capture, ACallbackMayLeaveTheModeItself)
+{
+    class Leaver final : public CaptureCallback
+    {
+    public:
+        void Reserved1() override {}
+        void Reserved2() override {}
+        void OnCaptureStart (std::int32_t) override { device->LeaveMeasurementMode(); }
+        void OnCaptureData (const float*, std::int32_t) override { ++packets; }
+
+        Device2* device = nullptr;
+        std::atomic<int> packets { 0 };
+    };
+
+    setFaults ("refuse OperationModeInfo 1\nanswer OperationModeInfo 1 Acknowledge 'ok: true'\nlose OperationModeInfo 2");
+    auto& opened = open();
+    Leaver leaver;
+    leaver.device = &opened;
+    ASSERT_EQ (opened.EnterMeasurementMode (48000, 0, 1, &leaver), kResultOk);
+    send (0, { 1 });
+    send (1, { 1 });
+    settle (opened);
+    opened.LeaveMeasurementMode(); // waits for the packet that is being handled
+    EXPECT_EQ (leaver.packets, 0);
+}
+
+/** Each callback is gone right after the mode was left, while packets keep coming: the sanitizers watch. */
+TEST_F (Capture, NoPacketIsInTheCallbackAfterTheModeWasLeft)
+{
+    class Sum final : public CaptureCallback
+    {
+    public:
+        explicit Sum (std::atomic<std::int64_t>& totalToFill) : total (totalToFill) {}
+        void Reserved1() override {}
+        void Reserved2() override {}
+        void OnCaptureStart (std::int32_t) override { samplesHeard = 0; }
+
+        void OnCaptureData (const float*, std::int32_t count) override
+        {
+            samplesHeard += count;
+            total += count;
+        }
+
+    private:
+        std::int64_t samplesHeard = 0;
+        std::atomic<std::int64_t>& total;
+    };
+
+    auto& opened = open();
+    std::atomic<bool> isOver { false };
+    std::thread sender ([&]
+    {
+        const auto message = packet (0, std::vector<float> (64, 1.0f));
+
+        while (! isOver)
+        {
+            receiver->broadcast (message);
+            std::this_thread::sleep_for (std::chrono::microseconds (200));
+        }
+    });
+
+    std::atomic<std::int64_t> total { 0 };
+
+    for (int round = 0; round < 200; ++round)
+    {
+        auto sum = std::make_unique<Sum> (total);
+        EXPECT_EQ (opened.EnterMeasurementMode (48000, 0, 1, sum.get()), kResultOk);
+        EXPECT_TRUE (opened.LeaveMeasurementMode());
+    }
+
+    // And the device may go in the middle of it.
+    {
+        auto sum = std::make_unique<Sum> (total);
+        const auto before = total.load();
+        EXPECT_EQ (opened.EnterMeasurementMode (48000, 0, 1, sum.get()), kResultOk);
+
+        for (int i = 0; i < 10000 && total == before; ++i)
+            std::this_thread::sleep_for (std::chrono::milliseconds (1));
+
+        EXPECT_GT (total, before);
+        plugin = nullptr;
+    }
+
+    isOver = true;
+    sender.join();
+}
+
+}

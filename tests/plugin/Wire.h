@@ -1,0 +1,62 @@
+#pragma once
+
+#include <bit>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+/** @file
+    The protocol's bytes as its rules say, written once more so that the module's own code is not its own judge.
+*/
+
+namespace veltra::test::wire {
+
+inline std::string varint (std::uint64_t value)
+{
+    std::string bytes;
+
+    for (; value >= 0x80; value >>= 7)
+        bytes += static_cast<char> (value | 0x80);
+
+    return bytes + static_cast<char> (value);
+}
+
+inline std::string bigEndian (std::uint32_t value)
+{
+    return { static_cast<char> (value >> 24), static_cast<char> (value >> 16), static_cast<char> (value >> 8),
+             static_cast<char> (value) };
+}
+
+inline std::string littleEndian (float value)
+{
+    const auto word = std::bit_cast<std::uint32_t> (value);
+    return { static_cast<char> (word), static_cast<char> (word >> 8), static_cast<char> (word >> 16),
+             static_cast<char> (word >> 24) };
+}
+
+// Fields of a message: a tag with the field's number and its kind (0 number, 2 bytes, 5 32 bits), then the value.
+inline std::string number (unsigned field, std::uint64_t value) { return varint (field << 3 | 0) + varint (value); }
+inline std::string bytes (unsigned field, std::string_view value)
+{
+    return varint (field << 3 | 2) + varint (value.size()) + std::string (value);
+}
+inline std::string real (unsigned field, float value) { return varint (field << 3 | 5) + littleEndian (value); }
+
+inline std::uint32_t hash (std::string_view text)
+{
+    std::uint32_t h = 0;
+
+    for (const char c : text)
+        h = h * 31 + static_cast<unsigned char> (c);
+
+    return h;
+}
+
+/** A whole envelope: marker, length, identifier, checksum, body. */
+inline std::string envelope (const std::string& message, const std::string& body)
+{
+    return std::string ("\x21\x01\xFF", 3) + bigEndian (static_cast<std::uint32_t> (body.size()))
+           + bigEndian (hash ("veltraio." + message)) + bigEndian (hash (body)) + body;
+}
+
+}
