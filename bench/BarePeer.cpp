@@ -1,0 +1,119 @@
+#include "bench/BarePeer.h"
+
+#include <array>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace veltra::bench {
+
+namespace {
+
+constexpr std::size_t headerSize = 3 + 4 + 4 + 4;
+
+bool receiveAll (int handle, char* data, std::size_t size)
+{
+    return size == 0 || ::recv (handle, data, size, MSG_WAITALL) == static_cast<ssize_t> (size);
+}
+
+bool sendAll (int handle, const std::string& bytes)
+{
+    return ::send (handle, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t> (bytes.size());
+}
+
+void doNotDelay (int handle)
+{
+    const int on = 1;
+    ::setsockopt (handle, IPPROTO_TCP, TCP_NODELAY, &on, sizeof (on));
+}
+
+sockaddr_in loopback (int port)
+{
+    sockaddr_in address {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl (INADDR_LOOPBACK);
+    address.sin_port = htons (static_cast<std::uint16_t> (port));
+    return address;
+}
+
+std::size_t bodySize (const std::array<char, headerSize>& header)
+{
+    std::size_t size = 0;
+
+    for (std::size_t i = 3; i < 3 + 4; ++i)
+        size = size << 8 | static_cast<unsigned char> (header[i]);
+
+    return size;
+}
+
+}
+
+BarePeer::BarePeer (std::string answerBytes)
+    : answer (std::move (answerBytes)),
+      listener (::socket (AF_INET, SOCK_STREAM, 0))
+{
+    auto address = loopback (0);
+    socklen_t size = sizeof (address);
+
+    if (::bind (listener, reinterpret_cast<sockaddr*> (&address), size) != 0 || ::listen (listener, 4) != 0
+        || ::getsockname (listener, reinterpret_cast<sockaddr*> (&address), &size) != 0)
+        throw std::runtime_error ("no loopback port for the benchmark's peer");
+
+    boundPort = ntohs (address.sin_port);
+    thread = std::thread ([this] { serve(); });
+}
+
+BarePeer::~BarePeer()
+{
+    ::shutdown (listener, SHUT_RDWR); // ends the accept
+    thread.join();
+    ::close (listener);
+}
+
+void BarePeer::serve() const
+{
+    std::vector<char> body;
+
+    for (int handle = ::accept (listener, nullptr, nullptr); handle >= 0; handle = ::accept (listener, nullptr, nullptr))
+    {
+        doNotDelay (handle);
+        std::array<char, headerSize> header {};
+
+        while (receiveAll (handle, header.data(), header.size()))
+        {
+            body.resize (bodySize (header));
+
+            if (! receiveAll (handle, body.data(), body.size()) || ! sendAll (handle, answer))
+                break;
+        }
+
+        ::close (handle);
+    }
+}
+
+BareClient::BareClient (int port)
+    : handle (::socket (AF_INET, SOCK_STREAM, 0))
+{
+    const auto address = loopback (port);
+
+    if (::connect (handle, reinterpret_cast<const sockaddr*> (&address), sizeof (address)) != 0)
+        throw std::runtime_error ("the benchmark's peer does not answer");
+
+    doNotDelay (handle);
+}
+
+BareClient::~BareClient() { ::close (handle); }
+
+bool BareClient::exchange (const std::string& envelope, std::size_t answerSize)
+{
+    std::array<char, 256> answer {};
+    return answerSize <= answer.size() && sendAll (handle, envelope) && receiveAll (handle, answer.data(), answerSize);
+}
+
+}

@@ -1,0 +1,89 @@
+/** @file
+    What an acknowledged exchange costs through Dispatcher and AcknowledgeHandler, beside the bare ping-pong of the
+    same bytes in the same process.
+*/
+
+#include <memory>
+#include <string>
+
+#include <benchmark/benchmark.h>
+
+#include "bench/BarePeer.h"
+#include "protocol/Dispatcher.h"
+#include "protocol/Envelope.h"
+#include "protocol/MessageId.h"
+#include "protocol/ReplyHandlers.h"
+#include "protocol/TcpDeviceConnection.h"
+
+namespace veltra::bench {
+
+namespace {
+
+constexpr const char* markerText = "2101FF";
+
+template <class T>
+std::string envelopeOf (const T& message)
+{
+    juce::MemoryBlock marker;
+    marker.loadFromHexString (markerText);
+    juce::MemoryOutputStream stream;
+
+    if (! veltraio::putEnvelope (stream, marker, veltraio::IdType<T>::value, message))
+        throw std::logic_error ("incomplete message");
+
+    return { static_cast<const char*> (stream.getData()), stream.getDataSize() };
+}
+
+std::string acknowledgement()
+{
+    veltraio::Acknowledge message;
+    message.set_ok (true);
+    return envelopeOf (message);
+}
+
+veltraio::Volume question()
+{
+    veltraio::Volume message;
+    message.set_deviceindex (0);
+    message.set_volume (0.7f);
+    return message;
+}
+
+void BM_BareExchange (benchmark::State& state)
+{
+    const auto envelope = envelopeOf (question());
+    const auto answer = acknowledgement();
+    const BarePeer peer (answer);
+    BareClient client (peer.port());
+
+    for (auto _ : state)
+        if (! client.exchange (envelope, answer.size()))
+            state.SkipWithError ("the peer has gone");
+}
+
+void BM_Exchange (benchmark::State& state)
+{
+    const BarePeer peer (acknowledgement());
+    auto connection = std::make_unique<veltraio::TcpDeviceConnection> ("127.0.0.1:" + juce::String (peer.port()));
+
+    if (! connection->connect ("127.0.0.1", peer.port(), 2000))
+        return state.SkipWithError ("no connection");
+
+    veltraio::Dispatcher dispatcher (std::move (connection), markerText, true);
+    const auto message = question();
+
+    for (auto _ : state)
+    {
+        veltraio::AcknowledgeHandler handler (dispatcher);
+
+        if (dispatcher.Send (message) != 0 || handler.Wait (500) != veltraio::ReplyState::acknowledged)
+            state.SkipWithError ("no acknowledgement");
+    }
+}
+
+BENCHMARK (BM_BareExchange)->UseRealTime();
+BENCHMARK (BM_Exchange)->UseRealTime();
+
+}
+
+}
