@@ -9,37 +9,14 @@
 #include <benchmark/benchmark.h>
 
 #include "bench/BarePeer.h"
+#include "bench/Envelopes.h"
 #include "protocol/Dispatcher.h"
-#include "protocol/Envelope.h"
-#include "protocol/MessageId.h"
 #include "protocol/ReplyHandlers.h"
 #include "protocol/TcpDeviceConnection.h"
 
 namespace veltra::bench {
 
 namespace {
-
-constexpr const char* markerText = "2101FF";
-
-template <class T>
-std::string envelopeOf (const T& message)
-{
-    juce::MemoryBlock marker;
-    marker.loadFromHexString (markerText);
-    juce::MemoryOutputStream stream;
-
-    if (! veltraio::putEnvelope (stream, marker, veltraio::IdType<T>::value, message))
-        throw std::logic_error ("incomplete message");
-
-    return { static_cast<const char*> (stream.getData()), stream.getDataSize() };
-}
-
-std::string acknowledgement()
-{
-    veltraio::Acknowledge message;
-    message.set_ok (true);
-    return envelopeOf (message);
-}
 
 veltraio::Volume question()
 {
