@@ -6,7 +6,6 @@
 
 include(CMakePackageConfigHelpers)
 
-set(VELTRA_INSTALL_MODULEDIR ${CMAKE_INSTALL_LIBDIR}/veltraio)
 set(VELTRA_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/veltratune_io)
 
 install(TARGETS MorvaneVeltraIO LIBRARY DESTINATION ${VELTRA_INSTALL_MODULEDIR})
