@@ -11,9 +11,14 @@
         FakePieces     pieces of a download (20)
         FakePieceMs    time for each (0)
         FakeWords      the receiver's words for a refusal (none)
+        FakeCaps       capabilities (21: all)
+        FakeRefuse     operations that it refuses, apart by blanks: enter start leave volume attenuation slot filtering
+        FakeStimulusMs time that a stimulus plays (100)
+        FakePacketMs   pause between packets of 480 samples in measurement mode (2)
 */
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstring>
 #include <filesystem>
@@ -60,7 +65,9 @@ public:
 
     int number (const std::string& key, int standard) const { return veltra::toInt (get (key, std::to_string (standard))); }
 
-    void pause (const std::string& key) const { std::this_thread::sleep_for (std::chrono::milliseconds (number (key, 0))); }
+    bool refuses (const std::string& operation) const { return get ("FakeRefuse").find (operation) != std::string::npos; }
+
+    void pause (const std::string& key, int standard = 0) const { std::this_thread::sleep_for (std::chrono::milliseconds (number (key, standard))); }
 
     void record (const std::string& line) const
     {
@@ -122,6 +129,41 @@ private:
     std::vector<FakeFilter> filters { FakeFilter ("FL"), FakeFilter ("SW") };
 };
 
+/** Streams packets from a thread of its own while it lives: sample n of the stream is n / 65536. */
+class Capture
+{
+public:
+    Capture (const Settings& settings, CaptureCallback& callback)
+        : thread ([this, &settings, &callback] { stream (settings, callback); })
+    {
+    }
+
+    ~Capture()
+    {
+        done = true;
+        thread.join();
+    }
+
+private:
+    void stream (const Settings& settings, CaptureCallback& callback)
+    {
+        std::vector<float> packet (480);
+        std::uint64_t number = 0;
+        callback.OnCaptureStart (static_cast<std::int32_t> (packet.size()));
+
+        for (; ! done; settings.pause ("FakePacketMs", 2))
+        {
+            for (float& sample : packet)
+                sample = static_cast<float> (number++) / 65536.0f;
+
+            callback.OnCaptureData (packet.data(), static_cast<std::int32_t> (packet.size()));
+        }
+    }
+
+    std::atomic<bool> done { false };
+    std::thread thread;
+};
+
 class FakeDevice final : public Device2
 {
 public:
@@ -132,7 +174,7 @@ public:
     }
 
     const char* GetName() const override                   { return "Maker|Model|Lounge"; }
-    std::uint32_t GetCapabilities() const override         { return 16 + 4 + 1; }
+    std::uint32_t GetCapabilities() const override         { return static_cast<std::uint32_t> (settings.number ("FakeCaps", 21)); }
     std::uint32_t GetExtendedCapabilities() const override { return 0; }
     EResult ReservedCall1 (std::uint64_t, std::uint64_t, std::uint64_t) override { return kResultNotSupported; }
     std::uint32_t GetChannelCount() const override         { return 3; }
@@ -156,12 +198,42 @@ public:
 
     std::uint32_t GetDefaultSampleRate() const override { return 48000; }
 
-    EResult EnterMeasurementMode (std::uint32_t, std::uint64_t, std::uint32_t, CaptureCallback*) override { return kResultFailed; }
-    bool LeaveMeasurementMode() override { return false; }
-    EResult StartStimulus (EStimulus, const std::uint32_t*, std::uint32_t, std::uint64_t) override { return kResultFailed; }
+    EResult EnterMeasurementMode (std::uint32_t rate, std::uint64_t, std::uint32_t channels, CaptureCallback* callback) override
+    {
+        settings.record ("enter " + std::to_string (rate) + " with " + std::to_string (channels));
+
+        if (rate == 96000)
+            return kResultBadSampleRate;
+
+        if (settings.refuses ("enter"))
+            return kResultFailed;
+
+        capture = std::make_unique<Capture> (settings, *callback);
+        return kResultOk;
+    }
+
+    bool LeaveMeasurementMode() override
+    {
+        capture.reset();
+        settings.record ("leave");
+        return ! settings.refuses ("leave");
+    }
+
+    EResult StartStimulus (EStimulus stimulus, const std::uint32_t* channels, std::uint32_t count, std::uint64_t) override
+    {
+        std::string line = "start " + std::to_string (stimulus) + " on";
+
+        for (std::uint32_t i = 0; i < count; ++i)
+            line += " " + std::to_string (channels[i]);
+
+        settings.record (line);
+        stimulusEnd = Clock::now() + std::chrono::milliseconds (settings.number ("FakeStimulusMs", 100));
+        return settings.refuses ("start") ? kResultFailed : kResultOk;
+    }
+
     EResult StartGenericStimulus (std::uint64_t, std::uint64_t, std::uint64_t, std::uint64_t, std::uint64_t) override { return kResultNotSupported; }
-    void StopStimulus() override {}
-    bool IsStimulusPlaying() override { return false; }
+    void StopStimulus() override { settings.record ("stop"); }
+    bool IsStimulusPlaying() override { return Clock::now() < stimulusEnd; }
 
     EResult GetStimulusInformation (EStimulus stimulus, std::uint32_t rate, char* buffer, std::uint32_t size) const override
     {
@@ -177,8 +249,17 @@ public:
 
     double GetStimulusLatency() const override { return 20; }
     std::uint32_t GetFilterSlotCount() const override { return 3; }
-    bool SetActiveFilterSlot (std::uint32_t) override { return false; }
-    std::uint32_t GetActiveFilterSlot() override { return 0; }
+
+    bool SetActiveFilterSlot (std::uint32_t slot) override
+    {
+        if (settings.refuses ("slot"))
+            return false;
+
+        activeSlot = slot;
+        return true;
+    }
+
+    std::uint32_t GetActiveFilterSlot() override { return activeSlot; }
 
     bool GetFilterSet (std::uint32_t slot, std::uint32_t index, FilterSet** set) override
     {
@@ -201,13 +282,30 @@ public:
         return true;
     }
 
-    void SetFiltering (bool) override {}
-    bool GetFiltering() override { return false; }
-    bool SetVolume (float) override { return false; }
-    float GetVolume (char*, std::uint32_t) override { return 0; }
+    void SetFiltering (bool enabled) override { filtering = enabled && ! settings.refuses ("filtering"); }
+    bool GetFiltering() override              { return filtering; }
+
+    bool SetVolume (float value) override
+    {
+        volume = value;
+        return ! settings.refuses ("volume");
+    }
+
+    float GetVolume (char* buffer, std::uint32_t size) override
+    {
+        copyText ("quite loud", buffer, size);
+        return volume;
+    }
+
     float GetMaxChannelAttenuation() const override { return 12; }
-    bool SetChannelAttenuation (std::uint32_t, float) override { return false; }
-    float GetChannelAttenuation (std::uint32_t) override { return 0; }
+
+    bool SetChannelAttenuation (std::uint32_t channel, float value) override
+    {
+        attenuations[channel] = std::clamp (value, 0.0f, 12.0f);
+        return ! settings.refuses ("attenuation");
+    }
+
+    float GetChannelAttenuation (std::uint32_t channel) override { return attenuations[channel]; }
     EResult ReservedCall3 (std::uint64_t, std::uint64_t, std::uint64_t, std::uint64_t) override { return kResultNotSupported; }
     EResult ReservedCall4 (std::uint64_t) override { return kResultNotSupported; }
     EResult ReservedCall5() override { return kResultNotSupported; }
@@ -270,8 +368,16 @@ public:
     }
 
 private:
+    using Clock = std::chrono::steady_clock;
+
     const Settings& settings;
     std::map<std::uint32_t, std::unique_ptr<FakeSet>> sets;
+    std::unique_ptr<Capture> capture;
+    Clock::time_point stimulusEnd;
+    std::uint32_t activeSlot = 0;
+    bool filtering = false;
+    float volume = 0.25f;
+    std::map<std::uint32_t, float> attenuations;
 };
 
 class FakePlugin final : public Plugin

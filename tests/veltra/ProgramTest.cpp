@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "tests/veltra/Program.h"
+#include "tools/veltra/AudioFile.h"
 #include "tools/veltra/ExitStatus.h"
 
 namespace fs = std::filesystem;
@@ -170,6 +171,97 @@ TEST_F (Veltra, ASignalDuringTheSearchLeavesNothingBehind)
         EXPECT_EQ (number, finish().signal);
         expectNothingLeft();
     }
+}
+
+TEST_F (Veltra, AMeasurementWritesWhatWasStreamedAndLeavesTheMode)
+{
+    auto ending = veltra ({ "measure", "--channel", "SW,31", "--tail", "0.5", "-o", path ("capture.wav"), "--device", "a:1" });
+    EXPECT_EQ (0, ending.status) << ending.err;
+    EXPECT_EQ ("", ending.err);
+    EXPECT_NE (std::string::npos, record().find ("enter 48000 with 2\nstart 0 on 11 31\nleave\n")) << record();
+    EXPECT_NE (std::string::npos, ending.out.find (" s at 48000 Hz in ")) << ending.out;
+
+    const auto audio = readMonoAudio (path ("capture.wav"));
+    EXPECT_EQ (48000u, audio.sampleRate);
+    EXPECT_GE (audio.samples.size(), 24000u); // the tail alone
+
+    for (std::size_t i = 0; i < audio.samples.size(); ++i)
+        ASSERT_EQ (static_cast<float> (i) / 65536.0f, audio.samples[i]) << i;
+
+    expectOneSentence (veltra ({ "measure", "--channel", "FL", "-o", path ("capture.wav"), "--device", "a:1" }), kExitOutput, "--force");
+    expectNothingLeft();
+}
+
+TEST_F (Veltra, AMeasurementThatFailsLeavesTheModeAndWritesNothing)
+{
+    const auto measure = [&] (std::vector<std::string> words)
+    {
+        fs::remove (path ("record"));
+        words.insert (words.begin(), { "measure", "-o", path ("capture.wav"), "--device", "a:1", "--setting", "FakeWords=No." });
+        return veltra (words);
+    };
+
+    expectOneSentence (measure ({ "--channel", "XX" }), kExitUsage, "no channel XX; it has FL, SW, Front #2.");
+    expectOneSentence (measure ({ "--channel", "1" }), kExitUsage, "no channel 1");
+    expectOneSentence (measure ({ "--channel", "FL", "--stimulus", "noise" }), kExitUsage, "no stimulus noise;");
+    expectOneSentence (measure ({ "--channel", "FL", "--rate", "44100" }), kExitUsage, "no stimulus sweep at 44100 Hz");
+    expectOneSentence (measure ({ "--channel", "FL", "--stimulus", "music" }), kExitUsage, "--stimulus");
+    expectOneSentence (measure ({ "--channel", "FL", "--setting", "FakeCaps=20" }), kExitReceiver, "does not stream");
+    EXPECT_EQ (std::string::npos, record().find ("enter"));
+
+    expectOneSentence (measure ({ "--channel", "FL", "--setting", "FakeRefuse=enter" }), kExitReceiver, "enter measurement mode: No.");
+    EXPECT_NE (std::string::npos, record().find ("enter 48000 with 1\nleave\n")) << record();
+    expectOneSentence (measure ({ "--channel", "FL", "--setting", "FakeRefuse=start" }), kExitReceiver, "play the stimulus: No.");
+    EXPECT_NE (std::string::npos, record().find ("start 0 on 0\nleave\n")) << record();
+    expectOneSentence (measure ({ "--channel", "FL", "--tail", "0.1", "--setting", "FakeRefuse=leave" }), kExitReceiver, "leave measurement mode: No.");
+    expectOneSentence (measure ({ "--channel", "FL", "--longest", "0.2", "--setting", "FakeStimulusMs=9999" }), kExitReceiver, "come to an end");
+    EXPECT_NE (std::string::npos, record().find ("stop\nleave\n")) << record();
+
+    EXPECT_FALSE (fs::exists (path ("capture.wav")));
+    EXPECT_FALSE (fs::exists (path ("capture.wav.part")));
+    expectNothingLeft();
+}
+
+TEST_F (Veltra, CtrlCEndsAMeasurementInOrder)
+{
+    for (const int number : { SIGINT, SIGTERM })
+    {
+        fs::remove (path ("record"));
+        startVeltra ({ "measure", "--channel", "FL", "-o", path ("capture.wav"), "--device", "a:1", "--setting", "FakeStimulusMs=60000" });
+        waitFor ("record", "start 0");
+        sendSignal (number);
+        expectOneSentence (finish(), kExitCancelled, "Cancelled; nothing was written.");
+        EXPECT_NE (std::string::npos, record().find ("stop\nleave\nreleased\n")) << record();
+        EXPECT_FALSE (fs::exists (path ("capture.wav.part")));
+        expectNothingLeft();
+    }
+}
+
+TEST_F (Veltra, ControlsAreSetAndReadBack)
+{
+    const auto control = [&] (std::vector<std::string> words)
+    {
+        words.insert (words.end(), { "--device", "a:1" });
+        return veltra (words);
+    };
+
+    EXPECT_EQ ("Volume 0.25 (quite loud)\n", control ({ "volume" }).out);
+    EXPECT_EQ ("Volume 0.5 (quite loud)\n", control ({ "volume", "0.5" }).out);
+    EXPECT_EQ ("Channel SW is attenuated by 12 dB of at most 12 dB\n", control ({ "attenuation", "SW", "20" }).out);
+    EXPECT_EQ ("Channel 31 is attenuated by 0 dB of at most 12 dB\n", control ({ "attenuation", "31" }).out);
+    EXPECT_EQ ("Slot 2 is in use\n", control ({ "slot", "2" }).out);
+    EXPECT_EQ ("Filtering is off\n", control ({ "filtering" }).out);
+    EXPECT_EQ ("Filtering is on\n", control ({ "filtering", "on" }).out);
+
+    expectOneSentence (control ({ "volume", "0.5", "--setting", "FakeRefuse=volume" }), kExitReceiver, "volume");
+    expectOneSentence (control ({ "volume", "--setting", "FakeCaps=17" }), kExitReceiver, "volume");
+    expectOneSentence (control ({ "volume", "-1" }), kExitUsage, "");
+    expectOneSentence (control ({ "attenuation", "FL", "1", "--setting", "FakeRefuse=attenuation" }), kExitReceiver, "attenuation");
+    expectOneSentence (control ({ "attenuation", "7" }), kExitUsage, "no channel 7");
+    expectOneSentence (control ({ "slot", "3" }), kExitUsage, "slots 0 to 2");
+    expectOneSentence (control ({ "slot", "1", "--setting", "FakeRefuse=slot" }), kExitReceiver, "slot 1");
+    expectOneSentence (control ({ "filtering", "on", "--setting", "FakeRefuse=filtering" }), kExitReceiver, "filtering on");
+    expectOneSentence (control ({ "filtering", "maybe" }), kExitUsage, "maybe");
 }
 
 TEST_F (Veltra, TheSampleRoomImportsToTheSameTextWhateverTheOrderOfTheFiles)

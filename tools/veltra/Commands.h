@@ -12,5 +12,7 @@ void addInfoCommand (CLI::App& program, const SessionOptions& session);
 void addImportCommand (CLI::App& program);
 void addDownloadCommand (CLI::App& program, const SessionOptions& session);
 void addSlotCommands (CLI::App& program, const SessionOptions& session);
+void addMeasureCommand (CLI::App& program, const SessionOptions& session);
+void addControlCommands (CLI::App& program, const SessionOptions& session);
 
 }

@@ -62,6 +62,8 @@ int run (int argc, char** argv)
     addImportCommand (program);
     addDownloadCommand (program, session);
     addSlotCommands (program, session);
+    addMeasureCommand (program, session);
+    addControlCommands (program, session);
 
     try
     {

@@ -2,36 +2,26 @@
 
 #include <algorithm>
 #include <cmath>
-
-#if defined(_WIN32)
- #include <io.h>
-#else
- #include <unistd.h>
-#endif
+#include <cstdio>
 
 namespace veltra::host {
 
 namespace {
 
 constexpr int kBarWidth = 30;
+constexpr int kStepsInATerminal = 200;
+constexpr int kStepsElsewhere = 10;
 
 double limited (double fraction) noexcept
 {
-    return fraction >= 0.0 ? std::min (fraction, 1.0) : 0.0; // no number: 0
+    return fraction >= 0.0 ? std::min (fraction, 1.0) : 0.0; // 0 also for what is no number
 }
 
 }
-
-Progress::Progress (std::FILE* streamToUse, bool isForTerminal) noexcept
-    : stream (streamToUse), terminal (isForTerminal)
-{
-}
-
-Progress::~Progress() { endLine(); }
 
 bool Progress::isNews (double fraction) noexcept
 {
-    const int steps = terminal ? 200 : 10;
+    const int steps = line.isForTerminal() ? kStepsInATerminal : kStepsElsewhere;
     const int step = static_cast<int> (limited (fraction) * steps);
 
     if (step == shownStep)
@@ -43,44 +33,9 @@ bool Progress::isNews (double fraction) noexcept
 
 void Progress::print (double fraction, const std::string& text)
 {
-    const int percent = static_cast<int> (std::floor (100.0 * limited (fraction)));
-
-    if (! terminal)
-    {
-        std::fprintf (stream, "%3d %%  %s\n", percent, text.c_str());
-        std::fflush (stream);
-        return;
-    }
-
-    const auto line = "[" + bar (fraction, kBarWidth) + "] " + std::to_string (percent) + " %  " + text;
-    const auto blanks = shownLength > line.size() ? shownLength - line.size() : 0;
-    std::fprintf (stream, "\r%s%*s", line.c_str(), static_cast<int> (blanks), "");
-    std::fflush (stream);
-    shownLength = line.size();
-}
-
-void Progress::endLine()
-{
-    if (shownLength > 0)
-        std::fputc ('\n', stream);
-
-    std::fflush (stream);
-    shownLength = 0;
-}
-
-bool isTerminal (std::FILE* stream) noexcept
-{
-   #if defined(_WIN32)
-    return _isatty (_fileno (stream)) != 0;
-   #else
-    return isatty (fileno (stream)) != 0;
-   #endif
-}
-
-std::string bar (double fraction, int width)
-{
-    const auto filled = static_cast<std::size_t> (std::lround (limited (fraction) * width));
-    return std::string (filled, '#') + std::string (static_cast<std::size_t> (width) - filled, '.');
+    char percent[16];
+    std::snprintf (percent, sizeof (percent), "%3.0f %%  ", std::floor (100.0 * limited (fraction)));
+    line.show ((line.isForTerminal() ? "[" + bar (fraction, kBarWidth) + "] " : "") + percent + text);
 }
 
 std::string readableBytes (double bytes)
