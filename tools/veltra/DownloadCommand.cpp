@@ -1,54 +1,28 @@
 #include <chrono>
 #include <cstdio>
-#include <fstream>
 #include <memory>
 #include <optional>
-#include <sstream>
 
 #include "tools/veltra/Commands.h"
 #include "tools/veltra/ExitStatus.h"
 #include "tools/veltra/FilterSlots.h"
 #include "tools/veltra/Progress.h"
 #include "tools/veltra/SignalWatch.h"
+#include "tools/veltra/TextFile.h"
 #include "tools/veltra/WireMeter.h"
-
-namespace fs = std::filesystem;
 
 namespace veltra::host {
 
 namespace {
 
-constexpr std::uintmax_t kLargestDescription = 1u << 30;
+constexpr std::uint32_t kSlotsOfModule = 8; // it loads no others, whatever the receiver has
 
 struct DownloadOptions
 {
-    fs::path file;
+    std::filesystem::path file;
     std::uint32_t slot = 0;
     bool replace = false;
 };
-
-std::string readDescription (const fs::path& file)
-{
-    std::error_code error;
-    const auto size = fs::file_size (file, error);
-
-    if (error)
-        throw Failure (kExitInput, file.string() + " cannot be read: " + error.message() + ".");
-
-    if (size > kLargestDescription)
-        throw Failure (kExitInput, file.string() + " is too large for a filter description.");
-
-    std::string text (size, '\0');
-    std::ifstream stream (file, std::ios::binary);
-
-    if (! stream.read (text.data(), static_cast<std::streamsize> (size)))
-        throw Failure (kExitInput, file.string() + " cannot be read.");
-
-    if (text.find ('\0') != text.npos) // the module would not see what follows
-        throw Failure (kExitInput, file.string() + " is no text.");
-
-    return text;
-}
 
 /** The bytes on the wire, or the pieces where the system does not count bytes, and how fast they went. */
 class TransferMeter
@@ -123,7 +97,7 @@ public:
     bool OnProgress (float fraction) override
     {
         meter.countPiece();
-        cancelled = cancelled || cancel->requested();
+        cancelled = cancelled || (cancel && cancel->requested());
 
         progress.show (static_cast<double> (fraction), [this]
         {
@@ -170,9 +144,12 @@ Failure downloadFailure (veltratune_io::EResult result, bool transferBegun, Sess
 
 void download (const SessionOptions& sessionOptions, const DownloadOptions& options)
 {
-    const auto text = readDescription (options.file);
+    const auto text = readTextFile (options.file);
     Session session (sessionOptions);
     checkSlot (session.device(), options.slot);
+
+    if (options.slot >= kSlotsOfModule)
+        throw Failure (kExitUsage, "Filters go to the slots 0 to " + std::to_string (kSlotsOfModule - 1) + " only.");
 
     if (options.replace && emptySlot (session, options.slot))
         std::printf ("Slot %u emptied.\n", options.slot);

@@ -32,8 +32,6 @@ std::string filterNames (FilterSet& set)
 
 void printSlots (Device& device)
 {
-    std::printf ("\nFilter slots\n");
-
     for (std::uint32_t slot = 0; slot < device.GetFilterSlotCount(); ++slot)
     {
         const auto sets = setsIn (device, slot);

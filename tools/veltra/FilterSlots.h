@@ -14,7 +14,7 @@ std::vector<veltratune_io::FilterSet*> setsIn (veltratune_io::Device& device, st
 /** Names of a set's filters, apart by blanks. */
 std::string filterNames (veltratune_io::FilterSet& set);
 
-/** Lists all slots. No network. */
+/** Prints a line for each slot, or for each set where a slot holds several. No network. */
 void printSlots (veltratune_io::Device& device);
 
 /** @throws  Failure (kExitUsage) for a slot that the device does not have */

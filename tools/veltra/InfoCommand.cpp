@@ -62,7 +62,7 @@ void printChannels (const Device2& device)
 
 void printTopologies (const Device2& device)
 {
-    std::printf ("\nTopology FIIR\n");
+    std::printf ("\nParameters of topology FIIR\n");
 
     for (const auto rate : sampleRates (device))
     {
@@ -105,6 +105,7 @@ void addInfoCommand (CLI::App& program, const SessionOptions& options)
         Session session (options);
         printIdentity (session.device());
         printChannels (session.device());
+        std::printf ("\nFilter slots\n");
         printSlots (session.device());
         printTopologies (session.device());
         printStimuli (session.device());

@@ -144,6 +144,9 @@ void runMeasurement (const SessionOptions& sessionOptions, MeasureOptions& optio
     if (! complete)
         throw Failure (kExitReceiver, "The stimulus did not come to an end.");
 
+    if (recorder.overflow() > 0)
+        throw Failure (kExitReceiver, "The receiver sent more audio than --longest and --tail make room for.");
+
     if (recorder.samples().empty())
         throw Failure (kExitReceiver, "The receiver sent no audio.");
 

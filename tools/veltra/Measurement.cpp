@@ -125,8 +125,9 @@ bool captureTail (const MeasurementPlan& plan, const CaptureRecorder& recorder, 
 
 std::size_t captureCapacity (const MeasurementPlan& plan)
 {
-    // A second more for what comes between the end of a wait and the next look.
-    return samplesOf (plan.longest_s + plan.tail_s + 1.0, plan.sampleRate);
+    // Room for what a receiver that is faster than real time sends between two looks.
+    constexpr double spare_s = 30.0;
+    return samplesOf (plan.longest_s + plan.tail_s + spare_s, plan.sampleRate);
 }
 
 bool measure (Session& session, const MeasurementPlan& plan, CaptureRecorder& recorder, const std::function<bool()>& goOn)

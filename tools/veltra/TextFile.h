@@ -1,0 +1,14 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+namespace veltra::host {
+
+/** The text of a filter description's file.
+    @throws  Failure (kExitInput) when it cannot be read, is larger than 1 GiB, or holds NUL characters, behind
+             which nothing would be seen
+*/
+std::string readTextFile (const std::filesystem::path& file);
+
+}
