@@ -5,7 +5,8 @@
 
 #include <sndfile.h>
 
-#include "common/Numbers.h"
+#include "filters/FilterDescriptionParser.h"
+#include "filters/FilterSetsImpl.h"
 #include "tests/veltra/Scratch.h"
 #include "tools/veltra/AudioFile.h"
 #include "tools/veltra/ExitStatus.h"
@@ -191,32 +192,32 @@ TEST (PeakGain, IsThePeakOfTheResponseAlsoBetweenTheBins)
     }
 }
 
-TEST_F (Import, EveryTapReadsBackAsTheFloatThatItWas)
+TEST_F (Import, ADescriptionReadsBackAsWhatItWas)
 {
-    // Among them the ends of the range and 7.038531e-26f, whose shortest text rounds to a neighbour by way of double.
+    // Among the taps the ends of the range, and 7.038531e-26f, whose shortest text is read as a neighbour by way of double.
     const std::vector<float> taps { 0.1f, -1.0f / 3.0f, 1e-45f, 1.17549435e-38f, 3.40282347e+38f, 16777217.0f, 7.038531e-26f,
                                     -0.0f, 1.0f, 123456.789f };
-    FilterDescription description { "A & \"B\" <c>\n", "FIR", { { "L'1", 3, 1.0f / 3.0f, false, { { 48000, taps } } } } };
+    FilterDescription description { "A & \"B\" <c>\n", "FIR", { { "L'1", 3, 1.0f / 3.0f, true, { { 44100, { 2.0f } }, { 48000, taps } } } } };
 
     std::ostringstream stream;
     writeFilterDescription (stream, description);
-    const auto text = stream.str();
 
-    EXPECT_NE (std::string::npos, text.find ("ProjectName=\"A &amp; &quot;B&quot; &lt;c&gt;&#10;\""));
-    EXPECT_NE (std::string::npos, text.find ("Name=\"L&apos;1\" Number=\"3\""));
-    EXPECT_NE (std::string::npos, text.find ("NbrOfTaps=\"10\""));
+    filters::FilterSetsImpl set;
+    ASSERT_EQ (parser::FIIR::Success, parser::FIIR::parse (stream.str().c_str(), &set, "Veltra"));
+    EXPECT_EQ (description.project, set.GetName());
+    EXPECT_STREQ ("FIR", set.GetTechnology());
+    ASSERT_EQ (1u, set.getFilterCount());
 
-    std::istringstream numbers (text.substr (text.find ("<taps>") + 6, text.find ("</taps>") - text.find ("<taps>") - 6));
-    std::string number;
+    const auto& filter = *set.getFilterImpl (0);
+    EXPECT_STREQ ("L'1", filter.GetName());
+    EXPECT_EQ (2u, filter.GetChannel());
+    EXPECT_EQ (1, filter.getAttributes().subwoofer);
+    EXPECT_EQ (1.0f / 3.0f, filter.getMaxFilterGaindB());
+    EXPECT_EQ (2u, filter.getCoefficientSets().size());
 
-    for (const float tap : taps)
-    {
-        numbers >> number;
-        EXPECT_EQ (tap, static_cast<float> (toDouble (number))) << number;
-        EXPECT_LE (number.size(), 25u);
-    }
-
-    EXPECT_FALSE (numbers >> number);
+    const auto* const read = filter.findCoefficientSet ({ 48000, false });
+    ASSERT_NE (nullptr, read);
+    EXPECT_EQ (taps, std::vector<float> (read->taps.begin(), read->taps.end()));
 
     description.project = "\x01";
     failureOf ([&] { writeFilterDescription (stream, description); }, kExitUsage);

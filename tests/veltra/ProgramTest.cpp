@@ -264,6 +264,35 @@ TEST_F (Veltra, ControlsAreSetAndReadBack)
     expectOneSentence (control ({ "filtering", "maybe" }), kExitUsage, "maybe");
 }
 
+TEST_F (Veltra, AConversionToFIRKeepsTheSamplesOfTheImport)
+{
+    const std::vector<std::string> names { "FL", "SW" };
+    std::vector<std::string> import { "import", "-o", path ("room.xml") };
+    std::string expected;
+
+    for (const auto& name : names)
+    {
+        const auto file = "examples/living-room/" + name + "_48000.wav";
+        import.push_back (file);
+        const auto samples = readMonoAudio (file).samples;
+        expected.append (reinterpret_cast<const char*> (samples.data()), 1000 * sizeof (float));
+    }
+
+    ASSERT_EQ (0, veltra (import).status);
+    const auto ending = veltra ({ "convert", path ("room.xml"), "--topology", "FIR", "--rate", "48000", "--taps", "1000", "-o", path ("blob") });
+    EXPECT_EQ (0, ending.status) << ending.err;
+    EXPECT_NE (std::string::npos, ending.out.find ("FIR at 48000 Hz, 2 channels, 8000 bytes, crc32 ")) << ending.out;
+    EXPECT_TRUE (expected == read (path ("blob")));
+
+    expectOneSentence (veltra ({ "convert", path ("room.xml"), "--topology", "FIR", "--rate", "96000", "--taps", "9", "-o", path ("none") }),
+                       kExitConversion, "No filter response for channel FL at 96000 Hz.");
+    expectOneSentence (veltra ({ "convert", path ("filters.xml"), "--topology", "FIR", "--rate", "48000", "--taps", "9", "-o", path ("none") }),
+                       kExitInput, "is no filter description");
+    expectOneSentence (veltra ({ "convert", path ("room.xml"), "--topology", "IIR", "--rate", "48000", "--taps", "9", "-o", path ("none") }),
+                       kExitUsage, "IIR");
+    EXPECT_FALSE (fs::exists (path ("none")));
+}
+
 TEST_F (Veltra, TheSampleRoomImportsToTheSameTextWhateverTheOrderOfTheFiles)
 {
     const std::string room = "examples/living-room/";

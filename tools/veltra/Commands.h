@@ -10,6 +10,7 @@ namespace veltra::host {
     session options as they are then, and throws Failure for what it cannot do. Results go to standard output. */
 void addInfoCommand (CLI::App& program, const SessionOptions& session);
 void addImportCommand (CLI::App& program);
+void addConvertCommand (CLI::App& program);
 void addDownloadCommand (CLI::App& program, const SessionOptions& session);
 void addSlotCommands (CLI::App& program, const SessionOptions& session);
 void addMeasureCommand (CLI::App& program, const SessionOptions& session);
