@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "common/Log.h"
+#include "common/LogText.h"
 
 namespace veltra::filters {
 
@@ -40,11 +41,11 @@ void FIIRSourceImpl::log (int level, const std::string& message)
 {
     switch (level)
     {
-        case 0: VELTRA_LOG (TRACE, message); break;
-        case 1: VELTRA_LOG (DEBUG, message); break;
-        case 2: VELTRA_LOG (INFO, message); break;
-        case 3: VELTRA_LOG (WARN, message); break;
-        case 4: VELTRA_LOG (ERROR, message); break;
+        case 0: VELTRA_LOG (TRACE, logText (message)); break;
+        case 1: VELTRA_LOG (DEBUG, logText (message)); break;
+        case 2: VELTRA_LOG (INFO, logText (message)); break;
+        case 3: VELTRA_LOG (WARN, logText (message)); break;
+        case 4: VELTRA_LOG (ERROR, logText (message)); break;
         default: break;
     }
 }

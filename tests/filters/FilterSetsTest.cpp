@@ -1,11 +1,10 @@
-#include <cmath>
+#include <fstream>
+#include <iterator>
 #include <limits>
-#include <map>
 
 #include <gtest/gtest.h>
 
 #include "dsp/Resampling.h"
-#include "filters/FIIRSourceImpl.h"
 #include "filters/FilterSetsImpl.h"
 #include "tests/filters/DescriptionBuilder.h"
 
@@ -50,6 +49,23 @@ TEST (FilterSets, ShowWhatTheDescriptionSays)
     EXPECT_EQ ("", loaded.set.getChannelName (2));
     EXPECT_EQ (nullptr, loaded.set.getFilterImpl (2));
     EXPECT_FALSE (FilterSetsImpl().GetFilter (0, nullptr));
+}
+
+TEST (FilterSets, TheExampleOfTheDocumentLoads)
+{
+    std::ifstream file ("docs/filter-description.md");
+    const std::string page { std::istreambuf_iterator<char> (file), {} };
+    const auto start = page.find ("```xml\n") + 7;
+    const auto example = page.substr (start, page.find ("```", start) - start);
+
+    FilterSetsImpl set;
+    ASSERT_EQ (veltra::parser::FIIR::Success, veltra::parser::FIIR::parse (example.c_str(), &set, "Veltra"));
+    EXPECT_STREQ ("Living room", set.GetName());
+    ASSERT_EQ (2u, set.getFilterCount());
+    EXPECT_EQ (1.0f, set.getFilterImpl (0)->getExtraDelayMs());
+    EXPECT_EQ (2u, set.getFilterImpl (0)->findCoefficientSet ({ 48000, false })->sections.size());
+    EXPECT_FLOAT_EQ (0.06f, set.getFIR (48000, 0)[3]) << "where both sections begin";
+    EXPECT_EQ (0.5f, set.getFIR (48000, 1)[1]);
 }
 
 TEST (FilterSets, TextsThatTheHeaderLacksAreEmpty)
@@ -178,28 +194,6 @@ TEST (FilterSets, SetsWithoutASecondOfResponseAreLeftOut)
     EXPECT_EQ (0, loaded.set.getFIR (2000, 0).size()) << "its response grows without bound";
     EXPECT_EQ (0, loaded.set.getFIR (0, 0).size());
     EXPECT_EQ (0, loaded.set.getFIR (1536001, 0).size());
-}
-
-TEST (FIIRSource, TheListOfIdsDecidesHowManyChannelsThereAre)
-{
-    Loaded loaded (DescriptionBuilder().channel ("FL", 1, R"(MaxFilterGaindB="4")").fiir (96000, { 1, 2 }, { { 0.1f, 0.2f, 0.3f, 0.4f } })
-                       .channel ("FR", 2).fir (96000, Taps { 1 }).channel ("C", 3).fir (96000, Taps { 1 }));
-    FIIRSourceImpl source (loaded.set, { 11, 22 }, 96000);
-    EXPECT_EQ (2u, source.getChannelCount());
-    EXPECT_EQ (22u, source.getChannelId (1));
-    EXPECT_EQ ("FR", source.getChannelName (1));
-    EXPECT_EQ (4.0f, source.getMaxGaindB (0));
-    EXPECT_EQ (96000, source.getFIR (0).size());
-
-    const auto data = source.getFIIR (0);
-    EXPECT_EQ (2.0f, data.taps[1]);
-    ASSERT_EQ (1u, data.sections.size());
-    EXPECT_EQ ((veltra::dsp::FIIRSection { 0.1f, 0.2f, 0.3f, 0.4f }), data.sections[0]);
-    EXPECT_EQ (0, source.getFIIR (3).taps.size()) << "beyond the last filter";
-
-    FIIRSourceImpl other (loaded.set, { 11 }, 48000);
-    EXPECT_EQ (0, other.getFIIR (0).taps.size()) << "coefficients are never resampled";
-    EXPECT_EQ (48000, other.getFIR (0).size());
 }
 
 }
