@@ -110,22 +110,29 @@ void Connection::dispatch (juce::InputStream& stream, std::int32_t id, std::int3
 
 void Connection::onData (const juce::MemoryBlock& block)
 {
-    const juce::ScopedLock guard (lock);
-
-    if (rawCallback)
     {
-        rawCallback (block);
-        return;
+        const juce::ScopedLock guard (lock);
+
+        if (rawCallback)
+        {
+            rawCallback (block);
+        }
+        else if (block.getSize() >= 4 + 4)
+        {
+            juce::MemoryInputStream stream (block, false);
+            const auto id = stream.readInt();
+            const auto subId = stream.readInt();
+            dispatch (stream, id, subId);
+        }
     }
 
-    juce::MemoryInputStream stream (block, false);
+    // Not before the lock is free: the first thing that a woken waiter does is to take it.
+    handledMessage.give();
+}
 
-    if (stream.getTotalLength() < 4 + 4)
-        return;
-
-    const auto id = stream.readInt();
-    const auto subId = stream.readInt();
-    dispatch (stream, id, subId);
+void Connection::waitForMessage (std::chrono::milliseconds timeout)
+{
+    handledMessage.wait (timeout);
 }
 
 void Connection::setRawCallback (std::function<void (const juce::MemoryBlock&)> callback)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -8,6 +9,7 @@
 #include <juce_core/juce_core.h>
 
 #include "protocol/EventHandlerBase.h"
+#include "protocol/MessageSignal.h"
 
 namespace veltra::ipc {
 
@@ -65,6 +67,10 @@ public:
     void setRawCallback (std::function<void (const juce::MemoryBlock&)> callback);
     void clearRawCallback();
 
+    /** Returns when onData has handled a message since the last call, at the latest when the time is over. For one
+        thread at a time; when there are several, only one of them need be woken. */
+    void waitForMessage (std::chrono::milliseconds timeout);
+
 private:
     using Handlers = std::vector<EventHandlerBase*>;
 
@@ -76,6 +82,7 @@ private:
     Handlers anyHandlers;
     std::function<void (const juce::MemoryBlock&)> rawCallback;
     const int handlerPatience_ms;
+    MessageSignal handledMessage;
 };
 
 }

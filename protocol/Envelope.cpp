@@ -1,40 +1,33 @@
 #include "protocol/Envelope.h"
 
-#include <ostream>
+#include <limits>
 
 #include "protocol/EnvelopeHash.h"
-#include "protocol/StreamAdaptors.h"
 
 namespace veltraio {
 
 bool putEnvelope (juce::MemoryOutputStream& stream, const juce::MemoryBlock& marker, std::int32_t messageId,
                   const google::protobuf::MessageLite& message)
 {
-    // Protobuf throws when it is asked to serialise a message that is not complete.
+    // Protobuf throws, or writes to standard error, when it is asked for what it cannot do.
     if (! message.IsInitialized())
         return false;
 
     const auto headerSize = marker.getSize() + envelopeFieldsSize;
-    stream.writeRepeatedByte (0, headerSize);
+    const auto bodySize = message.ByteSizeLong();
 
-    {
-        veltra::ipc::OutputStreamBuffer<char> buffer (stream);
-        std::ostream output (&buffer);
+    if (bodySize > static_cast<std::size_t> (std::numeric_limits<std::int32_t>::max()) - headerSize)
+        return false;
 
-        if (! message.SerializeToOstream (&output) || ! output.flush())
-            return false;
-    }
+    // In place: a standard stream between the two would cost as much as the rest of the envelope.
+    juce::MemoryBlock body (bodySize);
+    message.SerializeWithCachedSizesToArray (static_cast<std::uint8_t*> (body.getData()));
 
-    const auto bodySize = stream.getDataSize() - headerSize;
-    const auto* body = static_cast<const char*> (stream.getData()) + headerSize;
-    const auto checksum = envelopeHash (body, bodySize);
-
-    stream.setPosition (0);
     stream.write (marker.getData(), marker.getSize());
     stream.writeIntBigEndian (static_cast<int> (bodySize));
     stream.writeIntBigEndian (messageId);
-    stream.writeIntBigEndian (static_cast<int> (checksum));
-    return true;
+    stream.writeIntBigEndian (static_cast<int> (envelopeHash (body.getData(), bodySize)));
+    return stream.write (body.getData(), bodySize);
 }
 
 std::optional<ReceivedEnvelope> getEnvelope (const juce::MemoryBlock& block) noexcept

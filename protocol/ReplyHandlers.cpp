@@ -1,5 +1,7 @@
 #include "protocol/ReplyHandlers.h"
 
+#include <chrono>
+
 #include "common/Clock.h"
 #include "protocol/PeerText.h"
 
@@ -7,7 +9,7 @@ namespace veltraio {
 
 namespace {
 
-constexpr int poll_ms = 10;
+constexpr std::chrono::milliseconds poll { 10 };
 
 }
 
@@ -17,7 +19,8 @@ AcknowledgeHandler::AcknowledgeHandler (Dispatcher& dispatcher) : AcknowledgeHan
 }
 
 AcknowledgeHandler::AcknowledgeHandler (Dispatcher& dispatcher, Unregistered)
-    : waitForever (! dispatcher.usesTimeouts())
+    : connection (dispatcher.getConnection()),
+      waitForever (! dispatcher.usesTimeouts())
 {
 }
 
@@ -26,7 +29,7 @@ std::int32_t AcknowledgeHandler::Wait (std::uint32_t timeoutMs)
     const auto deadline = veltra::steadyMilliseconds() + timeoutMs;
 
     while (state == ReplyState::pending && (waitForever || veltra::steadyMilliseconds() < deadline))
-        arrived.wait (poll_ms);
+        connection.waitForMessage (poll);
 
     // From here on the caller reads what arrived, so nothing more may arrive.
     if (state != ReplyState::pending)
@@ -44,7 +47,6 @@ juce::String AcknowledgeHandler::getErrorText() const
 void AcknowledgeHandler::setState (std::int32_t newState)
 {
     state = newState;
-    arrived.signal();
 }
 
 void AcknowledgeHandler::onEvent (const Acknowledge& message)

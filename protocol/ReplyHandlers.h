@@ -54,7 +54,7 @@ protected:
 
     AcknowledgeHandler (Dispatcher& dispatcher, Unregistered);
 
-    /** Publishes what has been stored before it and wakes Wait. */
+    /** Publishes what has been stored before it. */
     void setState (std::int32_t newState);
 
     void onEvent (const Acknowledge& message) override;
@@ -62,9 +62,9 @@ protected:
 private:
     mutable std::mutex errorTextLock;
     juce::String errorText;
+    veltra::ipc::Connection& connection;
     const bool waitForever;
     std::atomic<std::int32_t> state { ReplyState::pending };
-    juce::WaitableEvent arrived;
 
 protected:
     veltra::ipc::HandlerRegistration registration; // last, see there

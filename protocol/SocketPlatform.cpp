@@ -31,9 +31,19 @@ void prepareSocket (int handle) noexcept
                   sizeof (patience_ms));
 }
 
-int sendBytes (int handle, const void* data, int size) noexcept
+int sendBytes (int handle, const void* data, int size, Blocking blocking) noexcept
 {
+    WSAPOLLFD writable { static_cast<SOCKET> (handle), POLLOUT, 0 };
+
+    if (blocking == Blocking::no && ::WSAPoll (&writable, 1, 0) <= 0)
+        return -1;
+
     return ::send (static_cast<SOCKET> (handle), static_cast<const char*> (data), size, 0);
+}
+
+int receiveBytes (int handle, void* data, int size) noexcept
+{
+    return ::recv (static_cast<SOCKET> (handle), static_cast<char*> (data), size, 0);
 }
 
 void shutDown (int handle) noexcept
@@ -58,12 +68,12 @@ void prepareSocket (int handle) noexcept
     ::fcntl (handle, F_SETFD, FD_CLOEXEC);
 }
 
-int sendBytes (int handle, const void* data, int size) noexcept
+int sendBytes (int handle, const void* data, int size, Blocking blocking) noexcept
 {
-   #if defined(MSG_NOSIGNAL)
-    constexpr int flags = MSG_NOSIGNAL;
-   #else
-    constexpr int flags = 0; // SO_NOSIGPIPE is set
+    int flags = blocking == Blocking::no ? MSG_DONTWAIT : 0;
+
+   #if defined(MSG_NOSIGNAL) // elsewhere there is SO_NOSIGPIPE, see above
+    flags |= MSG_NOSIGNAL;
    #endif
 
     ssize_t sent = 0;
@@ -73,6 +83,17 @@ int sendBytes (int handle, const void* data, int size) noexcept
     while (sent < 0 && errno == EINTR);
 
     return static_cast<int> (sent);
+}
+
+int receiveBytes (int handle, void* data, int size) noexcept
+{
+    ssize_t received = 0;
+
+    do
+        received = ::recv (handle, data, static_cast<size_t> (size), 0);
+    while (received < 0 && errno == EINTR);
+
+    return static_cast<int> (received);
 }
 
 void shutDown (int handle) noexcept

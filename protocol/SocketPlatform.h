@@ -11,8 +11,18 @@ namespace veltra::ipc::platform {
     some seconds. */
 void prepareSocket (int handle) noexcept;
 
-/** One send(2), without SIGPIPE. @returns bytes taken, or -1 */
-int sendBytes (int handle, const void* data, int size) noexcept;
+enum class Blocking
+{
+    no,
+    yes
+};
+
+/** One send, without SIGPIPE. @returns bytes taken, or -1 */
+int sendBytes (int handle, const void* data, int size, Blocking blocking) noexcept;
+
+/** Waits for bytes and takes those that are there.
+    @returns their number; 0 when the peer has closed its side or the socket has been shut down; -1 for a dead socket */
+int receiveBytes (int handle, void* data, int size) noexcept;
 
 /** Ends both directions, which wakes whoever waits for the socket or is sending; the handle stays open. */
 void shutDown (int handle) noexcept;

@@ -119,6 +119,11 @@ juce::String TcpConnection::getName()
 
 int TcpConnection::write (const void* data, int size)
 {
+    return write (data, size, platform::Blocking::yes);
+}
+
+int TcpConnection::write (const void* data, int size, platform::Blocking blocking)
+{
     // The lock is round the pointer only. Whoever disconnects meanwhile wakes the send, and the socket is closed
     // when the last of those who use it lets go.
     const auto current = getSocket();
@@ -126,7 +131,7 @@ int TcpConnection::write (const void* data, int size)
     if (current == nullptr || ! current->isConnected())
         return -1;
 
-    return platform::sendBytes (current->getRawSocketHandle(), data, size);
+    return platform::sendBytes (current->getRawSocketHandle(), data, size, blocking);
 }
 
 int TcpConnection::getHeaderSize()

@@ -7,6 +7,7 @@
 #include <juce_core/juce_core.h>
 
 #include "protocol/Connection.h"
+#include "protocol/SocketPlatform.h"
 
 namespace veltra::ipc {
 
@@ -35,8 +36,8 @@ public:
     bool isConnected() override;
     juce::String getName() override;
 
-    /** One attempt to send, which never raises a signal. A short write is returned as it is and not continued; once
-        something has been read the attempt does not block, before that it may for some seconds. */
+    /** One attempt to send, which never raises a signal and gives up after some seconds in which the peer takes nothing.
+        A short write is returned as it is and not continued. */
     int write (const void* data, int size) override;
 
     int getHeaderSize() override;
@@ -80,6 +81,8 @@ protected:
     /** The socket as it is now, or null. It stays open as long as somebody holds it, so a disconnect on another thread
         never closes a handle that is in use. */
     std::shared_ptr<juce::StreamingSocket> getSocket() const;
+
+    int write (const void* data, int size, platform::Blocking blocking);
 
     /** True on the reader thread when it has been told to stop. */
     bool readerShouldExit() const;

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "protocol/PingHandler.h"
+#include "protocol/SocketPlatform.h"
 
 namespace veltraio {
 
@@ -33,20 +34,32 @@ juce::String TcpDeviceConnection::getName()
     return "TCP:" + address;
 }
 
-bool TcpDeviceConnection::read()
+int TcpDeviceConnection::write (const void* data, int size)
+{
+    return TcpConnection::write (data, size, veltra::ipc::platform::Blocking::no);
+}
+
+bool TcpDeviceConnection::poll()
 {
     const auto current = getSocket();
 
     if (current == nullptr)
         return false;
 
+    // Waiting and reading in one system call instead of four: this is on the road of every exchange.
     std::array<std::uint8_t, largestRead> bytes;
-    const int got = current->read (bytes.data(), largestRead, false);
+    const int got = veltra::ipc::platform::receiveBytes (current->getRawSocketHandle(), bytes.data(), largestRead);
 
     if (got < 0)
+    {
+        notifyDisconnected();
+        return false;
+    }
+
+    if (readerShouldExit())
         return false;
 
-    // Nothing to read on a socket that is ready for it: the peer has closed its side, and stays ready for ever.
+    // The peer has closed its side, and reading gives nothing at once from now on.
     if (got == 0)
         pauseReader (pauseAtEndOfStream_ms);
 

@@ -30,7 +30,11 @@ public:
     /** "TCP:" and the address. */
     juce::String getName() override;
 
-    bool read() override;
+    /** Never waits for the peer: one attempt takes about 128 KiB at most. */
+    int write (const void* data, int size) override;
+
+    /** Waits for bytes and feeds them to the parser. A paused connection does not exist here. */
+    bool poll() override;
 
     /** Makes the keep-alive with the first call and adds a callback for the loss of the connection. The callbacks run
         on the keep-alive's thread and must not destroy the connection. The dispatcher must own this connection. */

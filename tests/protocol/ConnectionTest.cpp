@@ -1,0 +1,139 @@
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "common/Clock.h"
+#include "protocol/Connection.h"
+#include "tests/protocol/LocalConnection.h"
+#include "tests/support/LogLines.h"
+
+namespace {
+
+using Texts = std::vector<std::string>;
+
+/** Notes the rest of the stream of each message. */
+struct Handler final : veltra::ipc::EventHandlerBase
+{
+    Handler (veltra::ipc::Connection& owner, std::int32_t messageId, std::int32_t messageSubId = 0)
+        : EventHandlerBase (messageId, messageSubId),
+          registration (owner, { this })
+    {
+    }
+
+    void handle (juce::InputStream& stream) override
+    {
+        received.push_back (stream.readEntireStreamAsString().toStdString());
+
+        if (then)
+            then();
+    }
+
+    Texts received;
+    std::function<void()> then;
+    veltra::ipc::HandlerRegistration registration;
+};
+
+/** As a connection without a raw callback reads it: identifier and sub-identifier in front. */
+std::string block (char id, char subId, const std::string& body)
+{
+    return std::string { id, 0, 0, 0, subId, 0, 0, 0 } + body;
+}
+
+TEST (Connection, EveryHandlerOfTheIdentifierGetsTheMessageFromItsStart)
+{
+    LocalConnection connection;
+    Handler one (connection, 7), two (connection, 7), other (connection, 8), sub (connection, 7, 1), any (connection, 0);
+
+    connection.receive (block (7, 0, "hello"));
+    connection.receive (block (7, 1, "sub"));
+
+    EXPECT_EQ (Texts { "hello" }, one.received);
+    EXPECT_EQ (Texts { "hello" }, two.received);
+    EXPECT_EQ (Texts {}, other.received);
+    EXPECT_EQ (Texts { "sub" }, sub.received);
+    EXPECT_EQ ((Texts { "hello", "sub" }), any.received);
+}
+
+TEST (Connection, AMessageThatNobodyRegisteredReachesNotEvenTheAnyMessageHandlers)
+{
+    LocalConnection connection;
+    Handler any (connection, 0);
+
+    connection.receive (block (7, 0, "x"));
+    connection.receive (block (0, 0, "x"));
+    connection.receive ("short");
+    EXPECT_EQ (Texts {}, any.received);
+
+    auto known = std::make_unique<Handler> (connection, 7);
+    connection.receive (block (7, 0, "x"));
+    known = nullptr;
+    connection.receive (block (7, 0, "x"));
+    EXPECT_EQ (Texts { "x" }, any.received);
+}
+
+TEST (Connection, HandlersMayComeAndGoWhileAMessageIsHandled)
+{
+    LocalConnection connection;
+    Handler first (connection, 7), leaves (connection, 7), last (connection, 7);
+    auto doomed = std::make_unique<Handler> (connection, 7);
+    std::unique_ptr<Handler> late;
+
+    first.then = [&] { late = std::make_unique<Handler> (connection, 7); doomed = nullptr; };
+    leaves.then = [&] { leaves.registration.reset(); };
+    connection.receive (block (7, 0, "a"));
+
+    first.then = nullptr;
+    connection.receive (block (7, 0, "b"));
+
+    EXPECT_EQ ((Texts { "a", "b" }), first.received);
+    EXPECT_EQ (Texts { "a" }, leaves.received);
+    EXPECT_EQ ((Texts { "a", "b" }), last.received);
+    EXPECT_EQ (Texts { "b" }, late->received);
+}
+
+TEST (Connection, AHandlerThatThrowsKeepsTheMessageFromNobodyElse)
+{
+    LogLines log;
+    LocalConnection connection;
+    Handler bad (connection, 7), worse (connection, 7), good (connection, 7);
+    bad.then = [] { throw std::runtime_error ("out of order"); };
+    worse.then = [] { throw 5; };
+
+    connection.receive (block (7, 0, "x"));
+    EXPECT_EQ (Texts { "x" }, good.received);
+    EXPECT_TRUE (log.contains ("ERROR", "VeltraIO: A message handler failed: out of order"));
+    EXPECT_TRUE (log.contains ("ERROR", "VeltraIO: A message handler failed"));
+}
+
+TEST (Connection, TheRawCallbackTakesTheBlocksInsteadOfTheHandlers)
+{
+    LocalConnection connection;
+    Handler handler (connection, 7);
+    Texts blocks;
+
+    connection.setRawCallback ([&] (const juce::MemoryBlock& received) { blocks.push_back (received.toString().toStdString()); });
+    connection.receive ("abc");
+    connection.clearRawCallback();
+    connection.receive (block (7, 0, "x"));
+
+    EXPECT_EQ (Texts { "abc" }, blocks);
+    EXPECT_EQ (Texts { "x" }, handler.received);
+}
+
+TEST (Connection, ItsDestructorWaitsForHandlersButNotForEver)
+{
+    auto connection = std::make_unique<LocalConnection> (100);
+    Handler left (*connection, 7), any (*connection, 0);
+
+    const auto start = veltra::steadyMilliseconds();
+    connection = nullptr;
+    EXPECT_GE (veltra::steadyMilliseconds() - start, 100);
+
+    // The handlers know that their connection has gone: unregistering them now does nothing.
+}
+
+}

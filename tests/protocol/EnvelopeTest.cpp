@@ -1,0 +1,206 @@
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "protocol/Envelope.h"
+#include "protocol/EnvelopeHash.h"
+#include "protocol/EnvelopeParser.h"
+#include "protocol/MessageId.h"
+#include "protocol/veltraio.pb.h"
+#include "tests/protocol/TestPeer.h"
+
+namespace {
+
+using namespace std::string_literals;
+
+/** Identifier, checksum and body as the parser hands them up. */
+std::string blockOf (const std::string& envelope)
+{
+    return envelope.substr (3 + 4);
+}
+
+std::string be32 (std::uint32_t value)
+{
+    return { static_cast<char> (value >> 24), static_cast<char> (value >> 16), static_cast<char> (value >> 8),
+             static_cast<char> (value) };
+}
+
+struct Parser : veltraio::VeltraIOEnvelopeParser
+{
+    Parser() : VeltraIOEnvelopeParser ([this] { return now; }) {}
+
+    void feed (const std::string& bytes)
+    {
+        EXPECT_TRUE (VeltraIOEnvelopeParser::feed (reinterpret_cast<const std::uint8_t*> (bytes.data()),
+                                                   static_cast<std::uint32_t> (bytes.size())));
+    }
+
+    void onEnvelope (const juce::MemoryBlock& block) override
+    {
+        blocks.emplace_back (static_cast<const char*> (block.getData()), block.getSize());
+
+        if (fails)
+            throw std::runtime_error ("handler");
+    }
+
+    std::int64_t now = 1000000;
+    std::vector<std::string> blocks;
+    bool fails = false;
+};
+
+TEST (EnvelopeHash, CountsBytesAsUnsignedAndWraps)
+{
+    static_assert (veltraio::envelopeHash ("") == 0);
+    static_assert (veltraio::envelopeHash ("\xff\xff") == 255u * 31 + 255);
+    static_assert (veltraio::envelopeHash ("veltraio.Ping") == 0x508fc1b4u);
+
+    EXPECT_EQ (0x508fc1b4, veltraio::IdType<veltraio::Ping>::value);
+    EXPECT_EQ (0xf5fa341au, static_cast<std::uint32_t> (veltraio::IdType<veltraio::Acknowledge>::value));
+    EXPECT_EQ (0, veltraio::IdType<veltraio::AnyMessage>::value);
+}
+
+TEST (Envelope, IsTheBytesOfTheFormat)
+{
+    const juce::MemoryBlock marker ("\x21\x01\xFF", 3);
+    const auto bytesOf = [&] (std::int32_t id, const google::protobuf::MessageLite& message)
+    {
+        juce::MemoryOutputStream stream (256);
+        EXPECT_TRUE (veltraio::putEnvelope (stream, marker, id, message));
+        return std::string (static_cast<const char*> (stream.getData()), stream.getDataSize());
+    };
+
+    veltraio::Acknowledge refusal;
+    refusal.set_ok (false);
+    refusal.set_errormessage ("no");
+    EXPECT_EQ ("\x21\x01\xff\x00\x00\x00\x06\xf5\xfa\x34\x1a"s + be32 (hashOf ("\x08\x00\x12\x02no"s)) + "\x08\x00\x12\x02no"s,
+               bytesOf (veltraio::IdType<veltraio::Acknowledge>::value, refusal));
+
+    EXPECT_EQ ("\x21\x01\xff\x00\x00\x00\x00\x50\x8f\xc1\xb4\x00\x00\x00\x00"s,
+               bytesOf (veltraio::IdType<veltraio::Ping>::value, veltraio::Ping()));
+
+    juce::MemoryOutputStream stream;
+    EXPECT_FALSE (veltraio::putEnvelope (stream, marker, 1, veltraio::Acknowledge())) << "ok is required";
+}
+
+TEST (Envelope, AReceivedBlockIsReadOnlyWhenItsChecksumFits)
+{
+    const auto block = blockOf (envelopeOf ("veltraio.Acknowledge", "\x08\x01"));
+    const auto read = [] (const std::string& bytes)
+    {
+        return veltraio::getEnvelope (juce::MemoryBlock (bytes.data(), bytes.size())).has_value();
+    };
+
+    EXPECT_TRUE (read (block));
+    EXPECT_TRUE (read (blockOf (envelopeOf ("veltraio.Pong", "")))) << "an empty body";
+    EXPECT_FALSE (read (block + "x"));
+    EXPECT_FALSE (read (block.substr (0, block.size() - 1)));
+    EXPECT_FALSE (read (block.substr (0, 7))) << "no room for identifier and checksum";
+    EXPECT_FALSE (read (""));
+}
+
+TEST (EnvelopeParser, FindsEnvelopesInPiecesOfAnySizeAndBetweenNoise)
+{
+    const auto first = envelopeOf ("veltraio.Acknowledge", "\x08\x01");
+    const auto second = envelopeOf ("veltraio.Pong", "");
+    const auto stream = "noise\x21\x01\x21"s + first + second + "\x21\x21\x01\xFF more noise" + second;
+
+    for (std::size_t piece = 1; piece <= stream.size(); ++piece)
+    {
+        Parser parser;
+
+        for (std::size_t i = 0; i < stream.size(); i += piece)
+            parser.feed (stream.substr (i, piece));
+
+        const std::vector<std::string> expected { blockOf (first), blockOf (second), blockOf (second) };
+        ASSERT_EQ (expected, parser.blocks) << "in pieces of " << piece;
+    }
+}
+
+TEST (EnvelopeParser, AByteThatBreaksTheMarkerIsNotLookedAtAgain)
+{
+    Parser parser;
+    parser.feed ("\x21"s + envelopeOf ("veltraio.Pong", ""));
+    EXPECT_TRUE (parser.blocks.empty());
+}
+
+TEST (EnvelopeParser, TheLargestEnvelopeIs32767BytesAndALongerOneIsSkipped)
+{
+    Parser parser;
+    const std::string largest (32767 - 15, 'x');
+    parser.feed (envelopeOf ("a", largest));
+    ASSERT_EQ (1u, parser.blocks.size());
+    EXPECT_EQ (largest, parser.blocks[0].substr (8));
+
+    // The length alone decides; a sum with the header that wraps round 32 bits is no way in.
+    for (const std::uint32_t length : { 32768u - 15, 0x7fffffffu, 0x80000000u, 0xfffffff0u, 0xfffffff1u, 0xffffffffu })
+    {
+        parser.blocks.clear();
+        parser.feed ("\x21\x01\xff" + be32 (length) + std::string (40000, '\0'));
+        EXPECT_TRUE (parser.blocks.empty()) << length;
+        parser.feed (envelopeOf ("veltraio.Pong", ""));
+        EXPECT_EQ (1u, parser.blocks.size()) << "out of step after " << length;
+    }
+}
+
+TEST (EnvelopeParser, APartialEnvelopeIsDroppedAfterAPauseOfASecond)
+{
+    const auto envelope = envelopeOf ("veltraio.Acknowledge", "\x08\x01");
+    const auto deliveredAfter = [&] (std::vector<std::int64_t> pauses)
+    {
+        Parser parser;
+        parser.feed (envelope.substr (0, 10));
+
+        for (const auto pause : pauses)
+        {
+            parser.now += pause;
+            parser.feed ("");
+        }
+
+        parser.feed (envelope.substr (10));
+        const bool delivered = ! parser.blocks.empty();
+        parser.feed (envelope);
+        EXPECT_EQ (delivered ? 2u : 1u, parser.blocks.size()) << "the next one is not found";
+        return delivered;
+    };
+
+    EXPECT_TRUE (deliveredAfter ({ 999 }));
+    EXPECT_FALSE (deliveredAfter ({ 1000 }));
+    EXPECT_TRUE (deliveredAfter ({ 999, 999, 999 })) << "an empty read counts as well";
+    EXPECT_TRUE (deliveredAfter ({ -5000, 999 })) << "a clock that steps backwards drops nothing";
+}
+
+TEST (EnvelopeParser, AHandlerThatThrowsLeavesTheParserInStep)
+{
+    Parser parser;
+    parser.fails = true;
+    EXPECT_THROW (parser.feed (envelopeOf ("veltraio.Pong", "")), std::runtime_error);
+    parser.fails = false;
+    parser.feed (envelopeOf ("veltraio.Pong", ""));
+    EXPECT_EQ (2u, parser.blocks.size());
+}
+
+TEST (EnvelopeParser, TheMarkerIsTheOneThatHeldWhenTheParserWasMade)
+{
+    const std::uint8_t other[] = { 'V', 'T' };
+    Parser usual;
+    veltraio::setEnvelopeMarker (other);
+    Parser changed;
+    EXPECT_THROW (veltraio::setEnvelopeMarker (std::vector<std::uint8_t> (65)), std::invalid_argument);
+    EXPECT_EQ ((std::vector<std::uint8_t> { 'V', 'T' }), veltraio::getEnvelopeMarker());
+    veltraio::setEnvelopeMarker ({});
+
+    const auto envelope = envelopeOf ("veltraio.Acknowledge", "\x08\x01");
+
+    for (auto* parser : { &usual, &changed })
+    {
+        parser->feed ("VT" + envelope.substr (3));
+        parser->feed (envelope);
+        EXPECT_EQ (std::vector<std::string> { blockOf (envelope) }, parser->blocks);
+    }
+
+    EXPECT_EQ ((std::vector<std::uint8_t> { 0x21, 0x01, 0xFF }), veltraio::getEnvelopeMarker());
+}
+
+}

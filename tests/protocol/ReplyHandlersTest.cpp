@@ -1,0 +1,262 @@
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "common/Clock.h"
+#include "protocol/Dispatcher.h"
+#include "protocol/ReplyHandlers.h"
+#include "tests/protocol/LocalConnection.h"
+#include "tests/protocol/TestPeer.h"
+
+namespace {
+
+using namespace veltraio;
+
+struct Session
+{
+    explicit Session (bool useTimeouts = true) : Session (std::make_unique<LocalConnection>(), useTimeouts) {}
+
+    /** What the parser would hand up for a message of this name. */
+    void receive (const std::string& messageName, const std::string& body)
+    {
+        connection.receive (envelopeOf (messageName, body).substr (3 + 4));
+    }
+
+    void acknowledge() { receive ("veltraio.Acknowledge", { 0x08, 0x01 }); }
+    void refuse (const std::string& text) { receive ("veltraio.Acknowledge", std::string { 0x08, 0x00, 0x12, static_cast<char> (text.size()) } + text); }
+    void activeSlot() { receive ("veltraio.ActiveFilterSlot", { 0x08, 0x00, 0x10, 0x03 }); }
+
+    LocalConnection& connection;
+    Dispatcher dispatcher;
+
+private:
+    Session (std::unique_ptr<LocalConnection> local, bool useTimeouts)
+        : connection (*local),
+          dispatcher (std::move (local), "2101FF", useTimeouts)
+    {
+    }
+};
+
+Volume someVolume()
+{
+    Volume volume;
+    volume.set_deviceindex (0);
+    volume.set_volume (35.0f);
+    return volume;
+}
+
+TEST (Dispatcher, TheMessageLimitCountsTheWholeEnvelope)
+{
+    Session session;
+    session.dispatcher.setMessageLimit (460);
+
+    for (const int size : { 460, 461, 500 })
+    {
+        // Field 1 takes 2 bytes, so do the tags of fields 2 and 3 and the slot, the length of data takes 2.
+        FilterDataChunk chunk;
+        chunk.set_deviceindex (0);
+        chunk.set_slotindex (0);
+        chunk.set_dataoffset (0);
+        chunk.add_data (std::string (static_cast<std::size_t> (size) - 15 - 3 * 2 - 1 - 2, 'x'));
+        ByteVector bytes (10);
+
+        EXPECT_EQ (size - 460, session.dispatcher.Send (chunk, &bytes));
+        EXPECT_EQ (size > 460 ? 10u : 0u, bytes.size()) << "emptied only when the message went out";
+    }
+
+    ASSERT_EQ (1u, session.connection.written.size());
+    EXPECT_EQ (460u, session.connection.written[0].size());
+
+    for (const int noLimit : { 0, -1 })
+    {
+        session.dispatcher.setMessageLimit (noLimit);
+        FilterDataChunk large;
+        large.set_deviceindex (0);
+        large.set_slotindex (0);
+        large.set_dataoffset (0);
+        large.add_data (std::string (100000, 'x'));
+        EXPECT_EQ (0, session.dispatcher.Send (large));
+    }
+}
+
+TEST (Dispatcher, AMessageThatIsIncompleteOrNotTakenWholeIsAFailure)
+{
+    Session session;
+    EXPECT_EQ (-1, session.dispatcher.Send (Volume()));
+    EXPECT_TRUE (session.connection.written.empty());
+
+    ByteVector bytes (10);
+    session.connection.takesAll = false;
+    EXPECT_EQ (-1, session.dispatcher.Send (someVolume(), &bytes));
+    session.connection.refuses = true;
+    EXPECT_EQ (-1, session.dispatcher.Send (someVolume(), &bytes));
+    EXPECT_EQ (10u, bytes.size());
+
+    session.connection.refuses = false;
+    session.connection.takesAll = true;
+    EXPECT_EQ (0, session.dispatcher.Send (someVolume(), &bytes));
+    EXPECT_EQ (envelopeOf ("veltraio.Volume", { 0x08, 0x00, 0x15, 0x00, 0x00, 0x0c, 0x42 }), session.connection.written.back());
+}
+
+TEST (Dispatcher, AChecksumErrorDropsOneEnvelopeOnly)
+{
+    Session session;
+    AcknowledgeHandler handler (session.dispatcher);
+    auto block = envelopeOf ("veltraio.Acknowledge", { 0x08, 0x01 }).substr (3 + 4);
+    block[4] ^= 1;
+
+    session.connection.receive (block);
+    EXPECT_EQ (ReplyState::pending, handler.Wait (0));
+    session.acknowledge();
+    EXPECT_EQ (ReplyState::acknowledged, handler.Wait (0));
+}
+
+TEST (AcknowledgeHandler, TheReplyAndItsTextAreWhatTheDeviceSaid)
+{
+    Session session;
+    {
+        AcknowledgeHandler handler (session.dispatcher);
+        EXPECT_EQ (ReplyState::pending, handler.Wait (0));
+        session.acknowledge();
+        EXPECT_EQ (ReplyState::acknowledged, handler.Wait (0));
+        EXPECT_TRUE (handler.getErrorText().isEmpty());
+    }
+    {
+        AcknowledgeHandler handler (session.dispatcher);
+        session.refuse ("Slot \xc3\xa4 is full");
+        EXPECT_EQ (ReplyState::refused, handler.Wait (0));
+        EXPECT_EQ (juce::String (juce::CharPointer_UTF8 ("Slot \xc3\xa4 is full")), handler.getErrorText());
+    }
+    {
+        // A text that stops in the middle of a character is a hazard to whoever walks through it.
+        AcknowledgeHandler handler (session.dispatcher);
+        session.refuse ("bad \xf0");
+        EXPECT_EQ (ReplyState::refused, handler.Wait (0));
+        EXPECT_EQ (juce::String ("bad ?"), handler.getErrorText());
+    }
+}
+
+TEST (AcknowledgeHandler, AnIncompleteAcknowledgeCountsAsARefusal)
+{
+    Session session;
+    AcknowledgeHandler handler (session.dispatcher);
+    session.receive ("veltraio.Acknowledge", "");
+    EXPECT_EQ (ReplyState::refused, handler.Wait (0));
+}
+
+TEST (MessageHandler, TheLastReplyBeforeTheWaitCountsAndNothingChangesAfterIt)
+{
+    Session session;
+    MessageHandler<ActiveFilterSlot> handler (session.dispatcher);
+
+    session.activeSlot();
+    session.acknowledge();
+    session.refuse ("no");
+    EXPECT_EQ (ReplyState::refused, handler.Wait (0));
+    session.activeSlot();
+    EXPECT_EQ (ReplyState::refused, handler.Wait (0));
+
+    MessageHandler<ActiveFilterSlot> next (session.dispatcher);
+    session.acknowledge();
+    session.activeSlot();
+    EXPECT_EQ (ReplyState::answered, next.Wait (0));
+    EXPECT_EQ (3u, next.message().slotindex());
+}
+
+TEST (MessageHandler, CopiesTheMessageToItsTarget)
+{
+    Session session;
+    ActiveFilterSlot target;
+    MessageHandler<ActiveFilterSlot> handler (session.dispatcher, &target), other (session.dispatcher);
+    session.activeSlot();
+
+    EXPECT_EQ (ReplyState::answered, handler.Wait (0));
+    EXPECT_EQ (3u, target.slotindex());
+    EXPECT_EQ (&target, &handler.message());
+    EXPECT_EQ (ReplyState::answered, other.Wait (0)) << "two handlers of one message both get it";
+}
+
+TEST (MessageHandler, ATruncatedOrIncompleteMessageArrivesSilentlyWithWhatCouldBeRead)
+{
+    testing::internal::CaptureStderr();
+
+    for (const std::string body : { "\x08\x05", "\x08\x05\x10", "\x08\x05\x10\xff" })
+    {
+        Session session;
+        MessageHandler<ActiveFilterSlot> handler (session.dispatcher);
+        session.receive ("veltraio.ActiveFilterSlot", body);
+        EXPECT_EQ (ReplyState::answered, handler.Wait (0));
+        EXPECT_EQ (5u, handler.message().deviceindex());
+    }
+
+    EXPECT_EQ ("", testing::internal::GetCapturedStderr());
+}
+
+TEST (AcknowledgeHandler, AWaitLastsItsTimeAtMostAndEndsWithTheReply)
+{
+    Session session;
+    const auto start = veltra::steadyMilliseconds();
+    {
+        AcknowledgeHandler handler (session.dispatcher);
+        EXPECT_EQ (ReplyState::pending, handler.Wait (50));
+        EXPECT_GE (veltra::steadyMilliseconds() - start, 50);
+    }
+
+    AcknowledgeHandler handler (session.dispatcher);
+    std::thread device ([&]
+    {
+        std::this_thread::sleep_for (std::chrono::milliseconds (30));
+        session.acknowledge();
+    });
+    EXPECT_EQ (ReplyState::acknowledged, handler.Wait (60000));
+    device.join();
+    EXPECT_LT (veltra::steadyMilliseconds() - start, 30000);
+}
+
+TEST (AcknowledgeHandler, WithoutTimeoutsItWaitsOnPastItsTime)
+{
+    Session session (false);
+    AcknowledgeHandler handler (session.dispatcher);
+    std::atomic<bool> returned { false };
+    std::thread application ([&]
+    {
+        EXPECT_EQ (ReplyState::acknowledged, handler.Wait (1));
+        returned = true;
+    });
+
+    std::this_thread::sleep_for (std::chrono::milliseconds (50));
+    EXPECT_FALSE (returned);
+    session.acknowledge();
+    application.join();
+}
+
+TEST (MessageHandler, AFloodOfRepliesDoesNotDisturbHandlersThatComeAndGo)
+{
+    Session session;
+    std::atomic<bool> done { false };
+    std::thread device ([&]
+    {
+        while (! done)
+        {
+            session.activeSlot();
+            session.refuse ("again and again");
+        }
+    });
+
+    for (int i = 0; i < 300; ++i)
+    {
+        MessageHandler<ActiveFilterSlot> handler (session.dispatcher);
+        const auto state = handler.Wait (10000);
+        EXPECT_TRUE (state == ReplyState::answered ? handler.message().slotindex() == 3
+                                                   : state == ReplyState::refused && handler.getErrorText() == "again and again");
+    }
+
+    done = true;
+    device.join();
+}
+
+}

@@ -1,0 +1,88 @@
+#include <istream>
+#include <ostream>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "protocol/PeerText.h"
+#include "protocol/StreamAdaptors.h"
+#include "protocol/TextForm.h"
+#include "protocol/veltraio.pb.h"
+
+namespace {
+
+using namespace std::string_literals;
+
+TEST (TextForm, AMessageReadsBackFromItsText)
+{
+    veltraio::Unit unit;
+    unit.set_manufacturer ("Maker");
+    unit.set_name ("A \"quoted\" \n name");
+    unit.set_capabilities (7);
+    unit.set_maxchannelattenuation_db (12.5f);
+    auto& channel = *unit.add_devices()->add_outputchannels();
+    unit.mutable_devices (0)->set_name ("Main");
+    channel.set_name ("FL");
+    channel.set_type (veltraio::Unit_Device_ChannelInfo_Type_Type_kSmall);
+    channel.set_channelindex (3);
+
+    const auto text = veltraio::toText (unit);
+    EXPECT_NE (std::string::npos, text.find ("manufacturer: \"Maker\"\n")) << text;
+    EXPECT_NE (std::string::npos, text.find ("type: Type_kSmall\n")) << text;
+
+    veltraio::Unit copy;
+    std::string error;
+    ASSERT_TRUE (veltraio::fromText (text, copy, error)) << error;
+    EXPECT_EQ (unit.SerializeAsString(), copy.SerializeAsString());
+}
+
+TEST (TextForm, AnIncompleteMessageIsShownAndATextWithAFaultIsExplained)
+{
+    veltraio::Acknowledge incomplete;
+    incomplete.set_errormessage ("why");
+    EXPECT_EQ ("errorMessage: \"why\"\n", veltraio::toText (incomplete));
+
+    veltraio::Acknowledge message;
+    message.set_ok (true);
+    std::string error;
+    EXPECT_FALSE (veltraio::fromText ("ok: true\nnonsense: 5", message, error));
+    EXPECT_NE (std::string::npos, error.find ("line 2")) << error;
+    EXPECT_NE (std::string::npos, error.find ("nonsense")) << error;
+    EXPECT_FALSE (veltraio::fromText ("errorMessage: \"x\"", message, error));
+    EXPECT_NE (std::string::npos, error.find ("ok")) << error;
+    EXPECT_TRUE (message.ok()) << "untouched";
+}
+
+TEST (PeerText, IsAlwaysWellFormedAndEndsAtANul)
+{
+    EXPECT_EQ (juce::String (juce::CharPointer_UTF8 ("gr\xc3\xbc\xc3\x9f")), veltraio::peerText ("gr\xc3\xbc\xc3\x9f"));
+    EXPECT_EQ (juce::String ("a?b?"), veltraio::peerText ("a\xff" "b\xe2"));
+    EXPECT_EQ (juce::String ("a"), veltraio::peerText ("a\0b"s));
+    EXPECT_TRUE (veltraio::peerText ("").isEmpty());
+}
+
+TEST (StreamAdaptors, CarryMoreThanTheirBufferAndDoNotSeek)
+{
+    std::string bytes;
+
+    for (int i = 0; i < 100000; ++i)
+        bytes += static_cast<char> (i * 7);
+
+    juce::MemoryOutputStream written;
+    {
+        veltra::ipc::OutputStreamBuffer<char> buffer (written);
+        std::ostream output (&buffer);
+        output.put (bytes[0]);
+        output.write (bytes.data() + 1, static_cast<std::streamsize> (bytes.size() - 1));
+        EXPECT_TRUE (output.flush());
+        EXPECT_EQ (-1, output.tellp());
+    }
+    EXPECT_EQ (bytes, std::string (static_cast<const char*> (written.getData()), written.getDataSize()));
+
+    juce::MemoryInputStream source (written.getData(), written.getDataSize(), false);
+    veltra::ipc::InputStreamBuffer<char> buffer (source);
+    std::istream input (&buffer);
+    EXPECT_EQ (bytes, std::string (std::istreambuf_iterator<char> (input), {}));
+}
+
+}

@@ -1,0 +1,112 @@
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "protocol/UdpConnection.h"
+
+namespace {
+
+/** Without a thread: the test feeds it datagrams, or lets it read. */
+struct Datagrams final : veltra::ipc::UdpConnection
+{
+    Datagrams() : UdpConnection (0, -1, "127.0.0.1")
+    {
+        setRawCallback ([this] (const juce::MemoryBlock& block)
+        {
+            messages.emplace_back (static_cast<const char*> (block.getData()), block.getSize());
+        });
+    }
+
+    ~Datagrams() override { stopReading(); }
+
+    bool take (const std::string& datagram)
+    {
+        return handleDatagram (datagram.data(), static_cast<int> (datagram.size()), "127.0.0.1", 1);
+    }
+
+    int port() { return socket.getBoundPort(); }
+
+    /** The next datagram that arrives, as it is. */
+    std::string next()
+    {
+        std::vector<char> bytes (maximumDatagramSize);
+        const int size = socket.waitUntilReady (true, 10000) > 0 ? socket.read (bytes.data(), maximumDatagramSize, false) : 0;
+        return { bytes.data(), static_cast<std::size_t> (size) };
+    }
+
+    std::vector<std::string> messages;
+};
+
+std::string sent (Datagrams& from, Datagrams& to, const std::string& body)
+{
+    juce::MemoryOutputStream stream;
+    stream.writeRepeatedByte (0, static_cast<std::size_t> (from.getHeaderSize()));
+    stream.write (body.data(), body.size());
+    EXPECT_TRUE (from.send (stream, { "127.0.0.1", to.port() }));
+    return to.next();
+}
+
+TEST (UdpConnection, AMessageCrossesInOneDatagramOrSeveral)
+{
+    Datagrams here, there;
+    ASSERT_TRUE (here.isConnected());
+    EXPECT_THROW (here.write ("x", 1), std::logic_error);
+
+    const auto datagram = sent (here, there, "hello, world");
+    ASSERT_EQ (16u + 12, datagram.size());
+    EXPECT_TRUE (there.take (datagram));
+
+    const std::string large (100000, 'x');
+    const auto first = sent (here, there, large);
+    EXPECT_FALSE (there.take (first));
+    EXPECT_TRUE (there.take (there.next()));
+    EXPECT_EQ ((std::vector<std::string> { "hello, world", large }), there.messages);
+}
+
+TEST (UdpConnection, WhatIsNoMessageIsDroppedAndTakesNoMemory)
+{
+    Datagrams here, there;
+    const auto good = sent (here, there, "hello, world");
+
+    auto wrongBody = good, wrongCheck = good, tooLong = good + "x", huge = good;
+    wrongBody.back() ^= 1;
+    wrongCheck[4] ^= 1;
+    huge.replace (8, 4, "\xff\xff\xff\xff");
+
+    for (const auto& datagram : { wrongBody, wrongCheck, tooLong, huge, std::string(), std::string ("short"), good.substr (16) })
+        EXPECT_FALSE (there.take (datagram));
+
+    EXPECT_FALSE (there.take (good.substr (0, 20)));
+    EXPECT_TRUE (there.take (good)) << "a new header begins a new message";
+    EXPECT_EQ (std::vector<std::string> { "hello, world" }, there.messages);
+}
+
+struct Reader final : veltra::ipc::UdpConnection
+{
+    Reader() : UdpConnection (0, 5, "127.0.0.1")
+    {
+        setRawCallback ([this] (const juce::MemoryBlock&) { received.signal(); });
+        startReading();
+    }
+
+    ~Reader() override { stopReading(); }
+
+    int port() { return socket.getBoundPort(); }
+
+    juce::WaitableEvent received;
+};
+
+TEST (UdpConnection, ItsThreadReadsAndStops)
+{
+    Datagrams here;
+    Reader reader;
+    juce::MemoryOutputStream stream;
+    stream.writeRepeatedByte (0, 16);
+    stream.write ("x", 1);
+    EXPECT_TRUE (here.send (stream, { "127.0.0.1", reader.port() }));
+    EXPECT_TRUE (reader.received.wait (10000));
+}
+
+}
