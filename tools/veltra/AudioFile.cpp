@@ -13,7 +13,7 @@ namespace veltra::host {
 
 namespace {
 
-constexpr sf_count_t kLongestFile = 1 << 22; // 87 s at 48000 Hz; a filter is one second at most
+constexpr sf_count_t kLongestFile = 1 << 26; // eleven minutes at 96000 Hz
 
 using OpenFile = std::unique_ptr<SNDFILE, decltype (&sf_close)>;
 
@@ -33,7 +33,7 @@ MonoAudio readMonoAudio (const std::filesystem::path& file)
         throw refuse ("has " + std::to_string (info.channels) + " channels and should have one");
 
     if (info.frames < 1 || info.frames > kLongestFile)
-        throw refuse ("holds " + std::to_string (info.frames) + " samples, which is no impulse response");
+        throw refuse (info.frames < 1 ? "holds no samples" : "is too long");
 
     MonoAudio audio;
     audio.sampleRate = static_cast<unsigned> (info.samplerate);

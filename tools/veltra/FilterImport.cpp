@@ -15,6 +15,8 @@ namespace veltra::host {
 
 namespace {
 
+constexpr std::size_t kLongestResponse = 1u << 22; // of a filter, one second counts
+
 std::vector<ImpulseFile> filesOf (const ImportOptions& options)
 {
     std::vector<ImpulseFile> files;
@@ -49,6 +51,9 @@ void importFile (const ImpulseFile& file, unsigned leadIn, DescribedChannel& cha
     if (audio.sampleRate != file.sampleRate)
         throw Failure (kExitInput, file.path.string() + " was recorded at " + std::to_string (audio.sampleRate)
                                        + " Hz and not at " + std::to_string (file.sampleRate) + " Hz.");
+
+    if (audio.samples.size() > kLongestResponse)
+        throw Failure (kExitInput, file.path.string() + " is too long for an impulse response.");
 
     const auto gain_dB = peakGain_dB (audio.samples);
 

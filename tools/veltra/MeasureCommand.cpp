@@ -40,7 +40,7 @@ std::string levelText (float peak)
 
     char text[48];
     std::snprintf (text, sizeof (text), "peak %.1f dBFS%s", 20.0 * std::log10 (static_cast<double> (peak)),
-                   peak >= 1.0f ? " CLIPPED" : "");
+                   peak > 1.0f ? " (above full scale)" : "");
     return text;
 }
 
