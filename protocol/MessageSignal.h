@@ -2,12 +2,16 @@
 
 #include <atomic>
 #include <chrono>
-#include <semaphore>
+#include <condition_variable>
+#include <mutex>
 #include <thread>
 
 namespace veltra::ipc {
 
-/** Tells one waiting thread that something has arrived; given while nobody waits, it is kept for the next wait.
+/** Tells waiting threads that something has arrived; given while nobody waits, it is kept for the next wait.
+
+    It is meant for one waiter. Several do no harm: one may take what was given for another, which then looks again when
+    its own time is over.
 
     The waiter first offers the processor to the others for a moment. The answer of a device near by comes within that
     time and then costs neither thread a system call to sleep or to wake, which is worth a tenth of an exchange.
@@ -19,36 +23,40 @@ public:
 
     void give()
     {
-        if (state.exchange (State::given) == State::asleep)
-            wake.release();
+        given = true;
+
+        // The waiter counts itself before it looks at `given` for the last time, so one of the two sees the other.
+        if (sleepers > 0)
+        {
+            { const std::lock_guard guard (lock); }
+            wake.notify_all();
+        }
     }
 
-    /** @returns after a give since the last wait, at the latest when the time is over */
+    /** @returns  after a give since the last wait, at the latest when the time is over */
     void wait (std::chrono::milliseconds timeout)
     {
         using std::chrono::steady_clock;
 
-        for (const auto end = steady_clock::now() + patienceAwake; state != State::given && steady_clock::now() < end;)
+        for (const auto end = steady_clock::now() + patienceAwake; ! given && steady_clock::now() < end;)
             std::this_thread::yield();
 
-        if (auto expected = State::idle; state.compare_exchange_strong (expected, State::asleep))
-            if (! wake.try_acquire_for (timeout))
-                if (expected = State::asleep; ! state.compare_exchange_strong (expected, State::idle))
-                    wake.acquire(); // given at the very last moment
+        if (! given)
+        {
+            std::unique_lock guard (lock);
+            ++sleepers;
+            wake.wait_for (guard, timeout, [this] { return given.load(); });
+            --sleepers;
+        }
 
-        state = State::idle;
+        given = false;
     }
 
 private:
-    enum class State
-    {
-        idle,
-        asleep,
-        given
-    };
-
-    std::atomic<State> state { State::idle };
-    std::binary_semaphore wake { 0 };
+    std::atomic<bool> given { false };
+    std::atomic<int> sleepers { 0 };
+    std::mutex lock;
+    std::condition_variable wake;
 };
 
 }
