@@ -54,6 +54,7 @@ plugin::Descriptions receiverWithSixteenChannels()
     auto& configuration = *device.add_configurations();
     configuration.add_samplerates (sampleRate);
     device.set_name ("Bench");
+    device.add_filterslots()->set_isoccupied (false);
 
     for (unsigned channel = 0; channel < channelCount; ++channel)
     {
