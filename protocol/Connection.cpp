@@ -127,12 +127,7 @@ void Connection::onData (const juce::MemoryBlock& block)
     }
 
     // Not before the lock is free: the first thing that a woken waiter does is to take it.
-    handledMessage.give();
-}
-
-void Connection::waitForMessage (std::chrono::milliseconds timeout)
-{
-    handledMessage.wait (timeout);
+    handledMessages.give();
 }
 
 void Connection::setRawCallback (std::function<void (const juce::MemoryBlock&)> callback)

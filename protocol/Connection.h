@@ -67,9 +67,15 @@ public:
     void setRawCallback (std::function<void (const juce::MemoryBlock&)> callback);
     void clearRawCallback();
 
-    /** Returns when onData has handled a message since the last call, at the latest when the time is over. For one
-        thread at a time; when there are several, only one of them need be woken. */
-    void waitForMessage (std::chrono::milliseconds timeout);
+    /** How many messages onData has handled. To wait for something that a handler does without missing it, read the
+        count, look, and wait for another count. */
+    std::uint32_t getMessageCount() const { return handledMessages.getCount(); }
+
+    /** @returns the count when it differs from the one seen, when the time is over, or now and then without reason */
+    std::uint32_t waitForMessage (std::uint32_t seen, std::chrono::milliseconds timeout)
+    {
+        return handledMessages.wait (seen, timeout);
+    }
 
 private:
     using Handlers = std::vector<EventHandlerBase*>;
@@ -82,7 +88,7 @@ private:
     Handlers anyHandlers;
     std::function<void (const juce::MemoryBlock&)> rawCallback;
     const int handlerPatience_ms;
-    MessageSignal handledMessage;
+    MessageSignal handledMessages;
 };
 
 }

@@ -2,18 +2,15 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
+#include <cstdint>
+#include <semaphore>
 #include <thread>
 
 namespace veltra::ipc {
 
-/** Tells waiting threads that something has arrived; given while nobody waits, it is kept for the next wait.
+/** Counts messages, and wakes those who wait for another one.
 
-    It is meant for one waiter. Several do no harm: one may take what was given for another, which then looks again when
-    its own time is over.
-
-    The waiter first offers the processor to the others for a moment. The answer of a device near by comes within that
+    A waiter first offers the processor to the others for a moment. The answer of a device near by comes within that
     time and then costs neither thread a system call to sleep or to wake, which is worth a tenth of an exchange.
 */
 class MessageSignal
@@ -23,40 +20,42 @@ public:
 
     void give()
     {
-        given = true;
+        ++count;
 
-        // The waiter counts itself before it looks at `given` for the last time, so one of the two sees the other.
-        if (sleepers > 0)
-        {
-            { const std::lock_guard guard (lock); }
-            wake.notify_all();
-        }
+        if (const int waiting = sleepers; waiting > 0)
+            wake.release (waiting);
     }
 
-    /** @returns  after a give since the last wait, at the latest when the time is over */
-    void wait (std::chrono::milliseconds timeout)
+    std::uint32_t getCount() const { return count; }
+
+    /** Returns when the count is another than the one seen, at the latest when the time is over, now and then earlier.
+        @returns the count */
+    std::uint32_t wait (std::uint32_t seen, std::chrono::milliseconds timeout)
     {
         using std::chrono::steady_clock;
 
-        for (const auto end = steady_clock::now() + patienceAwake; ! given && steady_clock::now() < end;)
+        for (const auto end = steady_clock::now() + patienceAwake; count == seen && steady_clock::now() < end;)
             std::this_thread::yield();
 
-        if (! given)
+        if (count == seen)
         {
-            std::unique_lock guard (lock);
+            // Announced before the last look at the count, so that a give between the two does not pass unheard. A
+            // waiter who needs its permit no more leaves it to the next one, who then returns early.
             ++sleepers;
-            wake.wait_for (guard, timeout, [this] { return given.load(); });
+
+            if (count == seen)
+                static_cast<void> (wake.try_acquire_for (timeout));
+
             --sleepers;
         }
 
-        given = false;
+        return count;
     }
 
 private:
-    std::atomic<bool> given { false };
+    std::atomic<std::uint32_t> count { 0 };
     std::atomic<int> sleepers { 0 };
-    std::mutex lock;
-    std::condition_variable wake;
+    std::counting_semaphore<> wake { 0 };
 };
 
 }

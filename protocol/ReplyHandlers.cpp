@@ -28,8 +28,9 @@ std::int32_t AcknowledgeHandler::Wait (std::uint32_t timeoutMs)
 {
     const auto deadline = veltra::steadyMilliseconds() + timeoutMs;
 
-    while (state == ReplyState::pending && (waitForever || veltra::steadyMilliseconds() < deadline))
-        connection.waitForMessage (poll);
+    for (auto seen = connection.getMessageCount();
+         state == ReplyState::pending && (waitForever || veltra::steadyMilliseconds() < deadline);)
+        seen = connection.waitForMessage (seen, poll);
 
     // From here on the caller reads what arrived, so nothing more may arrive.
     if (state != ReplyState::pending)

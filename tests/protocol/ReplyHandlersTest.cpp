@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -232,6 +233,38 @@ TEST (AcknowledgeHandler, WithoutTimeoutsItWaitsOnPastItsTime)
     EXPECT_FALSE (returned);
     session.acknowledge();
     application.join();
+}
+
+TEST (AcknowledgeHandler, SeveralThreadsMayWaitOnOneConnection)
+{
+    Session session;
+    std::vector<std::thread> threads;
+
+    for (int i = 0; i < 3; ++i)
+        threads.emplace_back ([&]
+        {
+            for (int turn = 0; turn < 20; ++turn)
+            {
+                AcknowledgeHandler handler (session.dispatcher);
+                EXPECT_EQ (ReplyState::acknowledged, handler.Wait (10000));
+            }
+        });
+
+    std::atomic<bool> done { false };
+    std::thread device ([&]
+    {
+        while (! done)
+        {
+            session.acknowledge();
+            std::this_thread::sleep_for (std::chrono::milliseconds (1));
+        }
+    });
+
+    for (auto& thread : threads)
+        thread.join();
+
+    done = true;
+    device.join();
 }
 
 TEST (MessageHandler, AFloodOfRepliesDoesNotDisturbHandlersThatComeAndGo)
