@@ -11,7 +11,9 @@
  #include <sys/time.h>
 #endif
 
-#if defined(__GLIBC__)
+// The thread sanitizer crashes on the threads that the C library starts for its look-ups.
+#if defined(__GLIBC__) && ! defined(__SANITIZE_THREAD__)
+ #define VELTRA_BOUNDED_LOOKUP
  #include <algorithm>
  #include <memory>
  #include <mutex>
@@ -103,7 +105,7 @@ void shutDown (int handle) noexcept
 
 #endif
 
-#if defined(__GLIBC__)
+#if defined(VELTRA_BOUNDED_LOOKUP)
 
 namespace {
 
