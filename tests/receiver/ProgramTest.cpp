@@ -106,7 +106,7 @@ TEST (ReceiverProgram, TellsItsPortAndEndsOnASignalWithWhatItHolds)
     EXPECT_EQ (program.readLine(), "Stopped");
     EXPECT_EQ (program.readLine(), "all slots are empty");
     EXPECT_EQ (program.wait(), 0);
-    EXPECT_EQ (program.errors(), "session 1: connected\nsession 1: Ping refused: not now\nsession 1: disconnected\n");
+    EXPECT_EQ (program.errors(), "session 1: connected\nsession 1: fault \"refuse\" at Ping\nsession 1: Ping refused: not now\nsession 1: disconnected\n");
 }
 
 TEST (ReceiverProgram, SaysInOneSentenceWhyItDoesNotStart)
@@ -117,7 +117,8 @@ TEST (ReceiverProgram, SaysInOneSentenceWhyItDoesNotStart)
         const auto status = program.wait();
         return std::to_string (status) + " " + program.errors();
     };
-    EXPECT_EQ (run ({ "--profile", "no/such/file" }), "3 veltra-receiver: no/such/file cannot be read\n");
+    EXPECT_EQ (run ({ "--profile", "no/such/file" }), "3 veltra-receiver: no/such/file cannot be read, and no profile of that name comes along\n");
+    EXPECT_EQ (run ({ "--folder", "LICENSE/x" }), "3 veltra-receiver: LICENSE/x cannot be made a folder\n");
     EXPECT_EQ (run ({ "--fault", "lose Pang 1" }),
                "3 veltra-receiver: --fault \"lose Pang 1\": line 1: \"Pang\" is no message of a host\n");
     EXPECT_EQ (run ({ "--room", "no/such/folder" }), "3 veltra-receiver: no/such/folder: No such file or directory\n");

@@ -144,7 +144,7 @@ bool contains (const std::vector<std::string_view>& names, std::string_view name
     return std::find (names.begin(), names.end(), name) != names.end();
 }
 
-void checkType (const Fault& fault, std::string_view actionName)
+void checkType (const Fault& fault)
 {
     using enum Fault::Action;
     const auto among = [&] (std::initializer_list<Action> actions)
@@ -156,7 +156,7 @@ void checkType (const Fault& fault, std::string_view actionName)
         throw Mistake { "\"" + fault.type + "\" is no message of a host" };
     if ((fault.type == "connect" && ! among ({ delay, noise, close, reset }))
         || (fault.type == "AudioData" && among ({ refuse, answer, limit })))
-        throw Mistake { "\"" + std::string (actionName) + "\" does not apply to " + fault.type };
+        throw Mistake { "\"" + std::string (actionName (fault.action)) + "\" does not apply to " + fault.type };
 }
 
 /** Without fields the answer is the bare message, also where that lacks required ones. */
@@ -217,7 +217,7 @@ Fault readFault (const std::vector<std::string>& line)
     Fault fault;
     fault.action = form->action;
     fault.type = line[1];
-    checkType (fault, form->name);
+    checkType (fault);
     readOccurrences (line[2], fault);
     readArguments (*form, { line.begin() + 3, line.end() }, fault);
     return fault;
@@ -244,6 +244,11 @@ std::optional<std::vector<Fault>> parseFaults (std::string_view text, std::strin
         }
     }
     return faults;
+}
+
+std::string_view actionName (Fault::Action action)
+{
+    return std::find_if (kForms.begin(), kForms.end(), [&] (const auto& form) { return form.action == action; })->name;
 }
 
 std::string faultHelp()

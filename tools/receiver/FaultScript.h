@@ -70,6 +70,9 @@ struct Fault
 */
 std::optional<std::vector<Fault>> parseFaults (std::string_view text, std::string& error);
 
+/** The word for an action in a line of text ("lose-reply"). */
+std::string_view actionName (Fault::Action);
+
 /** The faults that parseFaults knows with their arguments, one a line, for a program's help. */
 std::string faultHelp();
 

@@ -101,6 +101,14 @@ void Session::log (LogDetail detail, const std::string& text) const
         shared.log (detail, "session " + std::to_string (conversation.session) + ": " + text);
 }
 
+std::vector<Fault> Session::nextFaults (const std::vector<std::string_view>& names)
+{
+    auto faults = shared.faults.next (names);
+    for (const auto& fault : faults)
+        log (LogDetail::events, "fault \"" + std::string (actionName (fault.action)) + "\" at " + std::string (names.back()));
+    return faults;
+}
+
 void Session::run (const std::vector<Fault>& connectFaults)
 {
     log (LogDetail::events, "connected");
@@ -152,10 +160,10 @@ void Session::onEnvelope (const juce::MemoryBlock& block)
     if (name == "Request")
     {
         veltraio::Request request;
-        if (request.ParsePartialFromString (body))
+        if (request.ParsePartialFromString (body) && request.has_requesttype())
             names.push_back (requestName (request.requesttype()));
     }
-    handle (name.empty() ? unknownName (envelope->messageId) : std::string (name), body, shared.faults.next (names));
+    handle (name.empty() ? unknownName (envelope->messageId) : std::string (name), body, nextFaults (names));
 }
 
 void Session::handle (const std::string& type, const std::string& body, const std::vector<Fault>& faults)
@@ -166,7 +174,6 @@ void Session::handle (const std::string& type, const std::string& body, const st
     ReceivedMessage record { conversation.session, type, body, false, {} };
     if (find (faults, Action::lose) != nullptr)
     {
-        log (LogDetail::events, type + " lost");
         shared.recorder.addMessage (std::move (record));
         return;
     }
@@ -205,16 +212,13 @@ bool Session::send (const google::protobuf::MessageLite& message)
 {
     if (stop.isRaised())
         return false;
-    deliver (Outgoing (message), shared.faults.next ({ nameOf (message) }));
+    const auto name = nameOf (message);
+    deliver (Outgoing (message), nextFaults ({ name }));
     return ! stop.isRaised();
 }
 
 void Session::deliver (Outgoing message, const std::vector<Fault>& faults)
 {
-    for (const auto& fault : faults)
-        if (fault.action != Action::limit && fault.action != Action::refuse)
-            log (LogDetail::events, "a fault befalls the answer to a " + fault.type);
-
     if (const auto* answer = find (faults, Action::answer))
     {
         message.messageId = veltraio::envelopeHash ("veltraio." + answer->text);

@@ -60,6 +60,7 @@ public:
 private:
     struct Outgoing;
 
+    std::vector<Fault> nextFaults (const std::vector<std::string_view>& names);
     void run (const std::vector<Fault>& connectFaults);
     void onEnvelope (const juce::MemoryBlock&) override;
     void handle (const std::string& type, const std::string& body, const std::vector<Fault>&);

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdint>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <mutex>
@@ -77,7 +78,7 @@ Profile chooseProfile (const std::string& name)
     std::string error;
     auto loaded = loadProfile (name, error);
     if (! loaded)
-        throw Failure { kInput, error };
+        throw Failure { kInput, error + (std::filesystem::exists (name) ? "" : ", and no profile of that name comes along") };
     return *loaded;
 }
 
@@ -139,6 +140,9 @@ void run (Arguments& arguments)
     auto& options = arguments.options;
     options.faults = chooseFaults (arguments);
     options.recordedBytes = 0;
+    if (std::error_code error; ! options.folder.empty() && ! std::filesystem::is_directory (options.folder)
+                               && ! std::filesystem::create_directories (options.folder, error))
+        throw Failure { kInput, options.folder.string() + " cannot be made a folder" };
 
     std::mutex printing;
     options.onDownload = [&] (std::uint32_t device, std::uint32_t slotIndex, const Slot& slot)
