@@ -75,7 +75,7 @@ TEST_F (EndToEnd, TheLivingRoomArrivesByteForByte)
     expectSuccess (info);
 
     for (const char* const words : { "Morvane, Theatre 71, Main Zone", "MV71-004209", "44100 48000 96000 Hz", "SW           number 3 ",
-                                     "BR           number 7    loudspeaker  no EQ", "3  empty", "sweep   96000 Hz" })
+                                     "BR           number 7    loudspeaker  no EQ", "3  empty", "sweep, 96000 Hz: ", "sub, 44100, 48000, 96000 Hz: " })
         EXPECT_NE (std::string::npos, info.out.find (words)) << words << "\n" << info.out;
 
     const std::vector<std::string> rates { "44100", "48000", "96000" };

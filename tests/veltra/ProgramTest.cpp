@@ -55,7 +55,7 @@ TEST_F (Veltra, InfoSaysAllThatTheDeviceTells)
 
     for (const char* const words : { "Maker, Model, Lounge", "SN-17", "44100 48000 Hz", "0  FL           number 0    loudspeaker  EQ",
                                      "SW           number 11   subwoofer    no EQ", "Front #2     number 31 ", "up to 12 dB", "20 ms",
-                                     "0  empty", "48000 Hz  NbrOfFIRTaps=1000;NbrOfIIRSections=30", "sweep   48000 Hz  Length=5" })
+                                     "0  empty", "48000 Hz: NbrOfFIRTaps=1000;NbrOfIIRSections=30", "sweep, 48000 Hz: Length=5" })
         EXPECT_NE (std::string::npos, ending.out.find (words)) << words << "\n" << ending.out;
 
     EXPECT_EQ (std::string::npos, ending.out.find ("noise"));

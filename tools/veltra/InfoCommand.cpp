@@ -1,4 +1,7 @@
+#include <algorithm>
 #include <cstdio>
+#include <optional>
+#include <utility>
 
 #include "tools/veltra/ChannelName.h"
 #include "tools/veltra/Commands.h"
@@ -60,19 +63,39 @@ void printChannels (const Device2& device)
                      channel.subwoofer ? "subwoofer" : "loudspeaker", channel.takesFilter ? "EQ" : "no EQ");
 }
 
+/** Prints a text of each sample rate, rates with the same text in one line; rates without a text are left out. */
+template <typename TextAtRate>
+void printByRate (const Device2& device, const std::string& title, TextAtRate&& textAtRate)
+{
+    std::vector<std::pair<std::string, std::string>> lines; // text, rates
+
+    for (const auto rate : sampleRates (device))
+    {
+        const std::optional<std::string> text = textAtRate (rate);
+
+        if (! text)
+            continue;
+
+        const auto known = std::ranges::find (lines, *text, &std::pair<std::string, std::string>::first);
+        auto& line = known != lines.end() ? *known : lines.emplace_back (*text, "");
+        line.second += (line.second.empty() ? "" : ", ") + std::to_string (rate);
+    }
+
+    for (const auto& [text, rates] : lines)
+        std::printf ("  %s%s Hz: %s\n", title.c_str(), rates.c_str(), text.c_str());
+}
+
 void printTopologies (const Device2& device)
 {
     std::printf ("\nParameters of topology FIIR\n");
 
-    for (const auto rate : sampleRates (device))
+    printByRate (device, "", [&] (std::uint32_t rate)
     {
-        const auto parameters = textFrom ([&] (char* buffer, std::uint32_t size)
+        return std::optional (textFrom ([&] (char* buffer, std::uint32_t size)
         {
             device.GetTopologyParameters ("FIIR", rate, buffer, size);
-        });
-
-        std::printf ("  %6u Hz  %s\n", rate, parameters.c_str());
-    }
+        }));
+    });
 }
 
 void printStimuli (const Device2& device)
@@ -80,17 +103,15 @@ void printStimuli (const Device2& device)
     std::printf ("\nStimuli\n");
 
     for (const auto& [name, stimulus] : stimulusNames())
-        for (const auto rate : sampleRates (device))
+        printByRate (device, name + ", ", [&, kind = stimulus] (std::uint32_t rate)
         {
             auto result = veltratune_io::kResultOk;
-            const auto information = textFrom ([&, kind = stimulus] (char* buffer, std::uint32_t size)
+            const auto text = textFrom ([&] (char* buffer, std::uint32_t size)
             {
                 result = device.GetStimulusInformation (kind, rate, buffer, size);
             });
-
-            if (result == veltratune_io::kResultOk)
-                std::printf ("  %-6s %6u Hz  %s\n", name.c_str(), rate, information.c_str());
-        }
+            return result == veltratune_io::kResultOk ? std::optional (text) : std::nullopt;
+        });
 }
 
 }
