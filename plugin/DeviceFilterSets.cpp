@@ -4,7 +4,6 @@
 
 #include "plugin/DeviceImpl.h"
 
-#include <algorithm>
 #include <set>
 
 #include "filters/FilterDescriptionParser.h"
@@ -28,13 +27,20 @@ constexpr std::uint32_t kRemoveTimeout_ms = 2000;
 std::set<std::uint32_t> channelsOf (const FilterSetsImpl& set)
 {
     std::set<std::uint32_t> channels;
-    set.forEachFilter ([&] (unsigned, const FilterImpl& filter) { channels.insert (filter.GetChannel()); return true; });
+    set.forEachFilter ([&] (unsigned, const FilterImpl& filter)
+    {
+        channels.insert (filter.GetChannel());
+        return true;
+    });
     return channels;
 }
 
 bool shareAChannel (const FilterSetsImpl& set, const std::set<std::uint32_t>& channels)
 {
-    return ! set.forEachFilter ([&] (unsigned, const FilterImpl& filter) { return ! channels.contains (filter.GetChannel()); });
+    return ! set.forEachFilter ([&] (unsigned, const FilterImpl& filter)
+    {
+        return ! channels.contains (filter.GetChannel());
+    });
 }
 
 }
@@ -84,44 +90,33 @@ EResult DeviceImpl::LoadFilterSet (std::uint32_t slot, const char* text, std::ui
     return guarded (kResultFailed, [=, this] { return loadFilterSet (slot, text); }, &lastError);
 }
 
-std::unique_ptr<FilterSetsImpl> DeviceImpl::takeOut (const FilterSet* set)
+std::optional<DeviceImpl::Place> DeviceImpl::findSet (const FilterSet* set)
 {
     for (auto& [slot, sets] : filterSets)
-    {
-        const auto found = std::find_if (sets.begin(), sets.end(), [set] (const auto& owned) { return owned.get() == set; });
+        for (auto at = sets.begin(); at != sets.end(); ++at)
+            if (at->get() == set)
+                return Place { slot, sets, at };
 
-        if (found != sets.end())
-        {
-            auto taken = std::move (*found);
-            sets.erase (found);
-            return taken;
-        }
-    }
-
-    return nullptr;
+    return {};
 }
 
 bool DeviceImpl::RemoveFilterSet (FilterSet* set)
 {
     return guarded (false, [=, this]
     {
-        const auto holds = [set] (const auto& entry)
-        {
-            return std::any_of (entry.second.begin(), entry.second.end(), [set] (const auto& owned) { return owned.get() == set; });
-        };
-        const auto slot = std::find_if (filterSets.begin(), filterSets.end(), holds);
+        const auto place = findSet (set);
 
-        if (slot == filterSets.end())
+        if (! place)
             return false;
 
         veltraio::RemoveFilter message;
         message.set_deviceindex (deviceIndex);
-        message.set_slotindex (slot->first);
+        message.set_slotindex (place->slot);
 
         if (! sendCommand (dispatcher, message, kRemoveTimeout_ms).isAcknowledged())
             return false;
 
-        takeOut (set);
+        place->sets.erase (place->at);
         return true;
     });
 }
@@ -143,12 +138,16 @@ EResult DeviceImpl::DownloadFilterSet (std::uint32_t slot, const char* text, std
 
         // Not always the one just parsed: when the slot held sets for other channels, the oldest goes to the device.
         auto& workingSet = *filterSets[slot].front();
-        FilterDownload download ({ dispatcher, deviceIndex, deviceInfo, descriptions.topologyInfo, settings, lastError },
-                                 workingSet, slot, progress);
-        const auto result = guarded (kResultFailed, [&] { return download.run(); }, &lastError);
+        const auto result = guarded (kResultFailed, [&]
+        {
+            const DownloadTarget target { dispatcher, deviceIndex, deviceInfo, descriptions.topologyInfo, settings,
+                                          lastError };
+            return FilterDownload (target, workingSet, slot, progress).run();
+        }, &lastError);
 
         if (result != kResultOk)
-            takeOut (&workingSet);
+            if (const auto place = findSet (&workingSet))
+                place->sets.erase (place->at);
 
         return result;
     }, &lastError);

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -99,6 +100,14 @@ public:
 private:
     using FilterSets = std::vector<std::unique_ptr<filters::FilterSetsImpl>>;
 
+    /** Where a set is kept. */
+    struct Place
+    {
+        std::uint32_t slot;
+        FilterSets& sets;
+        FilterSets::iterator at;
+    };
+
     bool hasCapability (veltraio::Unit::Caps capability) const noexcept;
     bool offersSampleRate (std::uint32_t rate) const noexcept;
     void listOccupiedSlots();
@@ -108,8 +117,7 @@ private:
 
     veltratune_io::EResult loadFilterSet (std::uint32_t slot, const char* text);
 
-    /** Takes a set out of its slot. @returns  null when no slot holds it */
-    std::unique_ptr<filters::FilterSetsImpl> takeOut (const veltratune_io::FilterSet* set);
+    std::optional<Place> findSet (const veltratune_io::FilterSet* set);
 
     veltraio::Dispatcher& dispatcher;
     const Descriptions descriptions;

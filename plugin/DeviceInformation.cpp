@@ -21,7 +21,8 @@ constexpr const char* kDesignTechnology = "FIIR";
 
 std::string displayName (const veltraio::Unit& unit, const std::string& deviceName, const std::string& friendlyName)
 {
-    return toValidUtf8 (unit.manufacturer() + "|" + unit.name() + "|" + (deviceName.empty() ? friendlyName : deviceName));
+    const auto& lastPart = deviceName.empty() ? friendlyName : deviceName;
+    return toValidUtf8 (unit.manufacturer() + "|" + unit.name() + "|" + lastPart);
 }
 
 /** The rates that filters are designed for. */
@@ -219,10 +220,14 @@ EResult DeviceImpl::GetSerialNumber (char* buffer, std::uint32_t size) const
 
 EResult DeviceImpl::ReservedCall1 (std::uint64_t, std::uint64_t, std::uint64_t) { return kResultNotSupported; }
 EResult DeviceImpl::ReservedCall2 (std::uint64_t, std::uint64_t) { return kResultNotSupported; }
-EResult DeviceImpl::ReservedCall3 (std::uint64_t, std::uint64_t, std::uint64_t, std::uint64_t) { return kResultNotSupported; }
 EResult DeviceImpl::ReservedCall4 (std::uint64_t) { return kResultNotSupported; }
 EResult DeviceImpl::ReservedCall5() { return kResultNotSupported; }
 EResult DeviceImpl::ReservedCall6 (std::uint64_t, std::uint64_t, std::uint64_t) { return kResultNotSupported; }
+
+EResult DeviceImpl::ReservedCall3 (std::uint64_t, std::uint64_t, std::uint64_t, std::uint64_t)
+{
+    return kResultNotSupported;
+}
 
 EResult DeviceImpl::StartGenericStimulus (std::uint64_t, std::uint64_t, std::uint64_t, std::uint64_t, std::uint64_t)
 {

@@ -183,8 +183,8 @@ void FilterDownload::announceBlock (const RateBlock& block)
     message.mutable_channelindices()->Add (block.channels.begin(), block.channels.end());
     message.set_sizebytes (static_cast<std::uint32_t> (block.blob.getSize()));
 
-    VELTRA_LOG (TRACE, "Sending FilterData samplerate " << block.sampleRate << " Hz" << ", size " << block.blob.getSize()
-                           << " bytes");
+    VELTRA_LOG (TRACE, "Sending FilterData samplerate " << block.sampleRate << " Hz"
+                           << ", size " << block.blob.getSize() << " bytes");
 
     const auto reply = sendCommand (target.dispatcher, message, kFilterDataTimeout_ms);
 

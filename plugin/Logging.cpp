@@ -37,7 +37,8 @@ void LogFiles::add (std::string_view path, std::int32_t level)
     if (path.empty() || toValidUtf8 (path) != path)
         return;
 
-    const auto file = juce::File::getCurrentWorkingDirectory().getChildFile (juce::String::fromUTF8 (path.data(), static_cast<int> (path.size())));
+    const auto name = juce::String::fromUTF8 (path.data(), static_cast<int> (path.size()));
+    const auto file = juce::File::getCurrentWorkingDirectory().getChildFile (name);
 
     if (file.getParentDirectory().createDirectory().failed() || ! canBeWritten (file))
         return;

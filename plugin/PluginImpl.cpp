@@ -8,7 +8,11 @@
 
 namespace veltra::plugin {
 
-PluginImpl::PluginImpl (const juce::File& settingsFile) : connectionManager (0), settings (openSettings (settingsFile)) {}
+PluginImpl::PluginImpl (const juce::File& settingsFile)
+    : connectionManager (0), // the scanner of the TCP transport
+      settings (openSettings (settingsFile))
+{
+}
 
 PluginImpl::~PluginImpl()
 {

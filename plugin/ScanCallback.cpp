@@ -18,7 +18,8 @@ void ScanCallback::OnScanStarted()
     VELTRA_LOG (DEBUG, "Device scanning started...");
 }
 
-void ScanCallback::OnDeviceAdded (const juce::String& name, const juce::String& address, const juce::String& friendlyName)
+void ScanCallback::OnDeviceAdded (const juce::String& name, const juce::String& address,
+                                  const juce::String& friendlyName)
 {
     candidates.add ({ address, friendlyName });
     VELTRA_LOG (DEBUG, "Device added: " << name << " (" << logText (address.toStdString()) << ") friendlyName = "

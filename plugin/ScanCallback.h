@@ -20,7 +20,8 @@ public:
 
     // On threads of the scan
     void OnScanStarted() override;
-    void OnDeviceAdded (const juce::String& name, const juce::String& address, const juce::String& friendlyName) override;
+    void OnDeviceAdded (const juce::String& name, const juce::String& address,
+                        const juce::String& friendlyName) override;
     void OnScanEnded() override;
 
 private:

@@ -59,59 +59,45 @@ TEST (Boundary, TheBuiltFileShowsExactlyThreeSymbols)
 /** A host that was compiled years ago calls by these numbers. Slots 0 and 1 are the destructor's. */
 TEST (Boundary, OperationsKeepTheirPlaces)
 {
-    EXPECT_EQ (slotOf (&Plugin::GetName), 2u);
-    EXPECT_EQ (slotOf (&Plugin::GetVendor), 3u);
-    EXPECT_EQ (slotOf (&Plugin::GetVersion), 4u);
-    EXPECT_EQ (slotOf (&Plugin::GetDate), 5u);
-    EXPECT_EQ (slotOf (&Plugin::FindDevices), 6u);
-    EXPECT_EQ (slotOf (&Plugin::GetDevice), 7u);
-
-    const std::size_t device[] = {
-        slotOf (&Device::GetName), slotOf (&Device::GetCapabilities), slotOf (&Device::GetExtendedCapabilities),
-        slotOf (&Device::ReservedCall1), slotOf (&Device::GetChannelCount), slotOf (&Device::GetChannelName),
-        slotOf (&Device::GetSampleRate), slotOf (&Device::GetDefaultSampleRate),
-        slotOf (&Device::EnterMeasurementMode), slotOf (&Device::LeaveMeasurementMode),
-        slotOf (&Device::StartStimulus), slotOf (&Device::StartGenericStimulus), slotOf (&Device::StopStimulus),
-        slotOf (&Device::IsStimulusPlaying), slotOf (&Device::GetStimulusInformation),
-        slotOf (&Device::GetStimulusLatency), slotOf (&Device::GetFilterSlotCount),
-        slotOf (&Device::SetActiveFilterSlot), slotOf (&Device::GetActiveFilterSlot), slotOf (&Device::GetFilterSet),
-        slotOf (&Device::ReservedCall2), slotOf (&Device::LoadFilterSet), slotOf (&Device::RemoveFilterSet),
-        slotOf (&Device::SetFiltering), slotOf (&Device::GetFiltering), slotOf (&Device::SetVolume),
-        slotOf (&Device::GetVolume), slotOf (&Device::GetMaxChannelAttenuation),
-        slotOf (&Device::SetChannelAttenuation), slotOf (&Device::GetChannelAttenuation),
-        slotOf (&Device::ReservedCall3), slotOf (&Device::ReservedCall4), slotOf (&Device::ReservedCall5),
-        slotOf (&Device::GetTopologyParameters), slotOf (&Device::GetLastError), slotOf (&Device2::IsReady),
-        slotOf (&Device2::ReservedCall6), slotOf (&Device2::DownloadFilterSet), slotOf (&Device2::RemoveFilterSet2),
-        slotOf (&Device2::GetSerialNumber)
+    const auto expectInOrder = [] (const std::vector<std::size_t>& slots, std::size_t first)
+    {
+        for (std::size_t i = 0; i < slots.size(); ++i)
+            EXPECT_EQ (slots[i], first + i);
     };
 
-    for (std::size_t i = 0; i < std::size (device); ++i)
-        EXPECT_EQ (device[i], i + 2);
+    expectInOrder ({ slotOf (&Plugin::GetName), slotOf (&Plugin::GetVendor), slotOf (&Plugin::GetVersion),
+        slotOf (&Plugin::GetDate), slotOf (&Plugin::FindDevices), slotOf (&Plugin::GetDevice) }, 2);
 
-    const std::size_t filter[] = {
-        slotOf (&Filter::GetName), slotOf (&Filter::GetDescription), slotOf (&Filter::GetChannel),
+    expectInOrder ({ slotOf (&Device::GetName), slotOf (&Device::GetCapabilities), slotOf (&Device::GetExtendedCapabilities),
+        slotOf (&Device::ReservedCall1), slotOf (&Device::GetChannelCount), slotOf (&Device::GetChannelName),
+        slotOf (&Device::GetSampleRate), slotOf (&Device::GetDefaultSampleRate), slotOf (&Device::EnterMeasurementMode),
+        slotOf (&Device::LeaveMeasurementMode), slotOf (&Device::StartStimulus), slotOf (&Device::StartGenericStimulus),
+        slotOf (&Device::StopStimulus), slotOf (&Device::IsStimulusPlaying), slotOf (&Device::GetStimulusInformation),
+        slotOf (&Device::GetStimulusLatency), slotOf (&Device::GetFilterSlotCount), slotOf (&Device::SetActiveFilterSlot),
+        slotOf (&Device::GetActiveFilterSlot), slotOf (&Device::GetFilterSet), slotOf (&Device::ReservedCall2),
+        slotOf (&Device::LoadFilterSet), slotOf (&Device::RemoveFilterSet), slotOf (&Device::SetFiltering),
+        slotOf (&Device::GetFiltering), slotOf (&Device::SetVolume), slotOf (&Device::GetVolume),
+        slotOf (&Device::GetMaxChannelAttenuation), slotOf (&Device::SetChannelAttenuation),
+        slotOf (&Device::GetChannelAttenuation), slotOf (&Device::ReservedCall3), slotOf (&Device::ReservedCall4),
+        slotOf (&Device::ReservedCall5), slotOf (&Device::GetTopologyParameters), slotOf (&Device::GetLastError),
+        slotOf (&Device2::IsReady), slotOf (&Device2::ReservedCall6), slotOf (&Device2::DownloadFilterSet),
+        slotOf (&Device2::RemoveFilterSet2), slotOf (&Device2::GetSerialNumber) }, 2);
+
+    expectInOrder ({ slotOf (&Filter::GetName), slotOf (&Filter::GetDescription), slotOf (&Filter::GetChannel),
         slotOf (&Filter::UnsupportedQuery1), slotOf (&Filter::UnsupportedQuery2), slotOf (&Filter::GetGaindB),
         slotOf (&Filter::UnsupportedQuery3), slotOf (&Filter::UnsupportedQuery4), slotOf (&Filter::GetDelayMs),
-        slotOf (&Filter::Reserved)
-    };
+        slotOf (&Filter::Reserved) }, 2);
 
-    for (std::size_t i = 0; i < std::size (filter); ++i)
-        EXPECT_EQ (filter[i], i + 2);
-
-    EXPECT_EQ (slotOf (&FilterSet::GetName), 2u);
-    EXPECT_EQ (slotOf (&FilterSet::GetTechnology), 3u);
-    EXPECT_EQ (slotOf (&FilterSet::GetFilter), 4u);
+    expectInOrder ({ slotOf (&FilterSet::GetName), slotOf (&FilterSet::GetTechnology), slotOf (&FilterSet::GetFilter) }, 2);
 
     // The host's own objects have no virtual destructor.
-    EXPECT_EQ (slotOf (&CaptureCallback::OnCaptureStart), 2u);
-    EXPECT_EQ (slotOf (&CaptureCallback::OnCaptureData), 3u);
-    EXPECT_EQ (slotOf (&ProgressCallback::OnProgressText), 1u);
-    EXPECT_EQ (slotOf (&ProgressCallback::OnProgress), 2u);
+    expectInOrder ({ slotOf (&CaptureCallback::OnCaptureStart), slotOf (&CaptureCallback::OnCaptureData) }, 2);
+    expectInOrder ({ slotOf (&ProgressCallback::OnProgressText), slotOf (&ProgressCallback::OnProgress) }, 1);
 }
 
 TEST (Boundary, OnlyVersionFiveIsHandedOut)
 {
-    const HostModule module;
+    const HostModule module (MODULE_FILE);
 
     for (const std::uint32_t version : { 0u, 4u, 6u, 0xFFFFFFFFu })
         EXPECT_EQ (module.get (version), nullptr);
@@ -134,11 +120,8 @@ TEST (Boundary, OnlyVersionFiveIsHandedOut)
 
 TEST (Boundary, GetDeviceBeyondTheLastLeavesTheOutValueAlone)
 {
-    const TemporaryFolder folder;
-    const auto file = copyModule (folder.path);
-    writeFile (folder.path / "MorvaneVeltraIO.settings", settingsText ("Device", "TCP:127.0.0.1:1"));
-
-    const HostModule module (file);
+    const host::ModuleCopy copy (MODULE_FILE, { { "Device", "TCP:127.0.0.1:1" } });
+    const HostModule module (copy.path());
     auto* const plugin = module.get (kPluginInterfaceVersion);
     EXPECT_FALSE (plugin->FindDevices()) << "nobody listens there";
 
@@ -147,7 +130,6 @@ TEST (Boundary, GetDeviceBeyondTheLastLeavesTheOutValueAlone)
     EXPECT_FALSE (plugin->GetDevice (0, &device));
     EXPECT_EQ (device, reinterpret_cast<Device*> (&marker));
     EXPECT_FALSE (plugin->GetDevice (0, nullptr));
-    module.release (plugin);
 }
 
 }

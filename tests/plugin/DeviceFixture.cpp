@@ -4,9 +4,10 @@
 
 namespace veltra::test {
 
-receiver::Profile smallProfile()
+receiver::Profile DeviceFixture::smallProfile()
 {
-    static constexpr const char* text = R"(
+    std::string error;
+    return receiver::parseProfile (R"(
         protocolInfo { versionInfo: 8 messageLimit: 1400 }
         unit {
           manufacturer: "Morvane" name: "Stereo 2" serialNumber: "MV2-000117" capabilities: 10
@@ -31,18 +32,21 @@ receiver::Profile smallProfile()
           stimulusInformation { stimulus: Stimulus_kNoise sampleRate: 44100
             information: "Seconds=2;Level_dBFS=-20;Seed=1" }
           stimulusLatencyMilliseconds: 21
-        })";
-
-    std::string error;
-    auto profile = receiver::parseProfile (text, error);
-
-    if (! profile)
-        throw std::runtime_error (error);
-
-    return *profile;
+        })", error).value();
 }
 
-DeviceFixture::DeviceFixture() = default;
+DescriptionBuilder DeviceFixture::description (const std::string& project, const std::string& technology)
+{
+    return DescriptionBuilder (project, technology)
+        .channel ("FL", 1, R"(GaindB="-1.5" Delayms="2.25" MaxFilterGaindB="3")")
+        .fir (44100, { 1.0f, 0.5f, -0.25f, 0.125f, 2.0f, -1.0f, 0.75f, 0.1f, 9.0f })
+        .fiir (48000, { 0.9f, 0.8f, 0.7f, 0.6f, 0.5f, 0.4f, 0.3f, 0.2f },
+               { { -1.5f, 0.6f, 0.01f, 0.02f }, { 0.25f, 0.125f, 1.0f, -1.0f } }, "Delay=48")
+        .channel ("SW", 2, R"(GaindB="4" MaxFilterGaindB="10")")
+        .fir (44100, { 0.0f, 1.0f })
+        .fiir (48000, { 1.0f, 2.0f, 3.0f, 4.0f, 5.0f, 6.0f, 7.0f, 8.0f },
+               { { 0.5f, 0.25f, -0.5f, 0.75f }, { 0.0f, 0.0f, 0.1f, 0.0f } });
+}
 
 DeviceFixture::~DeviceFixture()
 {
@@ -50,7 +54,7 @@ DeviceFixture::~DeviceFixture()
 
     if (receiver != nullptr)
     {
-        EXPECT_TRUE (receiver->waitFor ([this] { return receiver->openSessions() == 0; })) << "a connection was left open";
+        EXPECT_TRUE (receiver->waitFor ([this] { return receiver->openSessions() == 0; })) << "a connection was left";
     }
 }
 
@@ -77,13 +81,11 @@ bool DeviceFixture::find()
 
 veltratune_io::Device2& DeviceFixture::open()
 {
-    if (! find())
-        throw std::runtime_error ("no device");
-
     std::uint32_t count = 0;
 
-    for (veltratune_io::Device* ignored = nullptr; plugin->GetDevice (count, &ignored);)
-        ++count;
+    if (find())
+        for (veltratune_io::Device* ignored = nullptr; plugin->GetDevice (count, &ignored);)
+            ++count;
 
     return device (count - 1);
 }
@@ -103,6 +105,8 @@ void DeviceFixture::startAfresh()
     plugin = nullptr;
     receiver = nullptr;
     settings.erase ("Device");
+    options.faults.clear();
+    log.emplace();
 }
 
 void DeviceFixture::setFaults (const std::string& script)
@@ -119,16 +123,51 @@ void DeviceFixture::setFaults (const std::string& script)
         options.faults = *faults;
 }
 
+void DeviceFixture::breakConnections()
+{
+    receiver->endSessions (receiver::Session::Ending::reset);
+    receiver->waitFor ([this] { return receiver->openSessions() == 0; });
+}
+
+void DeviceFixture::useFirOnly (std::uint32_t bytes)
+{
+    auto& configuration = *profile.unit.mutable_devices (0)->mutable_configurations (0);
+    configuration.clear_samplerates();
+    configuration.add_samplerates (44100);
+    profile.topologyInfo.mutable_topologies (0)->set_information ("NbrOfFIRTaps=" + std::to_string (bytes / 2 / 4));
+}
+
+std::uint32_t DeviceFixture::setsIn (veltratune_io::Device2& opened, std::uint32_t slot)
+{
+    std::uint32_t count = 0;
+
+    for (veltratune_io::FilterSet* ignored = nullptr; opened.GetFilterSet (slot, count, &ignored);)
+        ++count;
+
+    return count;
+}
+
+Lines DeviceFixture::logged() const
+{
+    Lines lines;
+
+    for (const auto& line : log->all())
+        lines.push_back (line.level + " " + line.text);
+
+    return lines;
+}
+
+Lines DeviceFixture::failuresLogged() const
+{
+    auto lines = logged();
+    std::erase_if (lines, [] (const auto& line) { return line[0] == 'T' || line[0] == 'D' || line[0] == 'I'; });
+    return lines;
+}
+
 std::string DeviceFixture::oneLine (std::string text)
 {
-    for (auto& c : text)
-        if (c == '\n')
-            c = ' ';
-
-    while (text.ends_with (' '))
-        text.pop_back();
-
-    return text;
+    std::replace (text.begin(), text.end(), '\n', ' ');
+    return text.substr (0, text.find_last_not_of (' ') + 1);
 }
 
 std::string DeviceFixture::takeLastError (veltratune_io::Device2& device)
@@ -136,12 +175,6 @@ std::string DeviceFixture::takeLastError (veltratune_io::Device2& device)
     char buffer[512];
     EXPECT_EQ (device.GetLastError (buffer, sizeof (buffer)), veltratune_io::kResultOk);
     return buffer;
-}
-
-void DeviceFixture::breakConnections()
-{
-    receiver->endSessions (receiver::Session::Ending::reset);
-    receiver->waitFor ([this] { return receiver->openSessions() == 0; });
 }
 
 }

@@ -4,6 +4,8 @@
 
 #include "tests/plugin/DeviceFixture.h"
 
+#include <algorithm>
+
 namespace veltra::test {
 
 namespace {
@@ -13,25 +15,44 @@ using namespace veltratune_io;
 class DeviceInformation : public DeviceFixture
 {
 protected:
-    /** What a text operation leaves in a buffer of a given size; the buffer begins full of "*". */
+    /** The result of a text operation and what it leaves in a buffer of a given size, which begins full of "*". */
     template <typename Operation>
     static std::string textOf (Operation operation, std::uint32_t size = 64)
     {
         std::string buffer (size + 8, '*');
-        operation (buffer.data(), size);
+        const auto result = operation (buffer.data(), size);
         EXPECT_EQ (buffer.substr (size), "********") << "written beyond the size";
-        return buffer.substr (0, std::min<std::size_t> (buffer.find ('\0'), size));
+        return std::to_string (result) + " " + buffer.substr (0, std::min<std::size_t> (buffer.find ('\0'), size));
     }
 
-    std::string channelName (Device2& target, std::uint32_t index, std::uint32_t size = 64)
+    static std::string channelName (Device2& opened, std::uint32_t index, std::uint32_t size = 64)
     {
-        return textOf ([&] (char* buffer, std::uint32_t bytes) { target.GetChannelName (index, buffer, bytes); }, size);
+        return textOf ([&] (char* b, std::uint32_t n) { return opened.GetChannelName (index, b, n); }, size);
     }
 
-    veltraio::Unit::Device::ChannelInfo& channel (int index)
+    static std::string parameters (Device2& opened, const char* technology, std::uint32_t rate, std::uint32_t size = 64)
     {
-        return *profile.unit.mutable_devices (0)->mutable_outputchannels (index);
+        return textOf ([&] (char* b, std::uint32_t n) { return opened.GetTopologyParameters (technology, rate, b, n); }, size);
     }
+
+    static std::string serialNumber (Device2& opened)
+    {
+        return textOf ([&] (char* b, std::uint32_t n) { return opened.GetSerialNumber (b, n); }, 16);
+    }
+
+    static std::vector<std::uint32_t> sampleRates (Device2& opened)
+    {
+        std::vector<std::uint32_t> rates;
+
+        for (std::uint32_t rate = 0; opened.GetSampleRate (static_cast<std::uint32_t> (rates.size()), &rate);)
+            rates.push_back (rate);
+
+        return rates;
+    }
+
+    veltraio::Unit::Device& deviceInfo() { return *profile.unit.mutable_devices (0); }
+
+    const std::string untouched = std::string (64, '*');
 };
 
 }
@@ -40,11 +61,11 @@ TEST_F (DeviceInformation, CapabilitiesFollowTheUnit)
 {
     const std::pair<std::uint32_t, std::uint32_t> rows[] = { { 0, 16 }, { 1, 16 }, { 2, 20 }, { 4, 16 }, { 8, 17 }, { 15, 21 } };
 
-    for (const auto& [unit, expected] : rows)
+    for (const auto& [capabilities, expected] : rows)
     {
         startAfresh();
-        profile.unit.set_capabilities (unit);
-        EXPECT_EQ (open().GetCapabilities(), expected) << unit;
+        profile.unit.set_capabilities (capabilities);
+        EXPECT_EQ (open().GetCapabilities(), expected) << capabilities;
     }
 }
 
@@ -59,50 +80,48 @@ TEST_F (DeviceInformation, ConstantsAndCounts)
     EXPECT_EQ (opened.GetMaxChannelAttenuation(), 12.0f);
     EXPECT_EQ (opened.GetStimulusLatency(), 21.0);
     EXPECT_TRUE (opened.IsReady());
+    EXPECT_EQ (serialNumber (opened), "0 MV2-000117");
 
-    EXPECT_EQ (opened.ReservedCall1 (1, 2, 3), kResultNotSupported);
-    EXPECT_EQ (opened.ReservedCall2 (1, 2), kResultNotSupported);
-    EXPECT_EQ (opened.ReservedCall3 (1, 2, 3, 4), kResultNotSupported);
-    EXPECT_EQ (opened.ReservedCall4 (1), kResultNotSupported);
-    EXPECT_EQ (opened.ReservedCall5(), kResultNotSupported);
-    EXPECT_EQ (opened.ReservedCall6 (1, 2, 3), kResultNotSupported);
-    EXPECT_EQ (opened.StartGenericStimulus (1, 2, 3, 4, 5), kResultNotSupported);
+    for (const auto result : { opened.ReservedCall1 (1, 2, 3), opened.ReservedCall2 (1, 2), opened.ReservedCall3 (1, 2, 3, 4),
+                               opened.ReservedCall4 (1), opened.ReservedCall5(), opened.ReservedCall6 (1, 2, 3),
+                               opened.StartGenericStimulus (1, 2, 3, 4, 5) })
+        EXPECT_EQ (result, kResultNotSupported);
+
+    startAfresh();
+    profile.unit.clear_serialnumber();
+    EXPECT_EQ (serialNumber (open()), "1 " + untouched.substr (0, 16));
 }
 
 TEST_F (DeviceInformation, ChannelNamesCarryTheirRole)
 {
-    channel (0).set_name ("Küche");
-    channel (0).set_channelindex (300);
-    channel (1).set_channelindex (11);
-    profile.unit.mutable_devices (0)->mutable_configurations()->Clear();
+    deviceInfo().mutable_configurations()->Clear();
+    deviceInfo().mutable_outputchannels (0)->set_name ("Küche");
+    deviceInfo().mutable_outputchannels (0)->set_channelindex (300);
+    deviceInfo().mutable_outputchannels (1)->set_channelindex (11);
+    *deviceInfo().add_outputchannels() = deviceInfo().outputchannels (1);
+    deviceInfo().mutable_outputchannels (2)->set_noeq (false);
     auto& opened = open();
 
-    EXPECT_EQ (channelName (opened, 0), "Küche#IDX2c");
-    EXPECT_EQ (channelName (opened, 1), "SW#SUB#IDX0b#NOEQ");
-    EXPECT_EQ (channelName (opened, 1, 5), "SW#S");
-    EXPECT_EQ (channelName (opened, 0, 3), "K") << "characters are left out whole";
-    EXPECT_EQ (channelName (opened, 0, 1), "");
-    EXPECT_EQ (channelName (opened, 2), std::string (64, '*'));
+    EXPECT_EQ (channelName (opened, 0), "0 Küche#IDX2c") << "two digits of 300";
+    EXPECT_EQ (channelName (opened, 1), "0 SW#SUB#IDX0b#NOEQ");
+    EXPECT_EQ (channelName (opened, 2), "0 SW#SUB#IDX0b");
+    EXPECT_EQ (channelName (opened, 1, 5), "0 SW#S");
+    EXPECT_EQ (channelName (opened, 0, 3), "0 K") << "characters are left out whole";
+    EXPECT_EQ (channelName (opened, 0, 1), "0 ");
+    EXPECT_EQ (channelName (opened, 3), "3 " + untouched);
     EXPECT_EQ (opened.GetChannelName (0, nullptr, 9), kResultOk);
-    EXPECT_EQ (opened.GetChannelName (2, nullptr, 0), kResultBadIndex);
-}
-
-TEST_F (DeviceInformation, NoEqOfFalseLeavesNoMark)
-{
-    channel (1).set_noeq (false);
-    EXPECT_EQ (channelName (open(), 1), "SW#SUB#IDX01");
 }
 
 /** The wire does not promise that a text is one. */
 TEST_F (DeviceInformation, BytesThatAreNoTextComeOutAsOne)
 {
-    channel (0).set_name ("a\xF0\x9F");
+    deviceInfo().mutable_outputchannels (0)->set_name ("a\xF0\x9F");
     profile.unit.set_manufacturer ("Mor\xFF");
-    profile.unit.mutable_devices (0)->mutable_filterslots (1)->set_name ("\xC3");
+    deviceInfo().mutable_filterslots (1)->set_name ("\xC3");
     testing::internal::CaptureStderr();
     auto& opened = open();
     EXPECT_EQ (testing::internal::GetCapturedStderr(), "") << "with the descriptions in the log";
-    EXPECT_EQ (channelName (opened, 0), "a??#IDX00");
+    EXPECT_EQ (channelName (opened, 0), "0 a??#IDX00");
     EXPECT_STREQ (opened.GetName(), "Mor?|Stereo 2|Main");
 
     FilterSet* set = nullptr;
@@ -110,97 +129,55 @@ TEST_F (DeviceInformation, BytesThatAreNoTextComeOutAsOne)
     EXPECT_STREQ (set->GetName(), "?");
 }
 
-TEST_F (DeviceInformation, SampleRatesAreThoseOfTheFiirStructure)
+TEST_F (DeviceInformation, SampleRatesAndParametersAreThoseOfTheFiirStructure)
 {
-    profile.topologyInfo.add_topologies()->CopyFrom (profile.topologyInfo.topologies (1));
+    *profile.topologyInfo.add_topologies() = profile.topologyInfo.topologies (1);
     profile.topologyInfo.mutable_topologies (2)->set_samplerate (96000);
     auto& opened = open();
-
-    std::uint32_t rate = 0;
-    EXPECT_TRUE (opened.GetSampleRate (0, &rate));
-    EXPECT_EQ (rate, 48000u);
-    EXPECT_TRUE (opened.GetSampleRate (1, &rate));
-    EXPECT_EQ (rate, 96000u);
-    EXPECT_FALSE (opened.GetSampleRate (2, &rate));
-    EXPECT_EQ (rate, 96000u);
+    EXPECT_EQ (sampleRates (opened), (std::vector<std::uint32_t> { 48000, 96000 }));
     EXPECT_FALSE (opened.GetSampleRate (0, nullptr));
+
+    EXPECT_EQ (parameters (opened, "FIIR", 48000), "0 NbrOfFIRTaps=8;NbrOfIIRSections=2");
+    EXPECT_EQ (parameters (opened, "FIIR", 48000, 13), "0 NbrOfFIRTaps") << "a declared text is cut";
+    EXPECT_EQ (parameters (opened, nullptr, 48000), "4 " + untouched);
+    EXPECT_EQ (opened.GetTopologyParameters ("FIIR", 48000, nullptr, 64), kResultBadArgument);
+    EXPECT_EQ (parameters (opened, "FIR", 44100), "9 " + untouched);
+    EXPECT_EQ (parameters (opened, "fiir", 48000), "9 " + untouched);
+    EXPECT_EQ (parameters (opened, "FIIR", 44100), "11 " + untouched);
 }
 
-TEST_F (DeviceInformation, ADeviceWithoutFiirStructureHasThreeDefaultRates)
+TEST_F (DeviceInformation, ADeviceWithoutFiirStructureHasDefaults)
 {
     profile.topologyInfo.mutable_topologies (1)->set_name ("FIIRx");
     auto& opened = open();
-    std::uint32_t rates[3] = {};
-
-    for (std::uint32_t i = 0; i < 3; ++i)
-        EXPECT_TRUE (opened.GetSampleRate (i, &rates[i]));
-
-    EXPECT_EQ (rates[0], 44100u);
-    EXPECT_EQ (rates[1], 48000u);
-    EXPECT_EQ (rates[2], 96000u);
-    EXPECT_FALSE (opened.GetSampleRate (3, &rates[0]));
+    EXPECT_EQ (sampleRates (opened), (std::vector<std::uint32_t> { 44100, 48000, 96000 }));
+    EXPECT_EQ (parameters (opened, "FIIR", 44100), "0 NbrOfFIRTaps=918;NbrOfIIRSections=30");
 
     const std::string text = "NbrOfFIRTaps=1000;NbrOfIIRSections=30";
-    const auto read = [&] (std::uint32_t size)
-    {
-        return textOf ([&] (char* buffer, std::uint32_t bytes)
-        {
-            EXPECT_EQ (opened.GetTopologyParameters ("FIIR", 48000, buffer, bytes),
-                       bytes > text.size() ? kResultOk : kResultBufferTooSmall) << bytes;
-        }, size);
-    };
 
     for (const auto size : { 64u, 38u, 37u, 36u, 1u, 0u })
-        EXPECT_EQ (read (size), text.substr (0, size > 0 ? size - 1 : 0));
-
-    char buffer[64];
-    EXPECT_EQ (opened.GetTopologyParameters ("FIIR", 44100, buffer, sizeof (buffer)), kResultOk);
-    EXPECT_STREQ (buffer, "NbrOfFIRTaps=918;NbrOfIIRSections=30");
-}
-
-TEST_F (DeviceInformation, TopologyParametersAreTheDevicesOwn)
-{
-    auto& opened = open();
-    char buffer[64] = "";
-    EXPECT_EQ (opened.GetTopologyParameters ("FIIR", 48000, buffer, sizeof (buffer)), kResultOk);
-    EXPECT_STREQ (buffer, "NbrOfFIRTaps=8;NbrOfIIRSections=2");
-    EXPECT_EQ (opened.GetTopologyParameters ("FIIR", 48000, buffer, 13), kResultOk) << "a declared text is cut";
-    EXPECT_STREQ (buffer, "NbrOfFIRTaps");
-
-    EXPECT_EQ (opened.GetTopologyParameters (nullptr, 48000, buffer, sizeof (buffer)), kResultBadArgument);
-    EXPECT_EQ (opened.GetTopologyParameters ("FIIR", 48000, nullptr, 64), kResultBadArgument);
-    EXPECT_EQ (opened.GetTopologyParameters ("FIR", 48000, buffer, sizeof (buffer)), kResultBadTechnology);
-    EXPECT_EQ (opened.GetTopologyParameters ("fiir", 48000, buffer, sizeof (buffer)), kResultBadTechnology);
-    EXPECT_EQ (opened.GetTopologyParameters ("FIIR", 44100, buffer, sizeof (buffer)), kResultBadSampleRate);
+        EXPECT_EQ (parameters (opened, "FIIR", 48000, size),
+                   (size > text.size() ? "0 " : "10 ") + text.substr (0, size > 0 ? size - 1 : 0)) << size;
 }
 
 TEST_F (DeviceInformation, AStimulusIsDescribedAtItsRates)
 {
     auto& opened = open();
-    char buffer[64] = "";
-    EXPECT_EQ (opened.GetStimulusInformation (kStimulusNoise, 44100, buffer, sizeof (buffer)), kResultOk);
-    EXPECT_STREQ (buffer, "Seconds=2;Level_dBFS=-20;Seed=1");
+    const auto information = [&] (int stimulus, std::uint32_t rate)
+    {
+        return textOf ([&] (char* b, std::uint32_t n)
+        {
+            return opened.GetStimulusInformation (static_cast<EStimulus> (stimulus), rate, b, n);
+        });
+    };
+
+    log.emplace();
+    EXPECT_EQ (information (1, 44100), "0 Seconds=2;Level_dBFS=-20;Seed=1");
     EXPECT_EQ (opened.GetStimulusInformation (kStimulusNoise, 48000, nullptr, 0), kResultOk);
-    EXPECT_EQ (opened.GetStimulusInformation (kStimulusNoise, 96000, buffer, sizeof (buffer)), kResultBadSampleRate);
-
-    log.clear();
-    EXPECT_EQ (opened.GetStimulusInformation (kStimulusSubwooferLevelCal, 48000, buffer, sizeof (buffer)), kResultFailed);
-    EXPECT_EQ (opened.GetStimulusInformation (static_cast<EStimulus> (7), 48000, buffer, sizeof (buffer)), kResultFailed);
-    EXPECT_EQ (log.lines(), (std::vector<std::string> { "ERROR Stimulus (2) not supported ", "ERROR Stimulus (7) not supported " }));
-    EXPECT_STREQ (buffer, "Seconds=2;Level_dBFS=-20;Seed=1");
-}
-
-TEST_F (DeviceInformation, TheSerialNumberIsThereOrNot)
-{
-    auto& opened = open();
-    char buffer[16] = "";
-    EXPECT_EQ (opened.GetSerialNumber (buffer, sizeof (buffer)), kResultOk);
-    EXPECT_STREQ (buffer, "MV2-000117");
-
-    startAfresh();
-    profile.unit.clear_serialnumber();
-    EXPECT_EQ (open().GetSerialNumber (buffer, sizeof (buffer)), kResultFailed);
-    EXPECT_STREQ (buffer, "MV2-000117");
+    EXPECT_EQ (information (1, 96000), "11 " + untouched);
+    EXPECT_EQ (information (2, 48000), "1 " + untouched);
+    EXPECT_EQ (information (7, 48000), "1 " + untouched);
+    EXPECT_EQ (logged(), (Lines { "ERROR Stimulus (2) not supported ", "ERROR Stimulus (7) not supported " }));
 }
 
 TEST_F (DeviceInformation, LastErrorIsReadOnce)
@@ -209,23 +186,23 @@ TEST_F (DeviceInformation, LastErrorIsReadOnce)
     setFaults ("refuse OperationModeInfo * 'no microphone'");
     EXPECT_FALSE (opened.LeaveMeasurementMode());
     EXPECT_TRUE (opened.SetVolume (0.5f)) << "success does not clear it";
-
-    char buffer[8] = "";
-    EXPECT_EQ (opened.GetLastError (buffer, sizeof (buffer)), kResultOk);
-    EXPECT_STREQ (buffer, "no micr");
+    EXPECT_EQ (textOf ([&] (char* b, std::uint32_t n) { return opened.GetLastError (b, n); }, 8), "0 no micr");
     EXPECT_EQ (takeLastError (opened), "");
     EXPECT_EQ (opened.GetLastError (nullptr, 0), kResultOk);
 }
 
 TEST_F (DeviceInformation, AnOccupiedSlotShowsWhatIsOnTheDevice)
 {
+    deviceInfo().mutable_filterslots (2)->set_isoccupied (true);
     auto& opened = open();
     FilterSet* set = nullptr;
     EXPECT_FALSE (opened.GetFilterSet (0, 0, &set));
     EXPECT_FALSE (opened.GetFilterSet (3, 0, &set)) << "beyond the last slot";
-    EXPECT_EQ (set, nullptr);
     EXPECT_FALSE (opened.GetFilterSet (1, 1, &set));
     EXPECT_FALSE (opened.GetFilterSet (1, 0, nullptr));
+    EXPECT_EQ (set, nullptr);
+    ASSERT_TRUE (opened.GetFilterSet (2, 0, &set));
+    EXPECT_STREQ (set->GetName(), "Filter") << "the device gave it no name";
     ASSERT_TRUE (opened.GetFilterSet (1, 0, &set));
     EXPECT_STREQ (set->GetName(), "Cinema");
     EXPECT_STREQ (set->GetTechnology(), "");
@@ -235,16 +212,7 @@ TEST_F (DeviceInformation, AnOccupiedSlotShowsWhatIsOnTheDevice)
     EXPECT_STREQ (filter->GetName(), "SW");
     EXPECT_EQ (filter->GetChannel(), 1u);
     EXPECT_EQ (filter->GetGaindB(), 0.0f);
-    EXPECT_EQ (filter->GetDelayMs(), 0.0f);
     EXPECT_FALSE (set->GetFilter (2, &filter));
-}
-
-TEST_F (DeviceInformation, ANamelessOccupiedSlotIsCalledFilter)
-{
-    profile.unit.mutable_devices (0)->mutable_filterslots (1)->clear_name();
-    FilterSet* set = nullptr;
-    ASSERT_TRUE (open().GetFilterSet (1, 0, &set));
-    EXPECT_STREQ (set->GetName(), "Filter");
 }
 
 }

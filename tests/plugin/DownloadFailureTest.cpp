@@ -3,45 +3,53 @@
     again. Stages that fail by waiting for seconds stand in WaitsTest.cpp.
 */
 
-#include "tests/plugin/DownloadFixture.h"
+#include "tests/plugin/DeviceFixture.h"
 
 #include "plugin/ChunkSender.h"
-#include "plugin/Progress.h"
 
 namespace veltra::test {
 
 namespace {
 
 using namespace veltratune_io;
-using Lines = std::vector<std::string>;
 
-class DownloadFailure : public DownloadFixture
+class DownloadFailure : public DeviceFixture
 {
 protected:
-    /** A download that must fail like this; then the slot is free and the next download works. */
-    void expectFailure (Device2& opened, const std::string& words, const Lines& logged = {})
+    void refuse (const std::string& type, const std::string& text)
     {
-        log.clear();
-        EXPECT_EQ (download (opened, smallText()), kResultFailed);
-        EXPECT_EQ (failuresLogged(), logged);
+        receiver->addFault ({ .action = receiver::Fault::Action::refuse, .type = type, .text = text, .body = {} });
+    }
+
+    /** Opens a device that keeps words of an earlier failure, which the next ones add to or replace. */
+    Device2& openWithWords()
+    {
+        auto& opened = open();
+        refuse ("OperationModeInfo", "earlier; ");
+        EXPECT_FALSE (opened.LeaveMeasurementMode());
+        log.emplace();
+        return opened;
+    }
+
+    /** A download that must fail like this, after which the slot is free and another one works. */
+    void expectFailure (Device2& opened, const std::string& words, const Lines& lines = {},
+                        const std::string& xml = description().text())
+    {
+        EXPECT_EQ (download (opened, xml), kResultFailed);
+        EXPECT_EQ (failuresLogged(), lines);
         EXPECT_EQ (takeLastError (opened), words);
-        FilterSet* set = nullptr;
-        EXPECT_FALSE (opened.GetFilterSet (2, 0, &set)) << "the set was taken out";
+        EXPECT_EQ (setsIn (opened, 2), 0u) << "the set was taken out";
+        EXPECT_TRUE (opened.SetVolume (0.5f)) << "the next exchange works";
     }
 
     void expectWorks (Device2& opened)
     {
         setFaults ("");
-        EXPECT_EQ (download (opened, smallText()), kResultOk);
+        EXPECT_EQ (download (opened), kResultOk);
         EXPECT_EQ (receiver->slots()[2].state, receiver::Slot::State::occupied);
     }
 
-    /** Leaves words of an earlier failure, which the next ones add to or replace. */
-    void leaveWords (Device2& opened)
-    {
-        receiver->addFault ({ .action = receiver::Fault::Action::refuse, .type = "OperationModeInfo", .text = "earlier; ", .body = {} });
-        EXPECT_FALSE (opened.LeaveMeasurementMode());
-    }
+    std::size_t chunks() const { return receiver->messageCount ("FilterDataChunk"); }
 };
 
 const std::string kFatalTimeout = "FATAL Fatal error sending FilterDataChunk message 'Filter data send failed, timeout'";
@@ -50,173 +58,119 @@ const std::string kFatalTimeout = "FATAL Fatal error sending FilterDataChunk mes
 
 TEST_F (DownloadFailure, TextAndSlotThatCannotBeLoaded)
 {
-    auto& opened = open();
-    leaveWords (opened);
+    auto& opened = openWithWords();
     const auto before = receiver->messages().size();
     EXPECT_EQ (download (opened, "no XML"), kResultBadFilterText);
-    EXPECT_EQ (download (opened, smallText(), 1), kResultChannelConflict) << "occupied since before the session";
-    EXPECT_EQ (download (opened, smallText(), 8), kResultFailed);
+    EXPECT_EQ (download (opened, description().text(), 1), kResultChannelConflict) << "occupied since before the session";
+    EXPECT_EQ (download (opened, description().text(), 8), kResultFailed);
     EXPECT_EQ (opened.DownloadFilterSet (2, nullptr, 0, &progress), kResultBadArgument);
     EXPECT_EQ (takeLastError (opened), "earlier; ");
     EXPECT_EQ (receiver->messages().size(), before);
+    EXPECT_EQ (setsIn (opened, 1), 1u) << "what the slot held stays";
     expectWorks (opened);
 }
 
-TEST_F (DownloadFailure, NoChannelOfARateHasAFilter)
+/** Nothing goes to the device when its own descriptions leave nothing to send. */
+TEST_F (DownloadFailure, DescriptionsThatCannotBeServed)
 {
-    profile.unit.mutable_devices (0)->mutable_configurations (0)->clear_channels();
-    auto& opened = open();
-    leaveWords (opened);
-    expectFailure (opened, "earlier; No supported filters");
-    EXPECT_EQ (receiver->messageCount ("LoadFilter"), 0u);
-}
+    using Device = veltraio::Unit::Device;
+    using Topologies = veltraio::TopologyInfo;
 
-TEST_F (DownloadFailure, AStructureThatNobodyKnows)
-{
-    profile.topologyInfo.mutable_topologies (0)->set_name ("WARP");
-    auto& opened = open();
-    leaveWords (opened);
-    expectFailure (opened, "earlier; Topology WARP not supported");
-}
-
-TEST_F (DownloadFailure, AConversionThatFails)
-{
-    profile.topologyInfo.mutable_topologies (0)->set_information ("");
-    auto& opened = open();
-    leaveWords (opened);
-    expectFailure (opened, "earlier; Required topology parameter not found");
-}
-
-TEST_F (DownloadFailure, NoRateHasAStructure)
-{
-    profile.topologyInfo.clear_topologies();
-    auto& opened = open();
-    leaveWords (opened);
-    expectFailure (opened, "earlier; No topology supported");
-}
-
-TEST_F (DownloadFailure, AStructureWithoutDataIsNothingToSend)
-{
-    profile.topologyInfo.mutable_topologies (0)->set_information ("NbrOfFIRTaps=0");
-    profile.topologyInfo.mutable_topologies (1)->set_name ("");
-    expectFailure (open(), "No topology supported");
-}
-
-TEST_F (DownloadFailure, ADeviceWithEndlessRates)
-{
-    auto& configuration = *profile.unit.mutable_devices (0)->mutable_configurations (0);
-    configuration.clear_samplerates();
-    profile.topologyInfo.clear_topologies();
-
-    for (std::uint32_t i = 0; i < 200; ++i)
+    struct Row
     {
-        configuration.add_samplerates (100 + i);
-        auto& topology = *profile.topologyInfo.add_topologies();
-        topology.set_name ("FIIR");
-        topology.set_samplerate (100 + i);
-        topology.set_information ("NbrOfFIRTaps=1;NbrOfIIRSections=0");
+        std::function<void (Device&, Topologies&)> change;
+        const char* words;
+    };
+
+    const auto addRates = [] (Device& device, Topologies& info)
+    {
+        for (std::uint32_t rate = 100; rate < 300; ++rate)
+        {
+            device.mutable_configurations (0)->add_samplerates (rate);
+            *info.add_topologies() = info.topologies (1);
+            info.mutable_topologies()->rbegin()->set_samplerate (rate);
+        }
+    };
+    const auto addChannels = [] (Device& device, Topologies&)
+    {
+        for (int i = 0; i < 5000; ++i)
+            device.mutable_configurations (0)->add_channels (0);
+    };
+
+    const Row rows[] = {
+        { [] (Device& d, Topologies&) { d.mutable_configurations (0)->clear_channels(); }, "No supported filters" },
+        { [] (Device&, Topologies& t) { t.mutable_topologies (0)->set_name ("WARP"); }, "Topology WARP not supported" },
+        { [] (Device&, Topologies& t) { t.mutable_topologies (0)->set_information (""); },
+          "Required topology parameter not found" },
+        { [] (Device&, Topologies& t) { t.clear_topologies(); }, "No topology supported" },
+        { [] (Device&, Topologies& t) { t.mutable_topologies (0)->set_information ("NbrOfFIRTaps=0");
+                                        t.mutable_topologies (1)->set_name (""); }, "No topology supported" },
+        { addRates, "Too many sample rates" },
+        { addChannels, "Too many channels" },
+    };
+
+    for (const auto& row : rows)
+    {
+        startAfresh();
+        profile = smallProfile();
+        row.change (*profile.unit.mutable_devices (0), profile.topologyInfo);
+        expectFailure (openWithWords(), std::string ("earlier; ") + row.words);
+        EXPECT_EQ (receiver->messageCount ("LoadFilter"), 0u);
     }
-
-    expectFailure (open(), "Too many sample rates");
-}
-
-TEST_F (DownloadFailure, ADeviceThatListsAChannelWithoutEnd)
-{
-    auto& configuration = *profile.unit.mutable_devices (0)->mutable_configurations (0);
-
-    for (int i = 0; i < 5000; ++i)
-        configuration.add_channels (0);
-
-    expectFailure (open(), "Too many channels");
-}
-
-TEST_F (DownloadFailure, ARefusedLoadFilter)
-{
-    auto& opened = open();
-    leaveWords (opened);
-    receiver->addFault ({ .action = receiver::Fault::Action::refuse, .type = "LoadFilter", .text = "slot is locked", .body = {} });
-    expectFailure (opened, "slot is locked", { "ERROR Error sending LoadFilter to endpoint device. slot is locked" });
-    EXPECT_EQ (receiver->messageCount ("FilterChannel"), 0u);
-    expectWorks (opened);
 }
 
 /** What a device says cannot pass for lines of the log. */
-TEST_F (DownloadFailure, ARefusalWithLineEnds)
+TEST_F (DownloadFailure, RefusedStages)
 {
-    auto& opened = open();
-    receiver->addFault ({ .action = receiver::Fault::Action::refuse, .type = "LoadFilter", .text = "a\nb\x1b[2J", .body = {} });
-    expectFailure (opened, "a\nb\x1b[2J", { "ERROR Error sending LoadFilter to endpoint device. a\\nb\\x1b[2J" });
+    struct Row { const char* stage; std::string words; Lines lines; };
+
+    const Row rows[] = {
+        { "LoadFilter", "slot\nis locked", { "ERROR Error sending LoadFilter to endpoint device. slot\\nis locked" } },
+        { "FilterChannel", "earlier; slot\nis locked", {} },
+        { "FilterData", "earlier; slot\nis locked", {} } };
+
+    for (const auto& row : rows)
+    {
+        startAfresh();
+        auto& opened = openWithWords();
+        refuse (row.stage, "slot\nis locked");
+        expectFailure (opened, row.words, row.lines);
+        EXPECT_EQ (chunks(), 0u);
+        expectWorks (opened);
+    }
 }
 
-TEST_F (DownloadFailure, ARefusedFilterChannel)
+/** A message above the limit cannot be sent; nothing is left to say about it. */
+TEST_F (DownloadFailure, StagesThatCannotBeSent)
 {
-    auto& opened = open();
-    leaveWords (opened);
-    receiver->addFault ({ .action = receiver::Fault::Action::refuse, .type = "FilterChannel", .first = 2, .text = "no such channel", .body = {} });
-    expectFailure (opened, "earlier; no such channel");
-    EXPECT_EQ (receiver->messageCount ("FilterChannel"), 2u);
+    auto& opened = openWithWords();
+    expectFailure (opened, "earlier; ", {}, description ("Room", std::string (1400, 't')).text());
+    EXPECT_EQ (receiver->messageCount ("LoadFilter"), 0u);
+    const auto longName = DescriptionBuilder().channel (std::string (1400, 'n'), 1).fir (44100, { 1.0f }).text();
+    expectFailure (opened, "", {}, longName);
     EXPECT_EQ (receiver->messageCount ("FilterData"), 0u);
     expectWorks (opened);
-}
 
-TEST_F (DownloadFailure, ARefusedFilterData)
-{
-    auto& opened = open();
-    leaveWords (opened);
-    receiver->addFault ({ .action = receiver::Fault::Action::refuse, .type = "FilterData", .text = "too much", .body = {} });
-    expectFailure (opened, "earlier; too much");
-    EXPECT_EQ (chunks(), 0u);
-    expectWorks (opened);
-}
-
-/** A LoadFilter above the message limit cannot be sent; nothing is left to say about it. */
-TEST_F (DownloadFailure, ALoadFilterThatCannotBeSent)
-{
-    auto& opened = open();
-    leaveWords (opened);
-    EXPECT_EQ (download (opened, filterText ("Room", std::string (1400, 't'), smallFilters())), kResultFailed);
-    EXPECT_EQ (takeLastError (opened), "earlier; ");
-    EXPECT_EQ (receiver->messageCount ("LoadFilter"), 0u);
-    expectWorks (opened);
-}
-
-TEST_F (DownloadFailure, AFilterChannelThatCannotBeSent)
-{
-    auto& opened = open();
-    auto filters = smallFilters();
-    filters[1].name = std::string (1400, 'n');
-    leaveWords (opened);
-    EXPECT_EQ (download (opened, filterText ("Room", "", filters)), kResultFailed);
-    EXPECT_EQ (takeLastError (opened), "earlier; ");
-    EXPECT_EQ (receiver->messageCount ("FilterChannel"), 1u);
-    expectWorks (opened);
-}
-
-TEST_F (DownloadFailure, FilterDataThatCannotBeSent)
-{
     // The numbers of all channels do not fit into a message that a single channel fits into.
-    constexpr std::uint32_t count = 40;
+    startAfresh();
     useFirOnly (16);
     profile.protocolInfo.set_messagelimit (100);
-    auto& device = *profile.unit.mutable_devices (0);
-    auto filters = smallFilters();
+    auto& info = *profile.unit.mutable_devices (0);
+    auto xml = description();
 
-    for (std::uint32_t i = 2; i < count; ++i)
+    for (std::uint32_t i = 2; i < 40; ++i)
     {
-        auto& channel = *device.add_outputchannels();
-        channel = device.outputchannels (0);
-        channel.set_channelindex (i);
-        device.mutable_configurations (0)->add_channels (i);
-        filters.push_back (filters[1]);
-        filters.back().number = static_cast<int> (i + 1);
+        *info.add_outputchannels() = info.outputchannels (0);
+        info.mutable_outputchannels()->rbegin()->set_channelindex (i);
+        info.mutable_configurations (0)->add_channels (i);
+        xml.channel ("C", static_cast<int> (i + 1)).fir (44100, { 1.0f });
     }
 
-    auto& opened = open();
-    EXPECT_EQ (download (opened, filterText ("Room", "", filters)), kResultFailed);
-    EXPECT_EQ (takeLastError (opened), "");
-    EXPECT_EQ (receiver->messageCount ("FilterChannel"), count);
+    auto& many = openWithWords();
+    expectFailure (many, "earlier; ", {}, xml.text());
+    EXPECT_EQ (receiver->messageCount ("FilterChannel"), 40u);
     EXPECT_EQ (receiver->messageCount ("FilterData"), 0u);
-    expectWorks (opened);
+    expectWorks (many);
 }
 
 TEST_F (DownloadFailure, ALostChunkIsSentAgain)
@@ -224,77 +178,53 @@ TEST_F (DownloadFailure, ALostChunkIsSentAgain)
     settings["FilterDataChunkTimeout"] = "50";
     auto& opened = open();
     setFaults ("lose FilterDataChunk 3");
-    log.clear();
-    EXPECT_EQ (download (opened, smallText()), kResultOk);
+    EXPECT_EQ (download (opened), kResultOk);
     EXPECT_EQ (failuresLogged(), (Lines { "WARN Timeout sending FilterDataChunk error = 3, offset 18 bytes, size 9 bytes" }));
     EXPECT_EQ (chunks(), 8u + 15u + 1u);
     EXPECT_EQ (takeLastError (opened), "");
     EXPECT_EQ (receiver->slots()[2].state, receiver::Slot::State::occupied);
 }
 
-TEST_F (DownloadFailure, AttemptsThatAllTimeOut)
+TEST_F (DownloadFailure, ChunksWhoseAttemptsAreUsedUp)
 {
-    settings["FilterDataChunkTimeout"] = "50";
-    settings["FilterDataChunkRetries"] = "2";
-    auto& opened = open();
-    setFaults ("lose FilterDataChunk *");
     const std::string timeout = "WARN Timeout sending FilterDataChunk error = 3, offset 0 bytes, size 9 bytes";
-    expectFailure (opened, "Filter data send failed, timeout", { timeout, timeout, kFatalTimeout });
-    EXPECT_EQ (chunks(), 2u);
-    expectWorks (opened);
-}
+    const std::string refusal = "ERROR Error sending FilterDataChunk error = 0, offset 0 bytes, size 9 bytes";
+    const std::string busy = "ERROR Error message 'flash is busy'";
+    const std::string fatalBusy = "FATAL Fatal error sending FilterDataChunk message 'flash is busy'";
 
-/** One attempt is made however few are allowed. */
-TEST_F (DownloadFailure, WithOneRetryOrNoneTheFirstTimeOutIsFatal)
-{
-    for (const auto* retries : { "1", "0", "-7" })
+    struct Row { const char* retries; const char* fault; const char* words; Lines lines; };
+
+    const Row rows[] = {
+        { "2", "lose FilterDataChunk *", "Filter data send failed, timeout", { timeout, timeout, kFatalTimeout } },
+        { "1", "lose FilterDataChunk *", "Filter data send failed, timeout", { timeout, kFatalTimeout } },
+        { "0", "lose FilterDataChunk *", "Filter data send failed, timeout", { timeout, kFatalTimeout } },
+        { "-7", "refuse FilterDataChunk *", "Filter data send failed, timeout", { refusal, kFatalTimeout } },
+        { "2", "refuse FilterDataChunk 1 'flash is busy'\nlose FilterDataChunk 2", "flash is busy",
+          { refusal, busy, timeout, fatalBusy } } };
+
+    for (const auto& row : rows)
     {
-        plugin = nullptr;
+        startAfresh();
         settings["FilterDataChunkTimeout"] = "50";
-        settings["FilterDataChunkRetries"] = retries;
+        settings["FilterDataChunkRetries"] = row.retries;
         auto& opened = open();
-        setFaults ("lose FilterDataChunk *");
-        const auto before = chunks();
-        EXPECT_EQ (download (opened, smallText()), kResultFailed);
-        EXPECT_EQ (chunks(), before + 1) << retries;
+        setFaults (row.fault);
+        log.emplace();
+        expectFailure (opened, row.words, row.lines);
+        expectWorks (opened);
     }
-}
-
-TEST_F (DownloadFailure, ARefusalOutlastsALaterTimeOut)
-{
-    settings["FilterDataChunkTimeout"] = "50";
-    settings["FilterDataChunkRetries"] = "2";
-    auto& opened = open();
-    leaveWords (opened);
-    setFaults ("refuse FilterDataChunk 2 'flash is busy'\nlose FilterDataChunk 3");
-    expectFailure (opened, "flash is busy", {
-        "ERROR Error sending FilterDataChunk error = 0, offset 9 bytes, size 9 bytes", "ERROR Error message 'flash is busy'",
-        "WARN Timeout sending FilterDataChunk error = 3, offset 9 bytes, size 9 bytes",
-        "FATAL Fatal error sending FilterDataChunk message 'flash is busy'" });
-    expectWorks (opened);
-}
-
-TEST_F (DownloadFailure, ARefusalWithoutWords)
-{
-    settings["FilterDataChunkRetries"] = "1";
-    auto& opened = open();
-    setFaults ("refuse FilterDataChunk *");
-    expectFailure (opened, "Filter data send failed, timeout",
-                   { "ERROR Error sending FilterDataChunk error = 0, offset 0 bytes, size 9 bytes", kFatalTimeout });
 }
 
 TEST_F (DownloadFailure, ChunksThatCannotBeSent)
 {
-    settings["FilterDataChunkTimeout"] = "50";
     settings["FilterDataChunkRetries"] = "2";
     auto& opened = open();
     progress.onProgress = [this] { breakConnections(); return true; };
-    EXPECT_EQ (download (opened, smallText()), kResultFailed);
+    EXPECT_EQ (download (opened), kResultFailed);
     EXPECT_EQ (takeLastError (opened), "Filter data send failed, timeout");
-    EXPECT_TRUE (log.has (kFatalTimeout));
+    EXPECT_EQ (failuresLogged(), (Lines { kFatalTimeout }));
     EXPECT_EQ (chunks(), 1u);
-    FilterSet* set = nullptr;
-    EXPECT_FALSE (opened.GetFilterSet (2, 0, &set));
+    EXPECT_EQ (setsIn (opened, 2), 0u);
 }
 
 /** No device has a limit so small that the messages before the chunks would fit and these would not. */
@@ -306,16 +236,13 @@ TEST_F (DownloadFailure, AMessageLimitWithoutRoomForASample)
     dispatcher.setMessageLimit (15 + 2 + 2 + 2 + 2 + 3);
     juce::PropertySet none;
     std::string words = "earlier";
-    const veltraio::Unit::Device device;
-    const veltraio::TopologyInfo info;
-    const plugin::DownloadTarget target { dispatcher, 0, device, info, none, words };
+    const plugin::DownloadTarget target { dispatcher, 0, profile.unit.devices (0), profile.topologyInfo, none, words };
     plugin::Progress silent (nullptr);
-    juce::MemoryBlock blob (1000, true);
+    const juce::MemoryBlock blob (1000, true);
 
-    plugin::ChunkSender sender (target, 0, blob.getSize(), silent);
-    EXPECT_THROW (sender.send (blob), EResult);
+    EXPECT_THROW (plugin::ChunkSender (target, 0, blob.getSize(), silent).send (blob), EResult);
     EXPECT_EQ (words, "Message limit too small for filter data");
-    EXPECT_TRUE (log.has ("FATAL Fatal error sending FilterDataChunk message 'Message limit too small for filter data'"));
+    EXPECT_EQ (failuresLogged(), (Lines { "FATAL Fatal error sending FilterDataChunk message '" + words + "'" }));
     EXPECT_EQ (chunks(), 0u);
 }
 

@@ -1,56 +1,63 @@
 #pragma once
 
 #include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <optional>
 #include <string>
 
+#include <dlfcn.h>
+
+#include "tools/veltra/ModuleFile.h"
+#include "tools/veltra/SharedLibrary.h"
+#include "veltratune_io/Device.h"
 #include "veltratune_io/Plugin.h"
 
 namespace veltra::test {
 
-/** A folder that is gone when the object is. */
-class TemporaryFolder
-{
-public:
-    TemporaryFolder();
-    ~TemporaryFolder();
-
-    TemporaryFolder (const TemporaryFolder&) = delete;
-    TemporaryFolder& operator= (const TemporaryFolder&) = delete;
-
-    const std::filesystem::path path;
-};
-
-std::string readFile (const std::filesystem::path& file);
-void writeFile (const std::filesystem::path& file, const std::string& text);
-
-/** A settings file's text with one entry. */
-std::string settingsText (const std::string& key, const std::string& value);
-
-/** Copies the built module to a folder, where a settings file may stand beside it. */
-std::filesystem::path copyModule (const std::filesystem::path& folder);
-
 /** The module, loaded as a host loads it. */
 class HostModule
 {
+    std::optional<host::SharedLibrary> library;
+
 public:
-    /** @param file  the built one by default; a relative path is passed on as it is */
-    explicit HostModule (const std::filesystem::path& file = MODULE_FILE);
-    ~HostModule();
+    explicit HostModule (const std::filesystem::path& file)
+        : library (std::in_place, file),
+          get (library->function<veltratune_io::Plugin* (std::uint32_t)> ("GetVersionedPluginObject")),
+          release (library->function<void (veltratune_io::Plugin*)> ("ReleaseVersionedPluginObject")),
+          setLogPath (library->function<void (const char*, std::int32_t, std::int32_t)> ("SetLogPath"))
+    {
+    }
 
-    HostModule (const HostModule&) = delete;
-    HostModule& operator= (const HostModule&) = delete;
-
-    void unload();
+    void unload() { library.reset(); }
 
     /** Whether a file is loaded in this process. */
-    static bool isLoaded (const std::filesystem::path& file);
+    static bool isLoaded (const std::filesystem::path& file)
+    {
+        void* const loaded = dlopen (file.c_str(), RTLD_NOW | RTLD_NOLOAD);
 
-    decltype (&::GetVersionedPluginObject) get = nullptr;
-    decltype (&::ReleaseVersionedPluginObject) release = nullptr;
-    decltype (&::SetLogPath) setLogPath = nullptr;
+        if (loaded != nullptr)
+            dlclose (loaded);
 
-private:
-    void* handle = nullptr;
+        return loaded != nullptr;
+    }
+
+    static veltratune_io::Device2& device (veltratune_io::Plugin& plugin)
+    {
+        veltratune_io::Device* found = nullptr;
+        plugin.GetDevice (0, &found);
+        return static_cast<veltratune_io::Device2&> (*found);
+    }
+
+    decltype (&::GetVersionedPluginObject) const get;
+    decltype (&::ReleaseVersionedPluginObject) const release;
+    decltype (&::SetLogPath) const setLogPath;
 };
+
+inline std::string readFile (const std::filesystem::path& file)
+{
+    std::ifstream stream (file, std::ios::binary);
+    return { std::istreambuf_iterator<char> (stream), {} };
+}
 
 }

@@ -13,24 +13,25 @@ struct Operation
 {
     enum class Kind
     {
-        query,         ///< answered by a message; leaves no words
-        command,       ///< answered by Acknowledge; leaves no words
-        wordyCommand   ///< the same, and leaves the refusal or "Timeout" for GetLastError
+        query,        ///< answered by a message; leaves no words
+        quietCommand, ///< answered by Acknowledge; leaves no words
+        wordyCommand  ///< the same, and leaves the refusal or "Timeout" for GetLastError
     };
 
     std::string name;
-    std::string fault;    ///< what a fault script calls its message
-    std::string type;     ///< of its message
-    std::string message;  ///< that goes out, in protobuf's text form on one line
     Kind kind;
+    std::string type;    ///< of its message
+    std::string fault;   ///< what a fault script calls that
+    std::string message; ///< what goes out, in protobuf's text form
     std::function<std::string (veltratune_io::Device2&)> run; ///< returns its result as text
-    std::string success;
-    std::string failure;
-    std::string logged;   ///< line of a failure; empty for none
+    std::string success, failure; ///< what that should be
+
+    /** The text form of a message of its type. */
+    std::function<std::string (const std::string& body)> textOf;
 };
 
-/** All operations of measurement control that need the network. The device is that of smallProfile(), on which
-    SetVolume (0.5), SetChannelAttenuation (1, 3) and SetActiveFilterSlot (2) have been called. */
+/** All operations of measurement control that need the network, in an order in which each succeeds on the device of
+    DeviceFixture. */
 const std::vector<Operation>& operations();
 
 }

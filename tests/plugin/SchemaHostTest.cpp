@@ -2,6 +2,9 @@
     A host that has the protocol's schema itself, as full protobuf classes, and logs with log4cplus itself.
 */
 
+#include <csignal>
+#include <cstdio>
+
 #include <google/protobuf/descriptor.h>
 #include <google/protobuf/text_format.h>
 #include <gtest/gtest.h>
@@ -9,8 +12,7 @@
 
 #include "protocol/veltraio.pb.h" // the test's own, not the module's
 #include "tests/plugin/HostModule.h"
-#include "tests/plugin/LogCapture.h"
-#include "tests/plugin/ReceiverProcess.h"
+#include "tests/support/LogLines.h"
 #include "veltratune_io/Device.h"
 
 namespace veltra::test {
@@ -29,17 +31,42 @@ void expectHostSchemaWorks()
     EXPECT_EQ (volume.ShortDebugString(), "deviceIndex: 3 volume: 0.5");
 }
 
+/** The simulated receiver as a program of its own: its library has classes of the schema too. */
+class ReceiverProcess
+{
+public:
+    ReceiverProcess() : output (popen ("echo $$; exec " RECEIVER_PROGRAM " --profile stereo --port 0 --log nothing", "r"))
+    {
+        char where[64] = "";
+
+        if (std::fscanf (output, "%d Listening on %63s", &process, where) == 2)
+            address = where;
+    }
+
+    ~ReceiverProcess()
+    {
+        if (process > 0)
+            kill (process, SIGTERM);
+
+        pclose (output);
+    }
+
+    ReceiverProcess (const ReceiverProcess&) = delete;
+    ReceiverProcess& operator= (const ReceiverProcess&) = delete;
+
+    std::string address;
+
+private:
+    FILE* const output;
+    pid_t process = 0;
+};
+
 class SchemaHost : public testing::Test
 {
 protected:
-    SchemaHost() : file (copyModule (folder.path))
-    {
-        writeFile (folder.path / "MorvaneVeltraIO.settings", settingsText ("Device", "TCP:" + receiver.address()));
-    }
-
-    const TemporaryFolder folder;
-    const std::filesystem::path file;
-    const ReceiverProcess receiver { "stereo" };
+    const ReceiverProcess receiver;
+    const host::ModuleCopy copy { MODULE_FILE, { { "Device", "TCP:" + receiver.address } } };
+    const std::filesystem::path log = copy.path().parent_path() / "veltra.log";
 };
 
 }
@@ -47,53 +74,44 @@ protected:
 TEST_F (SchemaHost, LivesBesideTheModuleHoweverOftenThatComesAndGoes)
 {
     expectHostSchemaWorks();
-    const auto log = folder.path / "veltra.log";
     testing::internal::CaptureStderr();
 
     for (int round = 0; round < 3; ++round)
     {
-        HostModule module (file);
+        HostModule module (copy.path());
         module.setLogPath (log.c_str(), -1, 10000);
         auto* const plugin = module.get (5);
         ASSERT_TRUE (plugin->FindDevices());
-        Device* device = nullptr;
-        ASSERT_TRUE (plugin->GetDevice (0, &device));
-        EXPECT_STREQ (device->GetName(), "Morvane|Stereo 2|Main");
-        EXPECT_TRUE (device->SetVolume (0.5f));
+        EXPECT_STREQ (HostModule::device (*plugin).GetName(), "Morvane|Stereo 2|Main");
         expectHostSchemaWorks();
         module.release (plugin);
         module.unload();
-        EXPECT_FALSE (HostModule::isLoaded (file));
+        EXPECT_FALSE (HostModule::isLoaded (copy.path()));
         expectHostSchemaWorks();
     }
 
     EXPECT_EQ (testing::internal::GetCapturedStderr(), "");
-    EXPECT_NE (readFile (log).find ("manufacturer: \"Morvane\""), std::string::npos) << "the text form works beside the host's";
+    EXPECT_NE (readFile (log).find ("manufacturer: \"Morvane\""), std::string::npos) << "the text form works too";
 }
 
 TEST_F (SchemaHost, KeepsItsOwnLog)
 {
-    LogCapture own;
+    const LogLines own;
     auto root = log4cplus::Logger::getRoot();
     root.setLogLevel (log4cplus::INFO_LOG_LEVEL);
-    HostModule module (file);
-    EXPECT_EQ (root.getLogLevel(), log4cplus::INFO_LOG_LEVEL);
-    EXPECT_EQ (root.getAllAppenders().size(), 1u);
-
-    auto* const plugin = module.get (5);
-    ASSERT_TRUE (plugin->FindDevices());
-    EXPECT_TRUE (own.has ("INFO Device is specified as TCP:" + receiver.address() + ", skipping UPnP search"))
+    HostModule module (copy.path());
+    ASSERT_TRUE (module.get (5)->FindDevices());
+    EXPECT_EQ (own.all().front().text, "Device is specified as TCP:" + receiver.address + ", skipping UPnP search")
         << "the module's lines go where the host's go";
     module.unload();
     EXPECT_EQ (root.getAllAppenders().size(), 1u);
     EXPECT_EQ (root.getLogLevel(), log4cplus::INFO_LOG_LEVEL);
 }
 
-/** A host that has no log keeps one that the module leaves behind from complaining. */
 TEST_F (SchemaHost, AModuleThatIsUnloadedWithoutReleaseLeavesNoLogFileOpen)
 {
-    HostModule module (file);
-    module.setLogPath ((folder.path / "veltra.log").c_str(), -1, 0);
+    HostModule module (copy.path());
+    module.setLogPath (log.c_str(), -1, 0);
     ASSERT_TRUE (module.get (5)->FindDevices());
     auto root = log4cplus::Logger::getRoot();
     EXPECT_EQ (root.getAllAppenders().size(), 1u);

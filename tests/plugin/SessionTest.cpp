@@ -20,25 +20,21 @@ class SessionOpening : public DeviceFixture
 protected:
     std::string address() const { return "TCP:" + receiver->address(); }
 
-    /** Gives the device channels enough for a StartStimulus of any length. */
-    void addChannels (int count)
+    /** Opens a device with many channels and tells whether a StartStimulus whose envelope has so many bytes goes out. */
+    bool goesOut (std::size_t envelopeBytes)
     {
-        for (int i = 2; i < count; ++i)
+        startAfresh();
+
+        for (std::uint32_t i = 2; i < 300; ++i)
         {
             auto& channel = *profile.unit.mutable_devices (0)->add_outputchannels();
-            channel.set_name ("C");
-            channel.set_type (veltraio::Unit::Device::ChannelInfo::Type_kSmall);
-            channel.set_channelindex (static_cast<std::uint32_t> (i));
+            channel = profile.unit.devices (0).outputchannels (0);
+            channel.set_channelindex (i);
         }
-    }
 
-    /** Whether a StartStimulus whose envelope has so many bytes goes out. */
-    bool goesOut (Device2& target, std::size_t envelopeBytes)
-    {
-        const auto before = receiver->messageCount ("StartStimulus");
         const std::vector<std::uint32_t> channels ((envelopeBytes - 15 - 6) / 2, 1);
-        target.StartStimulus (kStimulusNoise, channels.data(), static_cast<std::uint32_t> (channels.size()), 0);
-        return receiver->messageCount ("StartStimulus") == before + 1;
+        open().StartStimulus (kStimulusNoise, channels.data(), static_cast<std::uint32_t> (channels.size()), 0);
+        return receiver->messageCount ("StartStimulus") == 1;
     }
 };
 
@@ -48,11 +44,12 @@ TEST_F (SessionOpening, FourDescriptionsAreReadInOrder)
 {
     ASSERT_TRUE (find());
 
-    EXPECT_EQ (received<veltraio::Request> ("Request"), (std::vector<std::string> {
+    EXPECT_EQ (received<veltraio::Request>(), (Lines {
         "requestType: RequestType_kGetProtocolInfo deviceIndex: 0", "requestType: RequestType_kGetUnit deviceIndex: 0",
-        "requestType: RequestType_kGetTopologyInfo deviceIndex: 0", "requestType: RequestType_kGetStimulusInfo deviceIndex: 0" }));
+        "requestType: RequestType_kGetTopologyInfo deviceIndex: 0",
+        "requestType: RequestType_kGetStimulusInfo deviceIndex: 0" }));
 
-    EXPECT_EQ (log.lines(), (std::vector<std::string> {
+    EXPECT_EQ (logged(), (Lines {
         "INFO Device is specified as " + address() + ", skipping UPnP search",
         "DEBUG Connecting to device @ '" + address() + "'...",
         "DEBUG Connected! Querying ProtocolInfo...",
@@ -63,73 +60,54 @@ TEST_F (SessionOpening, FourDescriptionsAreReadInOrder)
         "DEBUG Got device stimulus info:\n" + veltraio::toText (profile.stimulusInfo) }));
 }
 
-TEST_F (SessionOpening, TheStatedMessageLimitReplacesTheDefault)
+TEST_F (SessionOpening, TheMessageLimitIsTheDevicesOrTheDefault)
 {
+    profile.protocolInfo.set_versioninfo (77); // accepted without comment
     profile.protocolInfo.set_messagelimit (301);
-    addChannels (300);
-    auto& opened = open();
-    EXPECT_TRUE (goesOut (opened, 301));
-    EXPECT_FALSE (goesOut (opened, 303));
-}
+    EXPECT_TRUE (goesOut (301));
+    EXPECT_FALSE (goesOut (303));
 
-TEST_F (SessionOpening, ALimitOfZeroMeansNone)
-{
     profile.protocolInfo.set_messagelimit (0);
-    addChannels (300);
-    EXPECT_TRUE (goesOut (open(), 1201));
+    EXPECT_TRUE (goesOut (601)) << "0 means no limit";
+
+    profile.protocolInfo.clear_messagelimit();
+    EXPECT_TRUE (goesOut (459));
+    EXPECT_FALSE (goesOut (461));
 }
 
 TEST_F (SessionOpening, WithoutProtocolInfoTheDefaultLimitHolds)
 {
-    addChannels (300);
     setFaults ("refuse GetProtocolInfo *");
     auto& opened = open();
-    EXPECT_TRUE (log.has ("WARN Error retrieveing Protocol information"));
-    EXPECT_TRUE (goesOut (opened, 459));
-    EXPECT_FALSE (goesOut (opened, 461));
+    EXPECT_EQ (failuresLogged(), (Lines { "WARN Error retrieveing Protocol information" }));
+    EXPECT_EQ (download (opened, description ("Room", std::string (460, 't')).text()), kResultFailed);
+    EXPECT_EQ (receiver->messageCount ("LoadFilter"), 0u) << "above 460 bytes";
+    EXPECT_EQ (download (opened), kResultOk);
 }
 
-TEST_F (SessionOpening, ALimitThatIsNotStatedIsTheDefault)
-{
-    addChannels (300);
-    profile.protocolInfo.clear_messagelimit();
-    profile.protocolInfo.set_versioninfo (77); // accepted without comment
-    EXPECT_FALSE (goesOut (open(), 461));
-}
-
-TEST_F (SessionOpening, ARefusedDescriptionDropsTheCandidate)
+TEST_F (SessionOpening, ADescriptionThatIsRefusedDropsTheCandidate)
 {
     const std::pair<std::string, std::string> descriptions[] = {
-        { "GetUnit", "Unit" }, { "GetTopologyInfo", "Topology" }, { "GetStimulusInfo", "Stimulus" } };
+        { "refuse GetUnit 1 'not today'", "Unit" }, { "refuse GetTopologyInfo 1", "Topology" },
+        { "refuse GetStimulusInfo 1", "Stimulus" }, { "answer GetUnit 1 Acknowledge 'ok: true'", "Unit" } };
 
-    for (const auto& [request, word] : descriptions)
+    for (const auto& [fault, word] : descriptions)
     {
-        log.clear();
-        setFaults ("refuse " + request + " 1 'not today'");
+        log.emplace();
+        setFaults (fault);
         EXPECT_FALSE (find());
-        EXPECT_TRUE (log.has ("ERROR Error retrieveing " + word + " information"));
-        EXPECT_TRUE (receiver->waitFor ([this] { return receiver->openSessions() == 0; }))
-            << "its connection was kept after " << request;
+        EXPECT_EQ (failuresLogged(), (Lines { "ERROR Error retrieveing " + word + " information" }));
+        EXPECT_TRUE (receiver->waitFor ([this] { return receiver->openSessions() == 0; })) << fault;
     }
 
     EXPECT_TRUE (find()) << "and the next search finds it";
-}
-
-/** An Acknowledge with ok true is no answer either. */
-TEST_F (SessionOpening, OnlyTheDescriptionItselfCountsAsAnAnswer)
-{
-    setFaults ("answer GetUnit 1 Acknowledge 'ok: true'");
-    EXPECT_FALSE (find());
-    EXPECT_TRUE (log.has ("ERROR Error retrieveing Unit information"));
 }
 
 TEST_F (SessionOpening, AUnitWithoutDevicesIsDroppedWithoutAWord)
 {
     profile.unit.clear_devices();
     EXPECT_FALSE (find());
-
-    for (const auto& line : log.lines())
-        EXPECT_FALSE (line.starts_with ("WARN") || line.starts_with ("ERROR")) << line;
+    EXPECT_TRUE (failuresLogged().empty());
 }
 
 TEST_F (SessionOpening, OnlyTheFirstOfAUnitsDevicesIsMade)
@@ -137,11 +115,9 @@ TEST_F (SessionOpening, OnlyTheFirstOfAUnitsDevicesIsMade)
     *profile.unit.add_devices() = profile.unit.devices (0);
     profile.unit.mutable_devices (1)->set_name ("Zone 2");
     ASSERT_TRUE (find());
-
-    Device* found = nullptr;
-    ASSERT_TRUE (plugin->GetDevice (0, &found));
-    EXPECT_STREQ (found->GetName(), "Morvane|Stereo 2|Main");
-    EXPECT_FALSE (plugin->GetDevice (1, &found));
+    EXPECT_STREQ (device (0).GetName(), "Morvane|Stereo 2|Main");
+    Device* second = nullptr;
+    EXPECT_FALSE (plugin->GetDevice (1, &second));
 }
 
 TEST_F (SessionOpening, AnotherSearchAddsToWhatIsThere)
@@ -156,13 +132,12 @@ TEST_F (SessionOpening, AnotherSearchAddsToWhatIsThere)
 
 TEST_F (SessionOpening, WhereNobodyListensTheSearchFails)
 {
-    for (const auto* address : { "TCP:127.0.0.1:1", "TCP:127.0.0.1", "TCP:", "SERIAL:1", "nonsense", ":" })
+    for (const auto* where : { "TCP:127.0.0.1:1", "TCP:127.0.0.1", "TCP:", "SERIAL:1", "nonsense", ":" })
     {
-        plugin = nullptr;
-        log.clear();
-        settings["Device"] = address;
-        EXPECT_FALSE (find()) << address;
-        EXPECT_TRUE (log.has (std::string ("WARN Connection to device @ '") + address + "' failed")) << address;
+        startAfresh();
+        settings["Device"] = where;
+        EXPECT_FALSE (find()) << where;
+        EXPECT_EQ (failuresLogged().back(), std::string ("WARN Connection to device @ '") + where + "' failed");
     }
 }
 
@@ -172,19 +147,17 @@ TEST_F (SessionOpening, ADescriptionInSmallPiecesAmongNoiseArrives)
     EXPECT_TRUE (find());
 }
 
-TEST_F (SessionOpening, WithoutTheSettingNothingIsFoundYet)
+TEST_F (SessionOpening, WithoutTheSettingTheNetworkIsSearched)
 {
-    settings = { { "Device", "" }, { "ST", "urn:x" }, { "UPnPTimeout", "soon" } };
+    settings = { { "Device", "" }, { "ST", "urn:x" }, { "UPnPTimeout", "no time at all" } };
     EXPECT_FALSE (find());
-    EXPECT_TRUE (log.has ("DEBUG Start device scan (filter='urn:x')"));
+    EXPECT_TRUE (log->contains ("DEBUG", "Start device scan (filter='urn:x')"));
 }
 
 TEST_F (SessionOpening, AFriendlyNameStandsInForANamelessDevice)
 {
-    profile.unit.mutable_devices (0)->clear_name();
     profile.unit.mutable_devices (0)->set_name ("");
-    ASSERT_TRUE (find());
-    EXPECT_STREQ (device (0).GetName(), "Morvane|Stereo 2|");
+    EXPECT_STREQ (open().GetName(), "Morvane|Stereo 2|");
 
     veltraio::ConnectionManager manager (0);
     juce::PropertySet none;
@@ -193,9 +166,8 @@ TEST_F (SessionOpening, AFriendlyNameStandsInForANamelessDevice)
     EXPECT_STREQ (session->device->GetName(), "Morvane|Stereo 2|Lounge");
 }
 
-TEST (Scan, DevicesBecomeCandidatesInTheOrderOfArrival)
+TEST_F (SessionOpening, ScannedDevicesBecomeCandidatesInTheOrderOfArrival)
 {
-    const LogCapture log;
     plugin::CandidateList candidates;
     veltraio::ConnectionManager nobody (99); // no transport of this kind
     plugin::ScanCallback scan (nobody, candidates, "x");
@@ -208,10 +180,9 @@ TEST (Scan, DevicesBecomeCandidatesInTheOrderOfArrival)
 
     const auto found = candidates.take();
     ASSERT_EQ (found.size(), 2u);
-    EXPECT_EQ (found[0].address, "TCP:192.0.2.1:6000");
-    EXPECT_EQ (found[0].friendlyName, "Lounge");
-    EXPECT_EQ (found[1].address, "TCP:192.0.2.2:6000");
-    EXPECT_EQ (log.lines(), (std::vector<std::string> {
+    EXPECT_EQ (found[0].address + found[0].friendlyName, "TCP:192.0.2.1:6000Lounge");
+    EXPECT_EQ (found[1].address + found[1].friendlyName, "TCP:192.0.2.2:6000");
+    EXPECT_EQ (logged(), (Lines {
         "DEBUG Start device scan (filter='x')", "DEBUG Device scanning started...",
         "DEBUG Device added: VeltraIO (TCP:192.0.2.1:6000) friendlyName = Lounge",
         "DEBUG Device added: VeltraIO (TCP:192.0.2.2:6000) friendlyName = ", "DEBUG Device scanning ended..." }));

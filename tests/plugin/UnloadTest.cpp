@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 
 #include "tools/receiver/Receiver.h"
-#include "veltratune_io/Device.h"
 
 namespace veltra::test {
 
@@ -17,48 +16,27 @@ namespace {
 
 using namespace veltratune_io;
 
-std::size_t countIn (const char* folder)
-{
-    std::size_t count = 0;
-
-    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator (folder))
-        ++count;
-
-    return count;
-}
-
-std::size_t threads()   { return countIn ("/proc/self/task"); }
-std::size_t openFiles() { return countIn ("/proc/self/fd"); }
+std::ptrdiff_t entriesIn (const char* folder) { return std::distance (std::filesystem::directory_iterator (folder), {}); }
+std::ptrdiff_t threads()   { return entriesIn ("/proc/self/task"); }
+std::ptrdiff_t openFiles() { return entriesIn ("/proc/self/fd"); }
 
 /** A copy of the module that finds a receiver of this process. */
 class Unload : public testing::Test
 {
 protected:
-    Unload() : file (copyModule (folder.path))
-    {
-        writeFile (folder.path / "MorvaneVeltraIO.settings", settingsText ("Device", "TCP:" + receiver.address()));
-    }
+    bool sessionsAre (std::uint32_t count) { return receiver.waitFor ([=, this] { return receiver.openSessions() == count; }); }
 
-    bool allSessionsEnd() { return receiver.waitFor ([this] { return receiver.openSessions() == 0; }); }
-
-    static Device2& device (Plugin& plugin, std::uint32_t index = 0)
-    {
-        Device* found = nullptr;
-        EXPECT_TRUE (plugin.GetDevice (index, &found));
-        return static_cast<Device2&> (*found);
-    }
-
-    const TemporaryFolder folder;
-    const std::filesystem::path file;
     receiver::Receiver receiver { receiver::shippedProfile ("stereo") };
+    const host::ModuleCopy copy { MODULE_FILE, { { "Device", "TCP:" + receiver.address() } } };
+    const std::filesystem::path file = copy.path();
 };
 
 }
 
 TEST_F (Unload, AHundredTimesInOneProcess)
 {
-    const auto log = folder.path / "veltra.log";
-    std::size_t threadsOfFirst = 0, filesOfFirst = 0;
+    const auto log = file.parent_path() / "veltra.log";
+    std::ptrdiff_t threadsOfFirst = 0, filesOfFirst = 0;
     testing::internal::CaptureStderr();
 
     for (int round = 0; round < 100; ++round)
@@ -69,16 +47,15 @@ TEST_F (Unload, AHundredTimesInOneProcess)
             module.setLogPath (log.c_str(), -1, 0);
 
         auto* const plugin = module.get (kPluginInterfaceVersion);
-        ASSERT_NE (plugin, nullptr);
         ASSERT_TRUE (plugin->FindDevices());
-        EXPECT_TRUE (device (*plugin).SetVolume (0.5f));
+        EXPECT_TRUE (HostModule::device (*plugin).SetVolume (0.5f));
 
         if (round % 3 != 0) // else it is left over
             module.release (plugin);
 
         module.unload();
         ASSERT_FALSE (HostModule::isLoaded (file)) << "in round " << round;
-        ASSERT_TRUE (allSessionsEnd());
+        ASSERT_TRUE (sessionsAre (0));
 
         if (round == 0) // libraries below the module may start threads of their own, once
         {
@@ -101,41 +78,51 @@ TEST_F (Unload, ObjectsThatAreLeftGoWithTheirConnections)
     HostModule module (file);
     auto* const first = module.get (kPluginInterfaceVersion);
     auto* const second = module.get (kPluginInterfaceVersion);
-    ASSERT_TRUE (first->FindDevices());
-    ASSERT_TRUE (first->FindDevices());
-    ASSERT_TRUE (second->FindDevices());
-    ASSERT_EQ (device (*first).EnterMeasurementMode (48000, 0, 2, nullptr), kResultOk);
-    EXPECT_EQ (receiver.openSessions(), 3u);
+    ASSERT_TRUE (first->FindDevices() && first->FindDevices() && second->FindDevices());
+    ASSERT_EQ (HostModule::device (*first).EnterMeasurementMode (48000, 0, 2, nullptr), kResultOk);
+    EXPECT_TRUE (sessionsAre (3));
 
     module.unload();
     EXPECT_FALSE (HostModule::isLoaded (file));
-    EXPECT_TRUE (allSessionsEnd());
+    EXPECT_TRUE (sessionsAre (0));
 }
 
 TEST_F (Unload, TwoObjectsWorkSideBySide)
 {
-    HostModule module (file);
+    const HostModule module (file);
     auto* const first = module.get (kPluginInterfaceVersion);
     auto* const second = module.get (kPluginInterfaceVersion);
-    ASSERT_TRUE (first->FindDevices());
-    ASSERT_TRUE (second->FindDevices());
-    EXPECT_TRUE (device (*first).SetActiveFilterSlot (1));
-    EXPECT_EQ (device (*second).GetActiveFilterSlot(), 1u);
+    ASSERT_TRUE (first->FindDevices() && second->FindDevices());
+    EXPECT_TRUE (HostModule::device (*first).SetActiveFilterSlot (1));
+    EXPECT_EQ (HostModule::device (*second).GetActiveFilterSlot(), 1u);
 
     module.release (first);
-    EXPECT_TRUE (receiver.waitFor ([this] { return receiver.openSessions() == 1; }));
-    EXPECT_TRUE (device (*second).SetActiveFilterSlot (0)) << "releasing one leaves the other's session";
+    EXPECT_TRUE (sessionsAre (1));
+    EXPECT_TRUE (HostModule::device (*second).SetActiveFilterSlot (0)) << "the other's session goes on";
     module.release (second);
-    EXPECT_TRUE (allSessionsEnd());
+    EXPECT_TRUE (sessionsAre (0));
+}
+
+/** The objects go while the program's static objects do. */
+TEST_F (Unload, AProcessThatEndsWithoutReleaseEndsWell)
+{
+    GTEST_FLAG_SET (death_test_style, "threadsafe");
+    EXPECT_EXIT (
+    {
+        const HostModule module (file);
+        module.setLogPath ((file.parent_path() / "veltra.log").c_str(), -1, 0);
+        const bool isOpen = module.get (kPluginInterfaceVersion)->FindDevices();
+        host::Transient::removeAllForGood();
+        std::exit (isOpen ? 0 : 1);
+    }, testing::ExitedWithCode (0), "^$");
 }
 
 TEST_F (Unload, AReceiverThatWentFirstIsNoObstacle)
 {
     HostModule module (file);
-    auto* const plugin = module.get (kPluginInterfaceVersion);
-    ASSERT_TRUE (plugin->FindDevices());
+    ASSERT_TRUE (module.get (kPluginInterfaceVersion)->FindDevices());
     receiver.endSessions (receiver::Session::Ending::close);
-    EXPECT_TRUE (allSessionsEnd());
+    EXPECT_TRUE (sessionsAre (0));
     module.unload();
     EXPECT_FALSE (HostModule::isLoaded (file));
 }

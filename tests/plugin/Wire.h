@@ -2,6 +2,7 @@
 
 #include <bit>
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 
@@ -50,6 +51,17 @@ inline std::uint32_t hash (std::string_view text)
         h = h * 31 + static_cast<unsigned char> (c);
 
     return h;
+}
+
+/** Filter data. */
+inline std::string floats (std::initializer_list<float> values)
+{
+    std::string data;
+
+    for (const auto value : values)
+        data += littleEndian (value);
+
+    return data;
 }
 
 /** A whole envelope: marker, length, identifier, checksum, body. */

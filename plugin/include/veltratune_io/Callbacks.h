@@ -35,7 +35,8 @@ protected:
     ~CaptureCallback() = default;
 };
 
-/** Follows a download. Called on the thread that called Device2::DownloadFilterSet, during that call. */
+/** Follows a download. Called on the thread that called Device2::DownloadFilterSet, during that call. Must not call
+    the device. An exception goes no further; out of OnProgress it counts as asking to cancel. */
 class ProgressCallback
 {
 public:

@@ -243,7 +243,8 @@ public:
     /** @returns kResultNotSupported */
     virtual EResult ReservedCall6 (std::uint64_t, std::uint64_t, std::uint64_t) = 0;
 
-    /** Converts a filter description for every sample rate of the device and moves the result into a slot.
+    /** Loads a filter description into a slot as LoadFilterSet does, converts the oldest set of the slot for every
+        sample rate of the device, and moves the result into the device's slot.
 
         Returns when it is over: converting takes seconds, each message waits for the device (LoadFilter and
         FilterData 5 s, FilterChannel 1 s, each piece of data by the settings "FilterDataChunkTimeout" and
