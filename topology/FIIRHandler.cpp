@@ -1,8 +1,13 @@
 #include "topology/FIIRHandler.h"
 
+#include <algorithm>
+#include <memory>
+#include <stdexcept>
 #include <string>
 #include <utility>
+#include <vector>
 
+#include "dsp/FIIRDesign.h"
 #include "topology/ChannelJob.h"
 #include "topology/Conversion.h"
 #include "topology/FloatSlot.h"
@@ -37,6 +42,39 @@ struct Room
     std::uint32_t sections;
 };
 
+/** Designs a channel's coefficients from its impulse response, which is borrowed from the source. Where that
+    cannot be done, the slot holds the first samples of the response and sections of zeros. */
+class FIR2FIIRJob final : public ChannelJob
+{
+public:
+    FIR2FIIRJob (const Eigen::VectorXf& response, Room roomOfDevice, unsigned rate, std::string nameOfChannel, FloatSlot slot)
+        : ChannelJob ("veltra::topology::FIIRHandler::FIR2FIIRJob::FIR2FIIRJob", slot),
+          fir (response), room (roomOfDevice), sampleRate (rate), channel (std::move (nameOfChannel))
+    {
+    }
+
+private:
+    void convert (FloatSlot& slot) override
+    {
+        slot.write ({ fir.data(), std::min<size_t> (room.taps, static_cast<size_t> (fir.size())) });
+
+        try
+        {
+            slot.write (dsp::designFIIR (fir, room.taps, room.sections, sampleRate).sections);
+        }
+        catch (const std::invalid_argument& e)
+        {
+            throw std::invalid_argument ("No FIIR design for channel " + channel + " at " + std::to_string (sampleRate) + " Hz: "
+                                         + e.what());
+        }
+    }
+
+    const Eigen::VectorXf& fir;
+    const Room room;
+    const unsigned sampleRate;
+    const std::string channel;
+};
+
 juce::Result checkFirstChannel (IFIIRSource& source, Room room)
 {
     const auto data = source.getFIIR (0);
@@ -57,7 +95,7 @@ FIIRHandler::FIIRHandler (ProgressFunction progressFunction) : progress (std::mo
 }
 
 void FIIRHandler::createFilterData (juce::Result& result, IFIRSource& source, const juce::StringPairArray& parameters,
-                                    unsigned, juce::MemoryBlock& blob, juce::PropertySet&)
+                                    unsigned sampleRate, juce::MemoryBlock& blob, juce::PropertySet&)
 {
     if (! parameters.containsKey ("NbrOfFIRTaps") || ! parameters.containsKey ("NbrOfIIRSections"))
     {
@@ -80,6 +118,7 @@ void FIIRHandler::createFilterData (juce::Result& result, IFIRSource& source, co
     blob.setSize (*size, true);
     result = juce::Result::ok();
 
+    const Room room { *taps, *sections };
     const auto slot = [&] (unsigned channel)
     {
         const auto slotSize = *size / channels;
@@ -89,7 +128,7 @@ void FIIRHandler::createFilterData (juce::Result& result, IFIRSource& source, co
     if (auto* const designed = dynamic_cast<IFIIRSource*> (&source))
     {
         if (channels > 0)
-            result = checkFirstChannel (*designed, { *taps, *sections });
+            result = checkFirstChannel (*designed, room);
 
         for (unsigned i = 0; i < channels && result.wasOk(); ++i)
         {
@@ -100,7 +139,23 @@ void FIIRHandler::createFilterData (juce::Result& result, IFIRSource& source, co
     }
     else
     {
-        result = juce::Result::fail ("FIIR topology needs a source with FIIR coefficients");
+        // All responses are asked for here: the jobs must not meet the caches behind a source.
+        std::vector<std::unique_ptr<ChannelJob>> jobs;
+
+        for (unsigned i = 0; i < channels; ++i)
+        {
+            const auto& response = source.getFIR (i);
+
+            if (response.size() == 0)
+            {
+                result = noFilterResponse (source.getChannelName (i), sampleRate);
+                return;
+            }
+
+            jobs.push_back (std::make_unique<FIR2FIIRJob> (response, room, sampleRate, source.getChannelName (i), slot (i)));
+        }
+
+        result = runOnPool (jobs, progress);
     }
 }
 

@@ -15,9 +15,14 @@ namespace veltra::topology {
     channel 0 is checked for too many, and what exceeds the slot of another channel is not written. A channel
     without coefficients at the rate leaves its slot at zeros.
 
+    The channels of any other source are designed from their impulse responses (dsp/FIIRDesign.h), one job a channel
+    on as many threads of low priority as there are processors, while the calling thread reports progress. A thread
+    takes what one design takes of memory. A channel that cannot be designed gets its taps and sections of zeros.
+
     Fails with "Required topology parameters not found", "Required topology parameter out of range" (a negative
-    count, or a blob above 64 MiB), or "FIIR taps/sections mismatch: FIIR(" taps "/" sections ") vs. Device (" T "/"
-    S ")". Settings are not used.
+    count, or a blob above 64 MiB), "FIIR taps/sections mismatch: FIIR(" taps "/" sections ") vs. Device (" T "/" S
+    ")", or the name of the first channel that has no response or could not be designed, with the reason. Settings
+    are not used.
 */
 class FIIRHandler final : public ITopology
 {

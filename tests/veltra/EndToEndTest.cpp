@@ -2,7 +2,9 @@
 #include <limits>
 #include <memory>
 
+#include "dsp/FIIRDesign.h"
 #include "dsp/FftConvolve.h"
+#include "dsp/ParallelSections.h"
 #include "tests/veltra/Program.h"
 #include "tools/common/Deconvolution.h"
 #include "tools/common/Stimulus.h"
@@ -221,6 +223,35 @@ TEST_F (Measuring, TheMeasuredRoomIsTheReceiversRoomWithAndWithoutTheCorrection)
     EXPECT_EQ ("Slot 3 is in use\n", veltra ({ "slot", "3" }).out);
     EXPECT_EQ ("Filtering is on\n", veltra ({ "filtering", "on" }).out);
     EXPECT_LT (difference_dB (measure ("corrected.wav"), dsp::fftConvolve (room, filter)), -80.0);
+}
+
+// What the sections are meant to play is computed in double precision, for as long as the room is listened to.
+TEST_F (Measuring, ADesignedFilterIsHeardAsItWasDesigned)
+{
+    auto profile = receiver::shippedProfile ("stereo");
+    auto& configuration = *profile.unit.mutable_devices (0)->mutable_configurations (0);
+    configuration.clear_samplerates();
+    configuration.add_samplerates (48000);
+    profile.topologyInfo.mutable_topologies (1)->set_information ("NbrOfFIRTaps=1000;NbrOfIIRSections=30");
+    startReceiver (profile, inTheRoom (20.0));
+
+    Ending ending = run ({ VELTRA_PROGRAM, "design", roomFile ("FL_48000"), roomFile ("FR_48000"), "-o", path ("designed.xml"),
+                           "--taps", "1000", "--sections", "30" });
+    ASSERT_EQ (0, ending.status) << ending.err;
+    expectSuccess (veltra ({ "download", "--slot", "1", path ("designed.xml") }));
+    expectSuccess (veltra ({ "slot", "1" }));
+    expectSuccess (veltra ({ "filtering", "on" }));
+    expectSuccess (veltra ({ "measure", "--channel", "FR", "--tail", "2", "-o", path ("capture.wav") }));
+
+    Eigen::VectorXf filter = Eigen::VectorXf::Zero (48000);
+    const auto wanted = vectorOf (readMonoAudio (roomFile ("FR_48000")).samples);
+    filter.head (wanted.size()) = wanted;
+    const auto design = dsp::designFIIR (filter, 1000, 30, 48000.0);
+    filter << design.fir, dsp::impulseResponse (design.sections, 47000).cast<float>();
+
+    const auto room = vectorOf (readMonoAudio (roomFile ("measured_FR_48000")).samples);
+    const auto measured = tools::deconvolve (vectorOf (readMonoAudio (path ("capture.wav")).samples), stimulus (profile, 0, 48000));
+    EXPECT_LT (difference_dB (measured, dsp::fftConvolve (room, filter)), -80.0);
 }
 
 TEST_F (Measuring, CtrlCStopsTheStimulusAndLeavesTheMode)

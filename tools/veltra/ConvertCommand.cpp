@@ -11,6 +11,8 @@
 #include "tools/veltra/Commands.h"
 #include "tools/veltra/ExitStatus.h"
 #include "tools/veltra/OutputFile.h"
+#include "tools/veltra/Progress.h"
+#include "tools/veltra/ResponseSource.h"
 #include "tools/veltra/TextFile.h"
 #include "topology/Topology.h"
 
@@ -65,6 +67,16 @@ filters::FIIRSourceImpl sourceOf (filters::FilterSetsImpl& set, std::uint32_t sa
     return { set, std::move (channels), sampleRate };
 }
 
+bool holdsSections (const filters::FilterSetsImpl& set)
+{
+    for (std::uint32_t i = 0; const auto* filter = set.getFilterImpl (i); ++i)
+        for (const auto& [key, coefficients] : filter->getCoefficientSets())
+            if (! coefficients.sections.empty())
+                return true;
+
+    return false;
+}
+
 void convert (const ConvertOptions& options)
 {
     checkMayWrite (options.output, options.force);
@@ -76,8 +88,19 @@ void convert (const ConvertOptions& options)
     auto result = juce::Result::ok();
     juce::MemoryBlock blob;
     juce::PropertySet noSettings;
-    const auto handler = topology::createTopology (options.topology, {});
-    handler->createFilterData (result, source, parametersOf (options), options.sampleRate, blob, noSettings);
+    Progress progress (stdout, isTerminal (stdout));
+    const auto handler = topology::createTopology (options.topology, [&progress] (float fraction, const juce::String&)
+    {
+        progress.show (static_cast<double> (fraction), [] { return std::string ("designing"); });
+        return true;
+    });
+
+    // Sections are copied as their designer made them; without any the structure designs its own.
+    ResponseSource responses (source);
+    const bool design = options.topology == "FIIR" && ! holdsSections (set);
+    handler->createFilterData (result, design ? static_cast<topology::IFIRSource&> (responses) : source, parametersOf (options),
+                               options.sampleRate, blob, noSettings);
+    progress.endLine();
 
     if (result.failed())
         throw Failure (kExitConversion, "The filters could not be converted: " + result.getErrorMessage().toStdString() + ".");
@@ -110,7 +133,7 @@ void addConvertCommand (CLI::App& program)
     command->add_option ("-o,--output", options->output, "The bytes that a receiver would load")->required()->type_name ("FILE");
     command->add_flag ("--force", options->force, "Replace an output file that exists");
     command->footer ("\nThe bytes are those that a download sends for this rate to a receiver whose channels are the filters' channels.\n"
-                     "The printed CRC-32 is zlib's.\n");
+                     "The printed CRC-32 is zlib's. For FIIR, a description without sections has them designed.\n");
     command->callback ([options] { convert (*options); });
 }
 

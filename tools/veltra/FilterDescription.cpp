@@ -38,9 +38,21 @@ private:
     std::size_t length = 0;
 };
 
+void writeSections (std::ostream& stream, const std::vector<dsp::FIIRSection>& sections)
+{
+    stream << "        <IIR NbrOfSections=\"" << sections.size() << "\">\n";
+
+    for (const auto& section : sections)
+        stream << "          <section>" << std::string_view (NumberText (section.a1)) << " "
+               << std::string_view (NumberText (section.a2)) << " " << std::string_view (NumberText (section.b0)) << " "
+               << std::string_view (NumberText (section.b1)) << "</section>\n";
+
+    stream << "        </IIR>\n";
+}
+
 void writeResponse (std::ostream& stream, const DescribedResponse& response)
 {
-    stream << "      <Coefficients Topology=\"FIR\" Fs=\"" << response.sampleRate << "\" MinPhase=\"0\">\n"
+    stream << "      <Coefficients Topology=\"" << (response.sections.empty() ? "FIR" : "FIIR") << "\" Fs=\"" << response.sampleRate << "\" MinPhase=\"0\">\n"
            << "        <FIR NbrOfTaps=\"" << response.taps.size() << "\">\n          <taps>";
 
     std::string_view separator;
@@ -51,7 +63,12 @@ void writeResponse (std::ostream& stream, const DescribedResponse& response)
         separator = " ";
     }
 
-    stream << "</taps>\n        </FIR>\n      </Coefficients>\n";
+    stream << "</taps>\n        </FIR>\n";
+
+    if (! response.sections.empty())
+        writeSections (stream, response.sections);
+
+    stream << "      </Coefficients>\n";
 }
 
 void writeChannel (std::ostream& stream, const DescribedChannel& channel)

@@ -5,13 +5,16 @@
 #include <string>
 #include <vector>
 
+#include "dsp/FIIRSection.h"
+
 namespace veltra::host {
 
-/** The FIR filter of a channel at one sample rate. */
+/** The filter of a channel at one sample rate: FIR, or FIIR when there are sections. */
 struct DescribedResponse
 {
     unsigned sampleRate = 0;  ///< Hz
     std::vector<float> taps;  ///< at least one
+    std::vector<dsp::FIIRSection> sections {};
 };
 
 /** The filter of one channel. */

@@ -60,6 +60,7 @@ int run (int argc, char** argv)
 
     addInfoCommand (program, session);
     addImportCommand (program);
+    addDesignCommand (program);
     addConvertCommand (program);
     addDownloadCommand (program, session);
     addSlotCommands (program, session);

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <Eigen/Core>
+
+namespace veltra::dsp {
+
+/** A matrix as left * diag (singularValues) * right'. */
+struct Svd
+{
+    Eigen::MatrixXd left;           ///< orthonormal columns
+    Eigen::VectorXd singularValues; ///< descending
+    Eigen::MatrixXd right;          ///< orthonormal columns
+};
+
+/** Thin singular value decomposition by Eigen's two-sided Jacobi method, which also holds where matrices are
+    badly conditioned or short of rank. Stands in a file of its own since it takes the compiler long.
+
+    @param matrix  all finite, not empty
+    @throws        std::bad_alloc
+    Safe to call from several threads at once.
+*/
+Svd jacobiSvd (const Eigen::MatrixXd& matrix);
+
+}

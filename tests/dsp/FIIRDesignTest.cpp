@@ -1,0 +1,193 @@
+#include <cmath>
+#include <complex>
+#include <limits>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "dsp/FIIRDesign.h"
+#include "dsp/ParallelSections.h"
+#include "dsp/WarpSequence.h"
+#include "tests/dsp/ImpulseResponses.h"
+
+namespace {
+
+using Eigen::Index;
+using Eigen::VectorXd;
+using Eigen::VectorXf;
+using namespace veltra::dsp;
+using test::Mode;
+using Complex = std::complex<double>;
+
+constexpr double sampleRate = 48000.0;
+const double lambda = std::cos (std::acos (0.9) * 44100.0 / sampleRate);
+
+void expectSection (const FIIRSection& expected, const FIIRSection& actual, float tolerance)
+{
+    EXPECT_NEAR (expected.a1, actual.a1, tolerance);
+    EXPECT_NEAR (expected.a2, actual.a2, tolerance);
+    EXPECT_NEAR (expected.b0, actual.b0, tolerance);
+    EXPECT_NEAR (expected.b1, actual.b1, tolerance);
+}
+
+FIIRSection pairSection (const Complex& pole, const Complex& residue)
+{
+    return { static_cast<float> (-2.0 * pole.real()), static_cast<float> (std::norm (pole)),
+             static_cast<float> (2.0 * residue.real()), static_cast<float> (-2.0 * (residue * std::conj (pole)).real()) };
+}
+
+FIIRSection directSection (float gain)
+{
+    return { 0.0f, 0.0f, gain, 0.0f };
+}
+
+TEST (FIIRDesign, TheFirstSamplesStayAndTheSectionsTakeOverWhereTheyEnd)
+{
+    VectorXf response (5000);
+    response << test::whiteNoise (1000), test::modalResponse (4000, { { std::polar (0.99, 0.3), { 0.5, 0.2 } } });
+
+    const FIIRDesign design = designFIIR (response, 1000, 2, sampleRate);
+    EXPECT_EQ (response.head (1000), design.fir);
+    ASSERT_EQ (2u, design.sections.size());
+
+    const VectorXd tail = response.tail (4000).cast<double>();
+    EXPECT_LT (test::levelIn_dB (impulseResponse (design.sections, 4000) - tail, tail), -100.0);
+}
+
+TEST (FIIRDesign, AConjugatePairIsOneSectionAndTheDirectTermAnother)
+{
+    const Complex pole = std::polar (0.99, 0.3), residue (0.5, 0.2);
+    VectorXf response = test::modalResponse (4000, { { pole, residue } });
+    response[0] += 0.75f;
+
+    const FIIRDesign design = designFIIR (response, 0, 2, sampleRate);
+    expectSection (pairSection (pole, residue), design.sections[0], 1e-6f);
+    expectSection (directSection (0.75f), design.sections[1], 1e-6f);
+}
+
+TEST (FIIRDesign, OneSectionIsTheFirstSampleOfTheTail)
+{
+    const FIIRDesign design = designFIIR (test::whiteNoise (300), 100, 1, sampleRate);
+    EXPECT_EQ (std::vector { directSection (test::whiteNoise (300)[100]) }, design.sections);
+}
+
+TEST (FIIRDesign, RealPolesStandInPairsBehindTheComplexOnes)
+{
+    const Complex pole = std::polar (0.98, 0.2), residue (0.3, -0.4);
+    const VectorXf response = test::modalResponse (4000, { { 0.995, 0.5 }, { pole, residue }, { 0.9, -0.25 } });
+
+    const FIIRDesign design = designFIIR (response, 0, 3, sampleRate);
+    expectSection (pairSection (pole, residue), design.sections[0], 1e-5f);
+    expectSection ({ -1.895f, 0.995f * 0.9f, 0.25f, -(0.5f * 0.9f - 0.25f * 0.995f) }, design.sections[1], 1e-5f);
+    expectSection (directSection (0.0f), design.sections[2], 1e-5f);
+}
+
+// The mode of the small pole is over after two samples; its weight makes it as strong as the other one. What is
+// left after it has been dropped can only be the direct term.
+TEST (FIIRDesign, APoleBelowTheFloorIsDroppedAndAnOddRealStandsAlone)
+{
+    const FIIRDesign dropped = designFIIR (test::modalResponse (3000, { { 0.9, 1000.0 }, { 1e-7, 1e10 } }), 0, 2, sampleRate);
+    expectSection ({ -0.9f, 0.0f, 1000.0f, 0.0f }, dropped.sections[0], 1e3f);
+    EXPECT_NEAR (-0.9f, dropped.sections[0].a1, 0.1f);
+    EXPECT_EQ (0.0f, dropped.sections[0].a2);
+    EXPECT_EQ (0.0f, dropped.sections[0].b1);
+    EXPECT_NEAR (1e10f, dropped.sections[1].b0, 1e5f);
+
+    const FIIRDesign kept = designFIIR (test::modalResponse (3000, { { 0.9, 1000.0 }, { 1e-5, 1e8 } }), 0, 2, sampleRate);
+    EXPECT_NEAR (-0.90001f, kept.sections[0].a1, 1e-6f);
+    EXPECT_NEAR (0.9e-5f, kept.sections[0].a2, 1e-7f);
+}
+
+TEST (FIIRDesign, SlowPolesArePulledInWithTheirAngleKept)
+{
+    const FIIRDesign design = designFIIR (test::modalResponse (400000, { { std::polar (0.99995, 0.1), 0.5 }, { 0.99996, 0.5 },
+                                                                         { -0.5, 0.5 } }), 0, 3, sampleRate);
+    // The response and the coefficients near 2 are both rounded to single precision.
+    constexpr double roundings = 2.5e-7;
+    const Complex pulledIn = std::polar (0.9999, 0.1);
+    EXPECT_NEAR (-2.0 * pulledIn.real(), design.sections[0].a1, roundings);
+    EXPECT_NEAR (std::norm (pulledIn), design.sections[0].a2, roundings);
+    EXPECT_NEAR (-0.4999, design.sections[1].a1, roundings);
+    EXPECT_NEAR (-0.49995, design.sections[1].a2, roundings);
+}
+
+// The warped response is made to measure, growing as far as the design looks at it, and then unwarped.
+TEST (FIIRDesign, AGrowingModeIsAbsentAndLeavesAnEmptySection)
+{
+    const Complex inside = std::polar (0.9, 1.0);
+    VectorXd warped = VectorXd::Zero (1100);
+    warped.head (1023) = test::sumOfModes (1023, { { std::polar (1.002, 0.5), 0.1 }, { inside, 1.0 } });
+    const VectorXf response = warpSequence (warped, 60000, -lambda).cast<float>();
+
+    const FIIRDesign design = designFIIR (response, 0, 3, sampleRate);
+    const Complex pole = (inside + lambda) / (1.0 + lambda * inside);
+    EXPECT_NEAR (-2.0 * pole.real(), design.sections[0].a1, 1e-5);
+    EXPECT_NEAR (std::norm (pole), design.sections[0].a2, 1e-5);
+    EXPECT_EQ (directSection (design.sections[1].b0), design.sections[1]);
+    EXPECT_EQ (FIIRSection {}, design.sections[2]);
+}
+
+TEST (FIIRDesign, SectionsWithAPoleOnTheUnitCircleOrBeyondAreUnstable)
+{
+    EXPECT_FALSE (isUnstableSection (0.0, 0.0));
+    EXPECT_FALSE (isUnstableSection (-1.9998, 0.99980001)); // twice 0.9999
+    EXPECT_FALSE (isUnstableSection (0.0, 0.9999));
+    EXPECT_TRUE (isUnstableSection (0.0, 1.0));
+    EXPECT_TRUE (isUnstableSection (-1.0, 0.0));
+    EXPECT_TRUE (isUnstableSection (-1.5, 0.5)); // 1 and 0.5
+    EXPECT_TRUE (isUnstableSection (1.5, 0.5));
+    EXPECT_TRUE (isUnstableSection (-1.9998, 0.9997));
+}
+
+TEST (FIIRDesign, ConditionsThatAreNotMetAreToldInWords)
+{
+    const VectorXf response = test::whiteNoise (1000);
+    const auto words = [] (const VectorXf& in, unsigned taps, unsigned sections, double rate) -> std::string
+    {
+        try { designFIIR (in, taps, sections, rate); }
+        catch (const std::invalid_argument& e) { return e.what(); }
+        return "";
+    };
+
+    EXPECT_EQ ("the response has 1000 samples, which does not exceed the 1000 taps to keep", words (response, 1000, 2, 48000.0));
+    EXPECT_EQ ("the response has 0 samples, which does not exceed the 0 taps to keep", words ({}, 0, 2, 48000.0));
+    EXPECT_NE ("", words (response, std::numeric_limits<unsigned>::max(), 2, 48000.0));
+    EXPECT_EQ ("cannot design 0 sections, only 1 to 256", words (response, 0, 0, 48000.0));
+    EXPECT_EQ ("cannot design 257 sections, only 1 to 256", words (response, 0, 257, 48000.0));
+
+    for (const double rate : { 0.0, -48000.0, std::nan (""), HUGE_VAL })
+        EXPECT_EQ ("the sample rate is not a positive number", words (response, 0, 2, rate)) << rate;
+
+    for (const float bad : { std::nanf (""), HUGE_VALF })
+        for (const Index place : { 5, 500, 999 })
+        {
+            VectorXf spoilt = response;
+            spoilt[place] = bad;
+            EXPECT_EQ ("the response has samples that are not finite numbers", words (spoilt, 100, 2, 48000.0)) << place;
+        }
+}
+
+TEST (FIIRDesign, DesignsThatRunAtTheSameTimeDoNotDisturbEachOther)
+{
+    const VectorXf noise = test::whiteNoise (2000);
+    const FIIRDesign alone = designFIIR (noise, 100, 12, sampleRate);
+
+    std::vector<FIIRDesign> together (4);
+    std::vector<std::thread> threads;
+
+    for (FIIRDesign& design : together)
+        threads.emplace_back ([&] { design = designFIIR (noise, 100, 12, sampleRate); });
+
+    for (std::thread& thread : threads)
+        thread.join();
+
+    for (const FIIRDesign& design : together)
+    {
+        EXPECT_EQ (alone.fir, design.fir);
+        EXPECT_EQ (alone.sections, design.sections);
+    }
+}
+
+}

@@ -1,0 +1,134 @@
+#include <cmath>
+#include <cstring>
+#include <random>
+
+#include <gtest/gtest.h>
+
+#include "dsp/FIIRDesign.h"
+#include "tests/topology/TestSource.h"
+#include "topology/Topology.h"
+
+/** @file The FIIR structure filled from impulse responses alone. */
+
+namespace {
+
+using namespace veltra::topology;
+using namespace veltra::test;
+
+constexpr unsigned taps = 100, sections = 6;
+
+Eigen::VectorXf decayingNoise (unsigned seed, Eigen::Index size = 1500)
+{
+    std::mt19937 generator (seed);
+    std::normal_distribution<float> normal;
+    return Eigen::VectorXf::NullaryExpr (size, [&] (Eigen::Index i) { return normal (generator) * std::exp (-0.005f * static_cast<float> (i)); });
+}
+
+struct Designing
+{
+    explicit Designing (IFIRSource& source, const juce::String& parameters = "NbrOfFIRTaps=100;NbrOfIIRSections=6",
+                        ProgressFunction progress = {})
+    {
+        juce::PropertySet settings;
+        createTopology ("FIIR", std::move (progress))
+            ->createFilterData (result, source, parseParameters (parameters), 48000, blob, settings);
+    }
+
+    /** The values in a channel's slot. */
+    std::vector<float> slot (size_t channel) const
+    {
+        constexpr size_t words = taps + 4 * sections;
+        std::vector<float> values (words);
+        std::memcpy (values.data(), static_cast<const float*> (blob.getData()) + channel * words, words * sizeof (float));
+        return values;
+    }
+
+    std::string error() const { return result.getErrorMessage().toStdString(); }
+
+    juce::Result result = juce::Result::fail ("untouched");
+    juce::MemoryBlock blob;
+};
+
+std::vector<float> slotOf (const Eigen::VectorXf& fir, const std::vector<veltra::dsp::FIIRSection>& designed)
+{
+    std::vector<float> values (fir.begin(), fir.end());
+
+    for (const auto& section : designed)
+        values.insert (values.end(), { section.a1, section.a2, section.b0, section.b1 });
+
+    return values;
+}
+
+TEST (FIIRDesigning, EachChannelsDesignStandsInItsOwnSlot)
+{
+    FIRTestSource source ({ { .response = decayingNoise (1) }, { .response = decayingNoise (2, 101) }, { .response = decayingNoise (3) } });
+    std::vector<float> reports;
+
+    const Designing designing (source, "NbrOfFIRTaps=100;NbrOfIIRSections=6", [&] (float fraction, const juce::String& text)
+    {
+        EXPECT_TRUE (text.isEmpty());
+        reports.push_back (fraction);
+        return false; // of no consequence
+    });
+
+    ASSERT_TRUE (designing.result.wasOk()) << designing.error();
+    ASSERT_EQ (3 * (taps + 4 * sections) * sizeof (float), designing.blob.getSize());
+
+    for (unsigned i = 0; i < 3; ++i)
+    {
+        const auto design = veltra::dsp::designFIIR (source.getFIR (i), taps, sections, 48000.0);
+        EXPECT_EQ (slotOf (design.fir, design.sections), designing.slot (i)) << i;
+    }
+
+    EXPECT_EQ (0.0f, reports.front());
+    EXPECT_EQ (1.0f, reports.back());
+
+    EXPECT_EQ (designing.blob, Designing (source).blob) << "without a progress function";
+}
+
+TEST (FIIRDesigning, AChannelThatCannotBeDesignedKeepsItsTapsAndIsNamed)
+{
+    auto spoilt = decayingNoise (2);
+    spoilt[700] = std::nanf ("");
+    FIRTestSource source ({ { .response = decayingNoise (1) }, { .response = spoilt, .name = "C" },
+                            { .response = decayingNoise (3, 60), .name = "SW" } });
+
+    const Designing designing (source);
+    EXPECT_EQ ("No FIIR design for channel C at 48000 Hz: the response has samples that are not finite numbers", designing.error());
+    EXPECT_EQ (slotOf (spoilt.head (taps), std::vector<veltra::dsp::FIIRSection> (sections)), designing.slot (1));
+    EXPECT_NE (slotOf (source.getFIR (0).head (taps), std::vector<veltra::dsp::FIIRSection> (sections)), designing.slot (0))
+        << "the other channels are designed all the same";
+
+    std::vector<float> shortSlot (taps + 4 * sections);
+    std::copy (source.getFIR (2).begin(), source.getFIR (2).end(), shortSlot.begin());
+    EXPECT_EQ (shortSlot, designing.slot (2));
+}
+
+TEST (FIIRDesigning, FailuresHaveWords)
+{
+    FIRTestSource source ({ { .response = decayingNoise (1) } });
+    EXPECT_EQ ("No FIIR design for channel FL at 48000 Hz: the response has 1500 samples, which does not exceed the 1500 taps to keep",
+               Designing (source, "NbrOfFIRTaps=1500;NbrOfIIRSections=6").error());
+    EXPECT_EQ ("No FIIR design for channel FL at 48000 Hz: cannot design 300 sections, only 1 to 256",
+               Designing (source, "NbrOfFIRTaps=100;NbrOfIIRSections=300").error());
+    EXPECT_EQ ("No FIIR design for channel FL at 48000 Hz: cannot design 0 sections, only 1 to 256",
+               Designing (source, "NbrOfFIRTaps=0;NbrOfIIRSections=0").error());
+
+    FIRTestSource silent ({ { .response = decayingNoise (1) }, { .name = "C" } });
+    EXPECT_EQ ("No filter response for channel C at 48000 Hz", Designing (silent).error());
+}
+
+TEST (FIIRDesigning, NoChannelsAreDoneAtOnce)
+{
+    FIRTestSource nobody;
+    std::vector<float> reports;
+    const Designing designing (nobody, "NbrOfFIRTaps=100;NbrOfIIRSections=6", [&] (float fraction, const juce::String&)
+    {
+        reports.push_back (fraction);
+        return true;
+    });
+    EXPECT_TRUE (designing.result.wasOk());
+    EXPECT_EQ (std::vector { 0.0f }, reports);
+}
+
+}
