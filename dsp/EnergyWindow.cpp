@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <new>
 
+#include "dsp/SetSize.h"
+
 namespace veltra::dsp {
 
 namespace {
@@ -44,6 +46,7 @@ EnergyWindow::EnergyWindow (unsigned windowLength, float peakFraction)
 
 Eigen::VectorXf EnergyWindow::extract (const Eigen::VectorXf& in, unsigned& offsetOut, int maxOffset)
 {
+    setSize (energy, in.size());
     energy = in.cwiseAbs2();
     triangle.setSignal (energy);
     const auto weighted = triangle.convolve (0);

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "dsp/FftConvolve.h"
+#include "dsp/SetSize.h"
 
 namespace veltra::dsp {
 
@@ -14,7 +15,7 @@ void FftConvolver::setSignal (const Eigen::VectorXf& newSignal)
     signal = &newSignal;
 
     for (auto& [size, transform] : transforms)
-        transform.signalSpectrum.resize (0);
+        transform.hasSignal = false;
 }
 
 Eigen::Ref<const Eigen::VectorXf> FftConvolver::convolve (std::size_t kernel)
@@ -25,6 +26,7 @@ Eigen::Ref<const Eigen::VectorXf> FftConvolver::convolve (std::size_t kernel)
         return samples.head (0);
 
     const auto& transform = transformFor (kernel);
+    setSize (product, transform.fft.bins());
     product = transform.signalSpectrum.cwiseProduct (transform.kernelSpectra[kernel]);
     transform.fft.inverse (product, samples);
     return samples.head (signal->size() + kernels[kernel].size() - 1);
@@ -38,15 +40,18 @@ FftConvolver::Transform& FftConvolver::transformFor (std::size_t kernel)
     if (transform.kernelSpectra[kernel].size() == 0)
         transformPadded (transform.fft, kernels[kernel], transform.kernelSpectra[kernel]);
 
-    if (transform.signalSpectrum.size() == 0)
+    if (! transform.hasSignal)
+    {
         transformPadded (transform.fft, *signal, transform.signalSpectrum);
+        transform.hasSignal = true;
+    }
 
     return transform;
 }
 
 void FftConvolver::transformPadded (const RealFft& fft, const Eigen::VectorXf& input, Eigen::VectorXcf& spectrum)
 {
-    samples.resize (fft.size());
+    setSize (samples, fft.size());
     samples.head (input.size()) = input;
     samples.tail (fft.size() - input.size()).setZero();
     fft.forward (samples, spectrum);

@@ -41,7 +41,8 @@ private:
 
         RealFft fft;
         std::vector<Eigen::VectorXcf> kernelSpectra; // empty until the kernel is first used at this length
-        Eigen::VectorXcf signalSpectrum;             // empty until the signal is first used at this length
+        Eigen::VectorXcf signalSpectrum;
+        bool hasSignal = false;                      // whether signalSpectrum is that of the present signal
     };
 
     Transform& transformFor (std::size_t kernel);

@@ -5,11 +5,11 @@
 namespace veltra::dsp {
 
 /** FFTW's planner keeps state for the whole process and takes one thread at a time; executing a plan does not
-    need it. Everything here that makes or destroys a plan holds this lock.
+    need it. Everything here that makes or destroys a plan holds this lock, and no plan is made elsewhere.
 
     FFTW's own remedy, fftwf_make_planner_thread_safe, leaves a hook in the library that outlives a module
     which is unloaded, and a host that then plans for itself crashes.
 */
-inline std::mutex fftPlanLock;
+std::unique_lock<std::mutex> lockFftPlanner();
 
 }

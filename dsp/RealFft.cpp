@@ -6,6 +6,7 @@
 #include <fftw3.h>
 
 #include "dsp/FftPlanLock.h"
+#include "dsp/SetSize.h"
 
 namespace veltra::dsp {
 
@@ -26,7 +27,7 @@ float* asFftw (const Eigen::VectorXf& v) noexcept { return const_cast<float*> (v
 
 void RealFft::DestroyPlan::operator() (fftwf_plan_s* plan) const noexcept
 {
-    const std::lock_guard lock (fftPlanLock);
+    const auto lock = lockFftPlanner();
     fftwf_destroy_plan (plan);
 }
 
@@ -37,7 +38,7 @@ RealFft::RealFft (int size) : length (size)
     const Eigen::VectorXcf spectrum (bins());
 
     {
-        const std::lock_guard lock (fftPlanLock);
+        const auto lock = lockFftPlanner();
         forwardPlan.reset (fftwf_plan_dft_r2c_1d (length, asFftw (samples), asFftw (spectrum), planFlags));
         inversePlan.reset (fftwf_plan_dft_c2r_1d (length, asFftw (spectrum), asFftw (samples), planFlags));
     }
@@ -49,14 +50,14 @@ RealFft::RealFft (int size) : length (size)
 void RealFft::forward (const Eigen::VectorXf& samples, Eigen::VectorXcf& spectrum) const
 {
     assert (samples.size() == length);
-    spectrum.resize (bins());
+    setSize (spectrum, bins());
     fftwf_execute_dft_r2c (forwardPlan.get(), asFftw (samples), asFftw (spectrum));
 }
 
 void RealFft::inverse (const Eigen::VectorXcf& spectrum, Eigen::VectorXf& samples) const
 {
     assert (spectrum.size() == bins());
-    samples.resize (length);
+    setSize (samples, length);
     fftwf_execute_dft_c2r (inversePlan.get(), asFftw (spectrum), asFftw (samples));
     samples *= static_cast<float> (1.0 / length);
 }

@@ -4,6 +4,7 @@
 #include "topology/FIIRHandler.h"
 #include "topology/FIRHandler.h"
 #include "topology/Topology.h"
+#include "topology/VLFIRHandler.h"
 
 namespace veltra::topology {
 
@@ -19,6 +20,8 @@ const Entry registry[]
 {
     { "FIIR", [] (ProgressFunction progress) { return std::make_unique<FIIRHandler> (std::move (progress)); } },
     { "FIR", [] (ProgressFunction) { return std::make_unique<FIRHandler>(); } },
+    { "VLFIR", [] (ProgressFunction) { return std::make_unique<VLFIRHandler<VFIIR::SFilterBlock, VFIIR::SFilter>>(); } },
+    { "VLFIR2", [] (ProgressFunction) { return std::make_unique<VLFIR2Handler>(); } },
 };
 
 }

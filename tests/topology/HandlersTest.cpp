@@ -35,10 +35,10 @@ const std::string one = "0000803f", two = "00000040", minusHalf = "000000bf", ze
 
 TEST (Topologies, AreFoundByTheirExactNames)
 {
-    for (const char* name : { "FIIR", "FIR" })
+    for (const char* name : { "FIIR", "FIR", "VLFIR", "VLFIR2" })
         EXPECT_NE (nullptr, createTopology (name, {})) << name;
 
-    for (const char* name : { "fir", "FIR ", "FIRx", "F", "", "FII" })
+    for (const char* name : { "fir", "FIR ", "FIRx", "F", "", "FII", "VLFIR3" })
         EXPECT_EQ (nullptr, createTopology (name, {})) << name;
 }
 

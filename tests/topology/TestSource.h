@@ -13,6 +13,7 @@ struct TestChannel
     topology::FIIRData data {};
     std::string name = "FL";
     float maxGaindB = 0.0f;
+    std::uint32_t id = 100;
 };
 
 /** A source of given channels; Base is IFIRSource or IFIIRSource. Remembers what was logged. */
@@ -24,14 +25,12 @@ public:
 
     const Eigen::VectorXf& getFIR (unsigned i) override { return channels.at (i).response; }
     float getMaxGaindB (unsigned i) override { return channels.at (i).maxGaindB; }
-    std::uint32_t getChannelId (unsigned i) override { return 100 + i; }
+    std::uint32_t getChannelId (unsigned i) override { return channels.at (i).id; }
     std::string getChannelName (unsigned i) override { return channels.at (i).name; }
     std::uint32_t getChannelCount() override { return static_cast<std::uint32_t> (channels.size()); }
     void log (int level, const std::string& message) override { logged.push_back (std::to_string (level) + " " + message); }
 
     std::vector<std::string> logged;
-
-protected:
     std::vector<TestChannel> channels;
 };
 

@@ -1,0 +1,313 @@
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "tests/topology/TestSource.h"
+#include "topology/VLFIRBlobReader.h"
+#include "topology/VLFIRHandler.h"
+
+namespace {
+
+using namespace veltra::topology;
+using Eigen::Index;
+using Eigen::VectorXf;
+using veltra::test::FIRTestSource;
+
+using FirstHandler = VLFIRHandler<VFIIR::SFilterBlock, VFIIR::SFilter>;
+using Lines = std::vector<std::string>;
+
+struct Conversion
+{
+    juce::Result result = juce::Result::fail ("not run");
+    juce::MemoryBlock blob;
+
+    std::span<const std::uint8_t> bytes() const { return { static_cast<const std::uint8_t*> (blob.getData()), blob.getSize() }; }
+};
+
+/** A parameter string's pairs, or the settings. */
+using Pairs = std::vector<std::pair<const char*, const char*>>;
+
+Conversion convert (ITopology& handler, IFIRSource& source, const Pairs& parameters, const Pairs& settings = {},
+                    unsigned sampleRate = 48000)
+{
+    juce::StringPairArray parameterArray;
+    juce::PropertySet propertySet;
+    for (const auto& [key, value] : parameters)
+        parameterArray.set (key, value);
+    for (const auto& [key, value] : settings)
+        propertySet.setValue (key, value);
+
+    Conversion conversion;
+    handler.createFilterData (conversion.result, source, parameterArray, sampleRate, conversion.blob, propertySet);
+    return conversion;
+}
+
+VectorXf impulse (Index size, Index place, float height = 1.0f) { return height * VectorXf::Unit (size, place); }
+
+veltra::test::TestChannel channel (std::uint32_t id, const char* name, VectorXf response)
+{
+    return { .response = std::move (response), .name = name, .id = id };
+}
+
+FIRTestSource twoChannels()
+{
+    return FIRTestSource ({ channel (7, "FL", impulse (8000, 400)), channel (2, "FR", impulse (8000, 416, 0.5f)) });
+}
+
+bool contains (const Lines& lines, const std::string& line) { return std::count (lines.begin(), lines.end(), line) == 1; }
+
+TEST (VLFIRHandler, TheBlobHoldsTheChannelsOfTheSource)
+{
+    auto source = twoChannels();
+    VLFIR2Handler handler;
+    const auto conversion = convert (handler, source, { { "nbroffirtaps", "1024" } });
+    ASSERT_TRUE (conversion.result.wasOk());
+    EXPECT_EQ (Lines { "2 VLFIR: SR = 48000, Channels = 2 (7,2), FIR length = 1024" }, source.logged);
+
+    const auto contents = readVLFIRBlob (conversion.bytes(), VLFIRGeneration::second);
+    ASSERT_TRUE (contents.problems.empty()) << contents.problems[0];
+    EXPECT_EQ (48000u, contents.sampleRate);
+    EXPECT_EQ (7u * 13u, contents.records[0].channelWord);
+    EXPECT_EQ (2u * 13u, contents.records[1].channelWord);
+
+    // An impulse at 400 on the grid: low-rate sample 25; and the high-rate window, whose apex is at 409, from 0 on.
+    EXPECT_NEAR (1.0f, contents.channels[0].lowRateTaps[25], 1e-6f);
+    EXPECT_NEAR (0.95837629f, contents.channels[0].highRateTaps[400], 1e-6f);
+    EXPECT_EQ (298u, contents.channels[0].highRateDelay);
+    EXPECT_NEAR (0.5f, contents.channels[1].lowRateTaps[26], 1e-6f);
+    EXPECT_EQ (0x00800000u, contents.records[0].gain);
+    EXPECT_EQ (0x00800000u, contents.records[1].stageGain2);
+}
+
+TEST (VLFIRHandler, TheFirstGenerationDiffersInItsRecordsOnly)
+{
+    auto source = twoChannels();
+    FirstHandler first;
+    VLFIR2Handler second;
+    const auto ofFirst = convert (first, source, { { "NbrOfFIRTaps", "512" } });
+    const auto ofSecond = convert (second, source, { { "NbrOfFIRTaps", "512" } });
+    EXPECT_EQ (9u * 7u, readVLFIRBlob (ofFirst.bytes(), VLFIRGeneration::first).records.at (0).channelWord);
+
+    const auto tapsOf = [] (const Conversion& conversion) { return conversion.bytes().last (2 * 2 * 512 * 4); };
+    EXPECT_TRUE (std::ranges::equal (tapsOf (ofFirst), tapsOf (ofSecond)));
+}
+
+TEST (VLFIRHandler, AMissingTapCountHasItsTexts)
+{
+    auto source = twoChannels();
+    VLFIR2Handler handler;
+    const auto conversion = convert (handler, source, { { "latency", "3" } });
+    EXPECT_EQ ("Required topology parameter not found", conversion.result.getErrorMessage());
+    EXPECT_EQ (Lines { "4 VLFIR: Required parameter NbrOfFIRTaps not found" }, source.logged);
+    EXPECT_EQ (0u, conversion.blob.getSize());
+}
+
+TEST (VLFIRHandler, TapCountsThatCannotBeFailWithoutWork)
+{
+    auto source = twoChannels();
+    FirstHandler first;
+    VLFIR2Handler second;
+
+    for (const char* taps : { "0", "-5", "many" })
+        EXPECT_EQ ("Required topology parameter out of range",
+                   convert (second, source, { { "NbrOfFIRTaps", taps } }).result.getErrorMessage()) << taps;
+
+    // 3 + 2 * 8 + 2 * 2 * T words of 132364, 3 + 2 * 12 + 2 * 2 * T words of 198220
+    EXPECT_TRUE (convert (first, source, { { "NbrOfFIRTaps", "33086" } }).result.wasOk());
+    EXPECT_TRUE (convert (second, source, { { "NbrOfFIRTaps", "49548" } }).result.wasOk());
+
+    for (const char* taps : { "49549", "2147483647", "99999999999" })
+    {
+        source.logged.clear();
+        EXPECT_EQ ("Out of memory", convert (second, source, { { "NbrOfFIRTaps", taps } }).result.getErrorMessage()) << taps;
+        EXPECT_TRUE (contains (source.logged, "4 VLFIR: Failed to create BLOB"));
+    }
+
+    EXPECT_EQ ("Out of memory", convert (first, source, { { "NbrOfFIRTaps", "33087" } }).result.getErrorMessage());
+}
+
+TEST (VLFIRHandler, AChannelWithoutAResponseFails)
+{
+    auto source = twoChannels();
+    source.channels[1].response.resize (0);
+    VLFIR2Handler handler;
+    EXPECT_EQ ("No filter response for channel FR at 44100 Hz",
+               convert (handler, source, { { "NbrOfFIRTaps", "256" } }, {}, 44100).result.getErrorMessage());
+}
+
+TEST (VLFIRHandler, NoChannelsGiveABareHeader)
+{
+    FIRTestSource source;
+    VLFIR2Handler handler;
+    const auto conversion = convert (handler, source, { { "NbrOfFIRTaps", "256" } });
+    EXPECT_TRUE (conversion.result.wasOk());
+    EXPECT_EQ (12u, conversion.blob.getSize());
+}
+
+TEST (VLFIRHandler, TheLargestBoostIsTakenFromAllChannels)
+{
+    struct Case { float gain_dB; Pairs settings; double attenuation_dB; };
+
+    for (const auto& [gain_dB, settings, attenuation_dB] : { Case { 7.5f, {}, 7.5 },
+                                                             { -2.0f, {}, 0.0 },
+                                                             { std::numeric_limits<float>::quiet_NaN(), {}, 0.0 },
+                                                             { 7.5f, { { "MaxFilterAttenuation", "3" } }, 3.0 },
+                                                             { 7.5f, { { "MaxFilterAttenuation", "20.5" } }, 7.5 },
+                                                             { 7.5f, { { "MaxFilterAttenuation", "0" } }, 0.0 },
+                                                             { 7.5f, { { "MaxFilterAttenuation", "" } }, 0.0 } })
+    {
+        auto source = twoChannels();
+        source.channels[1].maxGaindB = gain_dB;
+        VLFIR2Handler handler;
+        const auto conversion = convert (handler, source, { { "NbrOfFIRTaps", "512" } }, settings);
+        const auto contents = readVLFIRBlob (conversion.bytes(), VLFIRGeneration::second);
+        const double gain = std::pow (10.0, attenuation_dB / -20.0);
+        EXPECT_NEAR (gain, contents.channels.at (0).gain, 1e-6);
+        EXPECT_NEAR (gain, contents.channels.at (1).gain, 1e-6);
+        EXPECT_NEAR (gain, contents.channels.at (0).lowRateTaps[25], 1e-6);
+    }
+}
+
+TEST (VLFIRHandler, ClippedCoefficientsAreCountedAndNoFailure)
+{
+    FIRTestSource source ({ channel (1, "C", impulse (8000, 400, 5.0f)) });
+    VLFIR2Handler handler;
+    const auto conversion = convert (handler, source, { { "NbrOfFIRTaps", "512" } });
+    EXPECT_TRUE (conversion.result.wasOk());
+    EXPECT_TRUE (contains (source.logged, "3 Total no of clipped coefficients: 2")); // 5 in one row, 4.79 in the other
+
+    source.channels[0].response[100] = std::numeric_limits<float>::quiet_NaN();
+    EXPECT_TRUE (convert (handler, source, { { "NbrOfFIRTaps", "512" } }).result.wasOk());
+    EXPECT_TRUE (contains (source.logged, "3 Total no of clipped coefficients: 1012")); // all 512 and the 8000 / 16 low-rate ones
+}
+
+TEST (VLFIRHandler, ALateFilterIsWarnedOf)
+{
+    FIRTestSource source ({ channel (1, "C", impulse (8000, 4000)) });
+    VLFIR2Handler handler;
+    EXPECT_TRUE (convert (handler, source, { { "NbrOfFIRTaps", "1024" } }).result.wasOk());
+    EXPECT_TRUE (contains (source.logged, "3 VLFIR: Offset == maxoffset, HR filter cutout possibly failed"));
+}
+
+TEST (VLFIRHandler, LatencyIsInSamplesOfTheRate)
+{
+    VLFIR2Handler handler;
+    juce::StringPairArray parameters;
+    EXPECT_FLOAT_EQ (256000.0f / 48000.0f, handler.getLatencyMs (parameters, 48000));
+    parameters.set ("Latency", "96");
+    EXPECT_FLOAT_EQ (1.0f, handler.getLatencyMs (parameters, 96000));
+    EXPECT_EQ (22050u, handler.getMaxTaps (parameters, 44101));
+}
+
+TEST (VLFIRHandler, EachGenerationFillsItsRecord)
+{
+    const VectorXf highRate = VectorXf::Ones (3), lowRate = VectorXf::Zero (2);
+    FirstHandler first;
+    VFIIR::SFilter filter;
+    filter.reserved = 99;
+    first.fillFilter (filter, highRate, lowRate, 333, 11, 4.5f);
+    EXPECT_EQ (99u, filter.channelWord);
+    EXPECT_EQ (333u, filter.highRateDelay);
+    EXPECT_EQ (3u, filter.highRateTapCount);
+    EXPECT_EQ (lowRate.data(), filter.lowRateTaps);
+    EXPECT_EQ (0u, filter.reserved);
+    EXPECT_EQ (-4.5, filter.gaindB);
+
+    VLFIR2Handler second;
+    VFIIR2::SFilter filter2;
+    filter2.stageGain4dB = 99;
+    second.fillFilter (filter2, highRate, lowRate, 333, 11, 0.0f);
+    EXPECT_EQ (143u, filter2.channelWord);
+    EXPECT_EQ (0u, filter2.stageGain4dB);
+}
+
+TEST (VLFIRHandler, TwoConversionsAtOnceGiveTheBytesOfOneAfterTheOther)
+{
+    auto source = twoChannels();
+    VLFIR2Handler handler;
+    const auto expected = convert (handler, source, { { "NbrOfFIRTaps", "512" } });
+    std::vector<std::thread> threads;
+    std::vector<int> wrong (2, 0);
+
+    for (size_t t = 0; t < 2; ++t)
+        threads.emplace_back ([t, &wrong, &expected]
+        {
+            for (int i = 0; i < 20; ++i)
+            {
+                auto ownSource = twoChannels();
+                VLFIR2Handler ownHandler;
+                wrong[t] += convert (ownHandler, ownSource, { { "NbrOfFIRTaps", "512" } }).blob == expected.blob ? 0 : 1;
+            }
+        });
+
+    for (auto& thread : threads)
+        thread.join();
+
+    EXPECT_EQ (std::vector<int> (2, 0), wrong);
+}
+
+struct DumpFolder
+{
+    juce::File file = juce::File::createTempFile ("dump");
+    ~DumpFolder() { file.deleteRecursively(); }
+};
+
+TEST (VLFIRHandler, TheDumpWritesWhatAPersonComparesAndChangesNothing)
+{
+    // One response that comes out well, one whose name tries to leave the folder and whose energy lies too late.
+    FIRTestSource source ({ channel (7, "FL", impulse (4000, 400)), channel (2, "../up", impulse (4000, 3000)) });
+    VLFIR2Handler handler;
+    const DumpFolder folder;
+    const auto plain = convert (handler, source, { { "NbrOfFIRTaps", "1024" } }, {}, 4000);
+    source.logged.clear();
+    const auto dumped = convert (handler, source, { { "NbrOfFIRTaps", "1024" } },
+                                 { { "BlobPath", folder.file.getFullPathName().toRawUTF8() } }, 4000);
+    EXPECT_EQ (plain.blob, dumped.blob);
+    EXPECT_TRUE (contains (source.logged, "2 VLFIR: Dumping files to path '" + folder.file.getFullPathName().toStdString() + "'"));
+
+    juce::StringArray names;
+    for (const auto& file : folder.file.findChildFiles (juce::File::findFiles, false))
+        names.add (file.getFileName());
+    names.sort (false);
+    EXPECT_EQ ("FIR_HR_4000_..up.txt FIR_HR_4000_FL.txt FIR_HRfull_4000_..up.txt FIR_LR_4000_..up.txt FIR_LR_4000_FL.txt "
+               "FIR_VLFIR_4000_..up.txt FIR_VLFIR_4000_FL.txt FIR_full_4000_..up.txt FIR_full_4000_FL.txt blob_4000_1024.bin "
+               "sigIn_4000.txt sigOutMIMO_4000_..up.txt sigOutMIMO_4000_FL.txt sigOut_4000_..up.txt sigOut_4000_FL.txt",
+               names.joinIntoString (" ").toStdString());
+
+    const auto linesOf = [&] (const char* name)
+    {
+        juce::StringArray lines;
+        lines.addLines (folder.file.getChildFile (name).loadFileAsString());
+        return lines;
+    };
+
+    juce::MemoryBlock blob;
+    folder.file.getChildFile ("blob_4000_1024.bin").loadFileAsData (blob);
+    EXPECT_EQ (plain.blob, blob);
+    EXPECT_EQ ("1,", linesOf ("FIR_full_4000_FL.txt")[400].toStdString());
+    EXPECT_NEAR (1.0f, linesOf ("FIR_VLFIR_4000_FL.txt")[698].getFloatValue(), 1e-5f);
+
+    // The sweep through the filter and through the model of the device, both 298 samples late.
+    const auto wanted = linesOf ("sigOut_4000_FL.txt"), played = linesOf ("sigOutMIMO_4000_FL.txt");
+    ASSERT_EQ (wanted.size(), played.size());
+    float worst = 0.0f, highest = 0.0f;
+    for (int i = 0; i < wanted.size(); ++i)
+    {
+        worst = std::max (worst, std::abs (wanted[i].getFloatValue() - played[i].getFloatValue()));
+        highest = std::max (highest, wanted[i].getFloatValue());
+    }
+    EXPECT_NEAR (0.25f, highest, 0.01f);
+    EXPECT_LT (worst, 3e-4f);
+}
+
+TEST (VLFIRHandler, ADumpThatCannotBeWrittenIsNoFailure)
+{
+    auto source = twoChannels();
+    VLFIR2Handler handler;
+    EXPECT_TRUE (convert (handler, source, { { "NbrOfFIRTaps", "512" } }, { { "BlobPath", "/dev/null/dump" } }, 4000).result.wasOk());
+}
+
+}

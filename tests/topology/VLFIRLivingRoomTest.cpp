@@ -1,0 +1,97 @@
+#include <algorithm>
+#include <array>
+#include <memory>
+#include <string>
+
+#include <gtest/gtest.h>
+#include <sndfile.h>
+
+#include "dsp/BandSplitFilters.h"
+#include "dsp/ResponseError.h"
+#include "tests/topology/TestSource.h"
+#include "topology/VLFIRBlobReader.h"
+#include "topology/VLFIRHandler.h"
+
+namespace {
+
+using namespace veltra::topology;
+using Eigen::VectorXf;
+
+constexpr std::array<const char*, 8> channelNames { "FL", "FR", "C", "SL", "SR", "BL", "BR", "SW" };
+
+/** A correction filter of the sample room as a filter set would give it: one second long. */
+VectorXf loadResponse (const std::string& channel, unsigned sampleRate)
+{
+    const std::string path = "examples/living-room/" + channel + "_" + std::to_string (sampleRate) + ".wav";
+    SF_INFO info {};
+    const std::unique_ptr<SNDFILE, decltype (&sf_close)> file (sf_open (path.c_str(), SFM_READ, &info), &sf_close);
+    VectorXf response = VectorXf::Zero (sampleRate);
+
+    if (file == nullptr || info.channels != 1 || info.frames > response.size())
+    {
+        ADD_FAILURE() << path << " is not what it was";
+        return response;
+    }
+
+    EXPECT_EQ (info.frames, sf_readf_float (file.get(), response.data(), info.frames));
+    return response;
+}
+
+/** Errors in dB by channel of what the device plays from the blob's own integers. */
+std::array<double, 8> errorsOf (unsigned sampleRate, unsigned taps)
+{
+    veltra::test::FIRTestSource source;
+    for (const char* name : channelNames)
+        source.channels.push_back ({ .response = loadResponse (name, sampleRate), .name = name });
+
+    juce::StringPairArray parameters;
+    parameters.set ("NbrOfFIRTaps", juce::String (taps));
+    juce::PropertySet settings;
+    juce::MemoryBlock blob;
+    auto result = juce::Result::ok();
+    VLFIR2Handler().createFilterData (result, source, parameters, sampleRate, blob, settings);
+    EXPECT_TRUE (result.wasOk());
+    EXPECT_EQ (1u, source.logged.size()); // nothing clipped, no cut-out at its limit
+
+    const auto contents = readVLFIRBlob ({ static_cast<const std::uint8_t*> (blob.getData()), blob.getSize() },
+                                         VLFIRGeneration::second);
+    std::array<double, 8> errors {};
+
+    for (size_t i = 0; i < contents.channels.size(); ++i)
+    {
+        const auto& wanted = source.channels[i].response;
+        const VectorXf played = simulate (VectorXf::Unit (wanted.size(), 0), contents.channels[i]);
+        errors[i] = veltra::dsp::compareResponses (wanted, played, veltra::dsp::kBandSplitDelay, sampleRate).overall_dB;
+    }
+
+    return errors;
+}
+
+/** The figures of docs/dual-rate.md. They may get better, and worse by no more than 3 dB. */
+void expectErrors (unsigned sampleRate, unsigned taps, const std::array<double, 8>& figures_dB)
+{
+    const auto errors = errorsOf (sampleRate, taps);
+
+    for (size_t i = 0; i < figures_dB.size(); ++i)
+        EXPECT_LT (errors[i], figures_dB[i] + 3.0) << channelNames[i] << " at " << sampleRate << " Hz with " << taps << " taps";
+}
+
+TEST (VLFIRLivingRoom, TheErrorsAt44100HzStayWhereTheyWere)
+{
+    expectErrors (44100, 1024, { -68.5, -68.5, -70.2, -70.7, -70.7, -71.5, -71.5, -61.4 });
+    expectErrors (44100, 2048, { -73.0, -73.0, -73.0, -74.3, -74.3, -74.4, -74.4, -63.5 });
+}
+
+TEST (VLFIRLivingRoom, TheErrorsAt48000HzStayWhereTheyWere)
+{
+    expectErrors (48000, 1024, { -70.0, -70.1, -72.1, -71.7, -71.7, -71.0, -71.1, -61.6 });
+    expectErrors (48000, 2048, { -74.0, -74.0, -74.8, -75.2, -75.2, -76.3, -76.3, -63.7 });
+}
+
+TEST (VLFIRLivingRoom, TheErrorsAt96000HzStayWhereTheyWere)
+{
+    expectErrors (96000, 2048, { -68.1, -68.2, -68.3, -68.7, -68.7, -69.3, -69.3, -62.6 });
+    expectErrors (96000, 4096, { -69.5, -69.5, -69.6, -69.8, -69.8, -70.8, -70.8, -63.5 });
+}
+
+}
