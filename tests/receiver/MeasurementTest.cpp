@@ -8,6 +8,8 @@
 #include "tools/common/NoiseSource.h"
 #include "tools/common/Stimulus.h"
 #include "tools/receiver/Receiver.h"
+#include "topology/VLFIRBlob.h"
+#include "topology/VLFIRModel.h"
 
 namespace veltra::receiver {
 namespace {
@@ -337,25 +339,21 @@ TEST (ReceiverMeasurement, NoSampleIsLostInAMinuteAtTwentyTimesRealTime)
 }
 
 /** Fills slot 0 and switches filtering on. */
-void download (Measurer& measurer, std::uint32_t sampleRate, const std::vector<std::vector<float>>& coefficients,
-               float gain_dB, float delay_ms, std::uint32_t withoutEq)
+void download (Measurer& measurer, std::uint32_t sampleRate, std::uint32_t channels, const std::string& bytes, float gain_dB,
+               float delay_ms, std::uint32_t withoutEq)
 {
-    std::string bytes;
-    for (const auto& channel : coefficients)
-        bytes.append (reinterpret_cast<const char*> (channel.data()), channel.size() * sizeof (float));
-
     LoadFilter load;
     load.set_deviceindex (0);
     load.set_slotindex (0);
     load.mutable_filter()->set_name ("test");
-    load.mutable_filter()->set_noofchannels (static_cast<std::uint32_t> (coefficients.size()));
+    load.mutable_filter()->set_noofchannels (channels);
     EXPECT_EQ (measurer.command (load), "ok");
     FilterData data;
     data.set_deviceindex (0);
     data.set_slotindex (0);
     data.set_samplerate (sampleRate);
     data.set_sizebytes (static_cast<std::uint32_t> (bytes.size()));
-    for (std::uint32_t i = 0; i < coefficients.size(); ++i)
+    for (std::uint32_t i = 0; i < channels; ++i)
     {
         data.add_channelindices (i);
         FilterChannel channel;
@@ -378,6 +376,16 @@ void download (Measurer& measurer, std::uint32_t sampleRate, const std::vector<s
     on.set_deviceindex (0);
     on.set_isfiltering (true);
     EXPECT_EQ (measurer.command (on), "ok");
+}
+
+void download (Measurer& measurer, std::uint32_t sampleRate, const std::vector<std::vector<float>>& coefficients,
+               float gain_dB, float delay_ms, std::uint32_t withoutEq)
+{
+    std::string bytes;
+    for (const auto& channel : coefficients)
+        bytes.append (reinterpret_cast<const char*> (channel.data()), channel.size() * sizeof (float));
+
+    download (measurer, sampleRate, static_cast<std::uint32_t> (coefficients.size()), bytes, gain_dB, delay_ms, withoutEq);
 }
 
 Profile withTopology (const std::string& name, const std::string& information)
@@ -427,13 +435,37 @@ TEST (ReceiverFiltering, AppliesSectionsInParallelBehindTheTaps)
     EXPECT_LT (deviation_dB (left, dsp::fftConvolve (room.response ("FL", 48000), filter)), -80.0);
 }
 
+TEST (ReceiverFiltering, PlaysADualRateFilterByTheModelOfTheDevice)
+{
+    Receiver receiver (withTopology ("VLFIR2", "NbrOfFIRTaps=256"), withMeasurement (inTheLivingRoom()));
+    Room room (inTheLivingRoom().room);
+    Measurer measurer (receiver.port());
+
+    topology::VLFIRChannel channel;
+    channel.highRateDelay = 310;
+    channel.highRateTaps = 0.5f * Eigen::VectorXf::Unit (256, 7);
+    channel.lowRateTaps = 0.25f * Eigen::VectorXf::Unit (256, 3);
+
+    topology::VFIIR2::SFilter filter;
+    filter.highRateTaps = channel.highRateTaps.data();
+    filter.lowRateTaps = channel.lowRateTaps.data();
+    filter.highRateTapCount = filter.lowRateTapCount = 256;
+    filter.highRateDelay = channel.highRateDelay;
+    std::vector<std::uint8_t> blob;
+    topology::VFIIR2::makeBlob (48000, { &filter, 1 }, blob, nullptr);
+
+    download (measurer, 48000, 1, std::string (blob.begin(), blob.end()), 0.0f, 0.0f, 9);
+    const auto left = tools::deconvolve (measurer.measure (stimulusOn ({ 0 }), 300000), sweepAt (48000));
+    EXPECT_LT (deviation_dB (left, dsp::fftConvolve (room.response ("FL", 48000), topology::impulseResponse (channel))), -80.0);
+}
+
 TEST (ReceiverFiltering, RefusesToPlayThroughAFilterThatItCannotApply)
 {
     Receiver receiver (withTopology ("FIR", "NbrOfFIRTaps=4"), withMeasurement (inTheLivingRoom()));
     Measurer measurer (receiver.port());
     download (measurer, 48000, { { 1.0f, 0.0f, 0.0f } }, 0.0f, 0.0f, 9);
     EXPECT_EQ (measurer.command (measurementAt (48000)), "ok");
-    EXPECT_EQ (measurer.command (stimulusOn ({ 0 })), "The filter at 48000 Hz has 12 bytes, its topology takes 16");
+    EXPECT_EQ (measurer.command (stimulusOn ({ 0 })), "The filter at 48000 Hz cannot be applied: 12 bytes where its topology takes 16");
 }
 
 TEST (Stimulus, HasTheLevelAndBandThatItsDescriptionSays)

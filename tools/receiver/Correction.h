@@ -10,15 +10,16 @@
 
 namespace veltra::receiver {
 
-/** What the receiver's processor does to a channel with the filter of a slot: the filter of the channel's taps and
-    sections, and the gain and delay of its FilterChannel. A channel marked noEq gets gain and delay only.
+/** What the receiver's processor does to a channel with the filter of a slot: what it plays with the bytes of its
+    topology (see topology/DeviceResponse.h), and the gain and delay of its FilterChannel. A channel marked noEq gets
+    gain and delay only.
 
     @param slot          an occupied slot
-    @param topologyInfo  says what the bytes of a rate are: those of FIR and FIIR can be applied
+    @param topologyInfo  says what the bytes of a rate are
     @param channelIndex  number of the channel
     @param sampleRate    Hz
     @returns             the impulse response; nothing when the slot does not touch this channel at this rate
-    @throws              Refusal for bytes of another topology, or of a size that does not fit it
+    @throws              Refusal for bytes that are not those of the rate's topology
 */
 std::optional<Eigen::VectorXf> correctionResponse (const Slot& slot, const veltraio::TopologyInfo& topologyInfo,
                                                    std::uint32_t channelIndex, std::uint32_t sampleRate);
