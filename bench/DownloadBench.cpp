@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -15,6 +14,7 @@
 
 #include "bench/BarePeer.h"
 #include "bench/Envelopes.h"
+#include "bench/ProcessMemory.h"
 #include "plugin/DeviceImpl.h"
 #include "protocol/Dispatcher.h"
 #include "protocol/TcpDeviceConnection.h"
@@ -167,18 +167,6 @@ void BM_Download (benchmark::State& state)
     }
 }
 
-/** A value of /proc/self/status in MiB. */
-double statusMiB (const std::string& key)
-{
-    std::ifstream status ("/proc/self/status");
-
-    for (std::string line; std::getline (status, line);)
-        if (line.starts_with (key))
-            return std::stod (line.substr (key.size() + 1)) / 1024.0;
-
-    return 0.0;
-}
-
 /** Peak of resident memory during one download above what was resident before it. */
 void BM_DownloadMemory (benchmark::State& state)
 {
@@ -188,13 +176,12 @@ void BM_DownloadMemory (benchmark::State& state)
 
     for (auto _ : state)
     {
-        std::ofstream ("/proc/self/clear_refs") << "5"; // sets the peak back to the present
-        const auto before = statusMiB ("VmRSS:");
+        const PeakMemory memory;
 
         if (target.download (text) < 0.0)
             state.SkipWithError ("the download failed");
 
-        peak = std::max (peak, statusMiB ("VmHWM:") - before);
+        peak = std::max (peak, memory.growth_MiB());
     }
 
     state.counters["description_MiB"] = static_cast<double> (text.size()) / (1024.0 * 1024.0);
