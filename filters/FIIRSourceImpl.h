@@ -14,7 +14,7 @@ namespace veltra::filters {
     The list of channel ids decides how many channels there are; places run over the filters of the set in its
     order, whatever their channel numbers are. One thread at a time.
 */
-class FIIRSourceImpl final : public topology::IFIIRSource
+class FIIRSourceImpl : public topology::IFIIRSource
 {
 public:
     /** @param set          borrowed; must outlast the source

@@ -110,6 +110,34 @@ TEST_F (EndToEnd, TheLivingRoomArrivesByteForByte)
     EXPECT_EQ (receiver::Slot::State::empty, theReceiver->slots().at (1).state);
 }
 
+TEST_F (EndToEnd, ADualRateDownloadOfTwelveChannelsIsWhatConvertMakes)
+{
+    startReceiver (receiver::shippedProfile ("twelve"), {});
+
+    // The room has no loudspeakers at the ceiling: those at the floor lend their filters.
+    std::string map;
+    for (const char* const rate : { "44100", "48000", "96000" })
+        for (const std::string channel : { "FL", "FR", "C", "SW", "SL", "SR", "BL", "BR", "TFL", "TFR", "TBL", "TBR" })
+            map += channel + " " + rate + " "
+                   + std::filesystem::absolute (roomFile (channel.substr (channel[0] == 'T' ? 1 : 0) + "_" + rate)).string() + "\n";
+
+    write ("map.txt", map);
+    ASSERT_EQ (0, run ({ VELTRA_PROGRAM, "import", "-o", path ("room.xml"), "--map", path ("map.txt") }).status);
+    expectSuccess (veltra ({ "download", "--slot", "0", path ("room.xml") }));
+
+    const auto blocks = theReceiver->slots().at (0).blocks;
+    ASSERT_EQ (3u, blocks.size());
+
+    for (const auto& block : blocks)
+    {
+        const auto ending = run ({ VELTRA_PROGRAM, "convert", "--force", path ("room.xml"), "--topology", "VLFIR2", "--rate",
+                                   std::to_string (block.sampleRate), "--taps", "2048", "--latency", "256", "-o", path ("blob") });
+        EXPECT_EQ (0, ending.status) << ending.err;
+        EXPECT_EQ (12 + 12 * (48 + 2 * 2048 * 4), block.bytes.size());
+        EXPECT_TRUE (read (path ("blob")) == block.bytes) << block.sampleRate;
+    }
+}
+
 TEST_F (EndToEnd, ARefusedDownloadEndsWithTheReceiversWords)
 {
     using receiver::Fault;
@@ -252,6 +280,33 @@ TEST_F (Measuring, ADesignedFilterIsHeardAsItWasDesigned)
     const auto room = vectorOf (readMonoAudio (roomFile ("measured_FR_48000")).samples);
     const auto measured = tools::deconvolve (vectorOf (readMonoAudio (path ("capture.wav")).samples), stimulus (profile, 0, 48000));
     EXPECT_LT (difference_dB (measured, dsp::fftConvolve (room, filter)), -80.0);
+}
+
+TEST_F (Measuring, DualRateReceiversPlayTheCorrectionToo)
+{
+    const auto room = vectorOf (readMonoAudio (roomFile ("measured_FL_48000")).samples);
+    const auto filter = vectorOf (readMonoAudio (roomFile ("FL_48000")).samples);
+    const auto file = importRoom ({ "44100", "48000", "96000" });
+
+    for (const char* const topology : { "VLFIR", "VLFIR2" })
+    {
+        auto profile = receiver::shippedProfile ("seven-one");
+
+        for (auto& entry : *profile.topologyInfo.mutable_topologies())
+        {
+            entry.set_name (topology);
+            entry.set_information ("NbrOfFIRTaps=2048");
+        }
+
+        startReceiver (profile, inTheRoom (20.0));
+        expectSuccess (veltra ({ "download", "--slot", "0", file, "--setting", "MaxFilterAttenuation=0" }));
+        expectSuccess (veltra ({ "filtering", "on" }));
+        expectSuccess (veltra ({ "measure", "--channel", "FL", "--tail", "2", "-o", path ("corrected.wav"), "--force" }));
+        const auto corrected = tools::deconvolve (vectorOf (readMonoAudio (path ("corrected.wav")).samples), stimulus (profile, 0, 48000));
+
+        // The structure's own error is -74 dB of energy, spread over a response of half a second.
+        EXPECT_LT (difference_dB (corrected, dsp::fftConvolve (room, filter)), -65.0) << topology;
+    }
 }
 
 TEST_F (Measuring, CtrlCStopsTheStimulusAndLeavesTheMode)

@@ -293,6 +293,54 @@ TEST_F (Veltra, AConversionToFIRKeepsTheSamplesOfTheImport)
     EXPECT_FALSE (fs::exists (path ("none")));
 }
 
+TEST_F (Veltra, AConversionTellsWhatTheDeviceWillPlay)
+{
+    ASSERT_EQ (0, veltra ({ "import", "-o", path ("room.xml"), "examples/living-room/FL_48000.wav", "examples/living-room/SW_48000.wav" }).status);
+    auto ending = veltra ({ "convert", path ("room.xml"), "--topology", "VLFIR2", "--rate", "48000", "--taps", "2048", "-o", path ("blob"),
+                            "--plot", path ("plot.svg"), "--dump", path ("dump"), "--setting", "MaxFilterAttenuation=6" });
+    EXPECT_EQ (0, ending.status) << ending.err;
+    EXPECT_EQ ("", ending.err);
+    EXPECT_NE (std::string::npos, ending.out.find ("\nFL            0    298     6.0        0   -74.0")) << ending.out;
+    EXPECT_NE (std::string::npos, ending.out.find ("\nSW            0    298     6.0        0   -63.7")) << ending.out;
+    EXPECT_EQ (read (path ("blob")), read (path ("dump/blob_48000_2048.bin")));
+    EXPECT_NE (std::string::npos, read (path ("plot.svg")).find ("</svg>"));
+
+    ending = veltra ({ "inspect", path ("blob") });
+    EXPECT_EQ (0, ending.status);
+    EXPECT_TRUE (ending.out.starts_with (path ("blob").string() + ": VLFIR2, 32876 bytes, 48000 Hz, 2 channels\nchannel 0: word 0 (id 0), gain -6.00 dB, "))
+        << ending.out;
+    EXPECT_TRUE (ending.out.ends_with ("\nEvery offset and count fits the file.\n")) << ending.out;
+
+    write ("cut", read (path ("blob")).substr (0, 32000));
+    ending = veltra ({ "inspect", path ("cut"), "--topology", "VLFIR2" });
+    EXPECT_NE (std::string::npos, ending.out.find ("wrong: channel 1: low-rate taps, 2048 from 24684, reach beyond the end at 32000\n")) << ending.out;
+    expectOneSentence (ending, kExitInput, "is no sound blob");
+    expectOneSentence (veltra ({ "inspect", path ("nothing") }), kExitInput, "nothing");
+    expectOneSentence (veltra ({ "convert", path ("room.xml"), "--topology", "VLFIR2", "--rate", "48000", "--taps", "2048", "-o", path ("other"),
+                                 "--plot", path ("plot.jpg") }), kExitUsage, ".svg or .png");
+}
+
+TEST_F (Veltra, AFilterThatBeginsAtOnceIsNotedForTheDualRateStructures)
+{
+    writeFloatWav (path ("FL_48000.wav"), 48000, std::vector<float> { 0.5f, 0.25f });
+    const auto convert = [&] (const std::string& topology, const std::string& leadIn)
+    {
+        EXPECT_EQ (0, veltra ({ "import", "--force", "-o", path ("room.xml"), path ("FL_48000.wav"), "--lead-in", leadIn }).status);
+        return veltra ({ "convert", "--force", path ("room.xml"), "--topology", topology, "--rate", "48000", "--taps", "1024", "-o", path ("blob") }).err;
+    };
+
+    const auto note = convert ("VLFIR", "0");
+    EXPECT_TRUE (note.starts_with ("Note: ")) << note;
+    EXPECT_NE (std::string::npos, note.find ("first sample of FL is lost")) << note;
+    EXPECT_NE (std::string::npos, note.find ("--lead-in 298")) << note;
+
+    ASSERT_EQ (0, veltra ({ "import", "--force", "-o", path ("room.xml"), path ("FL_48000.wav") }).status);
+    EXPECT_TRUE (veltra ({ "download", "--slot", "0", path ("room.xml"), "--device", "a:1" }).err.starts_with ("Note: if this receiver"));
+
+    EXPECT_EQ ("", convert ("VLFIR", "298"));
+    EXPECT_EQ ("", convert ("FIR", "0"));
+}
+
 TEST_F (Veltra, TheSampleRoomImportsToTheSameTextWhateverTheOrderOfTheFiles)
 {
     const std::string room = "examples/living-room/";

@@ -12,7 +12,8 @@ namespace veltra::host {
 void addInfoCommand (CLI::App& program, const SessionOptions& session);
 void addImportCommand (CLI::App& program);
 void addDesignCommand (CLI::App& program);
-void addConvertCommand (CLI::App& program);
+void addConvertCommand (CLI::App& program, const SessionOptions& session);
+void addInspectCommand (CLI::App& program);
 void addDownloadCommand (CLI::App& program, const SessionOptions& session);
 void addSlotCommands (CLI::App& program, const SessionOptions& session);
 void addMeasureCommand (CLI::App& program, const SessionOptions& session);

@@ -1,11 +1,13 @@
 #include <chrono>
 #include <cstdio>
+#include <iostream>
 #include <memory>
 #include <optional>
 
 #include "tools/veltra/Commands.h"
 #include "tools/veltra/ExitStatus.h"
 #include "tools/veltra/FilterSlots.h"
+#include "tools/veltra/LeadInNote.h"
 #include "tools/veltra/Progress.h"
 #include "tools/veltra/SignalWatch.h"
 #include "tools/veltra/TextFile.h"
@@ -150,6 +152,8 @@ void download (const SessionOptions& sessionOptions, const DownloadOptions& opti
 
     if (options.slot >= kSlotsOfModule)
         throw Failure (kExitUsage, "Filters go to the slots 0 to " + std::to_string (kSlotsOfModule - 1) + " only.");
+
+    std::cerr << leadInNote ("if this receiver runs its filters at two rates (VLFIR),", channelsThatNeedLeadIn (text));
 
     if (options.replace && emptySlot (session, options.slot))
         std::printf ("Slot %u emptied.\n", options.slot);

@@ -61,7 +61,8 @@ int run (int argc, char** argv)
     addInfoCommand (program, session);
     addImportCommand (program);
     addDesignCommand (program);
-    addConvertCommand (program);
+    addConvertCommand (program, session);
+    addInspectCommand (program);
     addDownloadCommand (program, session);
     addSlotCommands (program, session);
     addMeasureCommand (program, session);

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <iosfwd>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <Eigen/Core>
+
+#include "dsp/ResponseError.h"
+#include "topology/DeviceResponse.h"
+#include "topology/FilterSource.h"
+
+namespace veltra::host {
+
+/** How a channel came out of a conversion. */
+struct ConvertedChannel
+{
+    /** What only the dual-rate structures have. */
+    struct DualRate
+    {
+        unsigned offset = 0;          ///< start of the high-rate cut-out in the response, samples
+        unsigned delay = 0;           ///< of the high-rate path, samples
+        double attenuation_dB = 0.0;  ///< by which all channels were scaled down
+        unsigned clipped = 0;         ///< coefficients at the end of the number range
+    };
+
+    std::string name;
+    Eigen::VectorXf wanted;           ///< the filter that was asked for, scaled down as the conversion scaled it
+    Eigen::VectorXf played;           ///< what the device makes of an impulse
+    unsigned playedDelay = 0;         ///< samples by which the structure is late
+    dsp::ResponseError error;         ///< of what is played
+    std::optional<DualRate> dualRate;
+};
+
+/** Takes the bytes of a conversion apart again and compares what they play with what was asked for.
+    @throws  Failure (kExitConversion) for bytes that are not those of their topology
+*/
+std::vector<ConvertedChannel> examineConversion (topology::IFIRSource& source, const topology::DeviceData& data);
+
+/** Prints a line for each channel, in columns. */
+void printConversion (std::ostream& stream, const std::vector<ConvertedChannel>& channels);
+
+}

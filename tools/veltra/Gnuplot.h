@@ -1,0 +1,22 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+namespace veltra::host {
+
+/** A text as gnuplot takes it literally, with its quotes. */
+std::string gnuplotText (std::string_view text);
+
+/** Draws a picture with the program gnuplot.
+
+    @param file       picture to write, by its extension: .svg or .png; appears complete or not at all
+    @param width      in pixels
+    @param height     in pixels
+    @param commands   a gnuplot script, without terminal and output
+    @throws           Failure: kExitUsage for another extension, kExitOutput when the picture cannot be made
+*/
+void drawPicture (const std::filesystem::path& file, unsigned width, unsigned height, const std::string& commands);
+
+}
