@@ -24,12 +24,13 @@ struct Form
     std::string_view meaning;
 };
 
-constexpr std::array<Form, 13> kForms { {
+constexpr std::array<Form, 14> kForms { {
     { "refuse", Action::refuse, "?t", "not carried out, answered by a refusal with TEXT" },
     { "lose", Action::lose, "", "not carried out, not answered" },
     { "lose-reply", Action::loseReply, "", "carried out, not answered" },
     { "delay", Action::delay, "p", "the reply leaves after MS milliseconds" },
     { "wrong-checksum", Action::wrongChecksum, "", "the reply's checksum is wrong" },
+    { "wrong-length", Action::wrongLength, "b", "the reply's envelope promises N bytes more than it has" },
     { "noise", Action::noise, "b", "N bytes of noise before the reply" },
     { "pieces", Action::pieces, "b?p", "the reply leaves in pieces of N bytes, MS milliseconds apart" },
     { "close", Action::close, "?b", "the connection is closed after N bytes of the reply" },

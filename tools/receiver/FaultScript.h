@@ -25,6 +25,7 @@ struct Fault
         loseReply,     ///< carried out, not answered
         delay,         ///< carried out; the reply leaves after `pause`, and what comes meanwhile waits
         wrongChecksum, ///< the reply's envelope carries a wrong checksum
+        wrongLength,   ///< the reply's envelope promises `bytes` bytes more than it has
         noise,         ///< `bytes` bytes of noise go before the reply's envelope
         pieces,        ///< the reply leaves in pieces of `bytes` bytes, with `pause` between them
         close,         ///< the connection is closed in an orderly way after `bytes` bytes of the reply

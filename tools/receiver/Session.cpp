@@ -64,11 +64,11 @@ struct Session::Outgoing
     {
     }
 
-    std::string write (bool withWrongChecksum) const
+    std::string write (bool withWrongChecksum, std::uint32_t missingBytes) const
     {
         std::string bytes ("\x21\x01\xFF", 3);
         bytes.reserve (kHeaderSize + body.size());
-        putWord (bytes, static_cast<std::uint32_t> (body.size()));
+        putWord (bytes, static_cast<std::uint32_t> (body.size()) + missingBytes);
         putWord (bytes, messageId);
         putWord (bytes, veltraio::envelopeHash (body) + (withWrongChecksum ? 1 : 0));
         return bytes + body;
@@ -232,8 +232,9 @@ void Session::deliver (Outgoing message, const std::vector<Fault>& faults)
         bytes = noise (fault->bytes);
     const auto* duplicate = find (faults, Action::duplicate);
     const auto copies = duplicate == nullptr ? 1 : duplicate->bytes == 0 ? 2 : duplicate->bytes;
+    const auto* wrongLength = find (faults, Action::wrongLength);
     for (std::uint32_t copy = 0; copy < copies; ++copy)
-        bytes += message.write (find (faults, Action::wrongChecksum) != nullptr);
+        bytes += message.write (find (faults, Action::wrongChecksum) != nullptr, wrongLength == nullptr ? 0 : wrongLength->bytes);
     if (find (faults, Action::lose) != nullptr || find (faults, Action::loseReply) != nullptr)
         bytes.clear();
 

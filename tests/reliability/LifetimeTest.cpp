@@ -1,0 +1,92 @@
+/** @file
+    Objects that go at the worst moment, and a process that has much open already.
+*/
+
+#include "tests/plugin/DeviceFixture.h"
+
+#include <atomic>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+namespace veltra::test {
+
+namespace {
+
+using namespace veltratune_io;
+
+class Counter final : public CaptureCallback
+{
+public:
+    void Reserved1() override {}
+    void Reserved2() override {}
+    void OnCaptureStart (std::int32_t) override {}
+    void OnCaptureData (const float*, std::int32_t) override { ++packets; }
+
+    std::atomic<unsigned> packets { 0 };
+};
+
+class Lifetime : public DeviceFixture
+{
+};
+
+}
+
+TEST_F (Lifetime, AnObjectMayGoWhilePacketsArrive)
+{
+    setFaults ("refuse OperationModeInfo *\nanswer OperationModeInfo * Acknowledge 'ok: true'");
+    veltraio::AudioData packet;
+    packet.set_packetnumber (1);
+    packet.mutable_data()->Resize (512, 0.5f);
+
+    for (int round = 0; round < 20; ++round)
+    {
+        auto& opened = open();
+        std::atomic<bool> enough { false };
+        std::thread microphone ([&] { while (! enough) receiver->broadcast (packet); });
+        Counter counter;
+        EXPECT_EQ (opened.EnterMeasurementMode (48000, 0, 1, &counter), kResultOk);
+
+        while (counter.packets == 0)
+            std::this_thread::yield();
+
+        plugin = nullptr;
+        const auto heard = counter.packets.load();
+        std::this_thread::sleep_for (std::chrono::milliseconds (5));
+        EXPECT_EQ (counter.packets, heard) << "the callback may be deleted once its device has gone";
+        enough = true;
+        microphone.join();
+    }
+}
+
+/** A descriptor beyond 1023 does not fit into the sets of select. */
+TEST_F (Lifetime, AHostMayHaveMoreThanAThousandFilesOpen)
+{
+    rlimit limit {};
+    ASSERT_EQ (getrlimit (RLIMIT_NOFILE, &limit), 0);
+    const auto before = limit;
+    limit.rlim_cur = std::min<rlim_t> (4096, limit.rlim_max);
+
+    if (setrlimit (RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur < 2048)
+        GTEST_SKIP() << "no so many descriptors are permitted here";
+
+    std::vector<int> files;
+
+    for (int i = 0; i < 1100; ++i)
+        files.push_back (::open ("/dev/null", O_RDONLY));
+
+    EXPECT_GT (files.back(), 1023);
+    auto& opened = open();
+    EXPECT_EQ (download (opened), kResultOk);
+    EXPECT_TRUE (opened.SetVolume (0.5f));
+    plugin = nullptr;
+
+    for (const int file : files)
+        ::close (file);
+
+    setrlimit (RLIMIT_NOFILE, &before);
+}
+
+}

@@ -1,0 +1,209 @@
+/** @file
+    Thousands of sessions with whatever may happen in them. What a session takes must come back when it ends.
+*/
+
+#include "tests/plugin/DeviceFixture.h"
+
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <random>
+#include <thread>
+
+#ifdef __GLIBC__
+  #include <malloc.h>
+#endif
+
+namespace veltra::test {
+
+namespace {
+
+using namespace veltratune_io;
+
+// Sessions with faults wait more than they work, so many hosts take their turns at once.
+constexpr unsigned hostCount = 40;
+constexpr unsigned sessionsUntilSettled = 10; ///< of each host, until caches and the allocator have what they want
+constexpr unsigned sessionsAfterwards = 40;
+
+class Ear final : public CaptureCallback
+{
+public:
+    void Reserved1() override {}
+    void Reserved2() override {}
+    void OnCaptureStart (std::int32_t) override {}
+    void OnCaptureData (const float*, std::int32_t) override {}
+};
+
+struct Footprint
+{
+    std::size_t descriptors = 0, threads = 0;
+    double residentMiB = 0.0;
+
+    static Footprint now()
+    {
+        const auto entries = [] (const char* folder)
+        {
+            return static_cast<std::size_t> (std::distance (std::filesystem::directory_iterator (folder), {}));
+        };
+        std::ifstream statm ("/proc/self/statm");
+        double pages = 0.0;
+        statm >> pages >> pages;
+        return { entries ("/proc/self/fd"), entries ("/proc/self/task"), pages * 4096.0 / (1024.0 * 1024.0) };
+    }
+};
+
+/** Faults that cost no long wait. */
+const char* const faults[] = {
+    "", "", "refuse * 5 'no'", "reset * 3", "reset FilterDataChunk 2 4", "close LoadFilter 1", "close * 6 7", "noise * * 50",
+    "duplicate * *", "pieces * * 3", "lose FilterDataChunk 1", "wrong-checksum FilterDataChunk 1", "truncate FilterData 1 1",
+    "wrong-length FilterDataChunk 1 9", "refuse FilterChannel 2 'no'", "reset AudioData 2", "limit * 4 30", "reset connect 1",
+};
+
+/** A host with a receiver of its own. */
+class Host : public DeviceFixture
+{
+public:
+    explicit Host (unsigned seed) : random (seed)
+    {
+        log.reset();
+        options.recordedBytes = 4096;
+        settings["FilterDataChunkTimeout"] = "40";
+        settings["FilterDataChunkRetries"] = "1";
+    }
+
+    void TestBody() override {}
+
+    /** One of the two sessions that end a run: the receiver clears up after a session when the next one begins. */
+    void plainSession()
+    {
+        EXPECT_TRUE (find());
+        end();
+    }
+
+    void session()
+    {
+        setFaults (faults[below (std::size (faults))]);
+
+        if (find())
+            for (auto actions = below (4); actions > 0; --actions)
+                act (device (0));
+
+        setFaults ("");
+        receiver->setMessageLimit (0);
+        end();
+    }
+
+    unsigned downloads = 0;
+
+private:
+    void end()
+    {
+        plugin = nullptr;
+        receiver->waitFor ([this] { return receiver->openSessions() == 0; });
+    }
+
+    std::size_t below (std::size_t limit) { return std::uniform_int_distribution<std::size_t> (0, limit - 1) (random); }
+
+    void act (Device2& opened)
+    {
+        switch (below (4))
+        {
+            case 0:
+                remove (opened);
+                downloads += download (opened, xml, 2) == kResultOk;
+                break;
+
+            case 1:
+                opened.EnterMeasurementMode (48000, 0, 1, &ear);
+                receiver->broadcast (packet());
+
+                if (below (2) == 0)
+                    opened.LeaveMeasurementMode();
+                break;
+
+            case 2:
+                opened.SetVolume (0.5f);
+                opened.GetFiltering();
+                break;
+
+            default:
+                remove (opened);
+        }
+    }
+
+    static void remove (Device2& opened)
+    {
+        FilterSet* set = nullptr;
+
+        if (opened.GetFilterSet (2, 0, &set))
+            opened.RemoveFilterSet (set);
+    }
+
+    static veltraio::AudioData packet()
+    {
+        veltraio::AudioData message;
+        message.set_packetnumber (1);
+        message.mutable_data()->Resize (512, 0.5f);
+        return message;
+    }
+
+    std::mt19937 random;
+    const std::string xml = description().text();
+    Ear ear;
+};
+
+void runSessions (const std::vector<std::unique_ptr<Host>>& hosts, unsigned count)
+{
+    std::vector<std::thread> threads;
+
+    for (const auto& host : hosts)
+        threads.emplace_back ([&host, count]
+        {
+            for (unsigned i = 0; i < count; ++i)
+                host->session();
+
+            host->plainSession();
+            host->plainSession();
+        });
+
+    for (auto& thread : threads)
+        thread.join();
+}
+
+}
+
+TEST (Soak, DescriptorsThreadsAndMemoryStayAsTheyAre)
+{
+#ifdef __GLIBC__
+    mallopt (M_ARENA_MAX, 1); // each further arena would take its share of megabytes at a moment of its own
+#endif
+
+    std::vector<std::unique_ptr<Host>> hosts;
+
+    for (unsigned i = 0; i < hostCount; ++i)
+        hosts.push_back (std::make_unique<Host> (i));
+
+    runSessions (hosts, sessionsUntilSettled);
+    const auto settled = Footprint::now();
+    runSessions (hosts, sessionsAfterwards);
+    const auto last = Footprint::now();
+    unsigned downloads = 0;
+
+    for (const auto& host : hosts)
+        downloads += host->downloads;
+
+    constexpr unsigned sessions = hostCount * (sessionsUntilSettled + sessionsAfterwards);
+    std::cout << sessions << " sessions, " << downloads << " downloads; descriptors " << settled.descriptors << " -> "
+              << last.descriptors << ", threads " << settled.threads << " -> " << last.threads << ", resident MiB "
+              << settled.residentMiB << " -> " << last.residentMiB << "\n";
+
+    EXPECT_GT (downloads, sessions / 10);
+    EXPECT_EQ (last.descriptors, settled.descriptors);
+    EXPECT_EQ (last.threads, settled.threads);
+#ifndef VELTRA_SANITIZED
+    EXPECT_LT (last.residentMiB, settled.residentMiB + 2.0);
+#endif
+}
+
+}
