@@ -7,10 +7,9 @@
 
 #include <curl/curl.h>
 
-#include "discovery/HostLookup.h"
+#include "common/HostLookup.h"
 
 #if ! defined(_WIN32)
- #include <arpa/inet.h>
  #include <csignal>
  #include <ctime>
 #endif
@@ -120,18 +119,6 @@ private:
     bool valid = false;
 };
 
-/** Whether a host needs no name server. */
-bool isLiteral (const std::string& host)
-{
-   #if defined(_WIN32)
-    return host.empty() || host.front() == '[';
-   #else
-    in_addr address;
-    return host.empty() || host.front() == '[' || host == "localhost"
-        || ::inet_pton (AF_INET, host.c_str(), &address) == 1;
-   #endif
-}
-
 /** One request and its reply, without redirects. */
 class Transfer
 {
@@ -169,15 +156,18 @@ private:
     {
         const auto host = url.host();
 
-        if (isLiteral (host))
+        if (host.starts_with ('[')) // a number of IPv6
             return true;
 
         const auto start = steady_clock::now();
-        const auto addresses = lookUpHost (host, std::min (deadline, start + limits.connectTime), shouldStop);
+        const auto addresses = veltra::lookUpHost (host, std::min (deadline, start + limits.connectTime), shouldStop);
         connectTime -= std::chrono::duration_cast<std::chrono::milliseconds> (steady_clock::now() - start);
 
         if (addresses.empty() || connectTime.count() <= 0)
             return false;
+
+        if (addresses.front() == host)
+            return true;
 
         auto entry = host + ":" + url.port() + ":";
 

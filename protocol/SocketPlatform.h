@@ -1,7 +1,5 @@
 #pragma once
 
-#include <vector>
-
 #include <juce_core/juce_core.h>
 
 /** What JUCE's sockets leave to the operating system. */
@@ -26,9 +24,5 @@ int receiveBytes (int handle, void* data, int size) noexcept;
 
 /** Ends both directions, which wakes whoever waits for the socket or is sending; the handle stays open. */
 void shutDown (int handle) noexcept;
-
-/** Looks a host's addresses up, as numbers. A number is its own answer. Where the platform cannot bound the search
-    (anything but glibc) the name itself is returned, for the socket to look up. */
-std::vector<juce::String> resolve (const juce::String& host, int timeoutMs);
 
 }

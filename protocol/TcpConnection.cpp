@@ -1,9 +1,10 @@
 #include "protocol/TcpConnection.h"
 
 #include <algorithm>
+#include <chrono>
 #include <utility>
 
-#include "common/Clock.h"
+#include "common/HostLookup.h"
 #include "common/JuceThreads.h"
 #include "common/Log.h"
 #include "protocol/Contain.h"
@@ -155,16 +156,18 @@ bool TcpConnection::connect (const juce::String& host, int port, int timeoutMs)
     if (host.isEmpty() || port <= 0 || port > 65535)
         return false;
 
-    const auto deadline = steadyMilliseconds() + timeoutMs;
-    const auto addresses = platform::resolve (host, timeoutMs);
+    using namespace std::chrono;
+    const auto deadline = steady_clock::now() + milliseconds (timeoutMs);
+    const auto addresses = lookUpHost (host.toStdString(), deadline, [] { return false; });
 
     for (auto address = addresses.begin(); address != addresses.end(); ++address)
     {
         // A fair share for each, so that one address that swallows everything leaves the others their chance.
-        const auto share = std::max<std::int64_t> ((deadline - steadyMilliseconds()) / (addresses.end() - address), 1);
+        const auto left = duration_cast<milliseconds> (deadline - steady_clock::now()).count();
+        const auto share = std::max<std::int64_t> (left / (addresses.end() - address), 1);
         auto candidate = std::make_unique<juce::StreamingSocket>();
 
-        if (candidate->connect (*address, port, static_cast<int> (share)))
+        if (candidate->connect (juce::String (*address), port, static_cast<int> (share)))
             return start (std::move (candidate), host);
     }
 

@@ -1,14 +1,16 @@
-#include "discovery/HostLookup.h"
+#include "common/HostLookup.h"
 
-#if __has_include(<gnu/libc-version.h>)
+// The thread sanitizer crashes on the threads that the C library starts for its look-ups.
+#if __has_include(<gnu/libc-version.h>) && ! defined(__SANITIZE_THREAD__)
 
 #include <algorithm>
 #include <memory>
+#include <mutex>
+#include <utility>
 
-#include <arpa/inet.h>
 #include <netdb.h>
 
-namespace upnp {
+namespace veltra {
 
 namespace {
 
@@ -56,6 +58,64 @@ bool waitForEnd (gaicb& control, std::chrono::steady_clock::time_point deadline,
     return true;
 }
 
+/** Look-ups that nobody waits for any more. The C library writes its results into them one day, and only then can they
+    be freed. */
+class AbandonedRequests
+{
+public:
+    static constexpr std::size_t maximum = 16;
+
+    ~AbandonedRequests()
+    {
+        freeFinished();
+
+        for (auto& request : requests)
+            request.release(); // when the module goes before the name server answers
+    }
+
+    /** @returns false while too many look-ups hang to begin another */
+    bool roomForMore()
+    {
+        const std::lock_guard guard (mutex);
+        freeFinished();
+        return requests.size() < maximum;
+    }
+
+    void add (std::unique_ptr<Request> request)
+    {
+        const std::lock_guard guard (mutex);
+        requests.push_back (std::move (request));
+    }
+
+private:
+    void freeFinished()
+    {
+        std::erase_if (requests, [] (const auto& request) { return ::gai_error (&request->control) != EAI_INPROGRESS; });
+    }
+
+    std::mutex mutex;
+    std::vector<std::unique_ptr<Request>> requests;
+};
+
+AbandonedRequests& abandonedRequests()
+{
+    static AbandonedRequests requests;
+    return requests;
+}
+
+bool isNumber (const std::string& host)
+{
+    addrinfo hints {};
+    hints.ai_flags = AI_NUMERICHOST;
+    addrinfo* result = nullptr;
+
+    if (::getaddrinfo (host.c_str(), nullptr, &hints, &result) != 0)
+        return false;
+
+    ::freeaddrinfo (result);
+    return true;
+}
+
 std::string numericAddress (const addrinfo& info)
 {
     char text[NI_MAXHOST] {};
@@ -68,18 +128,19 @@ std::string numericAddress (const addrinfo& info)
 std::vector<std::string> lookUpHost (const std::string& name, std::chrono::steady_clock::time_point deadline,
                                      const std::function<bool()>& shouldStop)
 {
+    if (isNumber (name))
+        return { name };
+
     auto request = std::make_unique<Request> (name);
     gaicb* list[] { &request->control };
 
-    if (::getaddrinfo_a (GAI_NOWAIT, list, 1, nullptr) != 0)
+    if (! abandonedRequests().roomForMore() || ::getaddrinfo_a (GAI_NOWAIT, list, 1, nullptr) != 0)
         return {};
 
     if (! waitForEnd (request->control, deadline, shouldStop) && ::gai_cancel (&request->control) != EAI_CANCELED
           && ::gai_error (&request->control) == EAI_INPROGRESS)
     {
-        // The helper thread is at it and will write its result there one day: a few hundred bytes for each
-        // look-up that hangs, which is the price for not hanging with it.
-        request.release();
+        abandonedRequests().add (std::move (request));
         return {};
     }
 
@@ -96,11 +157,11 @@ std::vector<std::string> lookUpHost (const std::string& name, std::chrono::stead
 
 #else
 
-namespace upnp {
+namespace veltra {
 
-std::vector<std::string> lookUpHost (const std::string&, std::chrono::steady_clock::time_point, const std::function<bool()>&)
+std::vector<std::string> lookUpHost (const std::string& name, std::chrono::steady_clock::time_point, const std::function<bool()>&)
 {
-    return {};
+    return { name };
 }
 
 }
