@@ -3,7 +3,9 @@
 #include <utility>
 
 #include "common/Log.h"
+#include "common/LogText.h"
 #include "common/Numbers.h"
+#include "discovery/ScanHandler.h"
 #include "protocol/TcpDeviceConnection.h"
 
 namespace veltraio {
@@ -18,10 +20,9 @@ std::int32_t TcpDeviceConnectionManager::getKind()
     return 0;
 }
 
-std::unique_ptr<DeviceScanner> TcpDeviceConnectionManager::createScanner (IScanCallback*, const juce::String&)
+std::unique_ptr<DeviceScanner> TcpDeviceConnectionManager::createScanner (IScanCallback* callback, const juce::String& searchTarget)
 {
-    // There is no search of the network yet, so that a scan finds nothing: devices are reached by their address.
-    return nullptr;
+    return std::make_unique<upnp::ScanHandler> (callback, searchTarget);
 }
 
 std::unique_ptr<veltra::ipc::Connection> TcpDeviceConnectionManager::connect (const juce::String& address)
@@ -33,7 +34,7 @@ std::unique_ptr<veltra::ipc::Connection> TcpDeviceConnectionManager::connect (co
     if (connection->connect (host, port, connectTimeout_ms))
         return connection;
 
-    VELTRA_LOG (ERROR, "VeltraIO: Failed to connect to " << address.toRawUTF8());
+    VELTRA_LOG (ERROR, "VeltraIO: Failed to connect to " << veltra::logText (address.toStdString()));
     return nullptr;
 }
 

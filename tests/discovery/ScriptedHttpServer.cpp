@@ -73,7 +73,7 @@ ScriptedHttpServer::~ScriptedHttpServer()
     acceptor.join();
 
     for (auto& connection : connections)
-        connection.request_stop();
+        connection.thread.request_stop();
 
     connections.clear();
     ::close (listener);
@@ -99,9 +99,22 @@ std::string ScriptedHttpServer::reply (int status, std::string_view body, std::s
 void ScriptedHttpServer::accept (std::stop_token stop)
 {
     while (! stop.stop_requested())
-        if (waitFor (listener, POLLIN, 100, stop) != 0)
-            if (const int connection = ::accept4 (listener, nullptr, nullptr, SOCK_CLOEXEC); connection >= 0)
-                connections.emplace_back ([this, connection] (std::stop_token own) { serve (connection, std::move (own)); });
+    {
+        std::erase_if (connections, [] (const Connection& connection) { return connection.done->load(); });
+
+        if (waitFor (listener, POLLIN, 100, stop) == 0)
+            continue;
+
+        if (const int socket = ::accept4 (listener, nullptr, nullptr, SOCK_CLOEXEC); socket >= 0)
+        {
+            const auto done = std::make_shared<std::atomic<bool>> (false);
+            connections.push_back ({ done, std::jthread ([this, socket, done] (std::stop_token own)
+            {
+                serve (socket, std::move (own));
+                done->store (true);
+            }) });
+        }
+    }
 }
 
 void ScriptedHttpServer::serve (int connection, std::stop_token stop)

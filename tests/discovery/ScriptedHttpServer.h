@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -48,6 +49,12 @@ public:
     static std::string reply (int status, std::string_view body, std::string_view headers = {});
 
 private:
+    struct Connection
+    {
+        std::shared_ptr<std::atomic<bool>> done;
+        std::jthread thread;
+    };
+
     void accept (std::stop_token stop);
     void serve (int connection, std::stop_token stop);
 
@@ -57,6 +64,6 @@ private:
     int boundPort = 0;
     mutable std::mutex mutex;
     std::vector<std::string> received;
-    std::vector<std::jthread> connections;
+    std::vector<Connection> connections; // acceptor only
     std::jthread acceptor;
 };

@@ -147,13 +147,6 @@ TEST_F (SessionOpening, ADescriptionInSmallPiecesAmongNoiseArrives)
     EXPECT_TRUE (find());
 }
 
-TEST_F (SessionOpening, WithoutTheSettingTheNetworkIsSearched)
-{
-    settings = { { "Device", "" }, { "ST", "urn:x" }, { "UPnPTimeout", "no time at all" } };
-    EXPECT_FALSE (find());
-    EXPECT_TRUE (log->contains ("DEBUG", "Start device scan (filter='urn:x')"));
-}
-
 TEST_F (SessionOpening, AFriendlyNameStandsInForANamelessDevice)
 {
     profile.unit.mutable_devices (0)->set_name ("");

@@ -1,0 +1,147 @@
+#include "discovery/DeviceHandler.h"
+
+#include <array>
+#include <string>
+#include <utility>
+
+#include "common/Clock.h"
+#include "common/Log.h"
+
+#if ! defined(_WIN32)
+ #include <arpa/inet.h>
+ #include <fcntl.h>
+ #include <netinet/in.h>
+ #include <sys/socket.h>
+#endif
+
+namespace upnp {
+
+namespace {
+
+constexpr int readerPriority = 5;
+constexpr int timerPriority = 4;
+constexpr int firstTick_ms = 100;
+constexpr int wait_ms = 100;
+constexpr std::size_t datagramSize = 4096;
+
+/** Anybody can send empty datagrams, as many as he likes, and each of them is a line in the log. */
+constexpr int maximumReadWarnings = 100;
+
+}
+
+DeviceHandler::DeviceHandler (const juce::String& target, int longestWait_s, const juce::String& address,
+                              AnswerReader::Callback callback)
+    : UdpConnection (0, readerPriority, address),
+      searchTarget (target),
+      localAddress (address),
+      maxWait_s (longestWait_s),
+      reader (target, std::move (callback))
+{
+    prepareSocket();
+    timer = std::make_unique<TimerThread> ([this] { sendSearch (maxWait_s); }, maxWait_s * 1000);
+    startReading();
+}
+
+DeviceHandler::~DeviceHandler()
+{
+    signalStop();
+    timer.reset();
+    stopReading();
+}
+
+void DeviceHandler::signalStop()
+{
+    timer->signalStop();
+    signalThreadShouldExit();
+    notify();
+}
+
+void DeviceHandler::prepareSocket()
+{
+   #if ! defined(_WIN32)
+    if (! isConnected())
+        return;
+
+    // A request that a stuck interface does not take is given up, so that the timer's thread can always be stopped.
+    ::fcntl (socket.getRawSocketHandle(), F_SETFL, ::fcntl (socket.getRawSocketHandle(), F_GETFL) | O_NONBLOCK);
+
+    // Linux sends a multicast out of the interface that has the socket's own address; others want to be told. Where
+    // that fails the send fails too, and says so.
+    in_addr interfaceAddress {};
+
+    if (::inet_pton (AF_INET, localAddress.toRawUTF8(), &interfaceAddress) == 1)
+        ::setsockopt (socket.getRawSocketHandle(), IPPROTO_IP, IP_MULTICAST_IF, &interfaceAddress, sizeof (interfaceAddress));
+   #endif
+}
+
+void DeviceHandler::sendSearch (int mx)
+{
+    const auto request = searchRequest (searchTarget, mx);
+    const auto size = static_cast<int> (request.size());
+
+    // A socket that could not be bound would send from any other interface.
+    if (! isConnected() || socket.write (multicastGroup, ssdpPort, request.data(), size) != size)
+    {
+        VELTRA_LOG (WARN, "Sending M-SEARCH request failed!");
+        return;
+    }
+
+    VELTRA_LOG (TRACE, "M-SEARCH request sent on IF " << localAddress << "...");
+}
+
+bool DeviceHandler::handleRead()
+{
+    std::array<char, datagramSize> datagram;
+    const int got = socket.read (datagram.data(), static_cast<int> (datagram.size()), false);
+
+    if (got < 1)
+    {
+        if (readFailures < maximumReadWarnings)
+        {
+            ++readFailures;
+            VELTRA_LOG (WARN, "Error reading datagram socket");
+        }
+
+        return false;
+    }
+
+    reader.take ({ datagram.data(), static_cast<std::size_t> (got) });
+    return true;
+}
+
+DeviceHandler::TimerThread::TimerThread (std::function<void()> function, int intervalToKeep_ms)
+    : juce::Thread ("upnp::DeviceHandler::TimerThread::TimerThread"), tick (std::move (function)), interval_ms (intervalToKeep_ms)
+{
+    startThread (veltra::threadPriority (timerPriority));
+}
+
+DeviceHandler::TimerThread::~TimerThread()
+{
+    signalStop();
+    waitForThreadToExit (-1);
+    threadEnd.waitUntilGone();
+}
+
+void DeviceHandler::TimerThread::signalStop()
+{
+    signalThreadShouldExit();
+    notify();
+}
+
+void DeviceHandler::TimerThread::run()
+{
+    threadEnd.started();
+
+    for (auto next = veltra::steadyMilliseconds() + firstTick_ms; ! threadShouldExit();)
+    {
+        if (const auto now = veltra::steadyMilliseconds(); now >= next)
+        {
+            next = now + interval_ms;
+            tick();
+        }
+
+        wait (wait_ms);
+    }
+}
+
+}
