@@ -4,7 +4,9 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <map>
 #include <mutex>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <system_error>
@@ -12,6 +14,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "tools/receiver/Announcer.h"
 #include "tools/receiver/Receiver.h"
 #include "tools/receiver/SlotReport.h"
 
@@ -31,6 +34,9 @@ struct Arguments
     std::vector<std::string> faults;
     std::string faultFile;
     std::string log = "events";
+    bool announce = false;
+    std::string name;
+    Extension extension = Extension::features;
 };
 
 /** A message for a person, and the program's exit status. */
@@ -60,6 +66,12 @@ void readArguments (CLI::App& app, Arguments& arguments)
         ->capture_default_str();
     app.add_option ("--speed", measurement.speed, "Speed of the microphone's stream, times real time")
         ->capture_default_str();
+    app.add_flag ("--announce", arguments.announce, "Let it be found: answer searches on the network of --bind");
+    app.add_option ("--name", arguments.name, "Its owner's name for it, in what it announces; by default its model");
+    app.add_option ("--extension", arguments.extension, "How its description names the port: features or port")
+        ->transform (CLI::CheckedTransformer (std::map<std::string, Extension> { { "features", Extension::features },
+                                                                                 { "port", Extension::port } }).description (""))
+        ->type_name ("FORM")->default_str ("features");
     app.add_option ("--log", arguments.log, "What to tell on standard error: nothing, events or messages")
         ->check (CLI::IsMember ({ "nothing", "events", "messages" }))
         ->capture_default_str();
@@ -134,6 +146,13 @@ void printAllSlots (const Receiver& receiver, int deviceCount)
         print ({ "all slots are empty" });
 }
 
+Announcement announcementOf (const Profile& profile, const Arguments& arguments, std::uint16_t port)
+{
+    const auto& unit = profile.unit;
+    return { .friendlyName = arguments.name.empty() ? unit.name() : arguments.name, .manufacturer = unit.manufacturer(),
+             .model = unit.name(), .serialNumber = unit.serialnumber(), .port = port, .extension = arguments.extension };
+}
+
 void run (Arguments& arguments)
 {
     const auto profile = chooseProfile (arguments.profile);
@@ -165,12 +184,22 @@ void run (Arguments& arguments)
 
     Receiver receiver (profile, options);
     print ({ "Listening on " + receiver.address() });
+
+    std::optional<Announcer> announcer;
+    if (arguments.announce)
+    {
+        announcer.emplace (announcementOf (profile, arguments, receiver.port()), options.bindAddress,
+                           [&] (const std::string& text) { if (options.log) options.log (LogDetail::events, text); });
+        print ({ "Announced as " + (arguments.name.empty() ? profile.unit.name() : arguments.name) });
+    }
+
     while (stop.pause (std::chrono::hours (1)))
         ;
 
     // A second signal must not find the object gone.
     std::signal (SIGINT, SIG_DFL);
     std::signal (SIGTERM, SIG_DFL);
+    announcer.reset();
     receiver.endSessions (Session::Ending::close);
     receiver.waitFor ([&] { return receiver.openSessions() == 0; });
     print ({ "Stopped" });

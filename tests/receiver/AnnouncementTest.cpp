@@ -1,0 +1,87 @@
+#include "tools/receiver/Announcement.h"
+
+#include <gtest/gtest.h>
+
+#include "discovery/DeviceDescription.h"
+
+namespace veltra::receiver {
+
+namespace {
+
+const Announcement kLounge { .friendlyName = "Lounge & <bar>", .manufacturer = "Morvane", .model = "Stereo 2", .serialNumber = "1",
+                             .port = 6000, .uuid = "11111111-2222-4333-8444-555555555555" };
+
+std::optional<Announcement::Search> parse (const std::string& headers)
+{
+    return Announcement::parseSearch ("M-SEARCH * HTTP/1.1\r\nHOST:239.255.255.250:1900\r\n" + headers);
+}
+
+}
+
+TEST (Announcement, ItsDescriptionIsReadAsOfOneOfOurDevices)
+{
+    for (const auto extension : { Extension::features, Extension::port })
+    {
+        auto announcement = kLounge;
+        announcement.extension = extension;
+        juce::String address, friendlyName;
+        EXPECT_TRUE (upnp::readDescription (juce::String (announcement.description()), "http://10.0.0.1:8080/d.xml", address, friendlyName));
+        EXPECT_EQ (address, "TCP:10.0.0.1:6000");
+        EXPECT_EQ (friendlyName, "Lounge & <bar>");
+    }
+}
+
+TEST (Announcement, ReadsSearchesWithOrWithoutAnEmptyLineAtTheirEnd)
+{
+    for (const auto* end : { "", "\r\n" })
+    {
+        const auto search = parse (std::string ("ST:upnp:rootdevice\r\nMAN:\"ssdp:discover\"\r\nMX:3\r\n") + end);
+        ASSERT_TRUE (search);
+        EXPECT_EQ (search->target, "upnp:rootdevice");
+        EXPECT_EQ (search->longestWait, std::chrono::seconds (3));
+    }
+
+    EXPECT_EQ (parse ("st: x\r\nMan: \"ssdp:discover\"\r\nmx: 120\r\n")->longestWait, std::chrono::seconds (5));
+}
+
+TEST (Announcement, WhatIsNoSearchIsNotAnswered)
+{
+    EXPECT_FALSE (parse ("ST:x\r\nMAN:\"ssdp:discover\"\r\n"));
+    EXPECT_FALSE (parse ("ST:x\r\nMAN:\"ssdp:discover\"\r\nMX:0\r\n"));
+    EXPECT_FALSE (parse ("MAN:\"ssdp:discover\"\r\nMX:1\r\n"));
+    EXPECT_FALSE (parse ("ST:x\r\nMAN:ssdp:discover\r\nMX:1\r\n"));
+    EXPECT_FALSE (Announcement::parseSearch ("NOTIFY * HTTP/1.1\r\nST:x\r\nMAN:\"ssdp:discover\"\r\nMX:1\r\n"));
+    EXPECT_FALSE (Announcement::parseSearch (""));
+}
+
+TEST (Announcement, AnswersForEachOfItsNamesThatASearchAsksFor)
+{
+    const auto usns = [] (const std::string& target)
+    {
+        std::string all;
+        for (const auto& answer : kLounge.answers ({ target, std::chrono::seconds (1) }, "http://10.0.0.1/d.xml"))
+        {
+            EXPECT_TRUE (answer.starts_with ("HTTP/1.1 200 OK\r\n") && answer.ends_with ("\r\n\r\n"));
+            EXPECT_NE (answer.find ("\r\nLOCATION: http://10.0.0.1/d.xml\r\n"), answer.npos);
+            const auto start = answer.find ("\r\nUSN: ") + 7;
+            all += answer.substr (start, answer.find ("\r\n", start) - start) + " ";
+        }
+        return all;
+    };
+
+    const std::string id = "uuid:" + kLounge.uuid;
+    EXPECT_EQ (usns ("upnp:rootdevice"), id + "::upnp:rootdevice ");
+    EXPECT_EQ (usns (id), id + " ");
+    EXPECT_EQ (usns ("ssdp:all"), id + "::upnp:rootdevice " + id + " " + id + "::urn:schemas-upnp-org:device:MediaRenderer:1 ");
+    EXPECT_EQ (usns ("upnp:RootDevice"), "");
+}
+
+TEST (Announcement, EachHasAUuidOfItsOwn)
+{
+    const auto first = Announcement::randomUuid();
+    EXPECT_EQ (first.size(), 36u);
+    EXPECT_EQ (first[14], '4');
+    EXPECT_NE (first, Announcement::randomUuid());
+}
+
+}

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace veltra::receiver {
+
+/** How the description tells that the device speaks the protocol, and where. */
+enum class Extension
+{
+    features, ///< an element x_features with the text VeltraIO-PORT
+    port      ///< an element x_port with the port
+};
+
+/** What a receiver says of itself to those who search the network, and the texts in which it does. */
+struct Announcement
+{
+    std::string friendlyName {};
+    std::string manufacturer {};
+    std::string model {};
+    std::string serialNumber {};
+    std::uint16_t port = 0; ///< of the protocol
+    Extension extension = Extension::features;
+    std::string uuid = randomUuid();
+
+    static std::string randomUuid();
+
+    /** The UPnP device description with the extension element. */
+    std::string description() const;
+
+    /** A search of somebody's: the header ST and MX of an M-SEARCH request. */
+    struct Search
+    {
+        std::string target;
+        std::chrono::seconds longestWait { 0 };
+    };
+
+    /** Reads a datagram that came to the multicast group.
+        @returns nothing when it is not a search, or one without ST or with an MX below 1 */
+    static std::optional<Search> parseSearch (std::string_view datagram);
+
+    /** The answers to a search: one for each name of this device that it asks for, none for a search for others.
+        @param location  URL of the description */
+    std::vector<std::string> answers (const Search& search, const std::string& location) const;
+};
+
+}
