@@ -86,7 +86,6 @@ TEST_F (Veltra, EveryKindOfFailureHasItsStatusAndItsSentence)
         return veltra (words);
     };
 
-    expectOneSentence (veltra ({ "info" }), kExitNoReceiver, "No receiver was found");
     expectOneSentence (veltra ({ "info", "--device", "nowhere:1", "--setting", "FakeReceivers=0" }), kExitNoReceiver, "TCP:nowhere:1");
     expectOneSentence (veltra ({ "info", "--device", "127.0.0.1:1", "--setting", "FakeReceivers=2" }), kExitNoReceiver, "Several");
     expectOneSentence (veltra ({ "info", "--device", "6000" }), kExitUsage, "HOST:PORT");
@@ -105,9 +104,9 @@ TEST_F (Veltra, EveryKindOfFailureHasItsStatusAndItsSentence)
                        kExitReceiver, "did not take the filters: Flash worn out.");
     expectOneSentence (veltra ({ "remove", "--slot", "1", "--device", "a:1", "--setting", "FakeOccupied=x", "--setting", "FakeDownload=refusal" }),
                        kExitReceiver, "did not empty slot 1");
-    expectOneSentence (veltra ({ "info", "--log", path ("filters.xml/log") }), kExitOutput, "log");
-    expectOneSentence (run ({ VELTRA_PROGRAM, "info", "--module", path ("nothing") }, environment()), kExitModule, "nothing");
-    expectOneSentence (run ({ VELTRA_PROGRAM, "info", "--module", path ("filters.xml") }, environment()), kExitModule, "could not be loaded");
+    expectOneSentence (veltra ({ "info", "--device", "a:1", "--log", path ("filters.xml/log") }), kExitOutput, "log");
+    expectOneSentence (run ({ VELTRA_PROGRAM, "info", "--device", "a:1", "--module", path ("nothing") }, environment()), kExitModule, "nothing");
+    expectOneSentence (run ({ VELTRA_PROGRAM, "info", "--device", "a:1", "--module", path ("filters.xml") }, environment()), kExitModule, "could not be loaded");
     expectNothingLeft();
 }
 

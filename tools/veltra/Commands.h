@@ -9,6 +9,7 @@ namespace veltra::host {
 
 /** Each adds a command to the program's command line. The command runs while the line is parsed, with the
     session options as they are then, and throws Failure for what it cannot do. Results go to standard output. */
+void addFindCommand (CLI::App& program, const SessionOptions& session);
 void addInfoCommand (CLI::App& program, const SessionOptions& session);
 void addImportCommand (CLI::App& program);
 void addDesignCommand (CLI::App& program);

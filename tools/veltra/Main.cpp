@@ -25,7 +25,7 @@ void addSessionOptions (CLI::App& program, SessionOptions& session)
 {
     const auto group = "Options for commands that talk to a receiver";
 
-    program.add_option ("--device", session.device, "Address of the receiver; without it the network is searched")
+    program.add_option ("--device", session.device, "Address of the receiver; without it the network is searched, and the only receiver found is used")
         ->type_name ("HOST:PORT")->group (group);
     program.add_option ("--module", session.module, "The module to load; without it one is looked for near this program")
         ->type_name ("FILE")->envname ("VELTRA_MODULE")->group (group);
@@ -58,6 +58,7 @@ int run (int argc, char** argv)
     program.set_version_flag ("--version", VELTRA_VERSION);
     addSessionOptions (program, session);
 
+    addFindCommand (program, session);
     addInfoCommand (program, session);
     addImportCommand (program);
     addDesignCommand (program);

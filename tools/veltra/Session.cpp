@@ -4,6 +4,7 @@
 
 #include "common/Numbers.h"
 #include "tools/veltra/ExitStatus.h"
+#include "tools/veltra/ReceiverSearch.h"
 
 namespace fs = std::filesystem;
 
@@ -11,25 +12,17 @@ namespace veltra::host {
 
 namespace {
 
+/** The module's settings, an address among them: the module would open a session with every receiver that it finds. */
 ModuleSettings settingsOf (const SessionOptions& options)
 {
     auto settings = options.settings;
 
     if (! options.device.empty())
         settings["Device"] = deviceSetting (options.device);
+    else if (settings["Device"].empty())
+        settings["Device"] = "TCP:" + onlyReceiver (options);
 
     return settings;
-}
-
-/** Says what was looked for and did not answer. The module tells no reasons outside its log. */
-std::string noReceiver (const ModuleSettings& settings)
-{
-    const auto device = settings.find ("Device");
-
-    if (device == settings.end() || device->second.empty())
-        return "No receiver was found on the network; give an address with --device HOST:PORT.";
-
-    return "No receiver answers at " + device->second + " as it should; a log tells more (--log FILE --log-level DEBUG).";
 }
 
 }
@@ -53,7 +46,9 @@ std::string deviceSetting (const std::string& address)
 }
 
 Session::Session (const SessionOptions& options)
-    : copy (findModule (options.module, programFolder()), settingsOf (options)),
+    : module (findModule (options.module, programFolder())),
+      settings (settingsOf (options)),
+      copy (module, settings),
       library (copy.path()),
       release (library.function<ReleasePlugin> ("ReleaseVersionedPluginObject"))
 {
@@ -68,7 +63,11 @@ Session::Session (const SessionOptions& options)
     try
     {
         if (! plugin->FindDevices())
-            throw Failure (kExitNoReceiver, noReceiver (settingsOf (options)));
+        {
+            // The module tells no reasons outside its log.
+            throw Failure (kExitNoReceiver, "No receiver answers at " + settings.at ("Device")
+                                                + " as it should; a log tells more (--log FILE --log-level DEBUG).");
+        }
 
         veltratune_io::Device* first = nullptr;
         veltratune_io::Device* second = nullptr;

@@ -15,7 +15,7 @@ namespace veltra::host {
 struct SessionOptions
 {
     std::filesystem::path module;  ///< empty: search for it
-    std::string device;            ///< HOST:PORT; empty: the module searches the network
+    std::string device;            ///< HOST:PORT; empty: the network is searched
     ModuleSettings settings;       ///< further settings of the module
     std::filesystem::path log;     ///< empty: no log
     int logLevel = 20000;          ///< of log4cplus
@@ -36,7 +36,8 @@ std::string deviceSetting (const std::string& address);
 class Session
 {
 public:
-    /** Loads the module and opens the session; blocks for the time of the search and of some exchanges.
+    /** Loads the module and opens the session with the receiver at the address given, or with the only one of the
+        network; blocks for the time of the search and of some exchanges.
         @throws  Failure (kExitModule, kExitNoReceiver, kExitOutput, kExitUsage)
     */
     explicit Session (const SessionOptions& options);
@@ -58,6 +59,8 @@ private:
 
     void startLog (const SessionOptions& options);
 
+    const std::filesystem::path module;
+    const ModuleSettings settings;
     ModuleCopy copy;
     SharedLibrary library;
     ReleasePlugin* release;

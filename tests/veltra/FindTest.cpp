@@ -1,0 +1,102 @@
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "tests/discovery/ChildProcess.h"
+#include "tests/discovery/FakeDevice.h"
+#include "tests/discovery/NetworkNamespace.h"
+#include "tests/veltra/Program.h"
+#include "tools/veltra/ExitStatus.h"
+
+namespace veltra::host {
+
+namespace {
+
+/** The real program with the real module, in a network of its own with simulated receivers. */
+class Find : public InPrivateNetwork<Program>
+{
+protected:
+    /** Starts a receiver. @returns its address */
+    std::string startReceiver (std::vector<std::string> options)
+    {
+        const auto output = "receiver" + std::to_string (receivers.size());
+        options.insert (options.begin(), VELTRA_RECEIVER_PROGRAM);
+        home->run ([&] { receivers.push_back (std::make_unique<ChildProcess> (options, path (output).string())); });
+        waitFor (output, std::find (options.begin(), options.end(), "--announce") == options.end() ? "Listening on " : "Announced as ");
+        const auto text = read (path (output));
+        const auto start = text.find ("Listening on ") + 13;
+        return text.substr (start, text.find ('\n', start) - start);
+    }
+
+    /** Lets a receiver be found at once and not after a while, as those do that announce themselves. */
+    void announce (const std::string& address, const std::string& name)
+    {
+        const auto port = std::stoi (address.substr (address.find (':') + 1));
+        home->run ([&] { announcements.push_back (std::make_unique<FakeDevice> (FakeDevice::Options
+            { .address = "127.0.0.1", .usn = "uuid:" + name, .description = FakeDevice::ours (name, port) })); });
+    }
+
+    Ending veltra (std::vector<std::string> arguments)
+    {
+        arguments.insert (arguments.begin(), VELTRA_PROGRAM);
+        Ending ending;
+        home->run ([&] { start (arguments); ending = finish(); });
+        return ending;
+    }
+
+    std::vector<std::unique_ptr<ChildProcess>> receivers;
+    std::vector<std::unique_ptr<FakeDevice>> announcements;
+};
+
+bool contains (const std::string& text, const std::string& part) { return text.find (part) != text.npos; }
+
+}
+
+TEST_F (Find, ReceiversOfOneMachineAreListedWithNameAddressAndModel)
+{
+    const auto left = startReceiver ({ "--announce", "--profile", "stereo", "--name", "Left & <right>" });
+    const auto right = startReceiver ({ "--announce", "--profile", "stereo", "--extension", "port" });
+    const auto ending = veltra ({ "find", "--timeout", "5000", "--log", path ("log"), "--log-level", "DEBUG" });
+
+    EXPECT_EQ (ending.status, kExitOk) << ending.err;
+    EXPECT_TRUE (contains (ending.out, "Left & <right>          " + left + "         Morvane Stereo 2\n")) << ending.out;
+    EXPECT_TRUE (contains (ending.out, "Stereo 2                " + right + "         Morvane Stereo 2\n")) << ending.out;
+    EXPECT_EQ (std::count (ending.out.begin(), ending.out.end(), '\n'), 2) << ending.out;
+    EXPECT_TRUE (contains (read (path ("log")), "] Starting UPnP handler for IP 127.0.0.1\n"));
+}
+
+TEST_F (Find, ACommandWithoutAnAddressUsesTheOnlyReceiver)
+{
+    const auto address = startReceiver ({ "--profile", "stereo" });
+    announce (address, "Lounge\x1b[2J");
+    const auto ending = veltra ({ "info", "--setting", "UPnPTimeout=1500" });
+
+    EXPECT_EQ (ending.status, kExitOk) << ending.err;
+    EXPECT_TRUE (contains (ending.out, "Receiver           Morvane, Stereo 2")) << ending.out;
+    EXPECT_TRUE (contains (ending.err, address) && contains (ending.err, "Lounge\\x1b[2J")) << ending.err;
+}
+
+TEST_F (Find, ACommandWithoutAnAddressChoosesNobodyWhereThereAreSeveralOrNone)
+{
+    auto ending = veltra ({ "info", "--setting", "UPnPTimeout=300" });
+    EXPECT_EQ (ending.status, kExitNoReceiver);
+    EXPECT_TRUE (contains (ending.err, "veltra: No receiver was found on the network; give an address with --device HOST:PORT.\n")) << ending.err;
+
+    ending = veltra ({ "find", "--timeout", "300" });
+    EXPECT_EQ (ending.status, kExitNoReceiver);
+    EXPECT_EQ (ending.out, "");
+
+    announce (startReceiver ({ "--profile", "stereo" }), "First");
+    announce ("127.0.0.1:1", "Second");
+    ending = veltra ({ "info", "--setting", "UPnPTimeout=1500" });
+    EXPECT_EQ (ending.status, kExitNoReceiver);
+    EXPECT_TRUE (contains (ending.err, "First") && contains (ending.err, "Second")) << ending.err;
+    EXPECT_TRUE (contains (ending.err, "veltra: Several receivers were found on the network; choose one with --device HOST:PORT.\n"))
+        << ending.err;
+    EXPECT_TRUE (contains (ending.err, "127.0.0.1:1             does not answer")) << ending.err;
+}
+
+}
