@@ -143,6 +143,12 @@ std::vector<ComparedResponse> responsesOf (const std::vector<ConvertedChannel>& 
     return responses;
 }
 
+std::string titleOf (const ConvertOptions& options)
+{
+    return options.topology + " at " + std::to_string (options.sampleRate) + " Hz, " + std::to_string (options.taps) + " taps"
+           + (options.sections ? ", " + std::to_string (*options.sections) + " sections" : "");
+}
+
 void convert (const ConvertOptions& options, const SessionOptions& session)
 {
     checkMayWrite (options.output, options.force);
@@ -191,8 +197,7 @@ void convert (const ConvertOptions& options, const SessionOptions& session)
     std::cerr << leadInNote ("with the structure " + options.topology + ",", channelsThatNeedLeadIn (channels));
 
     if (! options.plot.empty())
-        plotResponses (options.plot, options.topology + " at " + std::to_string (options.sampleRate) + " Hz, "
-                                         + std::to_string (options.taps) + " taps", options.sampleRate, responsesOf (channels));
+        plotResponses (options.plot, titleOf (options), options.sampleRate, responsesOf (channels));
 }
 
 }

@@ -102,7 +102,7 @@ void addDesignCommand (CLI::App& program)
         ->check (CLI::Range (1u, 1u << 20).description (""))->type_name ("N");
     command->add_option ("--sections", options->size.sections, "Parallel second-order sections for the rest")
         ->check (CLI::Range (1u, dsp::maxDesignSections).description (""))->type_name ("N")->capture_default_str();
-    command->add_option ("--plot", options->plot, "Draw wanted and designed response (SVG)")->type_name ("FILE");
+    command->add_option ("--plot", options->plot, "Draw wanted and designed response (.svg or .png)")->type_name ("FILE");
     addImportOptions (*command, options->import, "FIIR");
     command->add_flag ("--force", options->force, "Replace output files that exist");
     command->footer (std::string (kImportNotes) + kFooter);

@@ -6,9 +6,9 @@
 
 namespace veltra::host {
 
-/** Draws the wanted and the designed response, and their difference by octave, as an SVG picture. The program
-    gnuplot does the drawing. An existing file is replaced.
-    @throws  Failure (kExitOutput)
+/** Draws the wanted and the designed response, and their difference by octave.
+    @param file  .svg or .png; replaced when it exists
+    @throws      Failure (kExitUsage, kExitOutput)
 */
 void plotDesign (const std::filesystem::path& file, const DesignedResponse& design);
 

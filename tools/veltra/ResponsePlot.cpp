@@ -111,8 +111,8 @@ std::string dataBlock (std::size_t number, const Curves& curves)
 /** Marks on the axis of frequencies; the upper plot of a panel leaves the words to the lower one. */
 std::string frequencyTics (bool labelled)
 {
-    const std::pair<const char*, int> marks[] { { "20", 20 }, { "50", 50 }, { "100", 100 }, { "200", 200 }, { "500", 500 }, { "1k", 1000 },
-                                                { "2k", 2000 }, { "5k", 5000 }, { "10k", 10000 }, { "20 kHz", 20000 } };
+    const std::pair<const char*, int> marks[] { { "20 Hz", 20 }, { "50", 50 }, { "100", 100 }, { "200", 200 }, { "500", 500 }, { "1k", 1000 },
+                                                { "2k", 2000 }, { "5k", 5000 }, { "10k", 10000 }, { "20k", 20000 } };
     std::string text;
 
     for (const auto& [label, frequency] : marks)
@@ -148,7 +148,7 @@ void plotResponses (const std::filesystem::path& file, const std::string& title,
     }
 
     // All panels have the same scales: channels are there to be compared.
-    const double top = 10.0 * std::ceil (highest / 10.0 + 0.1), errorTop = 20.0 * std::ceil (highestError / 20.0 + 0.1);
+    const double top = 10.0 * std::ceil (highest / 10.0 + 0.1), errorTop = 10.0 * std::ceil (highestError / 10.0 + 0.1);
 
     for (std::size_t i = 0; i < responses.size(); ++i)
     {
