@@ -22,6 +22,18 @@ unsigned peakOf (unsigned length, float peakFraction) noexcept
     return static_cast<unsigned> (std::clamp (static_cast<float> (length) * peakFraction, 0.0f, static_cast<float> (length)));
 }
 
+/** Place of the largest value, of equal ones the first; 0 when the values are no numbers. The value is looked for
+    first and its place afterwards, which is several times as fast as both at once. */
+Eigen::Index firstMaximum (const Eigen::Ref<const Eigen::VectorXf>& values)
+{
+    if (values.size() == 0)
+        return 0;
+
+    const float* const end = values.data() + values.size();
+    const float* const found = std::find (values.data(), end, values.maxCoeff());
+    return found == end ? 0 : found - values.data();
+}
+
 Eigen::VectorXf makeTriangle (unsigned length, unsigned peak)
 {
     Eigen::VectorXf triangle (length);
@@ -51,8 +63,8 @@ Eigen::VectorXf EnergyWindow::extract (const Eigen::VectorXf& in, unsigned& offs
     triangle.setSignal (energy);
     const auto weighted = triangle.convolve (0);
 
-    // Of equal maxima the first. For the lone impulse at s this is s + peak, hence twice the peak to go back.
-    const auto best = std::max_element (weighted.data(), weighted.data() + weighted.size()) - weighted.data();
+    // For the lone impulse at s this is s + peak, hence twice the peak to go back.
+    const auto best = firstMaximum (weighted);
     auto offset = std::max<std::ptrdiff_t> (best - 2 * static_cast<std::ptrdiff_t> (peak), 0);
 
     if (maxOffset > 0)

@@ -26,9 +26,9 @@ Eigen::Ref<const Eigen::VectorXf> FftConvolver::convolve (std::size_t kernel)
         return samples.head (0);
 
     const auto& transform = transformFor (kernel);
-    setSize (product, transform.fft.bins());
+    setSize (product, transform.fft->bins());
     product = transform.signalSpectrum.cwiseProduct (transform.kernelSpectra[kernel]);
-    transform.fft.inverse (product, samples);
+    transform.fft->inverse (product, samples);
     return samples.head (signal->size() + kernels[kernel].size() - 1);
 }
 
@@ -38,11 +38,11 @@ FftConvolver::Transform& FftConvolver::transformFor (std::size_t kernel)
     auto& transform = transforms.try_emplace (size, size, kernels.size()).first->second;
 
     if (transform.kernelSpectra[kernel].size() == 0)
-        transformPadded (transform.fft, kernels[kernel], transform.kernelSpectra[kernel]);
+        transformPadded (*transform.fft, kernels[kernel], transform.kernelSpectra[kernel]);
 
     if (! transform.hasSignal)
     {
-        transformPadded (transform.fft, *signal, transform.signalSpectrum);
+        transformPadded (*transform.fft, *signal, transform.signalSpectrum);
         transform.hasSignal = true;
     }
 

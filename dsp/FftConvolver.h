@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <map>
+#include <memory>
 #include <vector>
 
 #include <Eigen/Core>
@@ -10,9 +11,9 @@
 
 namespace veltra::dsp {
 
-/** Convolves one signal after the other with the same few kernels. The plans and the kernels' spectra are made
-    once for each transform length that turns up, and a signal is transformed once for all kernels that share
-    its transform length. The values are those of fftConvolve (signal, kernel), bit for bit.
+/** Convolves one signal after the other with the same few kernels. The plans are those of the process; the
+    kernels' spectra are made once for each transform length that turns up, and a signal is transformed once for
+    all kernels that share its transform length. The values are those of fftConvolve (signal, kernel), bit for bit.
 
     Use an object from one thread at a time.
 */
@@ -37,9 +38,9 @@ private:
     /** What belongs to one transform length. */
     struct Transform
     {
-        Transform (int size, std::size_t kernelCount) : fft (size), kernelSpectra (kernelCount) {}
+        Transform (int size, std::size_t kernelCount) : fft (RealFft::shared (size)), kernelSpectra (kernelCount) {}
 
-        RealFft fft;
+        std::shared_ptr<const RealFft> fft;
         std::vector<Eigen::VectorXcf> kernelSpectra; // empty until the kernel is first used at this length
         Eigen::VectorXcf signalSpectrum;
         bool hasSignal = false;                      // whether signalSpectrum is that of the present signal

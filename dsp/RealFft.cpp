@@ -1,6 +1,8 @@
 #include "dsp/RealFft.h"
 
 #include <cassert>
+#include <map>
+#include <mutex>
 #include <new>
 
 #include <fftw3.h>
@@ -45,6 +47,24 @@ RealFft::RealFft (int size) : length (size)
 
     if (forwardPlan == nullptr || inversePlan == nullptr)
         throw std::bad_alloc();
+}
+
+std::shared_ptr<const RealFft> RealFft::shared (int size)
+{
+    constexpr int largestKept = 1 << 18;
+
+    if (size > largestKept)
+        return std::make_shared<const RealFft> (size);
+
+    static std::mutex mutex;
+    static std::map<int, std::shared_ptr<const RealFft>> kept;
+    const std::lock_guard lock (mutex);
+    auto& fft = kept[size];
+
+    if (fft == nullptr)
+        fft = std::make_shared<const RealFft> (size);
+
+    return fft;
 }
 
 void RealFft::forward (const Eigen::VectorXf& samples, Eigen::VectorXcf& spectrum) const

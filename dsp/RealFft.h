@@ -8,9 +8,8 @@ struct fftwf_plan_s;
 
 namespace veltra::dsp {
 
-/** Plans for the transform of real samples, of one size, and back. Making and destroying plans costs about as
-    much as a transform: keep the object where more than one is needed. The values do not depend on it, equal
-    sizes give equal plans.
+/** Plans for the transform of real samples, of one size, and back. Making plans costs more than ten transforms: take
+    those of shared() where a size comes again. The values do not depend on it, equal sizes give equal plans.
 
     Different threads may use one object at once, each with vectors of its own.
 */
@@ -20,6 +19,12 @@ public:
     /** @param size  samples of a transform, at least 1
         @throws      std::bad_alloc */
     explicit RealFft (int size);
+
+    /** The process's plans for a size. They are kept for the next caller up to 2^18 samples, and made for this one
+        beyond that: the tables of the largest sizes take more memory than they are worth keeping.
+        @throws std::bad_alloc
+        Any thread. */
+    static std::shared_ptr<const RealFft> shared (int size);
 
     int size() const noexcept { return length; }
 
