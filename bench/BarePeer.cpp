@@ -1,5 +1,6 @@
 #include "bench/BarePeer.h"
 
+#include <algorithm>
 #include <array>
 #include <stdexcept>
 #include <utility>
@@ -112,8 +113,15 @@ BareClient::~BareClient() { ::close (handle); }
 
 bool BareClient::exchange (const std::string& envelope, std::size_t answerSize)
 {
-    std::array<char, 256> answer {};
-    return answerSize <= answer.size() && sendAll (handle, envelope) && receiveAll (handle, answer.data(), answerSize);
+    bool present = sendAll (handle, envelope);
+
+    for (std::size_t size = 0; present && answerSize > 0; answerSize -= size)
+    {
+        size = std::min (answerSize, answer.size());
+        present = receiveAll (handle, answer.data(), size);
+    }
+
+    return present;
 }
 
 }

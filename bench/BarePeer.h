@@ -1,5 +1,7 @@
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <thread>
@@ -47,6 +49,7 @@ public:
 
 private:
     int handle = -1;
+    std::array<char, 65536> answer {};
 };
 
 }

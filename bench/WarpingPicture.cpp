@@ -88,7 +88,7 @@ int main()
                "set xtics ('20' 20, '50' 50, '100' 100, '200' 200, '500' 500, '1k' 1000, '2k' 2000, '5k' 5000, '10k' 10000, '20k' 20000)\n"
                "set grid lc rgb '#dddddd'\n"
                "set ylabel 'magnitude, dB'\n"
-               "set key bottom left\n"
+               "set key bottom left Left reverse\n"
                "set title 'Front left, 48 kHz: everything behind the first 1000 taps, and what its first 1025 samples show'\n"
                "plot $Tail with lines lw 3 lc rgb '#b0c4de' title 'the whole tail', "
                "$Plain with points pt 7 ps 0.3 lc rgb '#a03010' title '1025 samples: a point every 47 Hz'\n"
