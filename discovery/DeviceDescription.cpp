@@ -6,9 +6,9 @@
 #include <string>
 #include <string_view>
 
+#include "common/JuceXml.h"
 #include "common/Log.h"
 #include "common/LogText.h"
-#include "common/XmlShape.h"
 #include "discovery/HttpGet.h"
 
 namespace upnp {
@@ -29,17 +29,6 @@ constexpr std::ptrdiff_t maximumOpenReferences = 16; // without a semicolon behi
 std::string shown (const juce::String& text)
 {
     return veltra::logText (text.toStdString());
-}
-
-/** The document as text, as JUCE reads a stream: UTF-8, UTF-16 with a byte order mark, else Windows-1252. */
-juce::String documentText (const std::string& body)
-{
-    const bool isUtf16 = juce::CharPointer_UTF16::isByteOrderMarkBigEndian (body.data())
-                      || juce::CharPointer_UTF16::isByteOrderMarkLittleEndian (body.data());
-
-    // JUCE does not check what stands behind a NUL, but takes it into the text.
-    return juce::String::createStringFromData (body.data(), static_cast<int> (isUtf16 ? body.size()
-                                                                                      : std::min (body.find ('\0'), body.size())));
 }
 
 /** The prefixes that the attributes of the root element declare. */
@@ -96,8 +85,9 @@ juce::String portOf (const juce::String& text, bool isFeatures)
     return std::regex_match (bytes, match, pattern) && match.size() == 2 ? juce::String (match[1].str()) : juce::String();
 }
 
-}
-
+/** Whether a document takes JUCE's parser no longer than it should, which keeps every name that it has seen, and takes
+    quadratic time in several places: no more tags, attributes and references than ten times what the longest
+    descriptions have. */
 bool isBoundedDocument (const juce::String& document)
 {
     const std::string_view text (document.toRawUTF8());
@@ -105,18 +95,18 @@ bool isBoundedDocument (const juce::String& document)
 
     const auto count = [] (std::string_view part, char c) { return std::count (part.begin(), part.end(), c); };
 
-    return text.find ("<!DOCTYPE") == text.npos
-        && count (text, '<') <= maximumTags
+    return count (text, '<') <= maximumTags
         && count (text, '=') <= maximumAttributes
         && count (text, '&') <= maximumReferences
-        && count (behindReferences, '&') <= maximumOpenReferences
-        && veltra::isShallowXml (text, maximumDepth);
+        && count (behindReferences, '&') <= maximumOpenReferences;
+}
+
 }
 
 bool readDescription (const juce::String& document, const juce::String& location,
                       juce::String& address, juce::String& friendlyName)
 {
-    const auto root = isBoundedDocument (document) ? juce::parseXML (document) : nullptr;
+    const auto root = isBoundedDocument (document) ? veltra::parseXml (document, maximumDepth) : nullptr;
 
     if (root == nullptr)
     {
@@ -196,7 +186,7 @@ bool getDeviceInfo (const juce::String& location, juce::String& address, juce::S
     }
 
     // A body that was too long cannot be read as a document; an empty text stands for it.
-    return readDescription (reply->bodyTooLong ? juce::String() : documentText (reply->body), location, address, friendlyName);
+    return readDescription (reply->bodyTooLong ? juce::String() : veltra::xmlText (reply->body), location, address, friendlyName);
 }
 
 }

@@ -36,11 +36,6 @@ bool getDeviceInfo (const juce::String& location, juce::String& address, juce::S
 bool readDescription (const juce::String& document, const juce::String& location,
                       juce::String& address, juce::String& friendlyName);
 
-/** Whether a document may be given to JUCE's parser, which recurses, expands entities, keeps every name that it has
-    seen, and takes quadratic time in several places: no document type, not nested deeper than 64, and no more tags,
-    attributes and references than ten times what the longest descriptions have. */
-bool isBoundedDocument (const juce::String& document);
-
 /** Bytes of a friendly name or an extension element that are looked at. */
 inline constexpr int maximumTextSize = 1024;
 

@@ -125,7 +125,9 @@ void AnswerReader::takeAnswer (std::string_view answer) const
         return;
     }
 
-    if (headers.usn.empty() || headers.location.empty())
+    const auto usn = veltraio::peerText (headers.usn), location = veltraio::peerText (headers.location);
+
+    if (usn.isEmpty() || location.isEmpty()) // also for bytes that begin with NUL
     {
         VELTRA_LOG (TRACE, "USN or LOCATION not set (USN=" << veltra::logText (headers.usn, maximumValue)
                                << ", LOCATION=" << veltra::logText (headers.location, maximumValue) << ")");
@@ -146,7 +148,7 @@ void AnswerReader::takeAnswer (std::string_view answer) const
         return;
     }
 
-    found (veltraio::peerText (headers.usn), veltraio::peerText (headers.location));
+    found (usn, location);
 }
 
 }

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
-#include <ranges>
 #include <utility>
 
 #include "dsp/Resampling.h"
@@ -25,28 +24,31 @@ bool hasResponse (std::uint32_t sampleRate, const topology::FIIRData& set)
     return sampleRate != 0 && sampleRate <= kMaxSampleRate && set.sections.size() <= kMaxSections;
 }
 
-/** One second of a set's impulse response; empty when it does not stay finite or there is no memory for it. */
+/** One second of a set's impulse response; empty when it does not stay finite. */
 Eigen::VectorXf impulseResponse (std::uint32_t sampleRate, const topology::FIIRData& set)
+{
+    FIIREngine engine;
+    engine.setTaps (set.taps);
+
+    for (const auto& section : set.sections)
+        engine.addSection (section);
+
+    Eigen::VectorXf signal = Eigen::VectorXf::Unit (sampleRate, 0);
+    engine.process (signal);
+    return signal.allFinite() ? signal : Eigen::VectorXf();
+}
+
+/** The same; empty also when there is no memory for it. */
+Eigen::VectorXf impulseResponseIfPossible (std::uint32_t sampleRate, const topology::FIIRData& set) noexcept
 {
     try
     {
-        FIIREngine engine;
-        engine.setTaps (set.taps);
-
-        for (const auto& section : set.sections)
-            engine.addSection (section);
-
-        Eigen::VectorXf signal = Eigen::VectorXf::Unit (sampleRate, 0);
-        engine.process (signal);
-
-        if (signal.allFinite())
-            return signal;
+        return impulseResponse (sampleRate, set);
     }
     catch (const std::bad_alloc&)
     {
+        return {};
     }
-
-    return {};
 }
 
 }
@@ -167,7 +169,7 @@ void FilterSetsImpl::forEachCoefficientSet (const ResponseFunction& function, bo
             if (key.minPhase != minPhase || ! hasResponse (key.sampleRate, set))
                 continue;
 
-            const auto response = impulseResponse (key.sampleRate, set);
+            const auto response = impulseResponseIfPossible (key.sampleRate, set);
 
             if (response.size() > 0)
                 function (filter->GetChannel(), key.sampleRate, response);
@@ -213,10 +215,10 @@ FilterSetsImpl::RateCache& FilterSetsImpl::cacheFor (std::uint32_t sampleRate)
 Eigen::VectorXf FilterSetsImpl::makeResponse (std::uint32_t channelNumber, std::uint32_t sourceRate,
                                               std::uint32_t sampleRate) const
 {
-    for (const auto& filter : std::views::reverse (filters))
+    for (auto filter = filters.rbegin(); filter != filters.rend(); ++filter)
     {
-        const auto* const set = filter->GetChannel() == channelNumber ? filter->findCoefficientSet ({ sourceRate, false })
-                                                                      : nullptr;
+        const auto* const set = (*filter)->GetChannel() == channelNumber
+                                    ? (*filter)->findCoefficientSet ({ sourceRate, false }) : nullptr;
 
         if (set == nullptr || ! hasResponse (sourceRate, *set))
             continue;

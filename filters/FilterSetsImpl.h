@@ -109,6 +109,7 @@ public:
 
         @param index  place of the filter in the set
         @returns      empty when there is no response; stays good as long as the set does
+        @throws       std::bad_alloc, which is not remembered: another call may find the memory
     */
     const Eigen::VectorXf& getFIR (std::uint32_t sampleRate, std::uint32_t index);
 

@@ -2,26 +2,39 @@
 
 #include <algorithm>
 
+#include "common/JuceXml.h"
 #include "common/Numbers.h"
-#include "common/XmlShape.h"
 #include "plugin/Files.h"
 
 namespace veltra::plugin {
 
 namespace {
 
-/** The XML parser recurses once an element and expands entities: a file that somebody broke must not take the
-    host along. */
-bool isReadable (const juce::File& file)
+constexpr juce::int64 greatestSize_bytes = 1 << 20;
+constexpr int greatestDepth = 64;
+
+std::unique_ptr<juce::XmlElement> parse (const juce::File& file)
 {
-    constexpr juce::int64 greatestSize_bytes = 1 << 20;
-    constexpr int greatestDepth = 64;
+    juce::MemoryBlock bytes;
 
-    if (! isOrdinaryFile (file) || file.getSize() > greatestSize_bytes)
-        return false;
+    if (! isOrdinaryFile (file) || file.getSize() > greatestSize_bytes || ! file.loadFileAsData (bytes))
+        return nullptr;
 
-    const auto text = file.loadFileAsString().toStdString();
-    return isShallowXml (text, greatestDepth) && text.find ("<!DOCTYPE") == text.npos;
+    return parseXml (xmlText ({ bytes.begin(), bytes.getSize() }), greatestDepth);
+}
+
+/** Takes the values over as a properties file of JUCE's would that reads the document itself. */
+void addValues (const juce::XmlElement& root, juce::StringPairArray& values)
+{
+    for (const auto* element : root.getChildWithTagNameIterator ("VALUE"))
+    {
+        const auto& name = element->getStringAttribute ("name");
+        const auto* const nested = element->getFirstChildElement();
+
+        if (name.isNotEmpty())
+            values.set (name, nested != nullptr ? nested->toString (juce::XmlElement::TextFormat().singleLine().withoutHeader())
+                                                : element->getStringAttribute ("val"));
+    }
 }
 
 }
@@ -35,7 +48,13 @@ std::unique_ptr<juce::PropertiesFile> openSettings (const juce::File& file)
     options.millisecondsBeforeSaving = 3000;
     options.storageFormat = juce::PropertiesFile::storeAsXML;
 
-    return std::make_unique<juce::PropertiesFile> (isReadable (file) ? file : juce::File(), options);
+    // Without a file: a document that somebody broke, or that changes meanwhile, must not get to JUCE unseen.
+    auto settings = std::make_unique<juce::PropertiesFile> (juce::File(), options);
+
+    if (const auto root = parse (file); root != nullptr && root->hasTagName ("PROPERTIES"))
+        addValues (*root, settings->getAllProperties());
+
+    return settings;
 }
 
 bool readBool (const juce::PropertySet& settings, juce::StringRef key, bool fallback)

@@ -4,7 +4,9 @@
 
 namespace veltra::ipc {
 
+// Delegates, so that the destructor unregisters the first handlers when there is no memory for the next.
 HandlerRegistration::HandlerRegistration (Connection& connection, std::initializer_list<EventHandlerBase*> handlersToAdd)
+    : HandlerRegistration()
 {
     for (auto* handler : handlersToAdd)
         add (connection, *handler);

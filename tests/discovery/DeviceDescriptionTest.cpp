@@ -161,6 +161,12 @@ TEST (DeviceDescription, DocumentsMadeToHarmAParserAreRefusedAtOnce)
                      + description ("<friendlyName>&b;</friendlyName>" + port)), notOurs);
     EXPECT_LT (std::chrono::steady_clock::now() - start, std::chrono::seconds (10));
 
+    // Where the parser would not return.
+    for (const auto& children : { "a<?i?>b", "<?i?> <!-- <c/> --> &amp;", "& <!-- ;<?i?>b-->" })
+        EXPECT_EQ (read (description (children + port)), notOurs) << children;
+
+    EXPECT_TRUE (read ("<?xml-stylesheet href='a'?>" + description ("<?i?><?j?> <e/>a<?k?>" + port)).ours);
+
     // Nested where the look at the depth cannot follow: bounded by the number of tags.
     EXPECT_FALSE (read ("<root><device>& <!-- ;" + repeated ("<d>", 4000) + "--></device></root>").ours);
 }

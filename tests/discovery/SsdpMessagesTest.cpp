@@ -71,6 +71,9 @@ TEST_F (SsdpMessages, HeaderNamesIgnoreCaseAndTheLastOfAKindCounts)
     reader.take ("HTTP/1.1 200 OK\r\nST:upnp:rootdevice\r\nUSN:a\r\nUSN:\r\nLOCATION:http://x\r\n\r\n");
     EXPECT_EQ (answers, Answers());
     EXPECT_TRUE (log.contains ("TRACE", "USN or LOCATION not set (USN=, LOCATION=http://x)"));
+
+    reader.take (answer (std::string ("\0uuid", 5), "http://x")); // a text ends at its NUL
+    EXPECT_EQ (answers, Answers());
 }
 
 TEST_F (SsdpMessages, OtherSearchTargetsAreIgnored)

@@ -44,6 +44,7 @@ TEST (Settings, ABadFileIsTheSameAsNone)
                                  "<PROPERTIES>" + entry ("Device", "x"),
                                  "<OTHER>" + entry ("Device", "x") + "</OTHER>",
                                  "<PROPERTIES>" + juce::String::repeatedString ("<a>", 40000),
+                                 "<PROPERTIES>a<?b?>c</PROPERTIES>", // JUCE's parser would not return
                                  "<!DOCTYPE a [<!ENTITY b \"c\">]><PROPERTIES>" + entry ("Device", "&b;") + "</PROPERTIES>",
                                  "<PROPERTIES>" + entry ("Device", juce::String::repeatedString ("x", 2 << 20))
                                      + "</PROPERTIES>" };
@@ -57,6 +58,17 @@ TEST (Settings, ABadFileIsTheSameAsNone)
     const juce::TemporaryFile pipe (".settings");
     ASSERT_EQ (mkfifo (pipe.getFile().getFullPathName().toRawUTF8(), 0600), 0);
     EXPECT_EQ (openSettings (pipe.getFile())->getAllProperties().size(), 0) << "opening a pipe would block";
+}
+
+TEST (Settings, AByteThatIsNoUtf8SpoilsNothingElse)
+{
+    const char bytes[] = "<PROPERTIES><VALUE name=\"ST\" val=\"K\xFC" "che\xE2\x82\"/><VALUE name=\"Timeout\" val=\"0\"/></PROPERTIES>\xF7";
+    const juce::TemporaryFile file (".settings");
+    file.getFile().replaceWithData (bytes, sizeof (bytes) - 1);
+
+    const auto settings = openSettings (file.getFile());
+    EXPECT_TRUE (settings->getValue ("ST").startsWith (juce::CharPointer_UTF8 ("K\xC3\xBC" "che")));
+    EXPECT_FALSE (readBool (*settings, "Timeout", true));
 }
 
 TEST (Settings, WordsForYesAndNoMeanWhatTheySay)

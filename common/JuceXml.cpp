@@ -1,0 +1,75 @@
+#include "common/JuceXml.h"
+
+#include <algorithm>
+
+#include "common/XmlShape.h"
+
+namespace veltra {
+
+namespace {
+
+constexpr int mostInstructions = 64;
+
+/** Whether there is markup behind a place, or nothing: white space and comments aside. */
+bool isMarkupNext (std::string_view text, std::size_t at) noexcept
+{
+    for (;;)
+    {
+        at = text.find_first_not_of (" \t\r\n", at);
+
+        if (at == text.npos || text[at] != '<')
+            return at == text.npos;
+
+        if (! text.substr (at).starts_with ("<!--"))
+            return true;
+
+        at = text.find ("-->", at + 4);
+
+        if (at == text.npos)
+            return true;
+
+        at += 3;
+    }
+}
+
+/** Whether the parser gets past all instructions ("<?a?>"): in front of text it goes back to where it began to look for
+    white space, which it takes an instruction for, and so for ever. They count wherever they stand, since it does not
+    see comments where others see them. */
+bool passesInstructions (std::string_view text) noexcept
+{
+    int count = 0;
+
+    for (auto at = text.find ("<?"); at != text.npos; at = text.find ("<?", at + 2))
+    {
+        const auto end = text.find ("?>", at + 2);
+
+        if (end == text.npos)
+            return true;
+
+        if (++count > mostInstructions || ! isMarkupNext (text, end + 2))
+            return false;
+    }
+
+    return true;
+}
+
+}
+
+juce::String xmlText (std::string_view bytes)
+{
+    const bool isUtf16 = bytes.size() >= 2 && (juce::CharPointer_UTF16::isByteOrderMarkBigEndian (bytes.data())
+                                               || juce::CharPointer_UTF16::isByteOrderMarkLittleEndian (bytes.data()));
+
+    // JUCE does not check what stands behind a NUL, but takes it into the text.
+    const auto size = isUtf16 ? bytes.size() : std::min (bytes.find ('\0'), bytes.size());
+    return juce::String::createStringFromData (bytes.data(), static_cast<int> (size));
+}
+
+std::unique_ptr<juce::XmlElement> parseXml (const juce::String& document, int maxDepth)
+{
+    const std::string_view text (document.toRawUTF8());
+    const bool isSafe = text.find ("<!DOCTYPE") == text.npos && passesInstructions (text) && isShallowXml (text, maxDepth);
+    return isSafe ? juce::parseXML (document) : nullptr;
+}
+
+}

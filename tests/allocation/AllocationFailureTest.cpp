@@ -1,0 +1,345 @@
+/** @file
+    Operations whose nth allocation fails, for every n until one passes: each must end with a result, leave nothing
+    behind, and work when it is asked again.
+*/
+
+#include <optional>
+
+#include "filters/FIIRSourceImpl.h"
+#include "filters/FilterDescriptionParser.h"
+#include "plugin/Session.h"
+#include "protocol/EventHandler.h"
+#include "protocol/ReplyHandlers.h"
+#include "tests/allocation/AnsweringConnection.h"
+#include "tests/plugin/DeviceFixture.h"
+#include "topology/Topology.h"
+
+#ifdef __SANITIZE_ADDRESS__
+extern "C" const char* __lsan_default_suppressions();
+
+/** See `lost` below. */
+extern "C" const char* __lsan_default_suppressions()
+{
+    return "leak:google::protobuf::";
+}
+#endif
+
+namespace veltra::test {
+
+namespace {
+
+using parser::FIIR::EResult;
+
+constexpr std::size_t most = 100000; // allocations of an operation; a loop that comes so far does not end
+
+/** Runs an operation with each of its allocations failing, alone and with all behind it.
+
+    @param prepare   makes a state for one run, with memory
+    @param operate   runs on it without memory; what it throws other than std::bad_alloc fails the test
+    @param lost      blocks that may be lost in a run: protobuf's containers forget the elements that they are about to
+                     add when they find no memory
+    @param check     looks at the state, with memory, and uses it again; the second argument tells whether the operation
+                     ran undisturbed
+*/
+template <class Prepare, class Operate, class Check>
+void failEachAllocation (const char* name, long long lost, Prepare prepare, Operate operate, Check check)
+{
+    for (const auto which : { FailingAllocation::Which::one, FailingAllocation::Which::onwards })
+    {
+        bool isDone = false;
+
+        for (std::size_t nth = 0; ! isDone; ++nth) // the first one disturbs nothing
+        {
+            ASSERT_LT (nth, most) << name;
+            const auto before = blocksInUse();
+
+            {
+                auto state = prepare();
+                std::size_t failures = 0;
+
+                {
+                    const FailingAllocation failing (nth, nth == 0 ? FailingAllocation::Which::one : which);
+
+                    try
+                    {
+                        operate (state);
+                    }
+                    catch (const std::bad_alloc&)
+                    {
+                    }
+
+                    failures = failing.failures();
+                }
+
+                check (state, failures == 0);
+                ASSERT_FALSE (testing::Test::HasFailure()) << name << ", allocation " << nth;
+
+                isDone = nth > 0 && failures == 0;
+
+                if (isDone && which == FailingAllocation::Which::one)
+                    std::printf ("%-28s %6zu allocations\n", name, nth - 1);
+            }
+
+            if (nth > 0) // the first run filled what is kept for the life of the program
+            {
+                ASSERT_LE (blocksInUse(), before + lost) << name << ", allocation " << nth << " leaks";
+                ASSERT_GE (blocksInUse(), before) << name << ", allocation " << nth;
+            }
+        }
+    }
+}
+
+/** What a copy of a message takes. */
+template <class Message>
+long long blocksOf (const Message& message)
+{
+    const auto before = blocksInUse();
+    const Message copy (message);
+    return blocksInUse() - before;
+}
+
+class AllocationFailure : public DeviceFixture
+{
+protected:
+    AllocationFailure() { log.reset(); } // which keeps what it is told
+};
+
+/** Two channels with long enough responses for every structure at both rates. */
+std::string longDescription (int taps)
+{
+    std::vector<float> response (static_cast<std::size_t> (taps));
+
+    for (int n = 0; n < taps; ++n)
+        response[static_cast<std::size_t> (n)] = (n % 3 == 0 ? 1.0f : -0.25f) / static_cast<float> (n + 1);
+
+    return DescriptionBuilder ("Room", "FIIR")
+        .channel ("FL", 1, R"(MaxFilterGaindB="3")")
+        .fiir (4800, response, { { -1.5f, 0.6f, 0.01f, 0.02f } }, "Delay=48")
+        .channel ("A channel with a name that needs an allocation", 2)
+        .fiir (4800, response, { { 0.5f, 0.25f, -0.5f, 0.75f } })
+        .text();
+}
+
+}
+
+TEST_F (AllocationFailure, AParsedDescriptionIsWholeOrRefused)
+{
+    struct State
+    {
+        filters::FilterSetsImpl set;
+        EResult result = parser::FIIR::UnknownError;
+    };
+
+    const auto text = longDescription (200);
+
+    failEachAllocation (
+        "parse", 0, [] { return State(); },
+        [&] (State& state) { state.result = parser::FIIR::parse (text.c_str(), &state.set, "Veltra"); },
+        [&] (State& state, bool isUndisturbed)
+        {
+            EXPECT_TRUE (! isUndisturbed || state.result == parser::FIIR::Success);
+
+            // What was reported until then stays, and can be used.
+            for (std::uint32_t i = 0; i < state.set.getFilterCount(); ++i)
+                state.set.getFIR (4800, i);
+
+            filters::FilterSetsImpl again;
+            EXPECT_EQ (parser::FIIR::parse (text.c_str(), &again, "Veltra"), parser::FIIR::Success);
+
+            for (std::uint32_t i = 0; state.result == parser::FIIR::Success && i < 2; ++i)
+                EXPECT_EQ (state.set.getFIR (4800, i), again.getFIR (4800, i));
+        });
+}
+
+TEST_F (AllocationFailure, AConversionMakesTheSameBytesAfterOneThatFailed)
+{
+    struct State
+    {
+        std::unique_ptr<filters::FilterSetsImpl> set = std::make_unique<filters::FilterSetsImpl>();
+        juce::MemoryBlock blob;
+        juce::Result result = juce::Result::ok();
+        bool hasEnded = false;
+    };
+
+    const auto text = longDescription (64);
+    const juce::String names[] = { "FIR", "FIIR", "VLFIR", "VLFIR2" };
+
+    for (const auto& name : names)
+    {
+        if (topology::createTopology (name, {}) == nullptr)
+            continue;
+
+        for (const std::uint32_t rate : { 4800u, 2400u }) // the second one is resampled
+        {
+            const auto parameters = topology::parseParameters ("NbrOfFIRTaps=64;NbrOfIIRSections=2");
+            juce::PropertySet noSettings;
+
+            const auto convert = [&] (filters::FilterSetsImpl& set, juce::MemoryBlock& blob)
+            {
+                auto result = juce::Result::ok();
+                filters::FIIRSourceImpl source (set, { 0, 1 }, rate);
+
+                if (const auto topology = topology::createTopology (name, {}))
+                    topology->createFilterData (result, source, parameters, rate, blob, noSettings);
+                else
+                    result = juce::Result::fail ("no memory");
+
+                return result;
+            };
+
+            const auto prepare = [&]
+            {
+                State state;
+                EXPECT_EQ (parser::FIIR::parse (text.c_str(), state.set.get(), "Veltra"), parser::FIIR::Success);
+                return state;
+            };
+
+            juce::MemoryBlock expected;
+            auto reference = prepare();
+            const auto outcome = convert (*reference.set, expected);
+            ASSERT_TRUE (outcome.wasOk()) << outcome.getErrorMessage();
+
+            failEachAllocation (
+                (name + " at " + juce::String (rate) + " Hz").toRawUTF8(), 0, prepare,
+                [&] (State& state)
+                {
+                    state.result = convert (*state.set, state.blob);
+                    state.hasEnded = true;
+                },
+                [&] (State& state, bool isUndisturbed)
+                {
+                    EXPECT_TRUE (! isUndisturbed || (state.hasEnded && state.result.wasOk()));
+
+                    EXPECT_TRUE (! state.hasEnded || state.result.failed() || state.blob == expected);
+
+                    juce::MemoryBlock again;
+                    EXPECT_TRUE (convert (*state.set, again).wasOk());
+                    EXPECT_EQ (again, expected);
+                });
+        }
+    }
+}
+
+TEST_F (AllocationFailure, AMessageThatIsLostIsFollowedByOneThatArrives)
+{
+    struct State
+    {
+        std::unique_ptr<veltraio::Dispatcher> dispatcher =
+            std::make_unique<veltraio::Dispatcher> (std::make_unique<AnsweringConnection>(), "2101FF", true);
+        std::unique_ptr<veltraio::MessageHandler<veltraio::Unit>> handler =
+            std::make_unique<veltraio::MessageHandler<veltraio::Unit>> (*dispatcher);
+    };
+
+    const auto block = AnsweringConnection::block (profile.unit);
+
+    failEachAllocation (
+        "receive", blocksOf (profile.unit), [] { return State(); },
+        [&] (State& state) { state.dispatcher->getConnection().onData (block); },
+        [&] (State& state, bool isUndisturbed)
+        {
+            const auto reply = state.handler->Wait (0);
+            EXPECT_TRUE (! isUndisturbed || reply == veltraio::ReplyState::answered);
+
+            if (reply == veltraio::ReplyState::pending)
+            {
+                state.dispatcher->getConnection().onData (block);
+                EXPECT_EQ (state.handler->Wait (0), veltraio::ReplyState::answered);
+            }
+
+            EXPECT_EQ (state.handler->message().SerializeAsString(), profile.unit.SerializeAsString());
+        });
+}
+
+namespace {
+
+/** A device on a connection that answers, with the calls of a host. */
+struct Host
+{
+    std::unique_ptr<AnsweringConnection> waiting; // until there is a session
+    AnsweringConnection* receiver = nullptr;
+    std::unique_ptr<juce::PropertySet> settings = std::make_unique<juce::PropertySet>();
+    std::unique_ptr<plugin::Session> session;
+    std::optional<veltratune_io::EResult> result;
+
+    explicit Host (const receiver::Profile& profile)
+    {
+        connect (profile);
+    }
+
+    void connect (const receiver::Profile& profile)
+    {
+        using veltraio::Request;
+        waiting = std::make_unique<AnsweringConnection>();
+        waiting->setAnswer (Request::RequestType_kGetProtocolInfo, profile.protocolInfo);
+        waiting->setAnswer (Request::RequestType_kGetUnit, profile.unit);
+        waiting->setAnswer (Request::RequestType_kGetTopologyInfo, profile.topologyInfo);
+        waiting->setAnswer (Request::RequestType_kGetStimulusInfo, profile.stimulusInfo);
+        receiver = waiting.get();
+    }
+
+    void open() { session = plugin::openSession (std::move (waiting), "Living room", *settings); }
+
+    /** The hash of all that the receiver got, when the download went well. */
+    std::optional<std::uint32_t> download (const std::string& text)
+    {
+        receiver->hash = 0;
+        result = session->device->DownloadFilterSet (2, text.c_str(), 0, nullptr);
+        return result == veltratune_io::kResultOk ? std::optional (receiver->hash) : std::nullopt;
+    }
+};
+
+}
+
+TEST_F (AllocationFailure, ASessionThatDoesNotOpenCanBeOpenedAgain)
+{
+    failEachAllocation (
+        "open", blocksOf (profile.unit), [&] { return Host (profile); }, [] (Host& host) { host.open(); },
+        [&] (Host& host, bool isUndisturbed)
+        {
+            EXPECT_TRUE (! isUndisturbed || host.session != nullptr);
+            host.session = nullptr;
+            host.connect (profile);
+            host.open();
+            ASSERT_NE (host.session, nullptr);
+            EXPECT_STREQ (host.session->device->GetName(), "Morvane|Stereo 2|Main");
+        });
+}
+
+TEST_F (AllocationFailure, ADownloadSendsTheSameAfterOneThatFailed)
+{
+    const auto text = description().text();
+    std::optional<std::uint32_t> expected;
+
+    const auto prepare = [&]
+    {
+        Host host (profile);
+        host.open();
+        return host;
+    };
+
+    failEachAllocation (
+        "download", 1, prepare, [&] (Host& host) { host.download (text); },
+        [&] (Host& host, bool isUndisturbed)
+        {
+            ASSERT_TRUE (host.result) << "an exception crossed the boundary";
+            EXPECT_TRUE (! isUndisturbed || host.result == veltratune_io::kResultOk);
+
+            auto& device = *host.session->device;
+            const bool isLoaded = host.result == veltratune_io::kResultOk;
+            EXPECT_EQ (setsIn (device, 2), isLoaded ? 1u : 0u);
+
+            char words[64];
+            EXPECT_EQ (device.GetLastError (words, sizeof (words)), veltratune_io::kResultOk);
+
+            veltratune_io::FilterSet* set = nullptr;
+
+            EXPECT_TRUE (! isLoaded || (device.GetFilterSet (2, 0, &set) && device.RemoveFilterSet (set)));
+
+            const auto sent = host.download (text);
+            ASSERT_TRUE (sent);
+            expected = expected.value_or (*sent);
+            EXPECT_EQ (*sent, *expected);
+        });
+}
+
+}
