@@ -43,7 +43,7 @@ public:
             // waiter who needs its permit no more leaves it to the next one, who then returns early.
             ++sleepers;
 
-            if (count == seen)
+            if (count == seen) // cppcheck-suppress identicalInnerCondition; other threads count
                 static_cast<void> (wake.try_acquire_for (timeout));
 
             --sleepers;

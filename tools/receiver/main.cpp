@@ -176,7 +176,7 @@ void run (Arguments& arguments)
                 std::cerr << text + '\n' << std::flush;
         };
 
-    StopSignal stop;
+    static StopSignal stop; // a signal may come when this function has ended already
     stopOnSignal = &stop;
     std::signal (SIGINT, [] (int) { stopOnSignal->raise(); });
     std::signal (SIGTERM, [] (int) { stopOnSignal->raise(); });

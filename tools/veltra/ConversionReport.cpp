@@ -46,7 +46,7 @@ std::string bandName (double centre_Hz)
     return centre_Hz >= 1000.0 ? formatted ("%.0fk", centre_Hz / 1000.0) : formatted ("%.0f", std::floor (centre_Hz));
 }
 
-std::string padded (std::string text, std::size_t width)
+std::string padded (const std::string& text, std::size_t width)
 {
     return std::string (width - std::min (width, text.size()), ' ') + text;
 }
