@@ -12,7 +12,7 @@ using namespace veltra;
 using fuzz::require;
 
 /** A response has a second's samples: higher rates take more time and no other way. */
-constexpr std::uint32_t highestRate = 2000;
+constexpr std::uint32_t highestRate = 1000;
 constexpr std::size_t mostSections = 16;
 
 void checkResponse (filters::FilterSetsImpl& set, std::uint32_t rate, std::uint32_t index)
@@ -57,7 +57,7 @@ extern "C" int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t siz
         for (const auto& [key, coefficients] : set.getFilterImpl (i)->getCoefficientSets())
             checkResponse (set, key.sampleRate, i);
 
-        for (const std::uint32_t rate : { 0u, 1u, 441u, 480u, 1999u })
+        for (const std::uint32_t rate : { 0u, 441u })
             checkResponse (set, rate, i);
     }
 
