@@ -69,7 +69,8 @@ void convert (topology::ITopology& topology, Source source, const juce::StringPa
 extern "C" int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
 {
     auto rest = fuzz::asText (data, size);
-    const auto topology = topology::createTopology (juceText (fuzz::cutUpTo ('\n', rest)), {});
+    const auto name = juceText (fuzz::cutUpTo ('\n', rest));
+    const auto topology = topology::createTopology (name, {});
 
     if (topology == nullptr)
         return 0;
@@ -80,7 +81,11 @@ extern "C" int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t siz
 
     topology->getMaxTaps (parameters, sampleRate);
     topology->getLatencyMs (parameters, sampleRate);
-    convert (*topology, test::FIRTestSource (channels), parameters, sampleRate);
+
+    // Without coefficients the FIIR form is designed, which takes seconds and reads no more of the parameters.
+    if (name != "FIIR")
+        convert (*topology, test::FIRTestSource (channels), parameters, sampleRate);
+
     convert (*topology, test::FIIRTestSource (channels), parameters, sampleRate);
     return 0;
 }
