@@ -55,7 +55,6 @@ public:
     static std::string envelopeOf (const google::protobuf::MessageLite& message);
 
     std::size_t noiseBytes = 0;
-    std::size_t reads = 0; ///< pieces that what was received came in
 
 private:
     Descriptor socket;
