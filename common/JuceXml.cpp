@@ -1,6 +1,7 @@
 #include "common/JuceXml.h"
 
 #include <algorithm>
+#include <string>
 
 #include "common/XmlShape.h"
 
@@ -62,7 +63,8 @@ juce::String xmlText (std::string_view bytes)
 
     // JUCE does not check what stands behind a NUL, but takes it into the text.
     const auto size = isUtf16 ? bytes.size() : std::min (bytes.find ('\0'), bytes.size());
-    return juce::String::createStringFromData (bytes.data(), static_cast<int> (size));
+    const std::string copy (bytes.substr (0, size)); // JUCE reads UTF-16 in words, which may not stand at odd addresses
+    return juce::String::createStringFromData (copy.data(), static_cast<int> (copy.size()));
 }
 
 std::unique_ptr<juce::XmlElement> parseXml (const juce::String& document, int maxDepth)
