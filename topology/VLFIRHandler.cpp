@@ -88,8 +88,11 @@ void VLFIRHandler<SFilterBlock, SFilter>::createFilterData (juce::Result& result
         result = juce::Result::fail ("Out of memory");
     };
 
-    // Before any work: a tap count far out of range would fill the memory with taps that no blob can hold.
-    if (vlfirBlobSize (layoutOf (SFilter::generation), channelCount, 2 * std::uint64_t { *taps } * channelCount)
+    // Before any work: a tap count far out of range would fill the memory with taps that no blob can hold, also where
+    // there is no channel to put into it.
+    const auto allTaps = 2 * std::uint64_t { *taps } * std::max<std::uint64_t> (channelCount, 1);
+
+    if (vlfirBlobSize (layoutOf (SFilter::generation), channelCount, allTaps)
         > 4 * SFilterBlock::words)
     {
         source.log (error, "VLFIR: " + std::to_string (channelCount) + " channels with " + std::to_string (*taps)
