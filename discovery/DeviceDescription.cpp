@@ -10,6 +10,7 @@
 #include "common/Log.h"
 #include "common/LogText.h"
 #include "discovery/HttpGet.h"
+#include "protocol/PeerText.h"
 
 namespace upnp {
 
@@ -132,7 +133,8 @@ bool readDescription (const juce::String& document, const juce::String& location
 
         if (local == "friendlyName")
         {
-            friendlyName = cut (child->getAllSubText().trim());
+            // References make characters that there are none of.
+            friendlyName = cut (veltraio::peerText (child->getAllSubText().trim().toStdString()));
             continue;
         }
 
