@@ -54,6 +54,13 @@ bool passesInstructions (std::string_view text) noexcept
     return true;
 }
 
+/** Whether the text ends in the midst of a reference by a hexadecimal number, of which the parser steps over the end. */
+bool endsInReference (std::string_view text) noexcept
+{
+    text = text.substr (0, text.find_last_not_of ("0123456789abcdefABCDEF") + 1);
+    return text.ends_with ("&#x") || text.ends_with ("&#X");
+}
+
 }
 
 juce::String xmlText (std::string_view bytes)
@@ -70,7 +77,8 @@ juce::String xmlText (std::string_view bytes)
 std::unique_ptr<juce::XmlElement> parseXml (const juce::String& document, int maxDepth)
 {
     const std::string_view text (document.toRawUTF8());
-    const bool isSafe = text.find ("<!DOCTYPE") == text.npos && passesInstructions (text) && isShallowXml (text, maxDepth);
+    const bool isSafe = text.find ("<!DOCTYPE") == text.npos && passesInstructions (text) && ! endsInReference (text)
+                     && isShallowXml (text, maxDepth);
     return isSafe ? juce::parseXML (document) : nullptr;
 }
 

@@ -7,7 +7,7 @@
 
 /** @file
     JUCE's XML parser, for documents that nobody vouches for. By itself it reads past the end of bytes that are no
-    UTF-8, recurses once an element, expands entities, and never returns from an instruction with text behind it.
+    UTF-8 and of a text that ends in the midst of a reference, recurses once an element, expands entities, and never returns from an instruction with text behind it.
 */
 
 namespace veltra {
