@@ -27,6 +27,7 @@ veltraio::Volume demand()
 {
     veltraio::Volume message;
     message.set_deviceindex (0);
+    message.set_volume (0.5f);
     return message;
 }
 
