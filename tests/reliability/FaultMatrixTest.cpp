@@ -3,8 +3,8 @@
 */
 
 #include "tests/plugin/DeviceFixture.h"
+#include "tests/reliability/CaptureCount.h"
 
-#include <atomic>
 #include <chrono>
 #include <future>
 
@@ -205,18 +205,6 @@ INSTANTIATE_TEST_SUITE_P (, FaultMatrix, testing::ValuesIn (misbehaviours), [] (
 
 namespace {
 
-/** Counts what is captured. */
-class Counter final : public CaptureCallback
-{
-public:
-    void Reserved1() override {}
-    void Reserved2() override {}
-    void OnCaptureStart (std::int32_t) override {}
-    void OnCaptureData (const float*, std::int32_t) override { ++packets; }
-
-    std::atomic<int> packets { 0 };
-};
-
 struct CaptureFault
 {
     const char* fault; ///< befalls packets 2 to 4 of those that are sent
@@ -236,7 +224,7 @@ TEST_P (CaptureFaults, CostNoMoreThanThePacketsThatTheyBefall)
 {
     setFaults ("refuse OperationModeInfo *\nanswer OperationModeInfo * Acknowledge 'ok: true'");
     auto& opened = open();
-    Counter counter;
+    CaptureCount counter;
     ASSERT_EQ (opened.EnterMeasurementMode (48000, 0, 1, &counter), kResultOk);
     setFaults (GetParam().fault);
 

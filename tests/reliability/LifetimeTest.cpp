@@ -3,6 +3,7 @@
 */
 
 #include "tests/plugin/DeviceFixture.h"
+#include "tests/reliability/CaptureCount.h"
 
 #include <atomic>
 #include <thread>
@@ -16,17 +17,6 @@ namespace veltra::test {
 namespace {
 
 using namespace veltratune_io;
-
-class Counter final : public CaptureCallback
-{
-public:
-    void Reserved1() override {}
-    void Reserved2() override {}
-    void OnCaptureStart (std::int32_t) override {}
-    void OnCaptureData (const float*, std::int32_t) override { ++packets; }
-
-    std::atomic<unsigned> packets { 0 };
-};
 
 class Lifetime : public DeviceFixture
 {
@@ -46,7 +36,7 @@ TEST_F (Lifetime, AnObjectMayGoWhilePacketsArrive)
         auto& opened = open();
         std::atomic<bool> enough { false };
         std::thread microphone ([&] { while (! enough) receiver->broadcast (packet); });
-        Counter counter;
+        CaptureCount counter;
         EXPECT_EQ (opened.EnterMeasurementMode (48000, 0, 1, &counter), kResultOk);
 
         while (counter.packets == 0)

@@ -3,6 +3,7 @@
 */
 
 #include "tests/plugin/DeviceFixture.h"
+#include "tests/reliability/CaptureCount.h"
 
 #include <filesystem>
 #include <fstream>
@@ -25,15 +26,6 @@ using namespace veltratune_io;
 constexpr unsigned hostCount = 40;
 constexpr unsigned sessionsUntilSettled = 10; ///< of each host, until caches and the allocator have what they want
 constexpr unsigned sessionsAfterwards = 40;
-
-class Ear final : public CaptureCallback
-{
-public:
-    void Reserved1() override {}
-    void Reserved2() override {}
-    void OnCaptureStart (std::int32_t) override {}
-    void OnCaptureData (const float*, std::int32_t) override {}
-};
 
 struct Footprint
 {
@@ -150,7 +142,7 @@ private:
 
     std::mt19937 random;
     const std::string xml = description().text();
-    Ear ear;
+    CaptureCount ear;
 };
 
 void runSessions (const std::vector<std::unique_ptr<Host>>& hosts, unsigned count)
