@@ -15,9 +15,9 @@
 #include "topology/Topology.h"
 
 #ifdef __SANITIZE_ADDRESS__
-extern "C" const char* __lsan_default_suppressions();
+/** The sanitizer's library asks for it. See `lost` below. */
+extern "C" __attribute__ ((visibility ("default"))) const char* __lsan_default_suppressions();
 
-/** See `lost` below. */
 extern "C" const char* __lsan_default_suppressions()
 {
     return "leak:google::protobuf::";
