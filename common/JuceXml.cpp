@@ -9,7 +9,26 @@ namespace veltra {
 
 namespace {
 
+// Ten times what the longest descriptions have. The characters count wherever they stand, which no trick with quotes,
+// comments or references can get round.
+constexpr std::ptrdiff_t mostTags = 4096; // opening and closing ones
+constexpr std::ptrdiff_t mostAttributes = 1024;
+constexpr std::ptrdiff_t mostReferences = 1024;
+constexpr std::ptrdiff_t mostOpenReferences = 16; // without a semicolon behind, for which JUCE searches all the rest
 constexpr int mostInstructions = 64;
+
+/** Whether a document takes the parser no longer than it should, which keeps every name that it has seen, and takes
+    quadratic time in several places. */
+bool isBounded (std::string_view text)
+{
+    const auto behindReferences = text.substr (text.rfind (';') + 1); // all of it when there is none
+    const auto count = [] (std::string_view part, char c) { return std::count (part.begin(), part.end(), c); };
+
+    return count (text, '<') <= mostTags
+        && count (text, '=') <= mostAttributes
+        && count (text, '&') <= mostReferences
+        && count (behindReferences, '&') <= mostOpenReferences;
+}
 
 /** Whether there is markup behind a place, or nothing: white space and comments aside. */
 bool isMarkupNext (std::string_view text, std::size_t at) noexcept
@@ -77,8 +96,8 @@ juce::String xmlText (std::string_view bytes)
 std::unique_ptr<juce::XmlElement> parseXml (const juce::String& document, int maxDepth)
 {
     const std::string_view text (document.toRawUTF8());
-    const bool isSafe = text.find ("<!DOCTYPE") == text.npos && passesInstructions (text) && ! endsInReference (text)
-                     && isShallowXml (text, maxDepth);
+    const bool isSafe = isBounded (text) && text.find ("<!DOCTYPE") == text.npos && passesInstructions (text)
+                     && ! endsInReference (text) && isShallowXml (text, maxDepth);
     return isSafe ? juce::parseXML (document) : nullptr;
 }
 

@@ -1,6 +1,5 @@
 #include "discovery/DeviceDescription.h"
 
-#include <algorithm>
 #include <memory>
 #include <regex>
 #include <string>
@@ -20,12 +19,6 @@ constexpr const char* featuresUrn = "urn:schemas-frontier-silicon-com:ir-1-0";
 constexpr const char* portUrn = "urn:schemas-veltra-lab:veltraio-1-0";
 
 constexpr int maximumDepth = 64;
-
-// Characters counted wherever they stand, which no trick with quotes, comments or references can get round.
-constexpr std::ptrdiff_t maximumTags = 4096; // opening and closing ones
-constexpr std::ptrdiff_t maximumAttributes = 1024;
-constexpr std::ptrdiff_t maximumReferences = 1024;
-constexpr std::ptrdiff_t maximumOpenReferences = 16; // without a semicolon behind, for which JUCE searches all the rest
 
 std::string shown (const juce::String& text)
 {
@@ -86,28 +79,12 @@ juce::String portOf (const juce::String& text, bool isFeatures)
     return std::regex_match (bytes, match, pattern) && match.size() == 2 ? juce::String (match[1].str()) : juce::String();
 }
 
-/** Whether a document takes JUCE's parser no longer than it should, which keeps every name that it has seen, and takes
-    quadratic time in several places: no more tags, attributes and references than ten times what the longest
-    descriptions have. */
-bool isBoundedDocument (const juce::String& document)
-{
-    const std::string_view text (document.toRawUTF8());
-    const auto behindReferences = text.substr (text.rfind (';') + 1); // all of it when there is none
-
-    const auto count = [] (std::string_view part, char c) { return std::count (part.begin(), part.end(), c); };
-
-    return count (text, '<') <= maximumTags
-        && count (text, '=') <= maximumAttributes
-        && count (text, '&') <= maximumReferences
-        && count (behindReferences, '&') <= maximumOpenReferences;
-}
-
 }
 
 bool readDescription (const juce::String& document, const juce::String& location,
                       juce::String& address, juce::String& friendlyName)
 {
-    const auto root = isBoundedDocument (document) ? veltra::parseXml (document, maximumDepth) : nullptr;
+    const auto root = veltra::parseXml (document, maximumDepth);
 
     if (root == nullptr)
     {
