@@ -6,13 +6,7 @@
 
 #include "common/Clock.h"
 #include "common/Log.h"
-
-#if ! defined(_WIN32)
- #include <arpa/inet.h>
- #include <fcntl.h>
- #include <netinet/in.h>
- #include <sys/socket.h>
-#endif
+#include "protocol/SocketPlatform.h"
 
 namespace upnp {
 
@@ -37,7 +31,10 @@ DeviceHandler::DeviceHandler (const juce::String& target, int longestWait_s, con
       maxWait_s (longestWait_s),
       reader (target, std::move (callback))
 {
-    prepareSocket();
+    // A search that a stuck interface does not take is given up, so that the timer's thread can always be stopped.
+    if (isConnected())
+        veltra::ipc::platform::prepareMulticastSocket (socket.getRawSocketHandle(), localAddress.toRawUTF8());
+
     timer = std::make_unique<TimerThread> ([this] { sendSearch (maxWait_s); }, maxWait_s * 1000);
     startReading();
 }
@@ -54,24 +51,6 @@ void DeviceHandler::signalStop()
     timer->signalStop();
     signalThreadShouldExit();
     notify();
-}
-
-void DeviceHandler::prepareSocket()
-{
-   #if ! defined(_WIN32)
-    if (! isConnected())
-        return;
-
-    // A request that a stuck interface does not take is given up, so that the timer's thread can always be stopped.
-    ::fcntl (socket.getRawSocketHandle(), F_SETFL, ::fcntl (socket.getRawSocketHandle(), F_GETFL) | O_NONBLOCK);
-
-    // Linux sends a multicast out of the interface that has the socket's own address; others want to be told. Where
-    // that fails the send fails too, and says so.
-    in_addr interfaceAddress {};
-
-    if (::inet_pton (AF_INET, localAddress.toRawUTF8(), &interfaceAddress) == 1)
-        ::setsockopt (socket.getRawSocketHandle(), IPPROTO_IP, IP_MULTICAST_IF, &interfaceAddress, sizeof (interfaceAddress));
-   #endif
 }
 
 void DeviceHandler::sendSearch (int mx)

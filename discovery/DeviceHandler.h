@@ -38,7 +38,6 @@ private:
     class TimerThread;
 
     bool handleRead() override;
-    void prepareSocket();
 
     const juce::String searchTarget;
     const juce::String localAddress;

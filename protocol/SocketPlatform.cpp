@@ -2,7 +2,9 @@
 
 #if JUCE_WINDOWS
  #include <winsock2.h>
+ #include <ws2tcpip.h>
 #else
+ #include <arpa/inet.h>
  #include <cerrno>
  #include <fcntl.h>
  #include <netinet/in.h>
@@ -19,6 +21,18 @@ void prepareSocket (int handle) noexcept
     const DWORD patience_ms = 2000;
     ::setsockopt (static_cast<SOCKET> (handle), SOL_SOCKET, SO_SNDTIMEO, reinterpret_cast<const char*> (&patience_ms),
                   sizeof (patience_ms));
+}
+
+void prepareMulticastSocket (int handle, const char* localAddress) noexcept
+{
+    u_long on = 1;
+    ::ioctlsocket (static_cast<SOCKET> (handle), FIONBIO, &on);
+
+    in_addr address {};
+
+    if (::inet_pton (AF_INET, localAddress, &address) == 1)
+        ::setsockopt (static_cast<SOCKET> (handle), IPPROTO_IP, IP_MULTICAST_IF, reinterpret_cast<const char*> (&address),
+                      sizeof (address));
 }
 
 int sendBytes (int handle, const void* data, int size, Blocking blocking) noexcept
@@ -56,6 +70,17 @@ void prepareSocket (int handle) noexcept
 
     // A program that the host starts does not inherit the connection, which would then not close with ours.
     ::fcntl (handle, F_SETFD, FD_CLOEXEC);
+}
+
+void prepareMulticastSocket (int handle, const char* localAddress) noexcept
+{
+    ::fcntl (handle, F_SETFL, ::fcntl (handle, F_GETFL) | O_NONBLOCK);
+
+    // Linux takes the interface that has the socket's own address by itself; others want to be told.
+    in_addr address {};
+
+    if (::inet_pton (AF_INET, localAddress, &address) == 1)
+        ::setsockopt (handle, IPPROTO_IP, IP_MULTICAST_IF, &address, sizeof (address));
 }
 
 int sendBytes (int handle, const void* data, int size, Blocking blocking) noexcept

@@ -9,6 +9,11 @@ namespace veltra::ipc::platform {
     some seconds. */
 void prepareSocket (int handle) noexcept;
 
+/** Once for each socket that sends to multicast groups: they leave by the interface with this address, and what a
+    stuck interface does not take at once is not sent. Where that fails the send fails too, and says so.
+    @param localAddress  IPv4 in decimal with dots; nothing else changes the interface */
+void prepareMulticastSocket (int handle, const char* localAddress) noexcept;
+
 enum class Blocking
 {
     no,

@@ -1,8 +1,10 @@
 #include "topology/ChannelJob.h"
 
+#include <algorithm>
 #include <exception>
 #include <utility>
 
+#include "common/JuceThreadPool.h"
 #include "common/Utf8.h"
 
 namespace veltra::topology {
@@ -46,17 +48,17 @@ juce::Result runOnPool (const std::vector<std::unique_ptr<ChannelJob>>& jobs, Pr
         }
     };
 
-    juce::ThreadPool pool (juce::SystemStats::getNumCpus(), 0, juce::Thread::Priority::low);
+    ThreadPool pool (juce::SystemStats::getNumCpus(), juce::Thread::Priority::low);
 
     for (const auto& job : jobs)
-        pool.addJob (job.get(), false);
+        pool->addJob (job.get(), false);
 
     report (0.0f);
-    const auto count = static_cast<int> (jobs.size());
+    const auto count = static_cast<std::ptrdiff_t> (jobs.size());
 
-    for (int last = count;;)
+    for (auto last = count;;)
     {
-        const int left = pool.getNumJobs();
+        const auto left = std::count_if (jobs.begin(), jobs.end(), [&] (const auto& job) { return pool->contains (job.get()); });
 
         if (left != last)
             report (static_cast<float> (count - left) / static_cast<float> (count));
