@@ -1,15 +1,15 @@
 #include "discovery/DeviceDescription.h"
 
-#include <memory>
+#include <algorithm>
+#include <map>
 #include <regex>
 #include <string>
 #include <string_view>
 
-#include "common/JuceXml.h"
 #include "common/Log.h"
 #include "common/LogText.h"
+#include "common/XmlDocument.h"
 #include "discovery/HttpGet.h"
-#include "protocol/PeerText.h"
 
 namespace upnp {
 
@@ -19,26 +19,34 @@ constexpr const char* featuresUrn = "urn:schemas-frontier-silicon-com:ir-1-0";
 constexpr const char* portUrn = "urn:schemas-veltra-lab:veltraio-1-0";
 
 constexpr int maximumDepth = 64;
+constexpr std::ptrdiff_t maximumTags = 4096; // opening and closing ones; ten times those of the longest descriptions
+
+struct IgnoringCase
+{
+    bool operator() (const juce::String& a, const juce::String& b) const noexcept { return a.compareIgnoreCase (b) < 0; }
+};
+
+using Namespaces = std::map<juce::String, juce::String, IgnoringCase>;
 
 std::string shown (const juce::String& text)
 {
     return veltra::logText (text.toStdString());
 }
 
-/** The prefixes that the attributes of the root element declare. */
-juce::StringPairArray declaredNamespaces (const juce::XmlElement& root)
+/** What the attributes of the root element declare, by prefix. */
+Namespaces declaredNamespaces (const veltra::XmlNode& root)
 {
-    juce::StringPairArray namespaces (true);
+    Namespaces namespaces;
 
-    for (int i = 0; i < root.getNumAttributes(); ++i)
+    for (const auto* attribute = root.first_attribute(); attribute != nullptr; attribute = attribute->next_attribute())
     {
-        const auto& name = root.getAttributeName (i);
+        const auto name = veltra::textOf (attribute->name(), attribute->name_size());
 
         if (! name.containsChar (':'))
             continue;
 
         if (const auto prefix = name.fromLastOccurrenceOf (":", false, false); prefix.isNotEmpty())
-            namespaces.set (prefix, root.getAttributeValue (i));
+            namespaces[prefix] = veltra::textOf (attribute->value(), attribute->value_size());
     }
 
     return namespaces;
@@ -84,7 +92,10 @@ juce::String portOf (const juce::String& text, bool isFeatures)
 bool readDescription (const juce::String& document, const juce::String& location,
                       juce::String& address, juce::String& friendlyName)
 {
-    const auto root = veltra::parseXml (document, maximumDepth);
+    const auto bytes = document.toStdString();
+    const bool isBounded = std::count (bytes.begin(), bytes.end(), '<') <= maximumTags; // a tag may cost a line of the log
+    const veltra::XmlDocument parsed (isBounded ? bytes : std::string(), maximumDepth);
+    const auto* const root = parsed.root();
 
     if (root == nullptr)
     {
@@ -92,7 +103,7 @@ bool readDescription (const juce::String& document, const juce::String& location
         return false;
     }
 
-    const auto* device = root->getChildByName ("device");
+    const auto* device = root->first_node ("device");
 
     if (device == nullptr)
     {
@@ -102,27 +113,30 @@ bool readDescription (const juce::String& document, const juce::String& location
 
     const auto namespaces = declaredNamespaces (*root);
 
-    for (const auto* child : device->getChildIterator())
+    for (const auto* child = veltra::firstElement (*device); child != nullptr; child = veltra::nextElement (*child))
     {
-        const auto& tag = child->getTagName();
+        const auto tag = veltra::nameOf (*child);
         const auto local = tag.fromLastOccurrenceOf (":", false, false);
         const auto prefix = tag.upToFirstOccurrenceOf (":", false, false);
 
         if (local == "friendlyName")
         {
-            // References make characters that there are none of.
-            friendlyName = cut (veltraio::peerText (child->getAllSubText().trim().toStdString()));
+            friendlyName = cut (veltra::allText (*child).trim());
             continue;
         }
 
-        const auto urn = prefix == local ? juce::String() : namespaces[prefix];
-        const bool isFeatures = local == "x_features" && urn == featuresUrn;
-        const bool isPort = local == "x_port" && urn == portUrn;
+        const auto declared = prefix == local ? namespaces.end() : namespaces.find (prefix);
+
+        if (declared == namespaces.end())
+            continue;
+
+        const bool isFeatures = local == "x_features" && declared->second == featuresUrn;
+        const bool isPort = local == "x_port" && declared->second == portUrn;
 
         if (! isFeatures && ! isPort)
             continue;
 
-        const auto text = child->getAllSubText().trim();
+        const auto text = veltra::allText (*child).trim();
         const auto port = portOf (text, isFeatures);
 
         if (port.isEmpty() && (isFeatures || text.isNotEmpty()))

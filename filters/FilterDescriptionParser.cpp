@@ -3,22 +3,19 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
-#include <memory>
 #include <new>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include <rapidxml/rapidxml.hpp>
-
 #include "common/Numbers.h"
-#include "common/XmlShape.h"
+#include "common/XmlDocument.h"
 
 namespace veltra::parser::FIIR {
 
 namespace {
 
-using Node = rapidxml::xml_node<char>;
+using Node = XmlNode;
 
 constexpr int kMaxDepth = 256;
 constexpr size_t kExtraSize = 1024; ///< of an "Extra" text with its end mark
@@ -28,16 +25,6 @@ constexpr unsigned kSectionSize = 4;
 const Node* child (const Node& parent, const char* name)
 {
     return parent.first_node (name);
-}
-
-/** The next sibling that is an element, whatever its name. */
-const Node* nextElement (const Node* node)
-{
-    do
-        node = node->next_sibling();
-    while (node != nullptr && node->type() != rapidxml::node_element);
-
-    return node;
 }
 
 /** Value of an attribute; null when it is absent. */
@@ -153,13 +140,13 @@ public:
         if (channelNode == nullptr)
             throw NoChannelElement;
 
-        for (unsigned index = 0; channelNode != nullptr; ++index, channelNode = nextElement (channelNode))
+        for (unsigned index = 0; channelNode != nullptr; ++index, channelNode = nextElement (*channelNode))
         {
             if ((mask & kParseChannels) != 0)
                 channel (*channelNode, index);
 
             if ((mask & kParseCoefficients) != 0)
-                for (const auto* set = child (*channelNode, "Coefficients"); set != nullptr; set = nextElement (set))
+                for (const auto* set = child (*channelNode, "Coefficients"); set != nullptr; set = nextElement (*set))
                     coefficients (*set, index);
         }
     }
@@ -247,7 +234,7 @@ private:
         const int count = integer (iir, "NbrOfSections");
         int found = 0;
 
-        for (const auto* node = child (iir, "section"); node != nullptr; node = nextElement (node))
+        for (const auto* node = child (iir, "section"); node != nullptr; node = nextElement (*node))
         {
             float numbers[kSectionSize];
 
@@ -284,17 +271,18 @@ EResult parse (const char* text, IFIIRCallback* callback, const char* rootName) 
     {
         Walk walk (callback);
 
-        if (text == nullptr || ! isShallowXml (text, kMaxDepth))
+        if (text == nullptr)
             return UnknownError;
 
-        std::string copy (text); // parsing writes into it
-        const auto document = std::make_unique<rapidxml::xml_document<char>>(); // 64 KiB, too much for small stacks
-        document->parse<rapidxml::parse_default> (copy.data());
+        const XmlDocument document (text, kMaxDepth);
+
+        if (! document.isComplete())
+            return UnknownError;
 
         if (rootName == nullptr)
             return NoRootElement;
 
-        walk.document (*document, rootName);
+        walk.document (document.top(), rootName);
         return Success;
     }
     catch (const EResult failure)

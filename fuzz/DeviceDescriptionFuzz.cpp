@@ -2,7 +2,7 @@
     The description of a device. The first line of the input is where it came from, the rest is the document.
 */
 
-#include "common/JuceXml.h"
+#include "common/XmlDocument.h"
 #include "discovery/DeviceDescription.h"
 #include "fuzz/FuzzTarget.h"
 #include "protocol/PeerText.h"

@@ -1,9 +1,10 @@
 #include "plugin/Settings.h"
 
 #include <algorithm>
+#include <string>
 
-#include "common/JuceXml.h"
 #include "common/Numbers.h"
+#include "common/XmlDocument.h"
 #include "plugin/Files.h"
 
 namespace veltra::plugin {
@@ -13,28 +14,23 @@ namespace {
 constexpr juce::int64 greatestSize_bytes = 1 << 20;
 constexpr int greatestDepth = 64;
 
-std::unique_ptr<juce::XmlElement> parse (const juce::File& file)
+/** The text of the settings, empty when there is no file that may be read. */
+std::string readText (const juce::File& file)
 {
     juce::MemoryBlock bytes;
 
     if (! isOrdinaryFile (file) || file.getSize() > greatestSize_bytes || ! file.loadFileAsData (bytes))
-        return nullptr;
+        return {};
 
-    return parseXml (xmlText ({ bytes.begin(), bytes.getSize() }), greatestDepth);
+    return xmlText ({ bytes.begin(), bytes.getSize() }).toStdString();
 }
 
-/** Takes the values over as a properties file of JUCE's would that reads the document itself. */
-void addValues (const juce::XmlElement& root, juce::StringPairArray& values)
+/** Takes over the values that a properties file of JUCE's would take from the same document, but for XML in one. */
+void addValues (const XmlNode& root, juce::StringPairArray& values)
 {
-    for (const auto* element : root.getChildWithTagNameIterator ("VALUE"))
-    {
-        const auto& name = element->getStringAttribute ("name");
-        const auto* const nested = element->getFirstChildElement();
-
-        if (name.isNotEmpty())
-            values.set (name, nested != nullptr ? nested->toString (juce::XmlElement::TextFormat().singleLine().withoutHeader())
-                                                : element->getStringAttribute ("val"));
-    }
+    for (const auto* element = root.first_node ("VALUE"); element != nullptr; element = element->next_sibling ("VALUE"))
+        if (const auto name = attributeOf (*element, "name"); name.isNotEmpty() && firstElement (*element) == nullptr)
+            values.set (name, attributeOf (*element, "val"));
 }
 
 }
@@ -51,7 +47,9 @@ std::unique_ptr<juce::PropertiesFile> openSettings (const juce::File& file)
     // Without a file: a document that somebody broke, or that changes meanwhile, must not get to JUCE unseen.
     auto settings = std::make_unique<juce::PropertiesFile> (juce::File(), options);
 
-    if (const auto root = parse (file); root != nullptr && root->hasTagName ("PROPERTIES"))
+    const XmlDocument document (readText (file), greatestDepth);
+
+    if (const auto* root = document.root(); root != nullptr && nameOf (*root) == "PROPERTIES")
         addValues (*root, settings->getAllProperties());
 
     return settings;

@@ -152,23 +152,38 @@ TEST (DeviceDescription, DocumentsMadeToHarmAParserAreRefusedAtOnce)
 
     const auto start = std::chrono::steady_clock::now();
 
-    for (const auto& children : { nested (63), nested (1000), nested (100000), repeated ("<", 1 << 20), repeated ("&", 1 << 20),
-                                  repeated ("<e/>", 200000), "<e a='" + repeated ("&amp;", 200000) + "'/>",
-                                  "<e " + repeated ("a='' ", 200000) + "/>" })
+    for (const auto& children : { nested (63), nested (1000), nested (100000), repeated ("<", 1 << 20), repeated ("<e/>", 200000) })
         EXPECT_EQ (read (description (children + port)), notOurs);
 
-    EXPECT_EQ (read ("<!DOCTYPE r [<!ENTITY a \"aaaaaaaaaa\"><!ENTITY b \"&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;\">]>"
-                     + description ("<friendlyName>&b;</friendlyName>" + port)), notOurs);
+    for (const auto& children : { repeated ("&", 1 << 20), "<e a='" + repeated ("&amp;", 200000) + "'/>",
+                                  "<e " + repeated ("a='' ", 200000) + "/>" })
+        EXPECT_TRUE (read (description (children + port)).ours);
+
+    std::string prefixes = declarations;
+
+    for (int i = 0; i < 60000; ++i)
+        prefixes += " a:b" + std::to_string (i) + "=''";
+
+    EXPECT_TRUE (read (description (port, prefixes)).ours);
     EXPECT_LT (std::chrono::steady_clock::now() - start, std::chrono::seconds (10));
 
-    // Where the parser would not return.
+    EXPECT_EQ (read ("<!DOCTYPE r [<!ENTITY a \"aaaaaaaaaa\"><!ENTITY b \"&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;\">]>"
+                     + description ("<friendlyName>&b;</friendlyName>" + port)), (Result { true, "TCP:10.0.0.7:1", "&b;" }));
+}
+
+TEST (DeviceDescription, WhatStandsBesideTheElementsDoesNotMatter)
+{
+    const std::string port = "<v:x_port>1</v:x_port>";
+
     for (const auto& children : { "a<?i?>b", "<?i?> <!-- <c/> --> &amp;", "& <!-- ;<?i?>b-->" })
-        EXPECT_EQ (read (description (children + port)), notOurs) << children;
+        EXPECT_TRUE (read (description (children + port)).ours) << children;
+
+    for (const auto& behind : { "no XML", "&", "\xFF", "<second/>" })
+        EXPECT_TRUE (read (description (port) + behind).ours) << behind;
 
     EXPECT_TRUE (read ("<?xml-stylesheet href='a'?>" + description ("<?i?><?j?> <e/>a<?k?>" + port)).ours);
-
-    // Nested where the look at the depth cannot follow: bounded by the number of tags.
-    EXPECT_FALSE (read ("<root><device>& <!-- ;" + repeated ("<d>", 4000) + "--></device></root>").ours);
+    EXPECT_EQ (read (description ("<friendlyName>A&#x110000;</friendlyName>" + port)), notOurs) << "there is no such character";
+    EXPECT_EQ (read (description ("<friendlyName>A&#xD800;&#0;B</friendlyName>" + port)).friendlyName, "A???");
 }
 
 TEST (DeviceDescription, TextsAreBounded)
