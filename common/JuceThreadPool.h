@@ -41,6 +41,10 @@ public:
     ThreadPool (const ThreadPool&) = delete;
     ThreadPool& operator= (const ThreadPool&) = delete;
 
+    /** Whether there is anybody to run a job: a system without room for another thread gives a pool without. Waits
+        until all have started, up to two seconds. */
+    bool hasThreads() { return roll->waitForAll() > 0; }
+
     juce::ThreadPool& operator*() noexcept { return *pool; }
     juce::ThreadPool* operator->() noexcept { return pool.get(); }
 
@@ -60,11 +64,13 @@ private:
             waitForAll();
         }
 
-        /** Not for ever: a system without room for another thread gives a pool with fewer of them. */
-        void waitForAll()
+        /** Not for ever: a system without room for another thread gives a pool with fewer of them.
+            @returns  how many there are */
+        std::size_t waitForAll()
         {
             std::unique_lock guard (mutex);
             changed.wait_for (guard, std::chrono::seconds (2), [this] { return present == threads.size(); });
+            return present;
         }
 
         std::vector<NativeThreadEnd> threads;

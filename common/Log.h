@@ -6,10 +6,22 @@
 
         VELTRA_LOG (INFO, "Device is specified as " << address << ", skipping UPnP search");
 
-    Levels: TRACE, DEBUG, INFO, WARN, ERROR, FATAL. Any thread.
+    Levels: TRACE, DEBUG, INFO, WARN, ERROR, FATAL. Any thread. Never throws: destructors and the roots of threads log,
+    and a line that finds no memory is lost, not the process.
 */
 
 #include <log4cplus/logger.h>
 #include <log4cplus/loggingmacros.h>
 
-#define VELTRA_LOG(level, text) LOG4CPLUS_##level (::log4cplus::Logger::getRoot(), text)
+#define VELTRA_LOG(level, text)                                         \
+    do                                                                  \
+    {                                                                   \
+        try                                                             \
+        {                                                               \
+            LOG4CPLUS_##level (::log4cplus::Logger::getRoot(), text);   \
+        }                                                               \
+        catch (...)                                                     \
+        {                                                               \
+        }                                                               \
+    }                                                                   \
+    while (false)

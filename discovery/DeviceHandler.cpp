@@ -6,6 +6,7 @@
 
 #include "common/Clock.h"
 #include "common/Log.h"
+#include "protocol/Contain.h"
 #include "protocol/SocketPlatform.h"
 
 namespace upnp {
@@ -116,7 +117,7 @@ void DeviceHandler::TimerThread::run()
         if (const auto now = veltra::steadyMilliseconds(); now >= next)
         {
             next = now + interval_ms;
-            tick();
+            veltra::ipc::contain ("A search", tick);
         }
 
         wait (wait_ms);

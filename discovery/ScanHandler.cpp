@@ -35,10 +35,13 @@ public:
 
     JobStatus runJob() override
     {
-        juce::String address, friendlyName;
+        veltra::ipc::contain ("A look at a device", [this]
+        {
+            juce::String address, friendlyName;
 
-        if (getDeviceInfo (location, address, friendlyName, [this] { return shouldExit(); }))
-            onFound (address, friendlyName);
+            if (getDeviceInfo (location, address, friendlyName, [this] { return shouldExit(); }))
+                onFound (address, friendlyName);
+        });
 
         return jobHasFinished;
     }
@@ -140,7 +143,7 @@ void ScanHandler::run()
 {
     threadEnd.started();
     veltra::ipc::contain ("A scan", [this] { scan(); });
-    callback->OnScanEnded();
+    veltra::ipc::contain ("The end of a scan", [this] { callback->OnScanEnded(); });
     VELTRA_LOG (DEBUG, "UPnP scanning thread stopped");
 }
 

@@ -6,8 +6,8 @@
 
 namespace veltra::ipc {
 
-/** Runs something on a thread of ours that may call the application's code: an exception ends neither the thread nor
-    the process, only what was being done, and leaves a line in the log. */
+/** Runs something on a thread of ours: an exception, the application's or for want of memory, ends neither the thread
+    nor the process, only what was being done, and leaves a line in the log. */
 template <class Action>
 void contain (const char* what, Action&& action) noexcept
 {

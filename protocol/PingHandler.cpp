@@ -41,7 +41,7 @@ void PingHandler::run()
         if (clock() < nextPing)
             wait (poll_ms);
         else
-            checkAndPing();
+            veltra::ipc::contain ("A keep-alive", [this] { checkAndPing(); });
     }
 }
 

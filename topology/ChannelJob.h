@@ -32,7 +32,8 @@ private:
     juce::Result result = juce::Result::ok();
 };
 
-/** Runs jobs on as many threads of low priority as there are processors, and returns when all have ended.
+/** Runs jobs on as many threads of low priority as there are processors, or on this one where the system has no room for
+    more, and returns when all have ended.
 
     Meanwhile the calling thread reports: 0 at the start, then the fraction of jobs that have ended, whenever a look
     every 100 ms finds it changed, up to 1; the texts are empty. A report that throws is the last one.

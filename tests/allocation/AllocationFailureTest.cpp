@@ -3,15 +3,24 @@
     behind, and work when it is asked again.
 */
 
+#include <cmath>
+#include <cstring>
+#include <latch>
 #include <optional>
+#include <stdexcept>
+#include <thread>
+#include <utility>
 
+#include "dsp/FIIRDesign.h"
 #include "filters/FIIRSourceImpl.h"
 #include "filters/FilterDescriptionParser.h"
 #include "plugin/Session.h"
+#include "protocol/Contain.h"
 #include "protocol/EventHandler.h"
 #include "protocol/ReplyHandlers.h"
 #include "tests/allocation/AnsweringConnection.h"
 #include "tests/plugin/DeviceFixture.h"
+#include "tests/topology/TestSource.h"
 #include "topology/Topology.h"
 
 #ifdef __SANITIZE_ADDRESS__
@@ -218,6 +227,91 @@ TEST_F (AllocationFailure, AConversionMakesTheSameBytesAfterOneThatFailed)
                 });
         }
     }
+}
+
+namespace {
+
+Eigen::VectorXf decayingModes (Eigen::Index taps)
+{
+    return Eigen::VectorXf::NullaryExpr (taps, [] (Eigen::Index n)
+    {
+        const auto time = static_cast<float> (n);
+        return std::exp (-0.01f * time) * std::cos (0.3f * time) + 0.5f * std::exp (-0.02f * time) * std::cos (0.9f * time);
+    });
+}
+
+}
+
+TEST_F (AllocationFailure, ADesignThrowsWhatItsCallerCatches)
+{
+    const auto response = decayingModes (300);
+    std::vector<dsp::FIIRSection> expected;
+
+    failEachAllocation (
+        "design", 0, [] { return std::vector<dsp::FIIRSection>(); },
+        [&] (auto& sections) { sections = dsp::designFIIR (response, 64, 2, 4800.0).sections; },
+        [&] (const auto& sections, bool isUndisturbed)
+        {
+            if (expected.empty())
+                expected = sections;
+
+            EXPECT_TRUE (sections.empty() ? ! isUndisturbed
+                                          : std::memcmp (sections.data(), expected.data(), sizeof (sections[0]) * sections.size()) == 0);
+        });
+}
+
+TEST_F (AllocationFailure, ADesignNeedsNoThreads)
+{
+    FIRTestSource source ({ { decayingModes (300) }, { decayingModes (200) } });
+    juce::PropertySet noSettings;
+
+    const auto convert = [&]
+    {
+        juce::MemoryBlock blob;
+        auto result = juce::Result::ok();
+        std::vector<float> reports;
+        const auto report = [&] (float done, const juce::String&) { return reports.push_back (done), true; };
+        const auto topology = topology::createTopology ("FIIR", report);
+        topology->createFilterData (result, source, topology::parseParameters ("NbrOfFIRTaps=64;NbrOfIIRSections=2"), 4800, blob, noSettings);
+        EXPECT_TRUE (result.wasOk()) << result.getErrorMessage();
+        EXPECT_EQ (reports.front(), 0.0f);
+        EXPECT_EQ (reports.back(), 1.0f);
+        return blob;
+    };
+
+    const auto expected = convert();
+    const NoThreads none;
+    EXPECT_EQ (convert(), expected);
+}
+
+/** At the roots of our threads there is nobody to catch anything, and no memory for a line in the log either. */
+TEST_F (AllocationFailure, AFailureOnAThreadOfOursIsContained)
+{
+    const LogLines lines; // which switches the log on
+    bool hasRun = false;
+
+    const auto fail = [&]
+    {
+        ipc::contain ("A message", [&]
+        {
+            hasRun = true;
+            throw std::runtime_error ("A reason that is long enough to need an allocation of its own");
+        });
+    };
+
+    failEachAllocation (
+        "contain", 30, [] { return 0; },
+        [&] (int&)
+        {
+            // On a new thread, for which the log has nothing ready.
+            std::latch start (1);
+            auto pause = std::make_optional<FailingAllocation::Pause>();
+            std::thread thread ([&] { start.wait(); fail(); });
+            pause.reset();
+            start.count_down();
+            thread.join();
+        },
+        [&] (int&, bool) { EXPECT_TRUE (std::exchange (hasRun, false)); });
 }
 
 TEST_F (AllocationFailure, AMessageThatIsLostIsFollowedByOneThatArrives)

@@ -1,8 +1,11 @@
 #include "tests/allocation/FailingAllocation.h"
 
 #include <atomic>
+#include <cerrno>
 #include <cstdlib>
 #include <new>
+
+#include <pthread.h>
 
 // The linker sends all calls of malloc and its kin from inside the program here (--wrap), and our own to the real ones.
 extern "C" {
@@ -10,6 +13,7 @@ void* __real_malloc (std::size_t size);
 void* __real_calloc (std::size_t count, std::size_t size);
 void* __real_realloc (void* block, std::size_t size);
 void __real_free (void* block);
+int __real_pthread_create (pthread_t* thread, const pthread_attr_t* attributes, void* (*function) (void*), void* argument);
 }
 
 namespace veltra::test {
@@ -21,6 +25,7 @@ std::atomic<bool> failsOnwards { false };
 std::atomic<std::size_t> untilFailure { 0 };
 std::atomic<std::size_t> failed { 0 };
 std::atomic<long long> inUse { 0 };
+std::atomic<bool> hasThreads { true };
 
 bool fails()
 {
@@ -99,6 +104,16 @@ FailingAllocation::Pause::~Pause()
     isArmed = wasArmed;
 }
 
+NoThreads::NoThreads()
+{
+    hasThreads = false;
+}
+
+NoThreads::~NoThreads()
+{
+    hasThreads = true;
+}
+
 long long blocksInUse()
 {
     return inUse;
@@ -114,6 +129,7 @@ void* __wrap_malloc (std::size_t size);
 void* __wrap_calloc (std::size_t count, std::size_t size);
 void* __wrap_realloc (void* block, std::size_t size);
 void __wrap_free (void* block);
+int __wrap_pthread_create (pthread_t* thread, const pthread_attr_t* attributes, void* (*function) (void*), void* argument);
 
 void* __wrap_malloc (std::size_t size)
 {
@@ -136,6 +152,11 @@ void* __wrap_realloc (void* block, std::size_t size)
 void __wrap_free (void* block)
 {
     give (block);
+}
+
+int __wrap_pthread_create (pthread_t* thread, const pthread_attr_t* attributes, void* (*function) (void*), void* argument)
+{
+    return hasThreads ? __real_pthread_create (thread, attributes, function, argument) : EAGAIN;
 }
 
 }

@@ -46,6 +46,17 @@ public:
     };
 };
 
+/** While one lives, the program cannot start a thread. */
+class NoThreads
+{
+public:
+    NoThreads();
+    ~NoThreads();
+
+    NoThreads (const NoThreads&) = delete;
+    NoThreads& operator= (const NoThreads&) = delete;
+};
+
 /** Blocks that the program has taken from operator new or malloc, of any size, and not given back. */
 long long blocksInUse();
 
