@@ -1,0 +1,102 @@
+#pragma once
+
+#include <algorithm>
+#include <memory>
+
+#include "tests/veltra/Program.h"
+#include "tools/receiver/Receiver.h"
+#include "tools/veltra/AudioFile.h"
+#include "tools/veltra/ExitStatus.h"
+
+namespace veltra::host {
+
+inline const std::vector<std::string> kChannels { "FL", "FR", "C", "SW", "SL", "SR", "BL", "BR" };
+
+inline std::string roomFile (const std::string& name) { return "examples/living-room/" + name + ".wav"; }
+
+/** The built program with the built module, both as they are shipped, and a simulated receiver in this process.
+    Nothing that the program made for itself may be left at the end. */
+class WithReceiver : public Program
+{
+protected:
+    using Words = std::vector<std::string>;
+
+    WithReceiver() { std::filesystem::create_directory (path ("tmp")); }
+    ~WithReceiver() override { EXPECT_TRUE (std::filesystem::is_empty (path ("tmp"))); }
+
+    void startReceiver (receiver::Profile profile = receiver::shippedProfile ("seven-one"), receiver::Receiver::Options options = {})
+    {
+        theReceiver = std::make_unique<receiver::Receiver> (std::move (profile), std::move (options));
+    }
+
+    void setFaults (const std::string& script)
+    {
+        std::string error;
+        theReceiver->setFaults (receiver::parseFaults (script, error).value());
+    }
+
+    Words line (Words words) const
+    {
+        words.insert (words.begin(), VELTRA_PROGRAM);
+        words.insert (words.end(), { "--module", VELTRA_MODULE });
+
+        if (theReceiver != nullptr)
+            words.insert (words.end(), { "--device", theReceiver->address() });
+
+        words.insert (words.end(), furtherOptions.begin(), furtherOptions.end());
+        return words;
+    }
+
+    void startVeltra (Words words) { start (line (std::move (words)), { { "TMPDIR", path ("tmp").string() } }); }
+
+    Ending veltra (Words words)
+    {
+        startVeltra (std::move (words));
+        return finish();
+    }
+
+    /** A command that needs neither module nor receiver. */
+    Ending plainVeltra (Words words)
+    {
+        words.insert (words.begin(), VELTRA_PROGRAM);
+        return run (words);
+    }
+
+    /** The filters of all channels at some rates, numbered as the receiver numbers them. */
+    std::string importRoom (const Words& rates = { "44100", "48000", "96000" })
+    {
+        Words words { "import", "--force", "-o", path ("room.xml"), "--project", "Living room" };
+
+        for (const auto& rate : rates)
+            for (const auto& channel : kChannels)
+                words.push_back (roomFile (channel + "_" + rate));
+
+        expectSuccess (plainVeltra (words));
+        return path ("room.xml");
+    }
+
+    static void expectSuccess (const Ending& ending)
+    {
+        EXPECT_EQ (0, ending.status) << ending.err;
+        EXPECT_EQ ("", ending.err);
+    }
+
+    static void expectOneSentence (const Ending& ending, ExitStatus status, const std::string& words)
+    {
+        EXPECT_EQ (status, ending.status) << ending.err;
+        EXPECT_NE (std::string::npos, ending.err.find (words)) << ending.err;
+        EXPECT_TRUE (ending.err.starts_with ("veltra: ")) << ending.err;
+        EXPECT_EQ (1, std::ranges::count (ending.err, '\n')) << ending.err;
+    }
+
+    static void expectParts (const std::string& text, const std::vector<std::string>& parts)
+    {
+        for (const auto& part : parts)
+            EXPECT_NE (std::string::npos, text.find (part)) << part << "\n" << text;
+    }
+
+    std::unique_ptr<receiver::Receiver> theReceiver;
+    Words furtherOptions;
+};
+
+}
