@@ -68,6 +68,28 @@ std::string FakeDevice::ours (const std::string& friendlyName, int port)
          + "</friendlyName><v:x_port>" + std::to_string (port) + "</v:x_port></device></root>";
 }
 
+std::vector<std::string> FakeDevice::search (const std::string& from, const std::string& text, int copies, std::size_t expected,
+                                             std::chrono::seconds patience, const std::function<void()>& onAnswer)
+{
+    const auto name = socketAddress (from, 0), everybody = socketAddress ("239.255.255.250", 1900);
+    const int socket = ::socket (AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const timeval silence { patience.count(), 0 };
+    ::setsockopt (socket, SOL_SOCKET, SO_RCVTIMEO, &silence, sizeof (silence));
+    ::bind (socket, reinterpret_cast<const sockaddr*> (&name), sizeof (name));
+
+    for (int i = 0; i < copies; ++i)
+        ::sendto (socket, text.data(), text.size(), 0, reinterpret_cast<const sockaddr*> (&everybody), sizeof (everybody));
+
+    std::vector<std::string> answers;
+    char bytes[4096];
+
+    for (ssize_t size; answers.size() < expected && (size = ::recv (socket, bytes, sizeof (bytes), 0)) > 0; onAnswer())
+        answers.emplace_back (bytes, static_cast<std::size_t> (size));
+
+    ::close (socket);
+    return answers;
+}
+
 std::vector<FakeDevice::Request> FakeDevice::searches() const
 {
     const std::lock_guard guard (mutex);

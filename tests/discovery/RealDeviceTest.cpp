@@ -8,9 +8,7 @@
 #include <thread>
 #include <vector>
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include "discovery/ScanHandler.h"
@@ -31,23 +29,7 @@ std::vector<std::string> passOn (const std::string& address, const FakeDevice::R
     if (request.bytes.ends_with ("\r\n\r\n"))
         return {}; // passed on by ourselves
 
-    sockaddr_in name {};
-    name.sin_family = AF_INET;
-    ::inet_pton (AF_INET, address.c_str(), &name.sin_addr);
-    const int socket = ::socket (AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    const timeval patience { 4, 0 };
-    ::setsockopt (socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof (patience));
-    ::bind (socket, reinterpret_cast<const sockaddr*> (&name), sizeof (name));
-
-    name.sin_port = htons (1900);
-    ::inet_pton (AF_INET, "239.255.255.250", &name.sin_addr);
-    const auto completed = request.bytes + "\r\n";
-    ::sendto (socket, completed.data(), completed.size(), 0, reinterpret_cast<const sockaddr*> (&name), sizeof (name));
-
-    char answer[4096];
-    const auto size = ::recv (socket, answer, sizeof (answer), 0);
-    ::close (socket);
-    return size > 0 ? std::vector { std::string (answer, static_cast<std::size_t> (size)) } : std::vector<std::string>();
+    return FakeDevice::search (address, request.bytes + "\r\n", 1, 1, 4s);
 }
 
 class RealDevice : public PrivateNetworkTest

@@ -49,6 +49,10 @@ TEST (FilterSets, ShowWhatTheDescriptionSays)
     EXPECT_EQ ("", loaded.set.getChannelName (2));
     EXPECT_EQ (nullptr, loaded.set.getFilterImpl (2));
     EXPECT_FALSE (FilterSetsImpl().GetFilter (0, nullptr));
+
+    const Loaded bare (DescriptionBuilder::withHeader ({}).rawChannel ({}));
+    EXPECT_STREQ ("", bare.set.GetName());
+    EXPECT_STREQ ("", bare.set.GetTechnology());
 }
 
 TEST (FilterSets, TheExampleOfTheDocumentLoads)
@@ -66,34 +70,6 @@ TEST (FilterSets, TheExampleOfTheDocumentLoads)
     EXPECT_EQ (2u, set.getFilterImpl (0)->findCoefficientSet ({ 48000, false })->sections.size());
     EXPECT_FLOAT_EQ (0.06f, set.getFIR (48000, 0)[3]) << "where both sections begin";
     EXPECT_EQ (0.5f, set.getFIR (48000, 1)[1]);
-}
-
-TEST (FilterSets, TextsThatTheHeaderLacksAreEmpty)
-{
-    FilterSetsImpl set ("before");
-    EXPECT_STREQ ("before", set.GetName());
-    EXPECT_EQ (veltra::parser::FIIR::Success,
-               veltra::parser::FIIR::parse (DescriptionBuilder::withHeader ({}).rawChannel ({}).text().c_str(), &set, "Veltra"));
-    EXPECT_STREQ ("", set.GetName());
-    EXPECT_STREQ ("", set.GetTechnology());
-}
-
-TEST (FilterSets, CanBeMadeByHand)
-{
-    FilterSetsImpl set ("Slot 1");
-    set.addFilter ({ .name = "FL", .channelNumber = 0, .subwoofer = 0 });
-    set.addFilter ({ .name = "SW", .channelNumber = 7, .subwoofer = 1 });
-
-    EXPECT_EQ (2u, set.getFilterCount());
-    EXPECT_EQ ("SW", set.getChannelName (1));
-    EXPECT_EQ (7u, set.getFilterImpl (1)->GetChannel());
-    EXPECT_EQ (1, set.getFilterImpl (1)->getAttributes().subwoofer);
-    EXPECT_EQ (0, set.getFIR (48000, 1).size());
-
-    unsigned seen = 0;
-    EXPECT_FALSE (set.forEachFilter ([&] (unsigned index, const FilterImpl&) { ++seen; return index > 0; }));
-    EXPECT_EQ (1u, seen);
-    EXPECT_TRUE (set.forEachFilter ([&] (unsigned, const FilterImpl&) { return true; }));
 }
 
 TEST (FilterSets, TheLastSetOfARateStandsAndMinimumPhaseSetsAreDropped)
@@ -136,11 +112,7 @@ TEST (FilterSets, AResponseIsOneSecondOfTapsAndSections)
     Loaded loaded (DescriptionBuilder().channel ("FL", 1).fiir (48000, { 0.5f, -0.25f }, { { -0.5f, 0.0f, 2.0f, 0.0f } }));
     const auto& response = loaded.set.getFIR (48000, 0);
     ASSERT_EQ (48000, response.size());
-    EXPECT_EQ (0.5f, response[0]);
-    EXPECT_EQ (-0.25f, response[1]);
-    EXPECT_EQ (2.0f, response[2]);
-    EXPECT_EQ (1.0f, response[3]);
-    EXPECT_EQ (0.5f, response[4]);
+    EXPECT_EQ ((Taps { 0.5f, -0.25f, 2.0f, 1.0f, 0.5f }), Taps (response.begin(), response.begin() + 5));
     EXPECT_EQ (&response, &loaded.set.getFIR (48000, 0)) << "made once";
     EXPECT_EQ (0, loaded.set.getFIR (48000, 1).size()) << "beyond the last filter";
 }

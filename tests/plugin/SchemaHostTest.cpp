@@ -2,9 +2,6 @@
     A host that has the protocol's schema itself, as full protobuf classes, and logs with log4cplus itself.
 */
 
-#include <csignal>
-#include <cstdio>
-
 #include <google/protobuf/descriptor.h>
 #include <google/protobuf/text_format.h>
 #include <gtest/gtest.h>
@@ -13,6 +10,7 @@
 #include "protocol/veltraio.pb.h" // the test's own, not the module's
 #include "tests/plugin/HostModule.h"
 #include "tests/support/LogLines.h"
+#include "tests/support/Program.h"
 #include "veltratune_io/Device.h"
 
 namespace veltra::test {
@@ -31,42 +29,22 @@ void expectHostSchemaWorks()
     EXPECT_EQ (volume.ShortDebugString(), "deviceIndex: 3 volume: 0.5");
 }
 
-/** The simulated receiver as a program of its own: its library has classes of the schema too. */
-class ReceiverProcess
-{
-public:
-    ReceiverProcess() : output (popen ("echo $$; exec " RECEIVER_PROGRAM " --profile stereo --port 0 --log nothing", "r"))
-    {
-        char where[64] = "";
-
-        if (std::fscanf (output, "%d Listening on %63s", &process, where) == 2)
-            address = where;
-    }
-
-    ~ReceiverProcess()
-    {
-        if (process > 0)
-            kill (process, SIGTERM);
-
-        pclose (output);
-    }
-
-    ReceiverProcess (const ReceiverProcess&) = delete;
-    ReceiverProcess& operator= (const ReceiverProcess&) = delete;
-
-    std::string address;
-
-private:
-    FILE* const output;
-    pid_t process = 0;
-};
-
-class SchemaHost : public testing::Test
+/** The simulated receiver is a program of its own: its library has classes of the schema too. */
+class SchemaHost : public host::Program
 {
 protected:
-    const ReceiverProcess receiver;
-    const host::ModuleCopy copy { MODULE_FILE, { { "Device", "TCP:" + receiver.address } } };
-    const std::filesystem::path log = copy.path().parent_path() / "veltra.log";
+    SchemaHost()
+    {
+        start ({ RECEIVER_PROGRAM, "--profile", "stereo", "--log", "nothing" });
+        waitFor ("out", "\n");
+        const auto line = read (path ("out"));
+        address = "TCP:" + line.substr (line.find ("127"), line.find ('\n') - line.find ("127"));
+        copy.emplace (MODULE_FILE, std::map<std::string, std::string> { { "Device", address } });
+    }
+
+    std::string address;
+    std::optional<host::ModuleCopy> copy;
+    const std::filesystem::path log = path ("veltra.log");
 };
 
 }
@@ -78,7 +56,7 @@ TEST_F (SchemaHost, LivesBesideTheModuleHoweverOftenThatComesAndGoes)
 
     for (int round = 0; round < 3; ++round)
     {
-        HostModule module (copy.path());
+        HostModule module (copy->path());
         module.setLogPath (log.c_str(), -1, 10000);
         auto* const plugin = module.get (5);
         ASSERT_TRUE (plugin->FindDevices());
@@ -86,7 +64,7 @@ TEST_F (SchemaHost, LivesBesideTheModuleHoweverOftenThatComesAndGoes)
         expectHostSchemaWorks();
         module.release (plugin);
         module.unload();
-        EXPECT_FALSE (HostModule::isLoaded (copy.path()));
+        EXPECT_FALSE (HostModule::isLoaded (copy->path()));
         expectHostSchemaWorks();
     }
 
@@ -99,9 +77,9 @@ TEST_F (SchemaHost, KeepsItsOwnLog)
     const LogLines own;
     auto root = log4cplus::Logger::getRoot();
     root.setLogLevel (log4cplus::INFO_LOG_LEVEL);
-    HostModule module (copy.path());
+    HostModule module (copy->path());
     ASSERT_TRUE (module.get (5)->FindDevices());
-    EXPECT_EQ (own.all().front().text, "Device is specified as TCP:" + receiver.address + ", skipping UPnP search")
+    EXPECT_EQ (own.all().front().text, "Device is specified as " + address + ", skipping UPnP search")
         << "the module's lines go where the host's go";
     module.unload();
     EXPECT_EQ (root.getAllAppenders().size(), 1u);
@@ -110,7 +88,7 @@ TEST_F (SchemaHost, KeepsItsOwnLog)
 
 TEST_F (SchemaHost, AModuleThatIsUnloadedWithoutReleaseLeavesNoLogFileOpen)
 {
-    HostModule module (copy.path());
+    HostModule module (copy->path());
     module.setLogPath (log.c_str(), -1, 0);
     ASSERT_TRUE (module.get (5)->FindDevices());
     auto root = log4cplus::Logger::getRoot();

@@ -6,8 +6,10 @@
 #include <string>
 #include <string_view>
 
+#include "tests/support/Envelope.h"
+
 /** @file
-    The protocol's bytes as its rules say, written once more so that the module's own code is not its own judge.
+    The protocol's messages as its rules say, byte by byte.
 */
 
 namespace veltra::test::wire {
@@ -20,12 +22,6 @@ inline std::string varint (std::uint64_t value)
         bytes += static_cast<char> (value | 0x80);
 
     return bytes + static_cast<char> (value);
-}
-
-inline std::string bigEndian (std::uint32_t value)
-{
-    return { static_cast<char> (value >> 24), static_cast<char> (value >> 16), static_cast<char> (value >> 8),
-             static_cast<char> (value) };
 }
 
 inline std::string littleEndian (float value)
@@ -43,16 +39,6 @@ inline std::string bytes (unsigned field, std::string_view value)
 }
 inline std::string real (unsigned field, float value) { return varint (field << 3 | 5) + littleEndian (value); }
 
-inline std::uint32_t hash (std::string_view text)
-{
-    std::uint32_t h = 0;
-
-    for (const char c : text)
-        h = h * 31 + static_cast<unsigned char> (c);
-
-    return h;
-}
-
 /** Filter data. */
 inline std::string floats (std::initializer_list<float> values)
 {
@@ -64,11 +50,6 @@ inline std::string floats (std::initializer_list<float> values)
     return data;
 }
 
-/** A whole envelope: marker, length, identifier, checksum, body. */
-inline std::string envelope (const std::string& message, const std::string& body)
-{
-    return std::string ("\x21\x01\xFF", 3) + bigEndian (static_cast<std::uint32_t> (body.size()))
-           + bigEndian (hash ("veltraio." + message)) + bigEndian (hash (body)) + body;
-}
+inline std::string envelope (const std::string& message, const std::string& body) { return envelopeOf ("veltraio." + message, body); }
 
 }

@@ -9,22 +9,19 @@
 #include "protocol/EnvelopeParser.h"
 #include "protocol/MessageId.h"
 #include "protocol/veltraio.pb.h"
-#include "tests/protocol/TestPeer.h"
+#include "tests/support/Envelope.h"
 
 namespace {
 
 using namespace std::string_literals;
+using veltra::test::bigEndian;
+using veltra::test::envelopeOf;
+using veltra::test::hashOf;
 
 /** Identifier, checksum and body as the parser hands them up. */
 std::string blockOf (const std::string& envelope)
 {
     return envelope.substr (3 + 4);
-}
-
-std::string be32 (std::uint32_t value)
-{
-    return { static_cast<char> (value >> 24), static_cast<char> (value >> 16), static_cast<char> (value >> 8),
-             static_cast<char> (value) };
 }
 
 struct Parser : veltraio::VeltraIOEnvelopeParser
@@ -74,7 +71,7 @@ TEST (Envelope, IsTheBytesOfTheFormat)
     veltraio::Acknowledge refusal;
     refusal.set_ok (false);
     refusal.set_errormessage ("no");
-    EXPECT_EQ ("\x21\x01\xff\x00\x00\x00\x06\xf5\xfa\x34\x1a"s + be32 (hashOf ("\x08\x00\x12\x02no"s)) + "\x08\x00\x12\x02no"s,
+    EXPECT_EQ ("\x21\x01\xff\x00\x00\x00\x06\xf5\xfa\x34\x1a"s + bigEndian (hashOf ("\x08\x00\x12\x02no"s)) + "\x08\x00\x12\x02no"s,
                bytesOf (veltraio::IdType<veltraio::Acknowledge>::value, refusal));
 
     EXPECT_EQ ("\x21\x01\xff\x00\x00\x00\x00\x50\x8f\xc1\xb4\x00\x00\x00\x00"s,
@@ -137,7 +134,7 @@ TEST (EnvelopeParser, TheLargestEnvelopeIs32767BytesAndALongerOneIsSkipped)
     for (const std::uint32_t length : { 32768u - 15, 0x7fffffffu, 0x80000000u, 0xfffffff0u, 0xfffffff1u, 0xffffffffu })
     {
         parser.blocks.clear();
-        parser.feed ("\x21\x01\xff" + be32 (length) + std::string (40000, '\0'));
+        parser.feed ("\x21\x01\xff" + bigEndian (length) + std::string (40000, '\0'));
         EXPECT_TRUE (parser.blocks.empty()) << length;
         parser.feed (envelopeOf ("veltraio.Pong", ""));
         EXPECT_EQ (1u, parser.blocks.size()) << "out of step after " << length;

@@ -6,11 +6,12 @@
 
 #include "protocol/PingHandler.h"
 #include "tests/protocol/LocalConnection.h"
-#include "tests/protocol/TestPeer.h"
+#include "tests/support/Envelope.h"
 
 namespace {
 
 using namespace std::chrono_literals;
+using veltra::test::envelopeOf;
 
 /** A keep-alive on a clock that the test sets. */
 struct KeepAlive

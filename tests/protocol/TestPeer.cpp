@@ -18,12 +18,6 @@ bool waitFor (int handle)
     return ::poll (&wanted, 1, patience_ms) > 0;
 }
 
-std::string bigEndian (std::uint32_t value)
-{
-    return { static_cast<char> (value >> 24), static_cast<char> (value >> 16), static_cast<char> (value >> 8),
-             static_cast<char> (value) };
-}
-
 }
 
 void PeerSocket::send (const std::string& bytes)
@@ -101,20 +95,4 @@ std::unique_ptr<PeerSocket> TestPeer::accept()
         throw std::runtime_error ("nobody connects");
 
     return std::make_unique<PeerSocket> (::accept (listener, nullptr, nullptr));
-}
-
-std::uint32_t hashOf (const std::string& bytes)
-{
-    std::uint64_t hash = 0;
-
-    for (const unsigned char byte : bytes)
-        hash = (hash * 31 + byte) % (std::uint64_t (1) << 32);
-
-    return static_cast<std::uint32_t> (hash);
-}
-
-std::string envelopeOf (const std::string& messageName, const std::string& body)
-{
-    return "\x21\x01\xFF" + bigEndian (static_cast<std::uint32_t> (body.size())) + bigEndian (hashOf (messageName))
-           + bigEndian (hashOf (body)) + body;
 }

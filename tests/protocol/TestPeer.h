@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -45,7 +44,3 @@ private:
     int listener;
     int listeningPort;
 };
-
-/** The protocol's hash and an envelope, worked out from the rules. */
-std::uint32_t hashOf (const std::string& bytes);
-std::string envelopeOf (const std::string& messageName, const std::string& body);

@@ -1,10 +1,8 @@
-#include <filesystem>
-#include <fstream>
-
 #include <gtest/gtest.h>
 #include <zlib.h>
 
-#include "tests/receiver/TestHost.h"
+#include "tests/receiver/Sender.h"
+#include "tests/support/Scratch.h"
 #include "tools/receiver/Receiver.h"
 #include "tools/receiver/SlotReport.h"
 
@@ -13,82 +11,13 @@ namespace {
 
 using namespace veltraio;
 
-/** The messages of a download into slot 1 of a stereo receiver, as a host sends them. */
-struct Sender
-{
-    explicit Sender (std::uint16_t port) : host (port) {}
-
-    std::string load (std::uint32_t channels = 2, std::uint32_t total = 24, const std::string& name = "Mine",
-                      std::uint32_t slot = 1)
-    {
-        LoadFilter message;
-        message.set_deviceindex (0);
-        message.set_slotindex (slot);
-        message.mutable_filter()->set_name (name);
-        message.mutable_filter()->set_noofchannels (channels);
-        message.mutable_filter()->set_totalnoofbytes (total);
-        return host.command (message);
-    }
-
-    std::string channel (std::uint32_t index, float gain_dB = 0.0f)
-    {
-        FilterChannel message;
-        message.set_channelindex (index);
-        message.set_name (index == 0 ? "FL" : "FR");
-        message.set_gain_db (gain_dB);
-        message.set_delay_ms (0.0f);
-        message.set_maxgain_db (3.5f);
-        message.set_latency_ms (0.0f);
-        message.set_noeq (false);
-        return host.command (message);
-    }
-
-    std::string data (std::uint32_t rate, std::uint32_t bytes, std::vector<std::uint32_t> channels = { 0, 1 })
-    {
-        FilterData message;
-        message.set_deviceindex (0);
-        message.set_slotindex (1);
-        message.set_samplerate (rate);
-        message.mutable_channelindices()->Assign (channels.begin(), channels.end());
-        message.set_sizebytes (bytes);
-        return host.command (message);
-    }
-
-    std::string chunk (std::uint32_t offset, const std::string& bytes, std::uint32_t slot = 1)
-    {
-        FilterDataChunk message;
-        message.set_deviceindex (0);
-        message.set_slotindex (slot);
-        message.set_dataoffset (offset);
-        message.add_data (bytes);
-        return host.command (message);
-    }
-
-    std::string cancel()
-    {
-        DownloadCancelled message;
-        message.set_deviceindex (0);
-        message.set_slotindex (0);
-        return host.command (message);
-    }
-
-    void begin()
-    {
-        EXPECT_EQ (load(), "ok");
-        EXPECT_EQ (channel (0), "ok");
-        EXPECT_EQ (channel (1), "ok");
-    }
-
-    TestHost host;
-};
-
 class ReceiverDownload : public ::testing::Test
 {
 protected:
     Slot slot() const { return receiver.slots().at (1); }
 
     Receiver receiver { shippedProfile ("stereo") };
-    Sender sender { receiver.port() };
+    Sender sender { receiver.port(), 1 };
 };
 
 TEST_F (ReceiverDownload, FillsASlotByOffsetsWithRepeatsAndOverlaps)
@@ -130,7 +59,10 @@ TEST_F (ReceiverDownload, RefusesEverythingThatIsOutOfOrder)
     EXPECT_EQ (sender.chunk (0, "abcd"), "Filter data chunk before a filter was loaded");
     EXPECT_EQ (sender.cancel(), "No download is under way");
 
-    EXPECT_EQ (sender.load (2, 24, "x", 2), "No filter slot 2, the device has 2");
+    sender.slot = 2;
+    EXPECT_EQ (sender.load(), "No filter slot 2, the device has 2");
+    EXPECT_EQ (sender.remove(), "No filter slot 2, the device has 2");
+    sender.slot = 1;
     EXPECT_EQ (sender.load (0), "Filter without channels");
     EXPECT_EQ (sender.load (3), "Filter with 3 channels, the device has 2");
     EXPECT_EQ (sender.load (2, 24, std::string (33, 'x')), "Filter name longer than 32 characters");
@@ -159,7 +91,9 @@ TEST_F (ReceiverDownload, RefusesEverythingThatIsOutOfOrder)
     EXPECT_EQ (sender.chunk (8, "a"), "Filter data chunk of 1 bytes at offset 8 lies outside the announced 8 bytes");
     EXPECT_EQ (sender.chunk (0xFFFFFFFF, "abcd"),
                "Filter data chunk of 4 bytes at offset 4294967295 lies outside the announced 8 bytes");
-    EXPECT_EQ (sender.chunk (0, "abcd", 0), "Filter slot 0 was not opened by this download");
+    sender.slot = 0;
+    EXPECT_EQ (sender.chunk (0, "abcd"), "Filter slot 0 was not opened by this download");
+    sender.slot = 1;
     EXPECT_EQ (sender.chunk (0, "abcdefgh"), "ok");
     EXPECT_EQ (sender.data (48000, 20), "Filter data of 20 bytes at 48000 Hz exceeds the filter's total of 24 bytes");
 }
@@ -167,7 +101,7 @@ TEST_F (ReceiverDownload, RefusesEverythingThatIsOutOfOrder)
 TEST_F (ReceiverDownload, BelongsToItsSessionUntilAnotherTakesTheSlot)
 {
     sender.begin();
-    Sender other (receiver.port());
+    Sender other (receiver.port(), 1);
     EXPECT_EQ (other.data (44100, 8), "Filter data before a filter was loaded");
     other.begin();
     EXPECT_EQ (sender.data (44100, 24), "Filter slot 1 was not opened by this download");
@@ -181,20 +115,17 @@ TEST_F (ReceiverDownload, IsCancelledWhateverNumbersTheHostGivesAndASlotCanBeEmp
     sender.begin();
     EXPECT_EQ (sender.data (44100, 24), "ok");
     EXPECT_EQ (sender.chunk (0, std::string (24, 'x')), "ok");
+    sender.slot = 0;
     EXPECT_EQ (sender.cancel(), "ok");
+    sender.slot = 1;
     EXPECT_EQ (slot().state, Slot::State::empty);
     EXPECT_EQ (sender.chunk (0, "abcd"), "Filter data chunk before a filter was loaded");
 
     sender.begin();
-    RemoveFilter remove;
-    remove.set_deviceindex (0);
-    remove.set_slotindex (1);
-    EXPECT_EQ (sender.host.command (remove), "ok");
-    EXPECT_EQ (sender.host.command (remove), "ok");
+    EXPECT_EQ (sender.remove(), "ok");
+    EXPECT_EQ (sender.remove(), "ok");
     EXPECT_EQ (slot().state, Slot::State::empty);
     EXPECT_EQ (sender.data (44100, 8), "Filter slot 1 was not opened by this download");
-    remove.set_slotindex (2);
-    EXPECT_EQ (sender.host.command (remove), "No filter slot 2, the device has 2");
 }
 
 TEST_F (ReceiverDownload, BoundsTheGapsThatAPeerCanMake)
@@ -209,37 +140,32 @@ TEST_F (ReceiverDownload, BoundsTheGapsThatAPeerCanMake)
     EXPECT_EQ (sender.chunk (1, "b"), "ok");
 }
 
-TEST (ReceiverFolder, HoldsTheBytesOfEachRateAndAManifest)
-{
-    const auto folder = std::filesystem::temp_directory_path()
-                        / ("veltra-receiver-test-" + std::to_string (::getpid()));
-    std::filesystem::create_directories (folder);
-    std::ofstream (folder / "slot1_48000.bin") << "left by a download before";
+using ReceiverFolder = host::ScratchTest;
 
+TEST_F (ReceiverFolder, HoldsTheBytesOfEachRateAndAManifest)
+{
+    write ("slot1_48000.bin", "left by a download before");
     std::vector<std::string> told;
     Receiver::Options options;
-    options.folder = folder;
+    options.folder = folder.path();
     options.onDownload = [&] (auto device, auto slotIndex, const Slot& slot) { told = describeSlot (device, slotIndex, slot); };
     Receiver receiver (shippedProfile ("stereo"), options);
-    Sender sender (receiver.port());
+    Sender sender (receiver.port(), 1);
     sender.load (2, 24, "A \"quote\"\n");
     sender.channel (0, -1.5f);
     sender.channel (1);
     sender.data (44100, 24);
     EXPECT_EQ (sender.chunk (0, "abcdefghijklmnopqrstuvwx"), "ok");
 
-    std::ostringstream manifest, bytes;
-    manifest << std::ifstream (folder / "slot1.txt").rdbuf();
-    bytes << std::ifstream (folder / "slot1_44100.bin", std::ios::binary).rdbuf();
-    EXPECT_EQ (bytes.str(), "abcdefghijklmnopqrstuvwx");
-    EXPECT_EQ (manifest.str(), "slot 1 name \"A ?quote??\" technology \"\" channels 2 rates 1 bytes 24 complete\n"
-                               "slot 1 rate 44100 channels 0,1 bytes 24 crc32 21836df4 complete\n"
-                               "slot 1 channel 0 name \"FL\" gain_dB -1.5 delay_ms 0 maxGain_dB 3.5 latency_ms 0 noEq 0\n"
-                               "slot 1 channel 1 name \"FR\" gain_dB 0 delay_ms 0 maxGain_dB 3.5 latency_ms 0 noEq 0\n");
+    const auto manifest = read (path ("slot1.txt"));
+    EXPECT_EQ (read (path ("slot1_44100.bin")), "abcdefghijklmnopqrstuvwx");
+    EXPECT_EQ (manifest, "slot 1 name \"A ?quote??\" technology \"\" channels 2 rates 1 bytes 24 complete\n"
+                         "slot 1 rate 44100 channels 0,1 bytes 24 crc32 21836df4 complete\n"
+                         "slot 1 channel 0 name \"FL\" gain_dB -1.5 delay_ms 0 maxGain_dB 3.5 latency_ms 0 noEq 0\n"
+                         "slot 1 channel 1 name \"FR\" gain_dB 0 delay_ms 0 maxGain_dB 3.5 latency_ms 0 noEq 0\n");
     ASSERT_EQ (told.size(), 2u);
-    EXPECT_TRUE (manifest.str().starts_with (told[0] + "\n" + told[1] + "\n"));
-    EXPECT_FALSE (std::filesystem::exists (folder / "slot1_48000.bin"));
-    std::filesystem::remove_all (folder);
+    EXPECT_TRUE (manifest.starts_with (told[0] + "\n" + told[1] + "\n"));
+    EXPECT_FALSE (std::filesystem::exists (path ("slot1_48000.bin")));
 }
 
 }

@@ -1,30 +1,23 @@
 #include <cmath>
+#include <cstring>
 
 #include <gtest/gtest.h>
 
 #include "dsp/FftConvolve.h"
-#include "tests/receiver/TestHost.h"
+#include "tests/receiver/Sender.h"
+#include "tests/support/Measured.h"
 #include "tools/common/Deconvolution.h"
 #include "tools/common/NoiseSource.h"
-#include "tools/common/Stimulus.h"
 #include "tools/receiver/Receiver.h"
-#include "topology/VLFIRBlob.h"
-#include "topology/VLFIRModel.h"
 
 namespace veltra::receiver {
 namespace {
 
 using namespace veltraio;
 using namespace std::chrono_literals;
+using test::difference_dB;
 
 constexpr double kSilence = -std::numeric_limits<double>::infinity();
-
-Receiver::Options withMeasurement (const MeasurementOptions& measurement)
-{
-    Receiver::Options options;
-    options.measurement = measurement;
-    return options;
-}
 
 MeasurementOptions inTheLivingRoom()
 {
@@ -33,6 +26,14 @@ MeasurementOptions inTheLivingRoom()
     options.noise_dBFS = kSilence;
     options.speed = 1000.0;
     options.packetSamples = MeasurementOptions::kMaxPacketSamples;
+    return options;
+}
+
+MeasurementOptions noiseAt (double speed)
+{
+    MeasurementOptions options;
+    options.noise_dBFS = -60.0;
+    options.speed = speed;
     return options;
 }
 
@@ -123,89 +124,99 @@ private:
     }
 };
 
-Eigen::VectorXf sweepAt (std::uint32_t sampleRate)
-{
-    std::string error;
-    const auto& info = shippedProfile ("seven-one").stimulusInfo;
-    for (const auto& entry : info.stimulusinformation())
-        if (entry.stimulus() == Stimulus_kSineLogSweep && entry.samplerate() == sampleRate)
-            return tools::makeStimulus (*tools::parseStimulus (0, sampleRate, entry.information(), error));
-    return {};
-}
+Eigen::VectorXf sweepAt (std::uint32_t sampleRate) { return test::stimulusOf (shippedProfile ("seven-one"), sampleRate); }
 
-/** The greatest difference between a measured response and the expected one, in dB below the peak of that; the
-    measured one begins anywhere, and is brought in line by its peak. */
-double deviation_dB (const Eigen::VectorXf& measured, const Eigen::VectorXf& expected)
+class ReceiverMeasurement : public testing::Test
 {
-    Eigen::Index peak = 0, expectedPeak = 0;
-    measured.cwiseAbs().maxCoeff (&peak);
-    const auto size = expected.cwiseAbs().maxCoeff (&expectedPeak);
-    const auto shift = peak - expectedPeak;
-    Eigen::VectorXf difference = measured;
-    const auto first = std::max<Eigen::Index> (-shift, 0);
-    const auto count = std::min (expected.size() - first, measured.size() - std::max<Eigen::Index> (shift, 0));
-    difference.segment (shift + first, count) -= expected.segment (first, count);
-    return 20.0 * std::log10 (difference.cwiseAbs().maxCoeff() / size);
-}
+protected:
+    void start (const MeasurementOptions& measurement, const Profile& profile = shippedProfile ("seven-one"))
+    {
+        Receiver::Options options;
+        options.measurement = measurement;
+        measurer.reset();
+        receiver = std::make_unique<Receiver> (profile, options);
+        measurer = std::make_unique<Measurer> (receiver->port());
+    }
 
-TEST (ReceiverMeasurement, StreamsTheMicrophonesNoiseInNumberedPackets)
+    std::string command (const google::protobuf::MessageLite& message) { return measurer->command (message); }
+
+    /** The response that a measurement on some channels gives. */
+    Eigen::VectorXf respond (const std::vector<std::uint32_t>& channels, std::uint32_t sampleRate = 48000)
+    {
+        return tools::deconvolve (measurer->measure (stimulusOn (channels, sampleRate), sampleRate * 25 / 4), sweepAt (sampleRate));
+    }
+
+    void expectNoPackets()
+    {
+        measurer->host.send (Ping());
+        ASSERT_TRUE (measurer->host.receiveA<Pong>()) << "packets after the measurement";
+    }
+
+    /** Makes the rate of 48000 Hz one of FIR filters, puts one into slot 0 and switches filtering on. */
+    void startFiltering (const std::vector<float>& taps, std::uint32_t channels, std::uint32_t wantedTaps)
+    {
+        auto profile = shippedProfile ("seven-one");
+        profile.topologyInfo.mutable_topologies (1)->set_information ("NbrOfFIRTaps=" + std::to_string (wantedTaps));
+        start (inTheLivingRoom(), profile);
+        Sender sender (receiver->port(), 0);
+        std::string bytes (taps.size() * sizeof (float), 0);
+        std::memcpy (bytes.data(), taps.data(), bytes.size());
+        EXPECT_EQ (sender.load (channels, static_cast<std::uint32_t> (bytes.size())), "ok");
+        std::vector<std::uint32_t> indices;
+
+        for (std::uint32_t i = 0; i < channels; ++i)
+        {
+            EXPECT_EQ (sender.channel (i, -6.0f, 1.0f, i == 0), "ok");
+            indices.push_back (i);
+        }
+
+        EXPECT_EQ (sender.data (48000, static_cast<std::uint32_t> (bytes.size()), indices), "ok");
+        EXPECT_EQ (sender.chunk (0, bytes), "ok");
+        FilteringState on;
+        on.set_deviceindex (0);
+        on.set_isfiltering (true);
+        EXPECT_EQ (command (on), "ok");
+    }
+
+    std::unique_ptr<Receiver> receiver;
+    std::unique_ptr<Measurer> measurer;
+};
+
+TEST_F (ReceiverMeasurement, StreamsTheMicrophonesNoiseInNumberedPacketsAtThePaceOfTheSpeed)
 {
-    MeasurementOptions options;
-    options.noise_dBFS = -60.0;
-    options.speed = 100.0;
-    Receiver receiver (shippedProfile ("seven-one"), withMeasurement (options));
-    Measurer measurer (receiver.port());
+    start (noiseAt (10.0));
+    const auto begun = std::chrono::steady_clock::now();
+    EXPECT_EQ (command (measurementAt (48000)), "ok");
+    measurer->captureAtLeast (48000);
+    // Never ahead of the clock, less the last packet; how far behind is the machine's affair.
+    EXPECT_GE (std::chrono::steady_clock::now() - begun, 98ms);
+    EXPECT_EQ (command (audition()), "ok");
 
-    EXPECT_EQ (measurer.command (measurementAt (96000)), "ok");
-    measurer.captureAtLeast (100000);
-    EXPECT_EQ (measurer.command (audition()), "ok");
     tools::NoiseSource noise (-60.0);
     double energy = 0.0;
-    for (const auto sample : measurer.capture)
+    for (const auto sample : measurer->capture)
     {
         ASSERT_EQ (sample, noise.next());
         energy += static_cast<double> (sample) * sample;
     }
-    EXPECT_NEAR (10.0 * std::log10 (energy / static_cast<double> (measurer.capture.size())), -60.0, 0.1);
-
-    measurer.host.send (Ping());
-    EXPECT_TRUE (measurer.host.receiveA<Pong>()) << "packets after the measurement";
+    EXPECT_NEAR (10.0 * std::log10 (energy / static_cast<double> (measurer->capture.size())), -60.0, 0.1);
 }
 
-TEST (ReceiverMeasurement, KeepsThePaceOfRealTimeTimesTheSpeed)
+TEST_F (ReceiverMeasurement, HearsTheRoomOfTheChannelsThatPlay)
 {
-    MeasurementOptions options;
-    options.speed = 10.0;
-    Receiver receiver (shippedProfile ("seven-one"), withMeasurement (options));
-    Measurer measurer (receiver.port());
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ (measurer.command (measurementAt (48000)), "ok");
-    measurer.captureAtLeast (48000);
-    // Never ahead of the clock, less the last packet; how far behind is the machine's affair.
-    EXPECT_GE (std::chrono::steady_clock::now() - start, 98ms);
-}
-
-TEST (ReceiverMeasurement, HearsTheRoomOfTheChannelsThatPlay)
-{
-    Receiver receiver (shippedProfile ("seven-one"), withMeasurement (inTheLivingRoom()));
+    start (inTheLivingRoom());
     Room room (inTheLivingRoom().room);
-    Measurer measurer (receiver.port());
-
-    const auto left = tools::deconvolve (measurer.measure (stimulusOn ({ 0 }), 300000), sweepAt (48000));
-    EXPECT_LT (deviation_dB (left, room.response ("FL", 48000)), -80.0);
-    const Eigen::VectorXf sum = room.response ("FR", 96000) + room.response ("SW", 96000);
-    const auto both = tools::deconvolve (measurer.measure (stimulusOn ({ 3, 1, 3 }, 96000), 600000), sweepAt (96000));
-    EXPECT_LT (deviation_dB (both, sum), -80.0);
+    EXPECT_LT (difference_dB (respond ({ 0 }), room.response ("FL", 48000)), -80.0);
+    EXPECT_LT (difference_dB (respond ({ 3, 1, 3 }, 96000), room.response ("FR", 96000) + room.response ("SW", 96000)), -80.0);
 }
 
-TEST (ReceiverMeasurement, ARoomWithoutResponsesIsADelay)
+TEST_F (ReceiverMeasurement, ARoomWithoutResponsesIsADelay)
 {
     auto options = inTheLivingRoom();
     options.room = { {}, 5.0 };
-    Receiver receiver (shippedProfile ("seven-one"), withMeasurement (options));
-    Measurer measurer (receiver.port());
+    start (options);
     const auto stimulus = sweepAt (48000);
-    const auto capture = measurer.measure (stimulusOn ({ 2 }), 300000);
+    const auto capture = measurer->measure (stimulusOn ({ 2 }), 300000);
 
     // Ten milliseconds of the profile's latency and five of the room's lie before the first sample, which is 0.
     Eigen::Index first = 0;
@@ -217,255 +228,113 @@ TEST (ReceiverMeasurement, ARoomWithoutResponsesIsADelay)
     EXPECT_LT ((capture.segment (first - 1, stimulus.size()) - stimulus).cwiseAbs().maxCoeff(), 1e-5f);
 }
 
-TEST (ReceiverMeasurement, AttenuationAndVolumeAreHeard)
+TEST_F (ReceiverMeasurement, AttenuationAndVolumeAreHeard)
 {
     auto options = inTheLivingRoom();
     options.room = {};
-    Receiver receiver (shippedProfile ("seven-one"), withMeasurement (options));
-    Measurer measurer (receiver.port());
+    start (options);
     ChannelAttenuation attenuation;
     attenuation.set_deviceindex (0);
     attenuation.set_channel (0);
     attenuation.set_attenuation (0.5f);
-    EXPECT_EQ (measurer.command (attenuation), "ok");
+    EXPECT_EQ (command (attenuation), "ok");
     Volume volume;
     volume.set_deviceindex (0);
     volume.set_volume (DeviceModel::kReferenceVolume / 2.0f);
-    EXPECT_EQ (measurer.command (volume), "ok");
+    EXPECT_EQ (command (volume), "ok");
 
     // Half of the profile's 12 dB, and half of the amplitude.
-    const auto stimulus = sweepAt (48000);
-    const auto capture = measurer.measure (stimulusOn ({ 0 }), 300000);
-    EXPECT_NEAR (20.0 * std::log10 (capture.norm() / stimulus.norm()), -6.0 - 6.02, 0.01);
+    const auto capture = measurer->measure (stimulusOn ({ 0 }), 300000);
+    EXPECT_NEAR (20.0 * std::log10 (capture.norm() / sweepAt (48000).norm()), -6.0 - 6.02, 0.01);
 }
 
-TEST (ReceiverMeasurement, TellsTheTruthAboutTheStimulus)
+TEST_F (ReceiverMeasurement, TellsTheTruthAboutTheStimulus)
 {
     auto options = inTheLivingRoom();
     options.speed = 5.0;
-    Receiver receiver (shippedProfile ("seven-one"), withMeasurement (options));
-    Measurer measurer (receiver.port());
-    EXPECT_EQ (measurer.command (measurementAt (48000)), "ok");
-    EXPECT_FALSE (receiver.measurement().stimulus.isPlaying);
-    EXPECT_EQ (measurer.command (stimulusOn ({ 0 })), "ok");
-    EXPECT_TRUE (receiver.measurement().stimulus.isPlaying);
+    start (options);
+    EXPECT_EQ (command (measurementAt (48000)), "ok");
+    EXPECT_FALSE (receiver->measurement().stimulus.isPlaying);
+    EXPECT_EQ (command (stimulusOn ({ 0 })), "ok");
+    EXPECT_TRUE (receiver->measurement().stimulus.isPlaying);
 
-    const auto begun = measurer.capture.size();
-    measurer.captureAtLeast (begun + 96000);
-    const auto status = receiver.measurement().stimulus;
+    const auto begun = measurer->capture.size();
+    measurer->captureAtLeast (begun + 96000);
+    const auto status = receiver->measurement().stimulus;
     EXPECT_TRUE (status.isPlaying);
     EXPECT_GT (status.progress, 0.35f);
-    measurer.captureAtLeast (begun + 5 * 48000 + 20000);
-    EXPECT_TRUE (receiver.waitFor ([&] { return ! receiver.measurement().stimulus.isPlaying; }));
+    measurer->captureAtLeast (begun + 5 * 48000 + 20000);
+    EXPECT_TRUE (receiver->waitFor ([&] { return ! receiver->measurement().stimulus.isPlaying; }));
 
-    EXPECT_EQ (measurer.command (stimulusOn ({ 0 }, 48000, Stimulus_kNoise)), "ok");
+    EXPECT_EQ (command (stimulusOn ({ 0 }, 48000, Stimulus_kNoise)), "ok");
     StopStimulus stop;
     stop.set_deviceindex (0);
-    EXPECT_EQ (measurer.command (stop), "ok");
-    EXPECT_FALSE (receiver.measurement().stimulus.isPlaying);
+    EXPECT_EQ (command (stop), "ok");
+    EXPECT_FALSE (receiver->measurement().stimulus.isPlaying);
 }
 
-TEST (ReceiverMeasurement, RefusesWhatItCannotPlay)
+TEST_F (ReceiverMeasurement, RefusesWhatItCannotPlay)
 {
-    Receiver receiver (shippedProfile ("seven-one"), withMeasurement (inTheLivingRoom()));
-    Measurer measurer (receiver.port());
-    EXPECT_EQ (measurer.command (stimulusOn ({ 0 }, 0)), "Not in measurement mode");
-    EXPECT_EQ (measurer.command (measurementAt (88200)), "Measurement at 88200 Hz, which no configuration of the receiver offers");
-    EXPECT_EQ (measurer.command (measurementAt (48000)), "ok");
-    EXPECT_EQ (measurer.command (stimulusOn ({ 0 }, 44100)), "Stimulus at 44100 Hz in a measurement at 48000 Hz");
-    EXPECT_EQ (measurer.command (stimulusOn ({})), "Stimulus without channels");
-    EXPECT_EQ (measurer.command (stimulusOn ({ 0, 9 })), "No channel 9");
+    start (inTheLivingRoom());
+    EXPECT_EQ (command (stimulusOn ({ 0 }, 0)), "Not in measurement mode");
+    EXPECT_EQ (command (measurementAt (88200)), "Measurement at 88200 Hz, which no configuration of the receiver offers");
+    EXPECT_EQ (command (measurementAt (48000)), "ok");
+    EXPECT_EQ (command (stimulusOn ({ 0 }, 44100)), "Stimulus at 44100 Hz in a measurement at 48000 Hz");
+    EXPECT_EQ (command (stimulusOn ({})), "Stimulus without channels");
+    EXPECT_EQ (command (stimulusOn ({ 0, 9 })), "No channel 9");
 
-    Measurer second (receiver.port());
+    Measurer second (receiver->port());
     EXPECT_EQ (second.command (measurementAt (48000)), "Another session measures");
     EXPECT_EQ (second.command (stimulusOn ({ 0 })), "Not in measurement mode");
+
+    measurer.reset();
+    EXPECT_TRUE (receiver->waitFor ([&] { return ! receiver->measurement().isMeasuring; })) << "it ends with its session";
+
+    startFiltering (std::vector<float> (6), 2, 4);
+    EXPECT_EQ (command (measurementAt (48000)), "ok");
+    EXPECT_EQ (command (stimulusOn ({ 1 })), "The filter at 48000 Hz cannot be applied: 24 bytes where its topology takes 32");
 }
 
-TEST (ReceiverMeasurement, IsEnteredAndLeftManyTimesWithPacketsFlowing)
+TEST_F (ReceiverMeasurement, IsEnteredAndLeftManyTimesWithPacketsFlowing)
 {
-    MeasurementOptions options;
-    options.speed = 100.0;
-    Receiver receiver (shippedProfile ("seven-one"), withMeasurement (options));
-    Measurer measurer (receiver.port());
+    start (noiseAt (100.0));
     for (int i = 0; i < 200; ++i)
     {
-        EXPECT_EQ (measurer.command (measurementAt (48000)), "ok");
-        measurer.captureAtLeast (measurer.capture.size() + 1);
-        EXPECT_EQ (measurer.command (audition()), "ok");
-        measurer.host.send (Ping());
-        ASSERT_TRUE (measurer.host.receiveA<Pong>()) << "packets after the measurement";
+        EXPECT_EQ (command (measurementAt (48000)), "ok");
+        measurer->captureAtLeast (measurer->capture.size() + 1);
+        EXPECT_EQ (command (audition()), "ok");
+        ASSERT_NO_FATAL_FAILURE (expectNoPackets());
     }
 }
 
-TEST (ReceiverMeasurement, EndsWithItsSession)
-{
-    Receiver receiver (shippedProfile ("seven-one"), withMeasurement (inTheLivingRoom()));
-    {
-        Measurer measurer (receiver.port());
-        EXPECT_EQ (measurer.command (measurementAt (48000)), "ok");
-        EXPECT_TRUE (receiver.measurement().isMeasuring);
-    }
-    EXPECT_TRUE (receiver.waitFor ([&] { return ! receiver.measurement().isMeasuring; }));
-}
-
-TEST (ReceiverMeasurement, WithoutAMicrophoneTheStimulusTakesItsTimeAllTheSame)
+TEST_F (ReceiverMeasurement, WithoutAMicrophoneTheStimulusTakesItsTimeAllTheSame)
 {
     auto profile = shippedProfile ("seven-one");
     profile.unit.set_capabilities (Unit::Caps_kVolume);
     auto options = inTheLivingRoom();
     options.speed = 100.0;
-    Receiver receiver (profile, withMeasurement (options));
-    TestHost host (receiver.port());
+    start (options, profile);
     OperationModeInfo mode;
     mode.set_mode (OperationMode_kMeasurement);
-    EXPECT_EQ (host.command (mode), "ok");
-    EXPECT_EQ (host.command (stimulusOn ({ 0 })), "ok");
-    EXPECT_TRUE (receiver.measurement().stimulus.isPlaying);
-    EXPECT_TRUE (receiver.waitFor ([&] { return ! receiver.measurement().stimulus.isPlaying; }));
-    EXPECT_EQ (host.command (audition()), "ok");
+    EXPECT_EQ (command (mode), "ok");
+    EXPECT_EQ (command (stimulusOn ({ 0 })), "ok");
+    EXPECT_TRUE (receiver->measurement().stimulus.isPlaying);
+    EXPECT_TRUE (receiver->waitFor ([&] { return ! receiver->measurement().stimulus.isPlaying; }));
+    EXPECT_EQ (command (audition()), "ok");
+    EXPECT_TRUE (measurer->capture.empty());
 }
 
-TEST (ReceiverMeasurement, NoSampleIsLostInAMinuteAtTwentyTimesRealTime)
+/** The other structures are heard in the tests of the host program. */
+TEST_F (ReceiverMeasurement, AppliesTheTapsGainAndDelayOfTheActiveSlot)
 {
-    MeasurementOptions options;
-    options.speed = 20.0;
-    Receiver receiver (shippedProfile ("seven-one"), withMeasurement (options));
-    Measurer measurer (receiver.port());
-    EXPECT_EQ (measurer.command (measurementAt (96000)), "ok");
-    measurer.captureAtLeast (60 * 96000);
-    tools::NoiseSource noise (options.noise_dBFS);
-    for (const auto sample : measurer.capture)
-        ASSERT_EQ (sample, noise.next());
-}
-
-/** Fills slot 0 and switches filtering on. */
-void download (Measurer& measurer, std::uint32_t sampleRate, std::uint32_t channels, const std::string& bytes, float gain_dB,
-               float delay_ms, std::uint32_t withoutEq)
-{
-    LoadFilter load;
-    load.set_deviceindex (0);
-    load.set_slotindex (0);
-    load.mutable_filter()->set_name ("test");
-    load.mutable_filter()->set_noofchannels (channels);
-    EXPECT_EQ (measurer.command (load), "ok");
-    FilterData data;
-    data.set_deviceindex (0);
-    data.set_slotindex (0);
-    data.set_samplerate (sampleRate);
-    data.set_sizebytes (static_cast<std::uint32_t> (bytes.size()));
-    for (std::uint32_t i = 0; i < channels; ++i)
-    {
-        data.add_channelindices (i);
-        FilterChannel channel;
-        channel.set_channelindex (i);
-        channel.set_gain_db (gain_dB);
-        channel.set_delay_ms (delay_ms);
-        channel.set_maxgain_db (0.0f);
-        channel.set_latency_ms (0.0f);
-        channel.set_noeq (i == withoutEq);
-        EXPECT_EQ (measurer.command (channel), "ok");
-    }
-    EXPECT_EQ (measurer.command (data), "ok");
-    FilterDataChunk chunk;
-    chunk.set_deviceindex (0);
-    chunk.set_slotindex (0);
-    chunk.set_dataoffset (0);
-    chunk.add_data (bytes);
-    EXPECT_EQ (measurer.command (chunk), "ok");
-    FilteringState on;
-    on.set_deviceindex (0);
-    on.set_isfiltering (true);
-    EXPECT_EQ (measurer.command (on), "ok");
-}
-
-void download (Measurer& measurer, std::uint32_t sampleRate, const std::vector<std::vector<float>>& coefficients,
-               float gain_dB, float delay_ms, std::uint32_t withoutEq)
-{
-    std::string bytes;
-    for (const auto& channel : coefficients)
-        bytes.append (reinterpret_cast<const char*> (channel.data()), channel.size() * sizeof (float));
-
-    download (measurer, sampleRate, static_cast<std::uint32_t> (coefficients.size()), bytes, gain_dB, delay_ms, withoutEq);
-}
-
-Profile withTopology (const std::string& name, const std::string& information)
-{
-    auto profile = shippedProfile ("seven-one");
-    profile.protocolInfo.set_messagelimit (0);
-    auto& topology = *profile.topologyInfo.mutable_topologies (1);
-    topology.set_name (name);
-    topology.set_information (information);
-    return profile;
-}
-
-TEST (ReceiverFiltering, AppliesTheTapsGainAndDelayOfTheActiveSlot)
-{
-    Receiver receiver (withTopology ("FIR", "NbrOfFIRTaps=3"), withMeasurement (inTheLivingRoom()));
+    startFiltering ({ 9.0f, 9.0f, 9.0f, 0.25f, 0.5f, -0.125f }, 2, 3);
     Room room (inTheLivingRoom().room);
-    Measurer measurer (receiver.port());
-    download (measurer, 48000, { { 9.0f, 9.0f, 9.0f }, { 0.25f, 0.5f, -0.125f } }, -6.0f, 1.0f, 0);
-
     Eigen::VectorXf filter = Eigen::VectorXf::Zero (48 + 3);
     filter.tail (3) << 0.25f, 0.5f, -0.125f;
-    filter *= std::pow (10.0f, -6.0f / 20.0f);
-    const auto right = tools::deconvolve (measurer.measure (stimulusOn ({ 1 }), 300000), sweepAt (48000));
-    EXPECT_LT (deviation_dB (right, dsp::fftConvolve (room.response ("FR", 48000), filter)), -80.0);
-
-    const Eigen::VectorXf left = std::pow (10.0f, -6.0f / 20.0f) * room.response ("FL", 48000);
-    const auto withoutEq = tools::deconvolve (measurer.measure (stimulusOn ({ 0 }), 300000), sweepAt (48000));
-    EXPECT_LT (deviation_dB (withoutEq, left), -80.0) << "a channel without EQ";
-
-    const auto untouched = tools::deconvolve (measurer.measure (stimulusOn ({ 2 }), 300000), sweepAt (48000));
-    EXPECT_LT (deviation_dB (untouched, room.response ("C", 48000)), -80.0) << "a channel that the filter does not have";
-}
-
-TEST (ReceiverFiltering, AppliesSectionsInParallelBehindTheTaps)
-{
-    Receiver receiver (withTopology ("FIIR", "NbrOfFIRTaps=2;NbrOfIIRSections=1"), withMeasurement (inTheLivingRoom()));
-    Room room (inTheLivingRoom().room);
-    Measurer measurer (receiver.port());
-    download (measurer, 48000, { { 0.5f, 0.25f, -0.5f, 0.0f, 0.125f, 0.25f } }, 0.0f, 0.0f, 9);
-
-    // (0.125 + 0.25 z^-1) / (1 - 0.5 z^-1), two samples late: 0.125, then 0.3125 halved again and again.
-    Eigen::VectorXf filter = Eigen::VectorXf::Zero (40);
-    filter.head (3) << 0.5f, 0.25f, 0.125f;
-    for (Eigen::Index n = 3; n < filter.size(); ++n)
-        filter[n] = n == 3 ? 0.3125f : 0.5f * filter[n - 1];
-    const auto left = tools::deconvolve (measurer.measure (stimulusOn ({ 0 }), 300000), sweepAt (48000));
-    EXPECT_LT (deviation_dB (left, dsp::fftConvolve (room.response ("FL", 48000), filter)), -80.0);
-}
-
-TEST (ReceiverFiltering, PlaysADualRateFilterByTheModelOfTheDevice)
-{
-    Receiver receiver (withTopology ("VLFIR2", "NbrOfFIRTaps=256"), withMeasurement (inTheLivingRoom()));
-    Room room (inTheLivingRoom().room);
-    Measurer measurer (receiver.port());
-
-    topology::VLFIRChannel channel;
-    channel.highRateDelay = 310;
-    channel.highRateTaps = 0.5f * Eigen::VectorXf::Unit (256, 7);
-    channel.lowRateTaps = 0.25f * Eigen::VectorXf::Unit (256, 3);
-
-    topology::VFIIR2::SFilter filter;
-    filter.highRateTaps = channel.highRateTaps.data();
-    filter.lowRateTaps = channel.lowRateTaps.data();
-    filter.highRateTapCount = filter.lowRateTapCount = 256;
-    filter.highRateDelay = channel.highRateDelay;
-    std::vector<std::uint8_t> blob;
-    topology::VFIIR2::makeBlob (48000, { &filter, 1 }, blob, nullptr);
-
-    download (measurer, 48000, 1, std::string (blob.begin(), blob.end()), 0.0f, 0.0f, 9);
-    const auto left = tools::deconvolve (measurer.measure (stimulusOn ({ 0 }), 300000), sweepAt (48000));
-    EXPECT_LT (deviation_dB (left, dsp::fftConvolve (room.response ("FL", 48000), topology::impulseResponse (channel))), -80.0);
-}
-
-TEST (ReceiverFiltering, RefusesToPlayThroughAFilterThatItCannotApply)
-{
-    Receiver receiver (withTopology ("FIR", "NbrOfFIRTaps=4"), withMeasurement (inTheLivingRoom()));
-    Measurer measurer (receiver.port());
-    download (measurer, 48000, { { 1.0f, 0.0f, 0.0f } }, 0.0f, 0.0f, 9);
-    EXPECT_EQ (measurer.command (measurementAt (48000)), "ok");
-    EXPECT_EQ (measurer.command (stimulusOn ({ 0 })), "The filter at 48000 Hz cannot be applied: 12 bytes where its topology takes 16");
+    const auto gain = std::pow (10.0f, -6.0f / 20.0f);
+    EXPECT_LT (difference_dB (respond ({ 1 }), gain * dsp::fftConvolve (room.response ("FR", 48000), filter)), -80.0);
+    EXPECT_LT (difference_dB (respond ({ 0 }), gain * room.response ("FL", 48000)), -80.0) << "a channel without EQ";
+    EXPECT_LT (difference_dB (respond ({ 2 }), room.response ("C", 48000)), -80.0) << "a channel that the filter does not have";
 }
 
 TEST (Stimulus, HasTheLevelAndBandThatItsDescriptionSays)

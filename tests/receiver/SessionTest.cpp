@@ -27,58 +27,9 @@ Message withDevice (std::uint32_t index)
 class ReceiverSession : public ::testing::Test
 {
 protected:
-    template <typename T>
-    std::optional<T> ask (const veltraio::Request& message)
-    {
-        host.send (message);
-        return host.receiveA<T>();
-    }
-
-    const Profile profile = shippedProfile ("seven-one");
-    Receiver receiver { profile };
+    Receiver receiver { shippedProfile ("seven-one") };
     TestHost host { receiver.port() };
 };
-
-TEST_F (ReceiverSession, AnswersTheFourRequestsThatOpenASession)
-{
-    EXPECT_EQ (ask<ProtocolInfo> (request (Request::RequestType_kGetProtocolInfo))->messagelimit(), 1400u);
-    EXPECT_EQ (ask<Unit> (request (Request::RequestType_kGetUnit))->SerializeAsString(), profile.unit.SerializeAsString());
-    EXPECT_EQ (ask<TopologyInfo> (request (Request::RequestType_kGetTopologyInfo))->topologies_size(), 3);
-    EXPECT_EQ (ask<StimulusInfo> (request (Request::RequestType_kGetStimulusInfo))->stimulusinformation_size(), 9);
-    host.send (Ping());
-    EXPECT_TRUE (host.receiveA<Pong>());
-}
-
-TEST_F (ReceiverSession, SettingsReadBackAsTheyWereSet)
-{
-    auto volume = withDevice<Volume> (0);
-    volume.set_volume (0.25f);
-    EXPECT_EQ (host.command (volume), "ok");
-    const auto heard = ask<Volume> (request (Request::RequestType_kGetVolume));
-    EXPECT_EQ (heard->volume(), 0.25f);
-    EXPECT_EQ (heard->description(), "25 %");
-
-    auto attenuation = withDevice<ChannelAttenuation> (0);
-    attenuation.set_channel (3);
-    attenuation.set_attenuation (0.5f);
-    EXPECT_EQ (host.command (attenuation), "ok");
-    auto question = request (Request::RequestType_kGetChannelAttenuation);
-    question.set_channel (3);
-    EXPECT_EQ (ask<ChannelAttenuation> (question)->attenuation(), 0.5f);
-    question.set_channel (2);
-    EXPECT_EQ (ask<ChannelAttenuation> (question)->attenuation(), 0.0f);
-
-    auto slot = withDevice<ActiveFilterSlot> (0);
-    slot.set_slotindex (3);
-    EXPECT_EQ (host.command (slot), "ok");
-    EXPECT_EQ (ask<ActiveFilterSlot> (request (Request::RequestType_kGetActiveFilterSlot))->slotindex(), 3u);
-
-    auto filtering = withDevice<FilteringState> (0);
-    filtering.set_isfiltering (true);
-    EXPECT_EQ (host.command (filtering), "ok");
-    EXPECT_TRUE (ask<FilteringState> (request (Request::RequestType_kGetFilteringState))->isfiltering());
-    EXPECT_TRUE (receiver.settings().isFiltering);
-}
 
 TEST_F (ReceiverSession, RefusesWhatDoesNotExistOrIsOutOfRangeAndSaysWhy)
 {

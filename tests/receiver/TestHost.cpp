@@ -9,24 +9,11 @@
 #include <sys/socket.h>
 
 #include "protocol/veltraio.pb.h"
+#include "tests/support/Envelope.h"
 
 namespace veltra::receiver {
 
 namespace {
-
-std::uint32_t hash (std::string_view bytes)
-{
-    std::uint32_t h = 0;
-    for (const char c : bytes)
-        h = h * 31 + static_cast<unsigned char> (c);
-    return h;
-}
-
-std::string word (std::uint32_t value)
-{
-    return { static_cast<char> (value >> 24), static_cast<char> (value >> 16), static_cast<char> (value >> 8),
-             static_cast<char> (value) };
-}
 
 std::uint32_t wordAt (const std::string& bytes, std::size_t place)
 {
@@ -65,13 +52,12 @@ void TestHost::sendBytes (std::string_view bytes)
 
 std::uint32_t TestHost::idOf (const google::protobuf::MessageLite& message)
 {
-    return hash (message.GetTypeName());
+    return test::hashOf (message.GetTypeName());
 }
 
 std::string TestHost::envelopeOf (const google::protobuf::MessageLite& message)
 {
-    const auto body = message.SerializePartialAsString();
-    return marker + word (static_cast<std::uint32_t> (body.size())) + word (idOf (message)) + word (hash (body)) + body;
+    return test::envelopeOf (message.GetTypeName(), message.SerializePartialAsString());
 }
 
 void TestHost::send (const google::protobuf::MessageLite& message)
@@ -93,7 +79,7 @@ std::optional<TestHost::Envelope> TestHost::receive (std::chrono::milliseconds t
                 Envelope envelope;
                 envelope.messageId = wordAt (pending, start + 7);
                 envelope.body = pending.substr (start + 15, length);
-                envelope.checksumFits = hash (envelope.body) == wordAt (pending, start + 11);
+                envelope.checksumFits = test::hashOf (envelope.body) == wordAt (pending, start + 11);
                 noiseBytes += start;
                 pending.erase (0, start + 15 + length);
                 return envelope;

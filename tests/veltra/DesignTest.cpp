@@ -1,6 +1,6 @@
 #include <cmath>
 
-#include "tests/veltra/Program.h"
+#include "tests/support/Program.h"
 #include "tools/veltra/DesignReport.h"
 #include "tools/veltra/ExitStatus.h"
 

@@ -8,7 +8,7 @@
 #include "tests/discovery/ChildProcess.h"
 #include "tests/discovery/FakeDevice.h"
 #include "tests/discovery/NetworkNamespace.h"
-#include "tests/veltra/Program.h"
+#include "tests/support/Program.h"
 #include "tools/veltra/ExitStatus.h"
 
 namespace veltra::host {

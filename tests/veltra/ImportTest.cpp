@@ -5,7 +5,7 @@
 
 #include "filters/FilterDescriptionParser.h"
 #include "filters/FilterSetsImpl.h"
-#include "tests/veltra/Scratch.h"
+#include "tests/support/Scratch.h"
 #include "tools/veltra/AudioFile.h"
 #include "tools/veltra/ExitStatus.h"
 #include "tools/veltra/FilterDescription.h"

@@ -3,7 +3,7 @@
 #include <limits>
 #include <memory>
 
-#include "tests/veltra/Scratch.h"
+#include "tests/support/Scratch.h"
 #include "tools/veltra/ChannelName.h"
 #include "tools/veltra/ExitStatus.h"
 #include "tools/veltra/ModuleFile.h"

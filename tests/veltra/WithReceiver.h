@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <memory>
 
-#include "tests/veltra/Program.h"
+#include "tests/support/Program.h"
 #include "tools/receiver/Receiver.h"
 #include "tools/veltra/AudioFile.h"
 #include "tools/veltra/ExitStatus.h"

@@ -12,7 +12,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "tests/veltra/Scratch.h"
+#include "tests/support/Scratch.h"
 
 namespace veltra::host {
 
