@@ -21,27 +21,23 @@ VectorXf impulse (Eigen::Index size, Eigen::Index place)
 
 TEST (EnergyWindow, ALoneImpulseEndsUpAtTheApex)
 {
-    unsigned offset = 0;
-    const VectorXf window = extractEnergyWindow (impulse (20000, 7000), 1000, 0.4f, offset, 0);
-    EXPECT_EQ (6600u, offset);
-    EXPECT_EQ (impulse (1000, 400), window);
-}
+    struct Case { Eigen::Index size, place, windowSize; float apex; int limit; unsigned offset; };
 
-TEST (EnergyWindow, AnEarlyImpulseKeepsItsPlace)
-{
-    unsigned offset = 99;
-    EXPECT_EQ (impulse (1000, 399), extractEnergyWindow (impulse (20000, 399), 1000, 0.4f, offset, 0));
-    EXPECT_EQ (0u, offset);
-}
-
-TEST (EnergyWindow, TheLimitHoldsOnlyWhenItIsPositiveAndLower)
-{
-    for (const auto& [limit, expected] : { std::pair { 0, 6600u }, { -1, 6600u }, { 6600, 6600u }, { 6599, 6599u }, { 1, 1u } })
+    for (const auto& c : { Case { 20000, 7000, 1000, 0.4f, 0, 6600 },
+                           { 20000, 399, 1000, 0.4f, 0, 0 },      // an early one keeps its place
+                           { 1000, 300, 100, 0.0f, 0, 300 },      // the triangle falls only
+                           { 7001, 7000, 1000, 0.4f, 0, 6600 },   // what lies beyond the response is zero
+                           { 4, 3, 1000, 0.4f, 0, 0 },
+                           { 20000, 7000, 1000, 0.4f, -1, 6600 }, // a limit holds when it is positive and lower
+                           { 20000, 7000, 1000, 0.4f, 6600, 6600 },
+                           { 20000, 7000, 1000, 0.4f, 6599, 6599 },
+                           { 20000, 7000, 1000, 0.4f, 1, 1 } })
     {
-        unsigned offset = 0;
-        const VectorXf window = extractEnergyWindow (impulse (20000, 7000), 1000, 0.4f, offset, limit);
-        EXPECT_EQ (expected, offset);
-        EXPECT_EQ (expected >= 6001u ? 1.0f : 0.0f, window.sum()) << limit;
+        unsigned offset = 99;
+        const VectorXf window = extractEnergyWindow (impulse (c.size, c.place), static_cast<unsigned> (c.windowSize), c.apex, offset, c.limit);
+        const auto place = c.place - c.offset;
+        EXPECT_EQ (c.offset, offset) << c.place << " " << c.limit;
+        EXPECT_EQ (place < c.windowSize ? impulse (c.windowSize, place) : VectorXf (VectorXf::Zero (c.windowSize)), window);
     }
 }
 
@@ -53,35 +49,16 @@ TEST (EnergyWindow, TheEnergyUnderTheTriangleDecides)
     unsigned offset = 0;
     extractEnergyWindow (in, 1000, 0.4f, offset, 0);
     EXPECT_EQ (11600u, offset);
-}
 
-TEST (EnergyWindow, AnApexAtTheFirstSampleFallsOnly)
-{
-    unsigned offset = 99;
-    EXPECT_EQ (impulse (100, 0), extractEnergyWindow (impulse (1000, 300), 100, 0.0f, offset, 0));
-    EXPECT_EQ (300u, offset);
-}
+    for (const VectorXf& nothing : { VectorXf (VectorXf::Zero (5000)), VectorXf (impulse (5000, 3000) * std::numeric_limits<float>::quiet_NaN()),
+                                     VectorXf() })
+    {
+        offset = 99;
+        EXPECT_EQ (1000, extractEnergyWindow (nothing, 1000, 0.4f, offset, 0).size());
+        EXPECT_EQ (0u, offset);
+    }
 
-TEST (EnergyWindow, WhatLiesBeyondTheResponseIsZero)
-{
-    unsigned offset = 99;
-    EXPECT_EQ (impulse (1000, 400), extractEnergyWindow (impulse (7001, 7000), 1000, 0.4f, offset, 0));
-    EXPECT_EQ (6600u, offset);
-    EXPECT_EQ (impulse (1000, 3), extractEnergyWindow (impulse (4, 3), 1000, 0.4f, offset, 0));
-    EXPECT_EQ (0u, offset);
-    EXPECT_EQ (VectorXf (VectorXf::Zero (10)), extractEnergyWindow (VectorXf(), 10, 0.4f, offset, 0));
     EXPECT_EQ (0, extractEnergyWindow (impulse (10, 3), 0, 0.4f, offset, 0).size());
-}
-
-TEST (EnergyWindow, SilenceAndNotANumberGiveOffsetZero)
-{
-    unsigned offset = 99;
-    extractEnergyWindow (VectorXf::Zero (5000), 1000, 0.4f, offset, 0);
-    EXPECT_EQ (0u, offset);
-
-    offset = 99;
-    extractEnergyWindow (impulse (5000, 3000) * std::numeric_limits<float>::quiet_NaN(), 1000, 0.4f, offset, 0);
-    EXPECT_EQ (0u, offset);
 }
 
 TEST (EnergyWindow, AKeptWindowGivesTheSameAsOneMadeForTheCall)

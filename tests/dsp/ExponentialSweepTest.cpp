@@ -94,29 +94,18 @@ TEST (ShapedSweep, TheEnvelopeShapesTheFirstPeriodOnly)
         const double gain = i < 188 ? 0.5 : i < 812 ? 0.5 - 0.25 * double (i - 188) / 624.0 : i < 1000 ? 0.25 : 1.0;
         EXPECT_NEAR (gain * plain[size_t (i)], shaped[i], 1e-6) << i;
     }
-}
 
-TEST (ShapedSweep, EqualPlacesGiveAStepAndNoRowsNothing)
-{
-    Eigen::MatrixXf step (2, 2);
-    step << 20.0f, 2.0f,
-            20.0f, 4.0f;
-
-    const auto plain = makeSweep (1000, 10.0, 400.0, 0, 1, 1000.0, 0.0);
-    const auto stepped = makeShapedSweep (1000, 10.0, 400.0, 0, 1, 1000.0, 0.0, step);
+    // Equal places give a step, no rows nothing, and parameters outside of the design stay in bounds.
+    envelope << 20.0f, 2.0f,
+                20.0f, 4.0f;
+    const auto stepped = makeShapedSweep (1000, 10.0, 400.0, 0, 2, 1000.0, 0.0, envelope);
     EXPECT_EQ (2.0f * plain[187], stepped[187]);
     EXPECT_EQ (4.0f * plain[188], stepped[188]);
-
-    const auto bare = makeShapedSweep (1000, 10.0, 400.0, 0, 1, 1000.0, 0.0, Eigen::MatrixXf());
+    const auto bare = makeShapedSweep (1000, 10.0, 400.0, 0, 2, 1000.0, 0.0, Eigen::MatrixXf());
     EXPECT_TRUE (std::equal (plain.begin(), plain.end(), bare.data()));
-}
 
-TEST (ShapedSweep, ParametersOutsideOfTheDesignStayInBounds)
-{
-    Eigen::MatrixXf envelope (2, 2);
     envelope << 1.0f, 0.5f,
                 1e6f, 0.25f;
-
     EXPECT_EQ (1000, makeShapedSweep (1000, 10.0, 400.0, 0, 1, 1000.0, 500.0, envelope).size());
     EXPECT_EQ (1000, makeShapedSweep (1000, 400.0, 10.0, 0, 1, 1000.0, 20.0, envelope).size());
     EXPECT_EQ (1000, makeShapedSweep (1000, 0.0, 0.0, 0, 1, 0.0, 20.0, envelope).size());

@@ -2,7 +2,6 @@
 #include <complex>
 #include <limits>
 #include <stdexcept>
-#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -167,27 +166,6 @@ TEST (FIIRDesign, ConditionsThatAreNotMetAreToldInWords)
             spoilt[place] = bad;
             EXPECT_EQ ("the response has samples that are not finite numbers", words (spoilt, 100, 2, 48000.0)) << place;
         }
-}
-
-TEST (FIIRDesign, DesignsThatRunAtTheSameTimeDoNotDisturbEachOther)
-{
-    const VectorXf noise = test::whiteNoise (2000);
-    const FIIRDesign alone = designFIIR (noise, 100, 12, sampleRate);
-
-    std::vector<FIIRDesign> together (4);
-    std::vector<std::thread> threads;
-
-    for (FIIRDesign& design : together)
-        threads.emplace_back ([&] { design = designFIIR (noise, 100, 12, sampleRate); });
-
-    for (std::thread& thread : threads)
-        thread.join();
-
-    for (const FIIRDesign& design : together)
-    {
-        EXPECT_EQ (alone.fir, design.fir);
-        EXPECT_EQ (alone.sections, design.sections);
-    }
 }
 
 }

@@ -26,17 +26,6 @@ TEST (WarpSequence, InterleavingChangesNoBit)
     EXPECT_EQ (reference::warpSequence (silent, 200, 0.5), warpSequence (silent, 200, 0.5));
 }
 
-TEST (WarpSequence, AModeStaysAModeWithItsPoleWarped)
-{
-    const double lambda = 0.91537, pole = 0.98;
-    const VectorXd warped = warpSequence (test::sumOfModes (2000, { { pole, 1.0 } }), 100, lambda);
-
-    const double warpedPole = (pole - lambda) / (1.0 - lambda * pole);
-
-    for (Eigen::Index k = 1; k < 100; ++k)
-        ASSERT_NEAR (warpedPole * warped[k], warped[k + 1], 1e-14 * warped[1]) << k;
-}
-
 TEST (WarpSequence, TheOppositeFactorUndoesIt)
 {
     const VectorXd noise = test::whiteNoise (50).cast<double>();

@@ -27,23 +27,6 @@ protected:
 
 }
 
-TEST_F (FilterSlots, ASetIsParsedAndKeptWithoutTheDevice)
-{
-    auto& opened = open();
-    const auto before = receiver->messages().size();
-    EXPECT_EQ (load (opened, 2, { 1, 2 }), kResultOk);
-    EXPECT_EQ (receiver->messages().size(), before);
-
-    FilterSet* set = nullptr;
-    ASSERT_TRUE (opened.GetFilterSet (2, 0, &set));
-    EXPECT_STREQ (set->GetName(), "Room");
-    EXPECT_STREQ (set->GetTechnology(), "FIR");
-    Filter* filter = nullptr;
-    ASSERT_TRUE (set->GetFilter (1, &filter));
-    EXPECT_STREQ (filter->GetName(), "C2");
-    EXPECT_EQ (filter->GetChannel(), 1u);
-}
-
 TEST_F (FilterSlots, WhatIsNoSlotAndNoDescriptionIsRefused)
 {
     auto& opened = open();
@@ -62,13 +45,18 @@ TEST_F (FilterSlots, WhatIsNoSlotAndNoDescriptionIsRefused)
 TEST_F (FilterSlots, ASlotTakesSetsForDifferentChannelsOnly)
 {
     auto& opened = open();
+    const auto before = receiver->messages().size();
     EXPECT_EQ (load (opened, 0, { 1, 2 }), kResultOk);
+    FilterSet* set = nullptr;
+    ASSERT_TRUE (opened.GetFilterSet (0, 0, &set));
+    EXPECT_EQ (std::string (set->GetName()) + set->GetTechnology(), "RoomFIR");
     EXPECT_EQ (load (opened, 0, { 3, 2 }), kResultChannelConflict);
     EXPECT_EQ (setsIn (opened, 0), 1u);
     EXPECT_EQ (load (opened, 0, { 3 }), kResultOk);
     EXPECT_EQ (load (opened, 2, { 1, 2 }), kResultOk) << "another slot is another matter";
     EXPECT_EQ (setsIn (opened, 0), 2u);
     EXPECT_EQ (load (opened, 1, { 2 }), kResultChannelConflict) << "the device said that the slot is in use";
+    EXPECT_EQ (receiver->messages().size(), before) << "all that without the device";
 }
 
 TEST_F (FilterSlots, RemovingEmptiesTheSlotOnTheDeviceFirst)

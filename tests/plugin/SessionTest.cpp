@@ -5,8 +5,6 @@
 
 #include "tests/plugin/DeviceFixture.h"
 
-#include "plugin/CandidateList.h"
-#include "plugin/ScanCallback.h"
 #include "plugin/Session.h"
 
 namespace veltra::test {
@@ -103,14 +101,7 @@ TEST_F (SessionOpening, ADescriptionThatIsRefusedDropsTheCandidate)
     EXPECT_TRUE (find()) << "and the next search finds it";
 }
 
-TEST_F (SessionOpening, AUnitWithoutDevicesIsDroppedWithoutAWord)
-{
-    profile.unit.clear_devices();
-    EXPECT_FALSE (find());
-    EXPECT_TRUE (failuresLogged().empty());
-}
-
-TEST_F (SessionOpening, OnlyTheFirstOfAUnitsDevicesIsMade)
+TEST_F (SessionOpening, TheFirstOfAUnitsDevicesIsMadeAndOneWithoutAnyIsDropped)
 {
     *profile.unit.add_devices() = profile.unit.devices (0);
     profile.unit.mutable_devices (1)->set_name ("Zone 2");
@@ -118,6 +109,11 @@ TEST_F (SessionOpening, OnlyTheFirstOfAUnitsDevicesIsMade)
     EXPECT_STREQ (device (0).GetName(), "Morvane|Stereo 2|Main");
     Device* second = nullptr;
     EXPECT_FALSE (plugin->GetDevice (1, &second));
+
+    startAfresh();
+    profile.unit.clear_devices();
+    EXPECT_FALSE (find());
+    EXPECT_TRUE (failuresLogged().empty()) << "without a word";
 }
 
 TEST_F (SessionOpening, AnotherSearchAddsToWhatIsThere)
@@ -141,12 +137,6 @@ TEST_F (SessionOpening, WhereNobodyListensTheSearchFails)
     }
 }
 
-TEST_F (SessionOpening, ADescriptionInSmallPiecesAmongNoiseArrives)
-{
-    setFaults ("pieces GetUnit 1 7 1\nnoise GetTopologyInfo 1 100");
-    EXPECT_TRUE (find());
-}
-
 TEST_F (SessionOpening, AFriendlyNameStandsInForANamelessDevice)
 {
     profile.unit.mutable_devices (0)->set_name ("");
@@ -157,28 +147,6 @@ TEST_F (SessionOpening, AFriendlyNameStandsInForANamelessDevice)
     const auto session = plugin::openSession (manager.Connect (address()), "Lounge", none);
     ASSERT_NE (session, nullptr);
     EXPECT_STREQ (session->device->GetName(), "Morvane|Stereo 2|Lounge");
-}
-
-TEST_F (SessionOpening, ScannedDevicesBecomeCandidatesInTheOrderOfArrival)
-{
-    plugin::CandidateList candidates;
-    veltraio::ConnectionManager nobody (99); // no transport of this kind
-    plugin::ScanCallback scan (nobody, candidates, "x");
-    EXPECT_FALSE (scan.isScanning());
-
-    scan.OnScanStarted();
-    scan.OnDeviceAdded ("VeltraIO", "TCP:192.0.2.1:6000", "Lounge");
-    scan.OnDeviceAdded ("VeltraIO", "TCP:192.0.2.2:6000", "");
-    scan.OnScanEnded();
-
-    const auto found = candidates.take();
-    ASSERT_EQ (found.size(), 2u);
-    EXPECT_EQ (found[0].address + found[0].friendlyName, "TCP:192.0.2.1:6000Lounge");
-    EXPECT_EQ (found[1].address + found[1].friendlyName, "TCP:192.0.2.2:6000");
-    EXPECT_EQ (logged(), (Lines {
-        "DEBUG Start device scan (filter='x')", "DEBUG Device scanning started...",
-        "DEBUG Device added: VeltraIO (TCP:192.0.2.1:6000) friendlyName = Lounge",
-        "DEBUG Device added: VeltraIO (TCP:192.0.2.2:6000) friendlyName = ", "DEBUG Device scanning ended..." }));
 }
 
 }

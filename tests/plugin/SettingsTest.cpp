@@ -88,7 +88,6 @@ TEST (Settings, WordsForYesAndNoMeanWhatTheySay)
         EXPECT_FALSE (readBool (*openEntry ("Timeout", neither), "Timeout", false)) << neither;
     }
 
-    EXPECT_TRUE (readBool (*openEntry ("timeout", "0"), "Timeout", true));
 }
 
 TEST (Settings, NumbersAreLimitedToTheirRange)

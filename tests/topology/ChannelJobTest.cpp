@@ -72,18 +72,15 @@ TEST (ChannelJobs, AnExceptionBecomesAFailureAndTheOthersStillRun)
     EXPECT_EQ (2, ran);
 }
 
-TEST (ChannelJobs, NoJobsAreDoneAtOnce)
+TEST (ChannelJobs, NoJobsAreDoneAtOnceAndAProgressFunctionThatThrowsIsCalledNoMore)
 {
     int reports = 0;
     EXPECT_TRUE (runOnPool ({}, [&] (float fraction, const juce::String&) { ++reports; return fraction == 0.0f; }).wasOk());
     EXPECT_EQ (1, reports);
-}
 
-TEST (ChannelJobs, AProgressFunctionThatThrowsIsCalledNoMore)
-{
+    reports = 0;
     std::vector<std::unique_ptr<ChannelJob>> jobs;
     jobs.push_back (std::make_unique<TestJob> (std::span<char> {}, [] (FloatSlot&) {}));
-    int reports = 0;
     EXPECT_TRUE (runOnPool (jobs, [&] (float, const juce::String&) -> bool { ++reports; throw std::runtime_error ("no"); }).wasOk());
     EXPECT_EQ (1, reports);
 }

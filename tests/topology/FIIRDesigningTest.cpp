@@ -118,17 +118,4 @@ TEST (FIIRDesigning, FailuresHaveWords)
     EXPECT_EQ ("No filter response for channel C at 48000 Hz", Designing (silent).error());
 }
 
-TEST (FIIRDesigning, NoChannelsAreDoneAtOnce)
-{
-    FIRTestSource nobody;
-    std::vector<float> reports;
-    const Designing designing (nobody, "NbrOfFIRTaps=100;NbrOfIIRSections=6", [&] (float fraction, const juce::String&)
-    {
-        reports.push_back (fraction);
-        return true;
-    });
-    EXPECT_TRUE (designing.result.wasOk());
-    EXPECT_EQ (std::vector { 0.0f }, reports);
-}
-
 }

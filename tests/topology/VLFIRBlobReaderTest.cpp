@@ -80,8 +80,12 @@ TEST (VLFIRBlobReader, EveryOffsetAndCountIsChecked)
     EXPECT_EQ ((Texts { "channel 1: low-rate taps, 4294967295 from 148, reach beyond the end at 156" }), problemsWith (60 + 40, highest));
     EXPECT_EQ (Texts { "4 bytes follow the tap data" }, problemsWith (60 + 40, 1));
 
+    Bytes tooLong (4 * VFIIR2::SFilterBlock::words + 4);
+    vlfir::putWord (tooLong.data(), vlfir::magic);
+    EXPECT_EQ ("the file is longer than the 792880 bytes that a device takes", read (tooLong).problems.at (0));
+
     Bytes shortened = makeBlob();
-    shortened.resize (shortened.size() - 1);
+    shortened.pop_back();
     EXPECT_EQ (Texts { "channel 1: low-rate taps, 2 from 148, reach beyond the end at 155" }, read (shortened).problems);
 }
 
@@ -95,13 +99,6 @@ TEST (VLFIRBlobReader, EveryTruncationIsNoticed)
         EXPECT_FALSE (contents.problems.empty()) << size;
         EXPECT_TRUE (contents.channels.empty()) << size;
     }
-}
-
-TEST (VLFIRBlobReader, ABlobLongerThanTheDevicesBufferIsNone)
-{
-    Bytes blob (4 * VFIIR2::SFilterBlock::words + 4);
-    vlfir::putWord (blob.data(), vlfir::magic);
-    EXPECT_EQ ("the file is longer than the 792880 bytes that a device takes", read (blob).problems.at (0));
 }
 
 TEST (VLFIRBlobReader, TheGenerationShowsInTheLayout)

@@ -98,14 +98,6 @@ TEST (VLFIRBlob, AChannelWordThatIsNoMultipleLosesItsGainsAndDelay)
     EXPECT_EQ (Bytes ({ 0, 0, 0, 2, 0, 0, 0, 0x3C, 0, 0, 0, 0, 0, 0, 0, 3, 0, 0, 0, 0x44 }), Bytes (blob.begin() + 40, blob.begin() + 60));
 }
 
-TEST (VLFIRBlob, NoChannelsLeaveTheHeader)
-{
-    Bytes blob;
-    EXPECT_EQ (12, VFIIR::makeBlob (44100, {}, blob, nullptr));
-    EXPECT_EQ ((Bytes { 0xBA, 0xBA, 0xCE, 0xCA, 0, 0, 0xAC, 0x44, 0, 0, 0, 0 }), blob);
-    EXPECT_EQ (12, VFIIR2::makeBlob (44100, {}, blob, nullptr));
-}
-
 /** A channel whose rows together fill all but `spare` words of the device's buffer. */
 template <class SFilterBlock, class SFilter>
 SFilter fillBuffer (const std::vector<float>& taps, std::size_t recordWords, std::size_t spare)

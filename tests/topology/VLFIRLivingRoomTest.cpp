@@ -1,13 +1,12 @@
 #include <algorithm>
 #include <array>
-#include <memory>
 #include <string>
 
 #include <gtest/gtest.h>
-#include <sndfile.h>
 
 #include "dsp/BandSplitFilters.h"
 #include "dsp/ResponseError.h"
+#include "tests/dsp/ImpulseResponses.h"
 #include "tests/topology/TestSource.h"
 #include "topology/VLFIRBlobReader.h"
 #include "topology/VLFIRHandler.h"
@@ -19,30 +18,17 @@ using Eigen::VectorXf;
 
 constexpr std::array<const char*, 8> channelNames { "FL", "FR", "C", "SL", "SR", "BL", "BR", "SW" };
 
-/** A correction filter of the sample room as a filter set would give it: one second long. */
-VectorXf loadResponse (const std::string& channel, unsigned sampleRate)
-{
-    const std::string path = "examples/living-room/" + channel + "_" + std::to_string (sampleRate) + ".wav";
-    SF_INFO info {};
-    const std::unique_ptr<SNDFILE, decltype (&sf_close)> file (sf_open (path.c_str(), SFM_READ, &info), &sf_close);
-    VectorXf response = VectorXf::Zero (sampleRate);
-
-    if (file == nullptr || info.channels != 1 || info.frames > response.size())
-    {
-        ADD_FAILURE() << path << " is not what it was";
-        return response;
-    }
-
-    EXPECT_EQ (info.frames, sf_readf_float (file.get(), response.data(), info.frames));
-    return response;
-}
-
 /** Errors in dB by channel of what the device plays from the blob's own integers. */
 std::array<double, 8> errorsOf (unsigned sampleRate, unsigned taps)
 {
     veltra::test::FIRTestSource source;
     for (const char* name : channelNames)
-        source.channels.push_back ({ .response = loadResponse (name, sampleRate), .name = name });
+    {
+        VectorXf response = VectorXf::Zero (sampleRate); // one second, as a filter set would give it
+        const auto filter = veltra::dsp::test::livingRoom (name + ("_" + std::to_string (sampleRate)));
+        response.head (filter.size()) = filter;
+        source.channels.push_back ({ .response = response, .name = name });
+    }
 
     juce::StringPairArray parameters;
     parameters.set ("NbrOfFIRTaps", juce::String (taps));
