@@ -5,8 +5,6 @@
 #include <gtest/gtest.h>
 
 #include "discovery/ConnectionManager.h"
-#include "discovery/TcpDeviceConnectionManager.h"
-#include "protocol/Dispatcher.h"
 #include "protocol/EnvelopeParser.h"
 #include "tests/support/LogLines.h"
 
@@ -70,17 +68,6 @@ TEST (ConnectionManager, SetsTheEnvelopeMarkerOfTheProcess)
     EXPECT_EQ (marker, getEnvelopeMarker());
     ConnectionManager usual (0);
     EXPECT_EQ ((std::vector<std::uint8_t> { 0x21, 0x01, 0xFF }), getEnvelopeMarker());
-}
-
-TEST (ConnectionManager, TheKeepAliveIsOnlyForConnectionsThatHaveOne)
-{
-    Listener listener;
-    ConnectionManager manager (0);
-    Dispatcher dispatcher (manager.Connect (listener.address()), "2101FF", true);
-    TcpDeviceConnectionManager transport;
-    transport.enableKeepAlive (dispatcher, [] {});
-    transport.enableKeepAlive (dispatcher, [] {});
-    SUCCEED() << "the keep-alive's thread ends with the connection";
 }
 
 }

@@ -1,87 +1,21 @@
 #include "tests/discovery/ScriptedHttpServer.h"
 
-#include <algorithm>
-#include <stdexcept>
-
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-namespace {
-
-/** Polls in slices so that a stop is seen. @returns the events, 0 after the time or at the stop */
-short waitFor (int socket, short events, int milliseconds, const std::stop_token& stop)
-{
-    for (; milliseconds > 0 && ! stop.stop_requested(); milliseconds -= 20)
-    {
-        pollfd entry { socket, events, 0 };
-
-        if (::poll (&entry, 1, std::min (milliseconds, 20)) > 0)
-            return entry.revents;
-    }
-
-    return 0;
-}
-
-}
-
-bool ScriptedHttpServer::Exchange::send (std::string_view bytes)
-{
-    while (! bytes.empty())
-    {
-        if (waitFor (socket, POLLOUT, 10000, stopped) != POLLOUT)
-            return false;
-
-        const auto sent = ::send (socket, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-
-        if (sent < 0)
-            return false;
-
-        bytes.remove_prefix (static_cast<std::size_t> (sent));
-    }
-
-    return true;
-}
-
-bool ScriptedHttpServer::Exchange::wait (int milliseconds)
-{
-    return waitFor (socket, POLLIN | POLLRDHUP, milliseconds, stopped) == 0 && ! stopped.stop_requested();
-}
+using veltra::receiver::Descriptor;
 
 ScriptedHttpServer::ScriptedHttpServer (Script scriptToRun, const std::string& addressToBind)
-    : script (std::move (scriptToRun)), address (addressToBind)
+    : script (std::move (scriptToRun)), address (addressToBind), listener (address, 0), acceptor ([this] { accept(); })
 {
-    sockaddr_in name {};
-    name.sin_family = AF_INET;
-    ::inet_pton (AF_INET, address.c_str(), &name.sin_addr);
-    socklen_t size = sizeof (name);
-    listener = ::socket (AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-
-    if (::bind (listener, reinterpret_cast<sockaddr*> (&name), size) != 0 || ::listen (listener, 64) != 0
-          || ::getsockname (listener, reinterpret_cast<sockaddr*> (&name), &size) != 0)
-        throw std::runtime_error ("the test's HTTP server cannot listen on " + address);
-
-    boundPort = ntohs (name.sin_port);
-    acceptor = std::jthread ([this] (std::stop_token stop) { accept (std::move (stop)); });
 }
 
 ScriptedHttpServer::~ScriptedHttpServer()
 {
-    acceptor.request_stop();
+    stop.raise();
     acceptor.join();
-
-    for (auto& connection : connections)
-        connection.thread.request_stop();
-
-    connections.clear();
-    ::close (listener);
 }
 
 std::string ScriptedHttpServer::url (const std::string& path) const
 {
-    return "http://" + address + ":" + std::to_string (boundPort) + path;
+    return "http://" + address + ":" + std::to_string (port()) + path;
 }
 
 std::vector<std::string> ScriptedHttpServer::requests() const
@@ -96,40 +30,33 @@ std::string ScriptedHttpServer::reply (int status, std::string_view body, std::s
          + std::string (headers) + "\r\n" + std::string (body);
 }
 
-void ScriptedHttpServer::accept (std::stop_token stop)
+void ScriptedHttpServer::accept()
 {
-    while (! stop.stop_requested())
+    while (auto socket = listener.accept (stop))
     {
         std::erase_if (connections, [] (const Connection& connection) { return connection.done->load(); });
 
-        if (waitFor (listener, POLLIN, 100, stop) == 0)
-            continue;
-
-        if (const int socket = ::accept4 (listener, nullptr, nullptr, SOCK_CLOEXEC); socket >= 0)
+        const auto done = std::make_shared<std::atomic<bool>> (false);
+        connections.push_back ({ done, std::jthread ([this, done, client = std::move (*socket)]() mutable
         {
-            const auto done = std::make_shared<std::atomic<bool>> (false);
-            connections.push_back ({ done, std::jthread ([this, socket, done] (std::stop_token own)
-            {
-                serve (socket, std::move (own));
-                done->store (true);
-            }) });
-        }
+            serve (std::move (client));
+            done->store (true);
+        }) });
     }
+
+    connections.clear();
 }
 
-void ScriptedHttpServer::serve (int connection, std::stop_token stop)
+void ScriptedHttpServer::serve (Descriptor socket)
 {
+    veltra::receiver::Connection client (std::move (socket), stop);
     std::string request;
+    char bytes[4096];
 
-    while (request.find ("\r\n\r\n") == request.npos && waitFor (connection, POLLIN, 10000, stop) != 0)
+    for (std::size_t count = 1; request.find ("\r\n\r\n") == request.npos && count > 0;)
     {
-        char bytes[4096];
-        const auto count = ::recv (connection, bytes, sizeof (bytes), 0);
-
-        if (count <= 0)
-            break;
-
-        request.append (bytes, static_cast<std::size_t> (count));
+        count = client.receive (bytes, sizeof (bytes));
+        request.append (bytes, count);
     }
 
     const auto pathStart = request.find (' ') + 1;
@@ -139,9 +66,6 @@ void ScriptedHttpServer::serve (int connection, std::stop_token stop)
         received.push_back (request);
     }
 
-    if (Exchange exchange (request.substr (pathStart, request.find (' ', pathStart) - pathStart), connection, stop);
-        ! request.empty())
+    if (Exchange exchange (request.substr (pathStart, request.find (' ', pathStart) - pathStart), client, stop); ! request.empty())
         script (exchange);
-
-    ::close (connection);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -8,6 +9,8 @@
 #include <string_view>
 #include <thread>
 #include <vector>
+
+#include "tools/receiver/Connection.h"
 
 /** An HTTP server on 127.0.0.1 that does to its clients whatever a test wants, one thread a connection. */
 class ScriptedHttpServer
@@ -20,18 +23,18 @@ public:
         const std::string path;
 
         /** @returns false when the client has gone or the server is being stopped */
-        bool send (std::string_view bytes);
+        bool send (std::string_view bytes) { return connection.send (bytes); }
 
-        /** Holds the connection without a word, until the client goes, the server is stopped or the time is over. */
-        bool wait (int milliseconds);
+        /** Holds the connection without a word. @returns false when the server is being stopped */
+        bool wait (int milliseconds) const { return stop.pause (std::chrono::milliseconds (milliseconds)); }
 
     private:
         friend class ScriptedHttpServer;
-        Exchange (std::string requestedPath, int connection, std::stop_token stop)
-            : path (std::move (requestedPath)), socket (connection), stopped (std::move (stop)) {}
+        Exchange (std::string requestedPath, veltra::receiver::Connection& client, const veltra::receiver::StopSignal& stopSignal)
+            : path (std::move (requestedPath)), connection (client), stop (stopSignal) {}
 
-        int socket;
-        std::stop_token stopped;
+        veltra::receiver::Connection& connection;
+        const veltra::receiver::StopSignal& stop;
     };
 
     using Script = std::function<void (Exchange&)>;
@@ -40,7 +43,7 @@ public:
     ~ScriptedHttpServer();
 
     std::string url (const std::string& path) const;
-    int port() const { return boundPort; }
+    int port() const { return listener.port(); }
 
     /** The requests so far, headers included. */
     std::vector<std::string> requests() const;
@@ -55,13 +58,13 @@ private:
         std::jthread thread;
     };
 
-    void accept (std::stop_token stop);
-    void serve (int connection, std::stop_token stop);
+    void accept();
+    void serve (veltra::receiver::Descriptor socket);
 
     const Script script;
     const std::string address;
-    int listener = -1;
-    int boundPort = 0;
+    veltra::receiver::StopSignal stop;
+    veltra::receiver::Listener listener;
     mutable std::mutex mutex;
     std::vector<std::string> received;
     std::vector<Connection> connections; // acceptor only

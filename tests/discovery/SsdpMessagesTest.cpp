@@ -31,12 +31,6 @@ protected:
 
 }
 
-TEST_F (SsdpMessages, TheRequestIsTheOneThatReceiversExpectToTheByte)
-{
-    EXPECT_EQ (upnp::searchRequest ("upnp:rootdevice", 3),
-               "M-SEARCH * HTTP/1.1\r\nHOST:239.255.255.250:1900\r\nST:upnp:rootdevice\r\nMAN:\"ssdp:discover\"\r\nMX:3\r\n");
-}
-
 TEST_F (SsdpMessages, SeveralAnswersInOneDatagramAreTakenInOrder)
 {
     reader.take (answer ("uuid:1", "http://10.0.0.1/1.xml") + answer ("uuid:2", "http://10.0.0.2:80/2.xml?a=b:c"));
@@ -81,16 +75,6 @@ TEST_F (SsdpMessages, OtherSearchTargetsAreIgnored)
     reader.take (answer ("uuid:1", "http://x/", "UPNP:rootdevice") + answer ("uuid:2", "http://x/", "ssdp:all"));
     EXPECT_EQ (answers, Answers());
     EXPECT_EQ (log.count ("TRACE", "Search target upnp:rootdevice not found!"), 2);
-}
-
-TEST_F (SsdpMessages, AnUnaskedNotificationChangesNothing)
-{
-    reader.take ("NOTIFY * HTTP/1.1\r\nHOST: 239.255.255.250:1900\r\nNT: upnp:rootdevice\r\nNTS: ssdp:alive\r\n"
-                 "USN: uuid:9\r\nLOCATION: http://10.0.0.9/\r\n\r\n");
-    EXPECT_EQ (answers, Answers());
-
-    reader.take (answer ("uuid:1", "http://10.0.0.1/"));
-    EXPECT_EQ (answers.size(), 1u);
 }
 
 TEST_F (SsdpMessages, AnAnswerWithoutAnEmptyLineWaitsAndSwallowsTheNext)

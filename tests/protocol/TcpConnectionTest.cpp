@@ -82,7 +82,7 @@ TEST (TcpDeviceConnection, CarriesAnExchange)
     // Noise, small pieces and an unknown message on the way.
     AcknowledgeHandler handler (dispatcher);
     EXPECT_EQ (0, dispatcher.Send (ping));
-    EXPECT_EQ (envelopeOf ("veltraio.Ping", ""), device->receive (15));
+    EXPECT_EQ (envelopeOf ("veltraio.Ping", ""), device->read (15));
     device->send ("noise" + envelopeOf ("veltraio.Nothing", "abc") + acknowledge.substr (0, 9));
     device->send (acknowledge.substr (9));
     EXPECT_EQ (ReplyState::acknowledged, handler.Wait (10000));
@@ -119,7 +119,7 @@ TEST (TcpDeviceConnection, ConnectingAgainDropsTheOldConnectionAndReadsTheNew)
     ASSERT_TRUE (connection.connect ("127.0.0.1", peer.port(), 2000));
     const auto second = peer.accept();
 
-    EXPECT_TRUE (first->waitForEnd());
+    first->waitForEnd();
     second->send (acknowledge);
     EXPECT_TRUE (blocks.waitFor ({ acknowledge.substr (3 + 4) }));
 }
@@ -222,7 +222,7 @@ TEST (TcpDeviceConnection, AHandlerMayDisconnect)
     const auto device = peer.accept();
     device->send (acknowledge + acknowledge);
     EXPECT_TRUE (eventually ([&] { return handled.load(); }));
-    EXPECT_TRUE (device->waitForEnd());
+    device->waitForEnd();
 }
 
 TEST (TcpDeviceConnection, ItsDestructorEndsWithMessagesStillArrivingAndAHandlerLeft)
@@ -234,17 +234,10 @@ TEST (TcpDeviceConnection, ItsDestructorEndsWithMessagesStillArrivingAndAHandler
     auto dispatcher = std::make_unique<Dispatcher> (std::move (owned), "2101FF", true);
     AcknowledgeHandler left (*dispatcher);
 
-    std::atomic<bool> gone { false };
     std::thread flood ([&]
     {
-        try
+        while (device->send (acknowledge))
         {
-            for (;;)
-                device->send (acknowledge);
-        }
-        catch (const std::exception&)
-        {
-            gone = true;
         }
     });
 
@@ -252,7 +245,6 @@ TEST (TcpDeviceConnection, ItsDestructorEndsWithMessagesStillArrivingAndAHandler
     AcknowledgeHandler another (*dispatcher);
     dispatcher = nullptr;
     flood.join();
-    EXPECT_TRUE (gone);
 }
 
 struct StreamConnection final : veltra::ipc::TcpConnection
@@ -279,7 +271,7 @@ TEST (TcpConnection, TheGenericFramingCarriesMessagesBothWays)
     stream.writeRepeatedByte (0, static_cast<std::size_t> (connection.getHeaderSize()));
     stream.write ("hello", 5);
     EXPECT_TRUE (connection.send (stream));
-    EXPECT_EQ ("\x2C\x9E\xB4\xF2\x05\x00\x00\x00hello"s, device->receive (13));
+    EXPECT_EQ ("\x2C\x9E\xB4\xF2\x05\x00\x00\x00hello"s, device->read (13));
 
     const std::string body (100000, 'y');
     device->send ("\x2C\x9E\xB4\xF2\xA0\x86\x01\x00"s + body + "\x2C\x9E\xB4\xF2\x00\x00\x00\x00"s + "\x2C\x9E\xB4\xF2\x01\x00\x00\x00z"s);

@@ -3,44 +3,45 @@
 #include <memory>
 #include <string>
 
-/** The far end of a loopback connection, in bytes of the test's own making. Everything waits 10 seconds at most. */
-class PeerSocket
-{
-public:
-    explicit PeerSocket (int acceptedHandle) : handle (acceptedHandle) {}
-    ~PeerSocket() { close(); }
+#include "tools/receiver/Connection.h"
 
-    PeerSocket (const PeerSocket&) = delete;
-    PeerSocket& operator= (const PeerSocket&) = delete;
-
-    void send (const std::string& bytes);
-
-    /** So many bytes, or fewer when no more come. */
-    std::string receive (std::size_t size);
-
-    /** Reads on until the other side closes. @returns whether it did */
-    bool waitForEnd();
-
-    void close();
-    void reset();
-
-private:
-    int handle;
-};
-
+/** A device in bytes of the test's own making: it listens on a loopback port. */
 class TestPeer
 {
 public:
-    TestPeer();
-    ~TestPeer();
+    /** The far end of one connection. */
+    class Socket : public veltra::receiver::Connection
+    {
+    public:
+        using Connection::Connection;
 
-    TestPeer (const TestPeer&) = delete;
-    TestPeer& operator= (const TestPeer&) = delete;
+        /** So many bytes, or fewer when no more come. */
+        std::string read (std::size_t size)
+        {
+            std::string bytes (size, 0);
+            std::size_t got = 0;
 
-    int port() const { return listeningPort; }
-    std::unique_ptr<PeerSocket> accept();
+            for (std::size_t count = 1; got < size && count > 0; got += count)
+                count = receive (bytes.data() + got, size - got);
+
+            return bytes.substr (0, got);
+        }
+
+        /** Reads on until the other side closes. */
+        void waitForEnd()
+        {
+            char bytes[4096];
+
+            while (receive (bytes, sizeof (bytes)) > 0)
+            {
+            }
+        }
+    };
+
+    int port() const { return listener.port(); }
+    std::unique_ptr<Socket> accept() { return std::make_unique<Socket> (*listener.accept (never), never); }
 
 private:
-    int listener;
-    int listeningPort;
+    veltra::receiver::StopSignal never;
+    veltra::receiver::Listener listener { "127.0.0.1", 0 };
 };
