@@ -2,6 +2,7 @@
     What a host sees of each kind of misbehaviour in each kind of operation. docs/reliability.md shows the table.
 */
 
+#include "tests/discovery/NetworkNamespace.h"
 #include "tests/plugin/DeviceFixture.h"
 #include "tests/reliability/CaptureCount.h"
 
@@ -154,6 +155,10 @@ class FaultMatrix : public testing::TestWithParam<Misbehaviour>
 {
 };
 
+class HalfOpen : public PrivateNetworkTest
+{
+};
+
 }
 
 TEST_P (FaultMatrix, EveryOperationEndsInTimeWithAClearWordAndTheHostGoesOn)
@@ -202,6 +207,48 @@ TEST_P (FaultMatrix, EveryOperationEndsInTimeWithAClearWordAndTheHostGoesOn)
 }
 
 INSTANTIATE_TEST_SUITE_P (, FaultMatrix, testing::ValuesIn (misbehaviours), [] (const auto& row) { return row.param.name; });
+
+/** From one moment on nothing arrives any more, in neither direction, and nobody says so. */
+TEST_F (HalfOpen, IsSilenceAndTheSessionGoesOnWhenTheNetworkIsBack)
+{
+    const Misbehaviour halfOpen { "HalfOpen", "", Effect::silence };
+    std::vector<const Operation*> affected;
+    std::vector<std::unique_ptr<Cell>> cells;
+
+    for (const auto& operation : operations)
+    {
+        if (operation.run == &Cell::search || (operation.run == &Cell::load && operation.type != std::string ("LoadFilter")))
+            continue; // connecting fails at once, and no download gets beyond its announcement
+
+        affected.push_back (&operation);
+        home->run ([&] { ASSERT_EQ (cells.emplace_back (std::make_unique<Cell>())->search(), "success"); });
+    }
+
+    home->ip ("link set lo down");
+    std::vector<std::future<std::string>> outcomes;
+
+    for (std::size_t i = 0; i < cells.size(); ++i)
+        outcomes.push_back (std::async (std::launch::async, [&cell = *cells[i], run = affected[i]->run] { return (cell.*run)(); }));
+
+    for (std::size_t i = 0; i < cells.size(); ++i)
+    {
+        const auto outcome = outcomes[i].get();
+        EXPECT_TRUE (outcome.starts_with (expected (*affected[i], halfOpen))) << affected[i]->name << ": " << outcome;
+    }
+
+    home->ip ("link set lo up");
+    const auto deadline = Clock::now() + std::chrono::seconds (30); // the system waits longer from attempt to attempt
+
+    for (std::size_t i = 0; i < cells.size(); ++i)
+    {
+        bool goesOn = false;
+
+        while (! goesOn && Clock::now() < deadline)
+            goesOn = cells[i]->goesOn (Effect::silence);
+
+        EXPECT_TRUE (goesOn) << affected[i]->name;
+    }
+}
 
 namespace {
 
