@@ -1,5 +1,6 @@
 #include "protocol/EnvelopeParser.h"
 
+#include <algorithm>
 #include <mutex>
 #include <stdexcept>
 #include <utility>
@@ -11,6 +12,7 @@ namespace veltraio {
 namespace {
 
 constexpr std::size_t maximumMarkerSize = 64;
+constexpr std::size_t lengthSize = 4;
 constexpr std::uint8_t defaultMarker[] = { 0x21, 0x01, 0xFF };
 
 std::mutex markerLock;
@@ -62,48 +64,52 @@ bool VeltraIOEnvelopeParser::feed (const std::uint8_t* data, std::uint32_t size)
 
     lastFeed = now;
 
-    for (std::uint32_t i = 0; i < size; ++i)
-        take (data[i]);
+    for (std::span rest (data, size); ! rest.empty();)
+        rest = rest.subspan (expected < 0 ? takeOpening (rest.front()) : takeRest (rest));
 
     return true;
 }
 
-void VeltraIOEnvelopeParser::take (std::uint8_t byte)
+std::size_t VeltraIOEnvelopeParser::takeOpening (std::uint8_t byte)
 {
-    const auto position = static_cast<std::uint32_t> (count);
-    const auto markerSize = static_cast<std::uint32_t> (marker.size());
-    buffer[position] = byte;
+    buffer[count] = byte;
 
-    if (position < markerSize)
-    {
-        // A byte that breaks the marker is gone; it is not looked at again as the first byte of another one.
-        count = byte == marker[position] ? count + 1 : 0;
-        return;
-    }
+    // A byte that breaks the marker is gone; it is not looked at again as the first byte of another one.
+    if (count < marker.size() && byte != marker[count])
+        count = 0;
+    else if (++count == marker.size() + lengthSize)
+        readLength();
 
-    ++count;
+    return 1;
+}
 
-    if (position + 1 == markerSize + 4)
-    {
-        const auto length = juce::ByteOrder::bigEndianInt (buffer.data() + markerSize);
-        const auto roomForBody = bufferSize - 1 - markerSize - static_cast<std::uint32_t> (envelopeFieldsSize);
+void VeltraIOEnvelopeParser::readLength()
+{
+    const auto length = juce::ByteOrder::bigEndianInt (buffer.data() + marker.size());
 
-        // Compared this way round so that no length can wrap the sum.
-        if (length > roomForBody)
-        {
-            forget();
-            return;
-        }
-
+    // Compared this way round so that no length can wrap the sum.
+    if (length > bufferSize - 1 - marker.size() - envelopeFieldsSize)
+        forget();
+    else
         expected = static_cast<std::int32_t> (length);
-    }
+}
 
-    if (expected >= 0 && position + 1 == markerSize + envelopeFieldsSize + static_cast<std::uint32_t> (expected))
+std::size_t VeltraIOEnvelopeParser::takeRest (std::span<const std::uint8_t> bytes)
+{
+    const auto whole = marker.size() + envelopeFieldsSize + static_cast<std::size_t> (expected);
+    const auto taken = std::min (bytes.size(), whole - count);
+    std::copy_n (bytes.begin(), taken, buffer.begin() + static_cast<std::ptrdiff_t> (count));
+    count += taken;
+
+    if (count == whole)
     {
-        const juce::MemoryBlock block (buffer.data() + markerSize + 4, static_cast<std::size_t> (expected) + 4 + 4);
+        const auto start = marker.size() + lengthSize;
+        const juce::MemoryBlock block (buffer.data() + start, whole - start);
         forget();
         onEnvelope (block);
     }
+
+    return taken;
 }
 
 }

@@ -52,12 +52,17 @@ private:
     /** An envelope without marker and length: identifier, checksum (both big-endian, unchecked) and body. */
     virtual void onEnvelope (const juce::MemoryBlock& block) = 0;
 
-    void take (std::uint8_t byte);
+    /** One byte of marker or length. @returns 1 */
+    std::size_t takeOpening (std::uint8_t byte);
+    void readLength();
+
+    /** What belongs to this envelope behind its length. @returns how many bytes that were */
+    std::size_t takeRest (std::span<const std::uint8_t> bytes);
     void forget() noexcept;
 
     const veltra::MillisecondClock clock;
     const std::vector<std::uint8_t> marker;
-    std::int32_t count = 0;      // bytes now in buffer
+    std::size_t count = 0;       // bytes now in buffer
     std::int32_t expected = -1;  // length of the body being collected, -1 while unknown
     std::int64_t lastFeed = 0;   // milliseconds
     std::array<std::uint8_t, bufferSize> buffer;
