@@ -4,22 +4,13 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/Repeated.h"
+
 namespace veltra {
 
 namespace {
 
-std::string nested (int depth, const std::string& open = "<a>")
-{
-    std::string text;
-
-    for (int i = 0; i < depth; ++i)
-        text += open;
-
-    for (int i = 0; i < depth; ++i)
-        text += "</a>";
-
-    return text;
-}
+std::string nested (int depth, const std::string& open = "<a>") { return repeated (open, depth) + repeated ("</a>", depth); }
 
 }
 
@@ -29,11 +20,8 @@ TEST (XmlShape, CountsElementsInsideElements)
     EXPECT_FALSE (isShallowXml (nested (65), 64));
     EXPECT_TRUE (isShallowXml (nested (64) + nested (64), 64)) << "siblings do not add up";
 
-    std::string siblings = "\xEF\xBB\xBF<?xml version=\"1.0\"?><r>";
-
-    for (int i = 0; i < 1000; ++i)
-        siblings += "<v name=\"a\" val = '>'/><!-- <x> --><![CDATA[<x>]]><w>1</w>";
-
+    const auto siblings = "\xEF\xBB\xBF<?xml version=\"1.0\"?><r>"
+                          + repeated ("<v name=\"a\" val = '>'/><!-- <x> --><![CDATA[<x>]]><w>1</w>", 1000);
     EXPECT_TRUE (isShallowXml (siblings + "</r>", 2));
     EXPECT_TRUE (isShallowXml ("<!DOCTYPE r [ <!ENTITY e \"<x>\"> ]><r></r>", 1));
     EXPECT_TRUE (isShallowXml ("<r><e/></r>", 2));

@@ -7,6 +7,7 @@
 
 #include "tests/discovery/ScriptedHttpServer.h"
 #include "tests/support/LogLines.h"
+#include "tests/support/Repeated.h"
 
 namespace {
 
@@ -123,15 +124,6 @@ TEST (DeviceDescription, ADocumentThatIsNoneIsRefused)
 
 TEST (DeviceDescription, DocumentsMadeToHarmAParserAreRefusedAtOnce)
 {
-    const auto repeated = [] (const std::string& text, int count)
-    {
-        std::string all;
-
-        for (int i = 0; i < count; ++i)
-            all += text;
-
-        return all;
-    };
     const auto nested = [&] (int depth) { return repeated ("<d>", depth) + repeated ("</d>", depth); };
 
     const std::string port = "<v:x_port>1</v:x_port>";

@@ -16,6 +16,7 @@
 #include "tests/discovery/NetworkNamespace.h"
 #include "tests/discovery/RecordingCallback.h"
 #include "tests/support/LogLines.h"
+#include "tests/support/Repeated.h"
 
 namespace {
 
@@ -33,16 +34,6 @@ double residentMemory_MiB()
     long total = 0, resident = 0;
     std::ifstream ("/proc/self/statm") >> total >> resident;
     return static_cast<double> (resident * ::sysconf (_SC_PAGESIZE)) / (1024 * 1024);
-}
-
-std::string repeated (const std::string& text, int count)
-{
-    std::string all;
-
-    for (int i = 0; i < count; ++i)
-        all += text;
-
-    return all;
 }
 
 /** Whatever a hostile device can serve: by the first letter of the path. */

@@ -223,30 +223,3 @@ TEST_F (ScanHandlerTest, AScanThatIsDeletedAtOnceStillStartsAndEndsAndLeavesNoTh
         EXPECT_EQ (calls[i], i % 2 == 0 ? "started" : "ended");
 }
 
-TEST_F (ScanHandlerTest, AScanEndsInTimeWhileDescriptionsHang)
-{
-    const auto device = makeDevice (*home, { .address = "127.0.0.1",
-        .answers = [] (const FakeDevice& self, const auto&)
-        {
-            std::vector<std::string> answers;
-
-            for (int i = 0; i < 50; ++i)
-                answers.push_back (FakeDevice::answer ("uuid:" + std::to_string (i), self.url ("/" + std::to_string (i))));
-
-            return answers;
-        },
-        .script = [] (auto& exchange)
-        {
-            exchange.send ("HTTP/1.1 200 OK\r\n\r\n<root>");
-            exchange.wait (20000);
-        } });
-
-    startScan();
-
-    for (int turns = 0; turns < 500 && device->fetches().empty(); ++turns)
-        std::this_thread::sleep_for (20ms);
-
-    EXPECT_FALSE (device->fetches().empty());
-    EXPECT_LT (endScan(), patience);
-    EXPECT_EQ (callback.calls(), (Calls { "started", "ended" }));
-}

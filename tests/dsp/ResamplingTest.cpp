@@ -117,14 +117,10 @@ INSTANTIATE_TEST_SUITE_P (Rates, Resampling,
                               return std::to_string (static_cast<int> (tested.param.from)) + "To" + std::to_string (static_cast<int> (tested.param.to));
                           });
 
-TEST (ResamplingEdges, RatioOneIsTheInput)
+TEST (ResamplingEdges, LengthsAreRoundedToTheNearestAndRatioOneIsTheInput)
 {
     const Eigen::VectorXf in = Eigen::VectorXf::Random (10000);
     EXPECT_EQ (in, resampleFloat (in, 1.0, 80.0));
-}
-
-TEST (ResamplingEdges, LengthsAreRoundedToTheNearest)
-{
     EXPECT_EQ (2, resampleFloat (Eigen::VectorXf::Ones (1), 2.0, 80.0).size());
     EXPECT_NEAR (1.0, resampleFloat (Eigen::VectorXf::Ones (1), 2.0, 80.0)[0], 0.01);
     EXPECT_EQ (3, resampleFloat (Eigen::VectorXf::Ones (5), 0.5, 80.0).size());

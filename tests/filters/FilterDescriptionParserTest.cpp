@@ -9,6 +9,7 @@
 
 #include "filters/FilterDescriptionParser.h"
 #include "tests/filters/DescriptionBuilder.h"
+#include "tests/support/Repeated.h"
 
 namespace {
 
@@ -288,15 +289,6 @@ TEST (FilterDescriptionParser, ALongExtraLosesItsLastItemsWhole)
 
 TEST (FilterDescriptionParser, ElementsNestNoDeeperThan256)
 {
-    const auto repeated = [] (const std::string& text, int count)
-    {
-        std::string all;
-
-        for (int i = 0; i < count; ++i)
-            all += text;
-
-        return all;
-    };
     const auto nested = [&] (int depth) // three of them are here
     {
         return inTune ("<Channel>" + repeated ("<x>", depth - 3) + repeated ("</x>", depth - 3) + "</Channel>");

@@ -118,18 +118,4 @@ TEST (Boundary, OnlyVersionFiveIsHandedOut)
     module.release (nullptr);
 }
 
-TEST (Boundary, GetDeviceBeyondTheLastLeavesTheOutValueAlone)
-{
-    const host::ModuleCopy copy (MODULE_FILE, { { "Device", "TCP:127.0.0.1:1" } });
-    const HostModule module (copy.path());
-    auto* const plugin = module.get (kPluginInterfaceVersion);
-    EXPECT_FALSE (plugin->FindDevices()) << "nobody listens there";
-
-    int marker = 0;
-    auto* device = reinterpret_cast<Device*> (&marker);
-    EXPECT_FALSE (plugin->GetDevice (0, &device));
-    EXPECT_EQ (device, reinterpret_cast<Device*> (&marker));
-    EXPECT_FALSE (plugin->GetDevice (0, nullptr));
-}
-
 }

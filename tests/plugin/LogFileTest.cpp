@@ -49,16 +49,14 @@ protected:
 
 }
 
-TEST_F (LogFile, EachLineHasTheTimeAndTheText)
+TEST_F (LogFile, EachLineHasTheTimeAndTheTextAndTheLevelIsTheHostsChoice)
 {
     start (log, kDebug);
     search();
     EXPECT_TRUE (std::regex_match (readFile (log), std::regex (R"((\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}\] [^\n]+\n){4,})")));
     EXPECT_TRUE (logHas (kSettingLine) && logHas (kConnectingLine) && logHas (kFailedLine));
-}
 
-TEST_F (LogFile, TheLevelIsTheHostsChoice)
-{
+    std::filesystem::remove (log);
     start (log, kWarn);
     search();
     EXPECT_FALSE (logHas (kSettingLine));

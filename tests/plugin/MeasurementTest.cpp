@@ -57,18 +57,6 @@ TEST_F (Measurement, ARefusalIsAFailureWithTheDevicesWords)
     EXPECT_EQ (takeLastError (opened), "") << "a refusal without words replaces older ones";
 }
 
-TEST_F (Measurement, AnAcknowledgeIsNoAnswerToAQuery)
-{
-    auto& opened = open();
-
-    for (const auto& operation : operations())
-    {
-        setFaults ("answer " + operation.fault + " * Acknowledge 'ok: true'");
-        EXPECT_EQ (operation.run (opened), operation.kind == Operation::Kind::query ? operation.failure : operation.success)
-            << operation.name;
-    }
-}
-
 TEST_F (Measurement, WhatCannotBeSentFailsAtOnceWithoutWords)
 {
     auto& opened = open();

@@ -107,8 +107,10 @@ TEST_F (SessionOpening, TheFirstOfAUnitsDevicesIsMadeAndOneWithoutAnyIsDropped)
     profile.unit.mutable_devices (1)->set_name ("Zone 2");
     ASSERT_TRUE (find());
     EXPECT_STREQ (device (0).GetName(), "Morvane|Stereo 2|Main");
-    Device* second = nullptr;
+    Device* second = &device (0);
     EXPECT_FALSE (plugin->GetDevice (1, &second));
+    EXPECT_EQ (second, &device (0)) << "left alone";
+    EXPECT_FALSE (plugin->GetDevice (1, nullptr));
 
     startAfresh();
     profile.unit.clear_devices();

@@ -16,7 +16,6 @@ namespace {
 using namespace std::string_literals;
 using veltra::test::bigEndian;
 using veltra::test::envelopeOf;
-using veltra::test::hashOf;
 
 /** Identifier, checksum and body as the parser hands them up. */
 std::string blockOf (const std::string& envelope)
@@ -56,29 +55,6 @@ TEST (EnvelopeHash, CountsBytesAsUnsignedAndWraps)
     EXPECT_EQ (0x508fc1b4, veltraio::IdType<veltraio::Ping>::value);
     EXPECT_EQ (0xf5fa341au, static_cast<std::uint32_t> (veltraio::IdType<veltraio::Acknowledge>::value));
     EXPECT_EQ (0, veltraio::IdType<veltraio::AnyMessage>::value);
-}
-
-TEST (Envelope, IsTheBytesOfTheFormat)
-{
-    const juce::MemoryBlock marker ("\x21\x01\xFF", 3);
-    const auto bytesOf = [&] (std::int32_t id, const google::protobuf::MessageLite& message)
-    {
-        juce::MemoryOutputStream stream (256);
-        EXPECT_TRUE (veltraio::putEnvelope (stream, marker, id, message));
-        return std::string (static_cast<const char*> (stream.getData()), stream.getDataSize());
-    };
-
-    veltraio::Acknowledge refusal;
-    refusal.set_ok (false);
-    refusal.set_errormessage ("no");
-    EXPECT_EQ ("\x21\x01\xff\x00\x00\x00\x06\xf5\xfa\x34\x1a"s + bigEndian (hashOf ("\x08\x00\x12\x02no"s)) + "\x08\x00\x12\x02no"s,
-               bytesOf (veltraio::IdType<veltraio::Acknowledge>::value, refusal));
-
-    EXPECT_EQ ("\x21\x01\xff\x00\x00\x00\x00\x50\x8f\xc1\xb4\x00\x00\x00\x00"s,
-               bytesOf (veltraio::IdType<veltraio::Ping>::value, veltraio::Ping()));
-
-    juce::MemoryOutputStream stream;
-    EXPECT_FALSE (veltraio::putEnvelope (stream, marker, 1, veltraio::Acknowledge())) << "ok is required";
 }
 
 TEST (Envelope, AReceivedBlockIsReadOnlyWhenItsChecksumFits)

@@ -13,29 +13,6 @@ namespace {
 
 using namespace std::string_literals;
 
-TEST (TextForm, AMessageReadsBackFromItsText)
-{
-    veltraio::Unit unit;
-    unit.set_manufacturer ("Maker");
-    unit.set_name ("A \"quoted\" \n name");
-    unit.set_capabilities (7);
-    unit.set_maxchannelattenuation_db (12.5f);
-    auto& channel = *unit.add_devices()->add_outputchannels();
-    unit.mutable_devices (0)->set_name ("Main");
-    channel.set_name ("FL");
-    channel.set_type (veltraio::Unit_Device_ChannelInfo_Type_Type_kSmall);
-    channel.set_channelindex (3);
-
-    const auto text = veltraio::toText (unit);
-    EXPECT_NE (std::string::npos, text.find ("manufacturer: \"Maker\"\n")) << text;
-    EXPECT_NE (std::string::npos, text.find ("type: Type_kSmall\n")) << text;
-
-    veltraio::Unit copy;
-    std::string error;
-    ASSERT_TRUE (veltraio::fromText (text, copy, error)) << error;
-    EXPECT_EQ (unit.SerializeAsString(), copy.SerializeAsString());
-}
-
 TEST (TextForm, AnIncompleteMessageIsShownAndATextWithAFaultIsExplained)
 {
     veltraio::Acknowledge incomplete;

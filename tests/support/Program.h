@@ -1,17 +1,12 @@
 #pragma once
 
 #include <chrono>
-#include <csignal>
-#include <map>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
+#include "tests/support/ChildProcess.h"
 #include "tests/support/Scratch.h"
 
 namespace veltra::host {
@@ -29,51 +24,15 @@ struct Ending
 class Program : public ScratchTest
 {
 protected:
-    using Environment = std::map<std::string, std::string>;
+    ~Program() override { sendSignal (SIGKILL); } // a failed assertion left it running
 
-    ~Program() override
+    void start (const std::vector<std::string>& words) { process.emplace (words, path ("out"), path ("err")); }
+
+    void sendSignal (int number) const
     {
-        if (pid > 0) // a failed assertion left it running
-        {
-            ::kill (pid, SIGKILL);
-            ::waitpid (pid, nullptr, 0);
-        }
+        if (process)
+            process->signal (number);
     }
-
-    void start (const std::vector<std::string>& arguments, const Environment& changes = {})
-    {
-        std::map<std::string, std::string> environment = changes;
-
-        for (char** entry = environ; *entry != nullptr; ++entry)
-        {
-            const std::string text = *entry;
-            environment.emplace (text.substr (0, text.find ('=')), text.substr (text.find ('=') + 1));
-        }
-
-        std::vector<std::string> entries;
-        std::vector<char*> argv, envp;
-
-        for (const auto& [key, value] : environment)
-            entries.push_back (key + "=" + value);
-
-        for (auto& entry : entries)
-            envp.push_back (entry.data());
-
-        for (auto& argument : arguments)
-            argv.push_back (const_cast<char*> (argument.c_str()));
-
-        argv.push_back (nullptr);
-        envp.push_back (nullptr);
-
-        posix_spawn_file_actions_t files;
-        posix_spawn_file_actions_init (&files);
-        posix_spawn_file_actions_addopen (&files, STDOUT_FILENO, path ("out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        posix_spawn_file_actions_addopen (&files, STDERR_FILENO, path ("err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        ASSERT_EQ (0, posix_spawn (&pid, argv[0], &files, nullptr, argv.data(), envp.data()));
-        posix_spawn_file_actions_destroy (&files);
-    }
-
-    void sendSignal (int number) const { ::kill (pid, number); }
 
     /** Waits until a file holds a text; fails the test after 30 s. */
     void waitFor (const std::string& file, const std::string& text) const
@@ -91,21 +50,19 @@ protected:
 
     Ending finish()
     {
-        int status = 0;
-        ::waitpid (pid, &status, 0);
-        pid = -1;
+        const int status = process->wait();
         return { WIFEXITED (status) ? WEXITSTATUS (status) : -1, WIFSIGNALED (status) ? WTERMSIG (status) : 0,
                  read (path ("out")), read (path ("err")) };
     }
 
-    Ending run (const std::vector<std::string>& arguments, const Environment& changes = {})
+    Ending run (const std::vector<std::string>& words)
     {
-        start (arguments, changes);
+        start (words);
         return finish();
     }
 
 private:
-    pid_t pid = -1;
+    std::optional<ChildProcess> process;
 };
 
 }

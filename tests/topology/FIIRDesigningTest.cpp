@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <random>
@@ -6,7 +7,6 @@
 
 #include "dsp/FIIRDesign.h"
 #include "tests/topology/TestSource.h"
-#include "topology/Topology.h"
 
 /** @file The FIIR structure filled from impulse responses alone. */
 
@@ -24,29 +24,20 @@ Eigen::VectorXf decayingNoise (unsigned seed, Eigen::Index size = 1500)
     return Eigen::VectorXf::NullaryExpr (size, [&] (Eigen::Index i) { return normal (generator) * std::exp (-0.005f * static_cast<float> (i)); });
 }
 
-struct Designing
+struct Designing : Conversion
 {
-    explicit Designing (IFIRSource& source, const juce::String& parameters = "NbrOfFIRTaps=100;NbrOfIIRSections=6",
-                        ProgressFunction progress = {})
+    explicit Designing (IFIRSource& source, ProgressFunction progress = {})
+        : Conversion ("FIIR", source, "NbrOfFIRTaps=100;NbrOfIIRSections=6", 48000, {}, std::move (progress))
     {
-        juce::PropertySet settings;
-        createTopology ("FIIR", std::move (progress))
-            ->createFilterData (result, source, parseParameters (parameters), 48000, blob, settings);
     }
 
     /** The values in a channel's slot. */
     std::vector<float> slot (size_t channel) const
     {
-        constexpr size_t words = taps + 4 * sections;
-        std::vector<float> values (words);
-        std::memcpy (values.data(), static_cast<const float*> (blob.getData()) + channel * words, words * sizeof (float));
+        std::vector<float> values (taps + 4 * sections);
+        std::memcpy (values.data(), bytes().data() + channel * values.size() * sizeof (float), values.size() * sizeof (float));
         return values;
     }
-
-    std::string error() const { return result.getErrorMessage().toStdString(); }
-
-    juce::Result result = juce::Result::fail ("untouched");
-    juce::MemoryBlock blob;
 };
 
 std::vector<float> slotOf (const Eigen::VectorXf& fir, const std::vector<veltra::dsp::FIIRSection>& designed)
@@ -64,8 +55,11 @@ TEST (FIIRDesigning, EachChannelsDesignStandsInItsOwnSlot)
     FIRTestSource source ({ { .response = decayingNoise (1) }, { .response = decayingNoise (2, 101) }, { .response = decayingNoise (3) } });
     std::vector<float> reports;
 
-    const Designing designing (source, "NbrOfFIRTaps=100;NbrOfIIRSections=6", [&] (float fraction, const juce::String& text)
+    const auto thread = juce::Thread::getCurrentThreadId();
+
+    const Designing designing (source, [&] (float fraction, const juce::String& text)
     {
+        EXPECT_EQ (thread, juce::Thread::getCurrentThreadId());
         EXPECT_TRUE (text.isEmpty());
         reports.push_back (fraction);
         return false; // of no consequence
@@ -82,7 +76,7 @@ TEST (FIIRDesigning, EachChannelsDesignStandsInItsOwnSlot)
 
     EXPECT_EQ (0.0f, reports.front());
     EXPECT_EQ (1.0f, reports.back());
-
+    EXPECT_TRUE (std::is_sorted (reports.begin(), reports.end()));
     EXPECT_EQ (designing.blob, Designing (source).blob) << "without a progress function";
 }
 
@@ -102,20 +96,11 @@ TEST (FIIRDesigning, AChannelThatCannotBeDesignedKeepsItsTapsAndIsNamed)
     std::vector<float> shortSlot (taps + 4 * sections);
     std::copy (source.getFIR (2).begin(), source.getFIR (2).end(), shortSlot.begin());
     EXPECT_EQ (shortSlot, designing.slot (2));
-}
-
-TEST (FIIRDesigning, FailuresHaveWords)
-{
-    FIRTestSource source ({ { .response = decayingNoise (1) } });
-    EXPECT_EQ ("No FIIR design for channel FL at 48000 Hz: the response has 1500 samples, which does not exceed the 1500 taps to keep",
-               Designing (source, "NbrOfFIRTaps=1500;NbrOfIIRSections=6").error());
-    EXPECT_EQ ("No FIIR design for channel FL at 48000 Hz: cannot design 300 sections, only 1 to 256",
-               Designing (source, "NbrOfFIRTaps=100;NbrOfIIRSections=300").error());
-    EXPECT_EQ ("No FIIR design for channel FL at 48000 Hz: cannot design 0 sections, only 1 to 256",
-               Designing (source, "NbrOfFIRTaps=0;NbrOfIIRSections=0").error());
 
     FIRTestSource silent ({ { .response = decayingNoise (1) }, { .name = "C" } });
     EXPECT_EQ ("No filter response for channel C at 48000 Hz", Designing (silent).error());
+    EXPECT_EQ ("No FIIR design for channel FL at 48000 Hz: cannot design 0 sections, only 1 to 256",
+               Conversion ("FIIR", source, "NbrOfFIRTaps=0;NbrOfIIRSections=0").error());
 }
 
 }

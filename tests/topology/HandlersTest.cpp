@@ -4,32 +4,17 @@
 #include <gtest/gtest.h>
 
 #include "tests/topology/TestSource.h"
-#include "topology/Topology.h"
 
 namespace {
 
 using namespace veltra::topology;
 using namespace veltra::test;
 
-struct Conversion
+/** The blob as a row of bytes in hexadecimal. */
+std::string bytesOf (const Conversion& conversion)
 {
-    /** Converts, in a block that holds rubbish to begin with. */
-    Conversion (const char* topology, IFIRSource& source, const juce::String& parameters, unsigned rate = 48000)
-    {
-        juce::PropertySet settings;
-        blob.setSize (1000);
-        blob.fillWith (0x55);
-        createTopology (topology, {})->createFilterData (result, source, parseParameters (parameters), rate, blob, settings);
-    }
-
-    /** The blob as a row of bytes in hexadecimal. */
-    std::string bytes() const { return juce::String::toHexString (blob.getData(), static_cast<int> (blob.getSize()), 0).toStdString(); }
-
-    std::string error() const { return result.getErrorMessage().toStdString(); }
-
-    juce::Result result = juce::Result::fail ("untouched");
-    juce::MemoryBlock blob;
-};
+    return juce::String::toHexString (conversion.bytes().data(), static_cast<int> (conversion.bytes().size()), 0).toStdString();
+}
 
 const std::string one = "0000803f", two = "00000040", minusHalf = "000000bf", zero = "00000000";
 
@@ -94,7 +79,7 @@ TEST (FIRTopology, WritesTheFirstTapsOfEachChannel)
 
     const Conversion cut ("FIR", source, "NbrOfFIRTaps=2");
     EXPECT_TRUE (cut.result.wasOk());
-    EXPECT_EQ (one + two + minusHalf + zero, cut.bytes()) << "a short response is filled up with zeros";
+    EXPECT_EQ (one + two + minusHalf + zero, bytesOf (cut)) << "a short response is filled up with zeros";
 
     FIRTestSource nobody;
 
@@ -128,7 +113,7 @@ TEST (FIIRTopology, CopiesEachChannelIntoItsSlot)
     EXPECT_EQ (one + two + one + two + minusHalf + one
                + two + one + one + one + one + zero
                + zero + zero + zero + zero + zero + zero
-               + one + one + one + one + one + one, conversion.bytes());
+               + one + one + one + one + one + one, bytesOf (conversion));
 }
 
 TEST (FIIRTopology, FailuresHaveWords)

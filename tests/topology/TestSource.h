@@ -1,9 +1,11 @@
 #pragma once
 
+#include <span>
 #include <string>
 #include <vector>
 
 #include "topology/FilterSource.h"
+#include "topology/Topology.h"
 
 namespace veltra::test {
 
@@ -42,6 +44,31 @@ public:
     using TestSource::TestSource;
 
     topology::FIIRData getFIIR (unsigned i) override { return channels.at (i).data; }
+};
+
+/** A conversion by name, into a block that holds rubbish to begin with. */
+struct Conversion
+{
+    using Settings = std::vector<std::pair<const char*, const char*>>;
+
+    Conversion (const char* topology, topology::IFIRSource& source, const juce::String& parameters, unsigned rate = 48000,
+                const Settings& settings = {}, topology::ProgressFunction progress = {})
+    {
+        juce::PropertySet set;
+        for (const auto& [key, value] : settings)
+            set.setValue (key, value);
+
+        blob.setSize (1000);
+        blob.fillWith (0x55);
+        topology::createTopology (topology, std::move (progress))
+            ->createFilterData (result, source, topology::parseParameters (parameters), rate, blob, set);
+    }
+
+    std::span<const std::uint8_t> bytes() const { return { static_cast<const std::uint8_t*> (blob.getData()), blob.getSize() }; }
+    std::string error() const { return result.getErrorMessage().toStdString(); }
+
+    juce::Result result = juce::Result::fail ("untouched");
+    juce::MemoryBlock blob;
 };
 
 inline Eigen::VectorXf vector (std::initializer_list<float> values)

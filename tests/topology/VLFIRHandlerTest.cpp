@@ -6,40 +6,21 @@
 
 #include "tests/topology/TestSource.h"
 #include "topology/VLFIRBlobReader.h"
-#include "topology/VLFIRHandler.h"
 
 namespace {
 
 using namespace veltra::topology;
 using Eigen::Index;
 using Eigen::VectorXf;
+using veltra::test::Conversion;
 using veltra::test::FIRTestSource;
 
-using FirstHandler = VLFIRHandler<VFIIR::SFilterBlock, VFIIR::SFilter>;
 using Lines = std::vector<std::string>;
 
-struct Conversion
+Conversion convert (IFIRSource& source, const std::string& taps, const Conversion::Settings& settings = {}, unsigned sampleRate = 48000,
+                    const char* generation = "VLFIR2")
 {
-    juce::Result result = juce::Result::fail ("not run");
-    juce::MemoryBlock blob;
-
-    std::span<const std::uint8_t> bytes() const { return { static_cast<const std::uint8_t*> (blob.getData()), blob.getSize() }; }
-};
-
-using Pairs = std::vector<std::pair<const char*, const char*>>;
-
-template <typename Handler = VLFIR2Handler>
-Conversion convert (IFIRSource& source, const char* taps, const Pairs& settings = {}, unsigned sampleRate = 48000)
-{
-    juce::StringPairArray parameters;
-    juce::PropertySet propertySet;
-    parameters.set ("nbroffirtaps", taps);
-    for (const auto& [key, value] : settings)
-        propertySet.setValue (key, value);
-
-    Conversion conversion;
-    Handler().createFilterData (conversion.result, source, parameters, sampleRate, conversion.blob, propertySet);
-    return conversion;
+    return { generation, source, "nbroffirtaps=" + taps, sampleRate, settings };
 }
 
 VectorXf impulse (Index size, Index place, float height = 1.0f) { return height * VectorXf::Unit (size, place); }
@@ -82,7 +63,7 @@ TEST (VLFIRHandler, TheBlobHoldsTheChannelsOfTheSource)
 TEST (VLFIRHandler, TheFirstGenerationDiffersInItsRecordsOnly)
 {
     auto source = twoChannels();
-    const auto ofFirst = convert<FirstHandler> (source, "512");
+    const auto ofFirst = convert (source, "512", {}, 48000, "VLFIR");
     const auto ofSecond = convert (source, "512");
     EXPECT_EQ (9u * 7u, readVLFIRBlob (ofFirst.bytes(), VLFIRGeneration::first).records.at (0).channelWord);
 
@@ -93,15 +74,12 @@ TEST (VLFIRHandler, TheFirstGenerationDiffersInItsRecordsOnly)
 TEST (VLFIRHandler, WhatIsMissingIsSaidAndNoChannelsGiveABareHeader)
 {
     auto source = twoChannels();
-    juce::PropertySet settings;
-    Conversion conversion;
-    VLFIR2Handler().createFilterData (conversion.result, source, {}, 48000, conversion.blob, settings);
-    EXPECT_EQ ("Required topology parameter not found", conversion.result.getErrorMessage());
+    const Conversion conversion ("VLFIR2", source, "latency=3");
+    EXPECT_EQ ("Required topology parameter not found", conversion.error());
     EXPECT_EQ (Lines { "4 VLFIR: Required parameter NbrOfFIRTaps not found" }, source.logged);
-    EXPECT_EQ (0u, conversion.blob.getSize());
 
     source.channels[1].response.resize (0);
-    EXPECT_EQ ("No filter response for channel FR at 44100 Hz", convert (source, "256", {}, 44100).result.getErrorMessage());
+    EXPECT_EQ ("No filter response for channel FR at 44100 Hz", convert (source, "256", {}, 44100).error());
 
     FIRTestSource nobody;
     EXPECT_EQ (12u, convert (nobody, "256").blob.getSize());
@@ -113,25 +91,25 @@ TEST (VLFIRHandler, TapCountsThatCannotBeFailWithoutWork)
 
     for (const char* taps : { "0", "-5", "many" })
         EXPECT_EQ ("Required topology parameter out of range",
-                   convert (source, taps).result.getErrorMessage()) << taps;
+                   convert (source, taps).error()) << taps;
 
     // 3 + 2 * 8 + 2 * 2 * T words of 132364, 3 + 2 * 12 + 2 * 2 * T words of 198220
-    EXPECT_TRUE (convert<FirstHandler> (source, "33086").result.wasOk());
+    EXPECT_TRUE (convert (source, "33086", {}, 48000, "VLFIR").result.wasOk());
     EXPECT_TRUE (convert (source, "49548").result.wasOk());
 
     for (const char* taps : { "49549", "2147483647", "99999999999" })
     {
         source.logged.clear();
-        EXPECT_EQ ("Out of memory", convert (source, taps).result.getErrorMessage()) << taps;
+        EXPECT_EQ ("Out of memory", convert (source, taps).error()) << taps;
         EXPECT_TRUE (contains (source.logged, "4 VLFIR: Failed to create BLOB"));
     }
 
-    EXPECT_EQ ("Out of memory", convert<FirstHandler> (source, "33087").result.getErrorMessage());
+    EXPECT_EQ ("Out of memory", convert (source, "33087", {}, 48000, "VLFIR").error());
 }
 
 TEST (VLFIRHandler, TheLargestBoostIsTakenFromAllChannels)
 {
-    struct Case { float gain_dB; Pairs settings; double attenuation_dB; };
+    struct Case { float gain_dB; Conversion::Settings settings; double attenuation_dB; };
 
     for (const auto& [gain_dB, settings, attenuation_dB] : { Case { 7.5f, {}, 7.5 },
                                                              { -2.0f, {}, 0.0 },

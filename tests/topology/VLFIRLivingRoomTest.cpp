@@ -9,7 +9,7 @@
 #include "tests/dsp/ImpulseResponses.h"
 #include "tests/topology/TestSource.h"
 #include "topology/VLFIRBlobReader.h"
-#include "topology/VLFIRHandler.h"
+#include "topology/VLFIRModel.h"
 
 namespace {
 
@@ -30,17 +30,11 @@ std::array<double, 8> errorsOf (unsigned sampleRate, unsigned taps)
         source.channels.push_back ({ .response = response, .name = name });
     }
 
-    juce::StringPairArray parameters;
-    parameters.set ("NbrOfFIRTaps", juce::String (taps));
-    juce::PropertySet settings;
-    juce::MemoryBlock blob;
-    auto result = juce::Result::ok();
-    VLFIR2Handler().createFilterData (result, source, parameters, sampleRate, blob, settings);
-    EXPECT_TRUE (result.wasOk());
+    const veltra::test::Conversion conversion ("VLFIR2", source, "NbrOfFIRTaps=" + juce::String (taps), sampleRate);
+    EXPECT_TRUE (conversion.result.wasOk());
     EXPECT_EQ (1u, source.logged.size()); // nothing clipped, no cut-out at its limit
 
-    const auto contents = readVLFIRBlob ({ static_cast<const std::uint8_t*> (blob.getData()), blob.getSize() },
-                                         VLFIRGeneration::second);
+    const auto contents = readVLFIRBlob (conversion.bytes(), VLFIRGeneration::second);
     std::array<double, 8> errors {};
 
     for (size_t i = 0; i < contents.channels.size(); ++i)

@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/discovery/ChildProcess.h"
 #include "tests/discovery/FakeDevice.h"
 #include "tests/discovery/NetworkNamespace.h"
 #include "tests/support/Program.h"

@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <limits>
 #include <memory>
+#include <tuple>
 
 #include "tests/support/Scratch.h"
 #include "tools/veltra/ChannelName.h"
@@ -21,10 +22,8 @@ TEST (ChannelText, MarksAreReadFromTheEndAndNamesStayWhole)
     const auto check = [] (const char* text, const char* name, std::uint32_t number, bool subwoofer, bool takesFilter)
     {
         const auto channel = channelFromText (text);
-        EXPECT_EQ (name, channel.name) << text;
-        EXPECT_EQ (number, channel.number) << text;
-        EXPECT_EQ (subwoofer, channel.subwoofer) << text;
-        EXPECT_EQ (takesFilter, channel.takesFilter) << text;
+        EXPECT_EQ (std::tie (channel.name, channel.number, channel.subwoofer, channel.takesFilter),
+                   std::make_tuple (std::string (name), number, subwoofer, takesFilter)) << text;
     };
 
     check ("FL#IDX00", "FL", 0, false, true);
@@ -94,56 +93,31 @@ TEST_F (Module, IsCopiedNotLinkedIntoAPrivateFolderWithItsSettings)
     EXPECT_EQ ("code", read (path ("real.so")));
 }
 
-class ProgressShown : public ScratchTest
+using ProgressShown = ScratchTest;
+
+TEST_F (ProgressShown, OnATerminalOneLineIsRedrawnAndEnded)
 {
-protected:
-    std::string shown (bool terminal, const std::vector<double>& fractions)
+    const auto shown = [this] (const std::vector<double>& fractions)
     {
         {
             const std::unique_ptr<std::FILE, decltype (&std::fclose)> file (std::fopen (path ("shown").c_str(), "w"), std::fclose);
-            Progress progress (file.get(), terminal);
+            Progress progress (file.get(), true);
 
             for (const double fraction : fractions)
                 progress.show (fraction, [] { return "text"; });
         }
 
         return read (path ("shown"));
-    }
-};
+    };
 
-TEST_F (ProgressShown, InAPipeEveryTenthIsALine)
-{
-    std::vector<double> fractions;
-
-    for (int i = 0; i < 1000; ++i)
-        fractions.push_back (i / 1000.0);
-
-    const auto text = shown (false, fractions);
-    EXPECT_EQ (10, std::ranges::count (text, '\n')) << text;
-    EXPECT_TRUE (text.starts_with ("  0 %  text\n 10 %  text\n")) << text;
-    EXPECT_EQ (std::string::npos, text.find ('\r'));
-}
-
-TEST_F (ProgressShown, OnATerminalOneLineIsRedrawnAndEnded)
-{
-    const auto text = shown (true, { 0.0, 0.0001, 0.5, 1.0 });
+    const auto text = shown ({ 0.0, 0.0001, 0.5, 1.0 });
     EXPECT_EQ (3, std::ranges::count (text, '\r')) << text;
     EXPECT_EQ (1, std::ranges::count (text, '\n')) << text;
     EXPECT_TRUE (text.ends_with ("[##############################] 100 %  text\n")) << text;
 
     // Fractions that nobody should send do no harm.
-    shown (true, { -1.0, 2.0, std::numeric_limits<double>::quiet_NaN() });
+    shown ({ -1.0, 2.0, std::numeric_limits<double>::quiet_NaN() });
     EXPECT_EQ ("..........", bar (std::numeric_limits<double>::quiet_NaN(), 10));
-}
-
-TEST (ReadableBytes, ThreeFiguresAndAUnit)
-{
-    EXPECT_EQ ("0 B", readableBytes (0));
-    EXPECT_EQ ("999 B", readableBytes (999));
-    EXPECT_EQ ("1.00 kB", readableBytes (999.6));
-    EXPECT_EQ ("12.3 kB", readableBytes (12345));
-    EXPECT_EQ ("524 kB", readableBytes (524288));
-    EXPECT_EQ ("1.57 MB", readableBytes (1572864));
 }
 
 }

@@ -258,6 +258,37 @@ TEST_F (Conversion, TheSampleRoomImportsToTheSameTextWhateverTheOrderOfTheFiles)
     expectOneSentence (plainVeltra ({ "import", "-o", path ("room.xml"), roomFile ("FL_48000") }), kExitOutput, "--force");
 }
 
+// Once the design is made beforehand and copied, once it is made in the conversion, from a description of FIR sets.
+TEST_F (Conversion, BothRoadsToADesignGiveTheSameBytes)
+{
+    const Words design { "design", roomFile ("FL_48000"), roomFile ("SW_48000"), "-o", path ("designed.xml"), "--taps", "1000",
+                         "--sections", "12", "--plot", path ("it's.svg") };
+    const auto ending = plainVeltra (design);
+    ASSERT_EQ (0, ending.status) << ending.err;
+    expectParts (ending.out, { "FL at 48000 Hz: error -", "     31     62    125    250    500     1k     2k     4k     8k    16k  Hz\n" });
+    expectParts (read (path ("it's-FL_48000.svg")), { "</svg>" });
+    expectOneSentence (plainVeltra (design), kExitOutput, "--force");
+
+    EXPECT_EQ (0, convert ("FIIR", "48000", "1000", { "--sections", "12" }, "designed.xml").status);
+    const auto copied = read (path ("blob"));
+    EXPECT_EQ (2 * (1000 + 4 * 12) * sizeof (float), copied.size());
+    ASSERT_EQ (0, import ({ roomFile ("FL_48000"), roomFile ("SW_48000") }).status);
+    EXPECT_EQ (0, convert ("FIIR", "48000", "1000", { "--sections", "12" }).status);
+    EXPECT_TRUE (copied == read (path ("blob")));
+
+    const Words impossible { "design", roomFile ("FL_48000"), "-o", path ("none.xml") };
+    const auto with = [&] (const std::string& option, const std::string& value)
+    {
+        auto words = impossible;
+        words.insert (words.end(), { option, value });
+        return plainVeltra (words);
+    };
+    expectOneSentence (with ("--taps", "48000"), kExitConversion, "No FIIR design for channel FL at 48000 Hz: the response has 48000 samples, "
+                                                                  "which does not exceed the 48000 taps to keep.\n");
+    expectOneSentence (with ("--sections", "300"), kExitUsage, "");
+    EXPECT_FALSE (fs::exists (path ("none.xml")));
+}
+
 }
 
 }

@@ -37,7 +37,7 @@ protected:
 
     Words line (Words words) const
     {
-        words.insert (words.begin(), VELTRA_PROGRAM);
+        words.insert (words.begin(), { "env", "TMPDIR=" + path ("tmp").string(), VELTRA_PROGRAM });
         words.insert (words.end(), { "--module", VELTRA_MODULE });
 
         if (theReceiver != nullptr)
@@ -47,13 +47,8 @@ protected:
         return words;
     }
 
-    void startVeltra (Words words) { start (line (std::move (words)), { { "TMPDIR", path ("tmp").string() } }); }
-
-    Ending veltra (Words words)
-    {
-        startVeltra (std::move (words));
-        return finish();
-    }
+    void startVeltra (Words words) { start (line (std::move (words))); }
+    Ending veltra (Words words) { return run (line (std::move (words))); }
 
     /** A command that needs neither module nor receiver. */
     Ending plainVeltra (Words words)

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <string>
+
+/** A text so many times. */
+inline std::string repeated (const std::string& text, int count)
+{
+    std::string all;
+
+    for (int i = 0; i < count; ++i)
+        all += text;
+
+    return all;
+}
