@@ -1,6 +1,6 @@
 /** @file
     Opening sessions: what goes over the wire, what the log says, and what comes of a receiver that does not play along.
-    The cases in which a description never comes stand in WaitsTest.cpp.
+    A description that never comes is among the faults of the reliability tests.
 */
 
 #include "tests/plugin/DeviceFixture.h"

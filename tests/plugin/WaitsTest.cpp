@@ -1,5 +1,6 @@
 /** @file
-    What happens when no reply comes. Each case takes as long as the time-out that it is about.
+    What happens when no reply comes. Each case takes as long as the time-out that it is about. Silence to
+    the other descriptions and to the later stages of a download is among the faults of the reliability tests.
 */
 
 #include "tests/plugin/DeviceFixture.h"
@@ -18,24 +19,7 @@ class Waits : public DeviceFixture
 {
 };
 
-/** A fault of a description, and the word that the log has for it. */
-class SilentDescription : public DeviceFixture, public testing::WithParamInterface<std::pair<const char*, const char*>>
-{
-};
-
 }
-
-TEST_P (SilentDescription, DropsTheCandidate)
-{
-    setFaults (GetParam().first);
-    EXPECT_FALSE (find());
-    EXPECT_EQ (failuresLogged(), (Lines { std::string ("ERROR Error retrieveing ") + GetParam().second + " information" }));
-    EXPECT_TRUE (find()) << "and the next search finds it";
-}
-
-INSTANTIATE_TEST_SUITE_P (Waits, SilentDescription, testing::Values (
-    std::pair ("lose GetUnit 1", "Unit"), std::pair ("lose GetTopologyInfo 1", "Topology"),
-    std::pair ("lose GetStimulusInfo 1", "Stimulus"), std::pair ("wrong-checksum GetUnit 1", "Unit")));
 
 TEST_F (Waits, ASilentProtocolInfoIsNotFatal)
 {
@@ -79,7 +63,6 @@ TEST_F (Waits, EachOperationEndsWhenNoReplyComes)
     EXPECT_TRUE (device (0).SetVolume (0.5f)) << "the next exchange works";
 }
 
-/** That the later stages of a download end as well is among the faults of the reliability tests. */
 TEST_F (Waits, ASilentDownloadEnds)
 {
     auto& opened = open();

@@ -109,21 +109,6 @@ TEST (Connection, AHandlerThatThrowsKeepsTheMessageFromNobodyElse)
     EXPECT_TRUE (log.contains ("ERROR", "VeltraIO: A message handler failed"));
 }
 
-TEST (Connection, TheRawCallbackTakesTheBlocksInsteadOfTheHandlers)
-{
-    LocalConnection connection;
-    Handler handler (connection, 7);
-    Texts blocks;
-
-    connection.setRawCallback ([&] (const juce::MemoryBlock& received) { blocks.push_back (received.toString().toStdString()); });
-    connection.receive ("abc");
-    connection.clearRawCallback();
-    connection.receive (block (7, 0, "x"));
-
-    EXPECT_EQ (Texts { "abc" }, blocks);
-    EXPECT_EQ (Texts { "x" }, handler.received);
-}
-
 TEST (Connection, ItsDestructorWaitsForHandlersButNotForEver)
 {
     auto connection = std::make_unique<LocalConnection> (100);

@@ -55,24 +55,10 @@ TEST (PingHandler, WithoutAPongTheCallbacksFireEveryFiveSecondsAfterTheFirstPing
     expect (15000, 3, 2);
 }
 
-TEST (PingHandler, APongKeepsTheConnectionAlive)
+TEST (PingHandler, OnlyMessagesThatSomebodyHandlesPostponeTheCheckAndAPongKeepsTheConnectionAlive)
 {
     KeepAlive keepAlive;
     keepAlive.handler.addCallback ([&] { ++keepAlive.lost; });
-
-    for (std::int64_t time = 5000; time < 60000; time += 5000)
-    {
-        keepAlive.at (time);
-        keepAlive.receive ("veltraio.Pong");
-    }
-
-    EXPECT_EQ (0, keepAlive.lost);
-    EXPECT_EQ (11u, keepAlive.connection->writes());
-}
-
-TEST (PingHandler, OnlyMessagesThatSomebodyHandlesPostponeTheCheck)
-{
-    KeepAlive keepAlive;
     keepAlive.at (4000);
     keepAlive.receive ("veltraio.AudioData"); // nobody has registered for it
     keepAlive.at (5000);
@@ -84,6 +70,7 @@ TEST (PingHandler, OnlyMessagesThatSomebodyHandlesPostponeTheCheck)
     EXPECT_EQ (1u, keepAlive.connection->writes());
     keepAlive.at (14000);
     EXPECT_EQ (2u, keepAlive.connection->writes());
+    EXPECT_EQ (0, keepAlive.lost);
 }
 
 TEST (PingHandler, APingThatCannotBeSentFiresTheCallbacksOnce)

@@ -8,18 +8,21 @@
 
 namespace {
 
-/** Without a thread: the test feeds it datagrams, or lets it read. */
+/** The test feeds it datagrams, or lets it read. */
 struct Datagrams final : veltra::ipc::UdpConnection
 {
-    Datagrams() : UdpConnection (0, -1, "127.0.0.1")
+    explicit Datagrams (int threadPriority = -1) : UdpConnection (0, threadPriority, "127.0.0.1")
     {
         setRawCallback ([this] (const juce::MemoryBlock& block)
         {
             messages.emplace_back (static_cast<const char*> (block.getData()), block.getSize());
+            received.signal();
         });
     }
 
     ~Datagrams() override { stopReading(); }
+
+    using UdpConnection::startReading;
 
     bool take (const std::string& datagram)
     {
@@ -37,14 +40,20 @@ struct Datagrams final : veltra::ipc::UdpConnection
     }
 
     std::vector<std::string> messages;
+    juce::WaitableEvent received;
 };
 
-std::string sent (Datagrams& from, Datagrams& to, const std::string& body)
+void send (Datagrams& from, Datagrams& to, const std::string& body)
 {
     juce::MemoryOutputStream stream;
     stream.writeRepeatedByte (0, static_cast<std::size_t> (from.getHeaderSize()));
     stream.write (body.data(), body.size());
     EXPECT_TRUE (from.send (stream, { "127.0.0.1", to.port() }));
+}
+
+std::string sent (Datagrams& from, Datagrams& to, const std::string& body)
+{
+    send (from, to, body);
     return to.next();
 }
 
@@ -83,30 +92,12 @@ TEST (UdpConnection, WhatIsNoMessageIsDroppedAndTakesNoMemory)
     EXPECT_EQ (std::vector<std::string> { "hello, world" }, there.messages);
 }
 
-struct Reader final : veltra::ipc::UdpConnection
-{
-    Reader() : UdpConnection (0, 5, "127.0.0.1")
-    {
-        setRawCallback ([this] (const juce::MemoryBlock&) { received.signal(); });
-        startReading();
-    }
-
-    ~Reader() override { stopReading(); }
-
-    int port() { return socket.getBoundPort(); }
-
-    juce::WaitableEvent received;
-};
-
 TEST (UdpConnection, ItsThreadReadsAndStops)
 {
-    Datagrams here;
-    Reader reader;
-    juce::MemoryOutputStream stream;
-    stream.writeRepeatedByte (0, 16);
-    stream.write ("x", 1);
-    EXPECT_TRUE (here.send (stream, { "127.0.0.1", reader.port() }));
-    EXPECT_TRUE (reader.received.wait (10000));
+    Datagrams here, there (5);
+    there.startReading();
+    send (here, there, "x");
+    EXPECT_TRUE (there.received.wait (10000));
 }
 
 }

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "discovery/DeviceDescription.h"
-
 namespace veltra::receiver {
 
 namespace {
@@ -16,19 +14,6 @@ std::optional<Announcement::Search> parse (const std::string& headers)
     return Announcement::parseSearch ("M-SEARCH * HTTP/1.1\r\nHOST:239.255.255.250:1900\r\n" + headers);
 }
 
-}
-
-TEST (Announcement, ItsDescriptionIsReadAsOfOneOfOurDevices)
-{
-    for (const auto extension : { Extension::features, Extension::port })
-    {
-        auto announcement = kLounge;
-        announcement.extension = extension;
-        juce::String address, friendlyName;
-        EXPECT_TRUE (upnp::readDescription (juce::String (announcement.description()), "http://10.0.0.1:8080/d.xml", address, friendlyName));
-        EXPECT_EQ (address, "TCP:10.0.0.1:6000");
-        EXPECT_EQ (friendlyName, "Lounge & <bar>");
-    }
 }
 
 TEST (Announcement, ReadsSearchesWithOrWithoutAnEmptyLineAtTheirEnd)

@@ -63,20 +63,5 @@ TEST (FaultScript, TellsTheLineAndWhatIsWrongWithIt)
                    "line 1: WHICH counts from 1: \"3\", \"3-5\", \"3+\" or \"*\"");
 }
 
-TEST (FaultScript, EachFaultCountsItsMessagesFromWhenItWasSet)
-{
-    FaultInjector injector;
-    injector.set ({ { .action = Fault::Action::lose, .type = "GetUnit", .first = 2 },
-                    { .action = Fault::Action::noise, .type = "*", .first = 3, .last = 4 } });
-    const auto matches = [&] (std::vector<std::string_view> names) { return injector.next (names).size(); };
-
-    EXPECT_EQ (matches ({ "*", "Request", "GetUnit" }), 0u);
-    EXPECT_EQ (matches ({ "*", "Request", "GetUnit" }), 1u);
-    injector.add ({ .action = Fault::Action::delay, .type = "Request" });
-    EXPECT_EQ (matches ({ "*", "Request", "GetUnit" }), 2u);
-    EXPECT_EQ (matches ({ "*", "Ping" }), 1u);
-    EXPECT_EQ (matches ({ "*", "Ping" }), 0u);
-}
-
 }
 }

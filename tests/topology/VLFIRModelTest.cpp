@@ -102,25 +102,6 @@ TEST (VLFIRModel, TheResultEndsWithTheShorterPathAndTheImpulseResponseIsWhole)
     EXPECT_GT (impulseResponse ({}).size(), 0);
 }
 
-TEST (VLFIRModel, AnImpulseAndASignalMeetTheSameModel)
-{
-    // The impulse is summed directly, noise goes by transforms. By superposition, a shift by 16 and a scale must agree.
-    const VLFIRChannel channel = convert (impulse (4096, 403), 256);
-    VectorXf in = VectorXf::Zero (8000);
-    for (Index i = 0; i < 480; ++i)
-        in[16 * i] = std::sin (0.37f * float (i * i));
-
-    const VectorXf response = simulate (impulse (8000, 0), channel), played = simulate (in, channel);
-    VectorXf expected = VectorXf::Zero (played.size());
-    for (Index i = 0; i < 480; ++i)
-    {
-        const Index common = std::min (response.size(), played.size() - 16 * i);
-        expected.segment (16 * i, common) += in[16 * i] * response.head (common);
-    }
-
-    EXPECT_LT ((played - expected).head (8000).norm(), 1e-5f * expected.norm());
-}
-
 TEST (VLFIRModel, AnImpulseOnTheGridComesOutAsAnImpulse298SamplesLater)
 {
     // All that is left is the rounding of the conversion's single-precision transforms. Its largest part is the

@@ -1,4 +1,3 @@
-#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -8,43 +7,6 @@
 namespace veltra::host {
 
 namespace {
-
-TEST (CaptureRecorder, AnotherThreadSeesOnlyWholePacketsInOrder)
-{
-    constexpr int packets = 2000;
-    constexpr int size = 480;
-    CaptureRecorder recorder (packets * size);
-
-    std::jthread module ([&recorder]
-    {
-        std::vector<float> packet (size);
-
-        for (int number = 0; number < packets; ++number)
-        {
-            packet.assign (size, static_cast<float> (number));
-            recorder.OnCaptureData (packet.data(), size);
-        }
-    });
-
-    float highest = 0.0f;
-
-    while (recorder.arrivals().size() < packets)
-    {
-        const auto samples = recorder.samples();
-        ASSERT_EQ (0u, samples.size() % size);
-
-        const auto last = samples.empty() ? 0.0f : samples.back();
-        ASSERT_EQ (samples.empty() ? 0.0f : static_cast<float> (samples.size() / size - 1), last);
-        highest = std::max (highest, recorder.takePeak());
-    }
-
-    module.join();
-    highest = std::max (highest, recorder.takePeak());
-    EXPECT_EQ (static_cast<float> (packets - 1), highest);
-    EXPECT_EQ (0.0f, recorder.takePeak());
-    EXPECT_EQ (static_cast<std::size_t> (packets * size), recorder.samples().size());
-    EXPECT_EQ (static_cast<std::uint64_t> (packets * size), recorder.arrivals().back().samples);
-}
 
 TEST (CaptureRecorder, WhatExceedsTheRoomIsCountedAndDropped)
 {

@@ -80,18 +80,6 @@ TEST_F (Import, ChannelsAreNumberedAsTheyAppearAndTheirLoudestRateCounts)
     EXPECT_EQ ("Note: channel SW has no response at 44100 Hz, others have.\n", notes.str());
 }
 
-TEST_F (Import, SilenceGoesInFrontOfEveryChannelAlike)
-{
-    writeWav ("FL_48000.wav", 48000, { 1.0f });
-    writeWav ("FR_48000.wav", 48000, { 0.5f, 0.25f });
-
-    ImportOptions options;
-    options.leadIn = 3;
-    const auto description = import ({ "FL_48000.wav", "FR_48000.wav" }, options);
-    EXPECT_EQ ((std::vector<float> { 0, 0, 0, 1.0f }), description.channels[0].responses[0].taps);
-    EXPECT_EQ ((std::vector<float> { 0, 0, 0, 0.5f, 0.25f }), description.channels[1].responses[0].taps);
-}
-
 TEST_F (Import, AnOrderNumbersTheChannelsWhateverTheOrderOfTheFiles)
 {
     const std::vector<ImpulseFile> files { { "SW", 48000, "a" }, { "FL", 48000, "b" }, { "SW", 44100, "c" }, { "C", 48000, "d" } };
