@@ -12,12 +12,7 @@ using Eigen::VectorXf;
 using veltra::dsp::EnergyWindow;
 using veltra::dsp::extractEnergyWindow;
 
-VectorXf impulse (Eigen::Index size, Eigen::Index place)
-{
-    VectorXf result = VectorXf::Zero (size);
-    result[place] = 1.0f;
-    return result;
-}
+VectorXf impulse (Eigen::Index size, Eigen::Index place) { return VectorXf::Unit (size, place); }
 
 TEST (EnergyWindow, ALoneImpulseEndsUpAtTheApex)
 {

@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <cmath>
 #include <new>
-#include <numbers>
 #include <vector>
 
 #include <gtest/gtest.h>

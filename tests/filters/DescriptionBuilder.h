@@ -66,14 +66,9 @@ public:
     }
 
     /** Adds a coefficient set of topology FIR to the channel. */
-    DescriptionBuilder& fir (int rate, std::span<const float> taps, std::string_view extra = {}, bool minPhase = false)
-    {
-        return raw (open ("FIR", rate, minPhase) + tapsElement (taps) + extraElement (extra) + "</Coefficients>");
-    }
-
     DescriptionBuilder& fir (int rate, const std::vector<float>& taps, std::string_view extra = {}, bool minPhase = false)
     {
-        return fir (rate, std::span<const float> (taps), extra, minPhase);
+        return raw (open ("FIR", rate, minPhase) + tapsElement (taps) + extraElement (extra) + "</Coefficients>");
     }
 
     /** Adds a coefficient set of topology FIIR to the channel. */

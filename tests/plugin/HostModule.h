@@ -1,10 +1,7 @@
 #pragma once
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <optional>
-#include <string>
 
 #include <dlfcn.h>
 
@@ -53,11 +50,5 @@ public:
     decltype (&::ReleaseVersionedPluginObject) const release;
     decltype (&::SetLogPath) const setLogPath;
 };
-
-inline std::string readFile (const std::filesystem::path& file)
-{
-    std::ifstream stream (file, std::ios::binary);
-    return { std::istreambuf_iterator<char> (stream), {} };
-}
 
 }

@@ -6,8 +6,9 @@
 
 #include <regex>
 
-#include <gtest/gtest.h>
 #include <sys/stat.h>
+
+#include "tests/support/Scratch.h"
 
 namespace veltra::test {
 
@@ -24,10 +25,10 @@ const std::string kConnectingLine = "] Connecting to device @ 'TCP:127.0.0.1:1'.
 const std::string kFailedLine = "] Connection to device @ 'TCP:127.0.0.1:1' failed\n";
 
 /** A copy of the module whose settings name an address at which nobody listens. */
-class LogFile : public testing::Test
+class LogFile : public host::ScratchTest
 {
 protected:
-    void start (const std::filesystem::path& path, int level) { module.setLogPath (path.c_str(), -1, level); }
+    void start (const std::filesystem::path& file, int level) { module.setLogPath (file.c_str(), -1, level); }
 
     /** One session, which writes known lines. */
     void search (const HostModule& from)
@@ -39,10 +40,9 @@ protected:
 
     void search() { search (module); }
 
-    bool logHas (const std::string& line) const { return readFile (log).find (line) != std::string::npos; }
+    bool logHas (const std::string& line) const { return read (log).find (line) != std::string::npos; }
 
-    const host::Transient folder { host::makePrivateFolder };
-    const std::filesystem::path log = folder.path() / "logs" / "deep" / "veltra.log";
+    const std::filesystem::path log = path ("logs/deep/veltra.log");
     const host::ModuleCopy copy { MODULE_FILE, { { "Device", "TCP:127.0.0.1:1" } } };
     HostModule module { copy.path() };
 };
@@ -53,7 +53,7 @@ TEST_F (LogFile, EachLineHasTheTimeAndTheTextAndTheLevelIsTheHostsChoice)
 {
     start (log, kDebug);
     search();
-    EXPECT_TRUE (std::regex_match (readFile (log), std::regex (R"((\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}\] [^\n]+\n){4,})")));
+    EXPECT_TRUE (std::regex_match (read (log), std::regex (R"((\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}\] [^\n]+\n){4,})")));
     EXPECT_TRUE (logHas (kSettingLine) && logHas (kConnectingLine) && logHas (kFailedLine));
 
     std::filesystem::remove (log);
@@ -65,7 +65,7 @@ TEST_F (LogFile, EachLineHasTheTimeAndTheTextAndTheLevelIsTheHostsChoice)
     std::filesystem::remove (log);
     start (log, kOff);
     search();
-    EXPECT_EQ (readFile (log), "");
+    EXPECT_EQ (read (log), "");
 }
 
 TEST_F (LogFile, StaysAtItsPathAndIsAppendedToByTheNextSession)
@@ -77,7 +77,7 @@ TEST_F (LogFile, StaysAtItsPathAndIsAppendedToByTheNextSession)
     }
 
     module.unload();
-    const auto text = readFile (log);
+    const auto text = read (log);
     EXPECT_NE (text.find (kSettingLine), text.rfind (kSettingLine)) << text;
     EXPECT_EQ (std::distance (std::filesystem::directory_iterator (log.parent_path()), {}), 1) << "nothing beside it";
 }
@@ -86,36 +86,36 @@ TEST_F (LogFile, AnyReleaseEndsItAndASecondPathAddsASecondFile)
 {
     auto* const plugin = module.get (5);
     start (log, kInfo);
-    start (folder.path() / "second.log", kInfo);
+    start (path ("second.log"), kInfo);
     module.release (nullptr); // leaves the log running
     plugin->FindDevices();
-    const auto before = readFile (log);
+    const auto before = read (log);
     EXPECT_TRUE (logHas (kSettingLine));
-    EXPECT_EQ (readFile (folder.path() / "second.log"), before);
+    EXPECT_EQ (read (path ("second.log")), before);
 
     int stranger = 0;
     module.release (reinterpret_cast<veltratune_io::Plugin*> (&stranger));
     plugin->FindDevices();
-    EXPECT_EQ (readFile (log), before);
+    EXPECT_EQ (read (log), before);
 
     start (log, kInfo);
     plugin->FindDevices();
-    EXPECT_GT (readFile (log).size(), before.size()) << "it can be started again";
+    EXPECT_GT (read (log).size(), before.size()) << "it can be started again";
     module.release (plugin);
 }
 
 TEST_F (LogFile, WithoutOneAndWithAPathThatCannotBeOneThereIsSilence)
 {
-    const auto pipe = folder.path() / "pipe";
+    const auto pipe = path ("pipe");
     ASSERT_EQ (mkfifo (pipe.c_str(), 0600), 0);
-    std::ofstream (folder.path() / "file") << "";
+    write ("file", "");
 
     testing::internal::CaptureStderr();
     testing::internal::CaptureStdout();
     search();
     start (folder.path(), kDebug);            // a folder
     start (pipe, kDebug);                     // would block
-    start (folder.path() / "file/x", kDebug); // a folder that cannot be made
+    start (path ("file/x"), kDebug); // a folder that cannot be made
     start ("/proc/version", kDebug);          // cannot be written
     start ("", kDebug);
     start ("\xFF\xFE.log", kDebug);
@@ -153,7 +153,7 @@ TEST_F (LogFile, AModuleLoadedByARelativePathFindsItsSettingsLater)
 
     relative.setLogPath (log.c_str(), -1, kInfo);
     search (relative);
-    EXPECT_TRUE (logHas (kSettingLine)) << readFile (log);
+    EXPECT_TRUE (logHas (kSettingLine)) << read (log);
 }
 
 }

@@ -70,7 +70,7 @@ TEST_F (Measurement, WhatCannotBeSentFailsAtOnceWithoutWords)
     EXPECT_EQ (takeLastError (opened), "older words") << "a message that did not go out changes nothing";
 }
 
-TEST_F (Measurement, TheModeIsEnteredOnlyAtARateAndWithChannelsOfTheDevice)
+TEST_F (Measurement, TheModeAndTheSlotAreOnlyThoseOfTheDevice)
 {
     auto& opened = open();
     EXPECT_EQ (opened.EnterMeasurementMode (44100, 0, 2, nullptr), kResultBadSampleRate) << "no FIIR structure there";
@@ -84,13 +84,17 @@ TEST_F (Measurement, TheModeIsEnteredOnlyAtARateAndWithChannelsOfTheDevice)
     EXPECT_EQ (received<veltraio::StartStimulus>(), (Lines {
         "deviceIndex: 0 stimulusType: Stimulus_kNoise sampleRate: 0 channels: 0",
         "deviceIndex: 0 stimulusType: Stimulus_kNoise sampleRate: 48000 channels: 0" })) << "a refused rate is kept";
-}
 
-TEST_F (Measurement, WithoutTheCaptureCapabilityNoRateIsSent)
-{
+    for (const auto slot : { 3u, 0xFFFFFFFFu })
+        EXPECT_FALSE (opened.SetActiveFilterSlot (slot)) << "none of the device";
+
+    EXPECT_EQ (receiver->messageCount ("ActiveFilterSlot"), 0u);
+    EXPECT_TRUE (failuresLogged().empty());
+
+    startAfresh();
     profile.unit.set_capabilities (veltraio::Unit::Caps_kVolume);
     EXPECT_EQ (open().EnterMeasurementMode (48000, 0, 0, nullptr), kResultOk);
-    EXPECT_EQ (received<veltraio::OperationModeInfo>().back(), "mode: OperationMode_kMeasurement");
+    EXPECT_EQ (received<veltraio::OperationModeInfo>().back(), "mode: OperationMode_kMeasurement") << "no rate without the capture";
 }
 
 TEST_F (Measurement, AStimulusPlaysOnAtMostTwiceTheChannels)
@@ -111,15 +115,6 @@ TEST_F (Measurement, AStimulusPlaysOnAtMostTwiceTheChannels)
     EXPECT_EQ (received<veltraio::StartStimulus>(), (Lines {
         "deviceIndex: 0 stimulusType: Stimulus_kSubwooferLevelCal sampleRate: 0 channels: 1 channels: 1 channels: 1 channels: 1",
         "deviceIndex: 0 stimulusType: Stimulus_kNoise sampleRate: 0" }));
-}
-
-TEST_F (Measurement, ASlotThatDoesNotExistIsRefusedWithoutTraffic)
-{
-    auto& opened = open();
-    EXPECT_FALSE (opened.SetActiveFilterSlot (3));
-    EXPECT_FALSE (opened.SetActiveFilterSlot (0xFFFFFFFFu));
-    EXPECT_EQ (receiver->messageCount ("ActiveFilterSlot"), 0u);
-    EXPECT_TRUE (failuresLogged().empty());
 }
 
 TEST_F (Measurement, VolumeIsScaledBySeventyPerCent)

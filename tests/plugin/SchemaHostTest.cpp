@@ -69,7 +69,7 @@ TEST_F (SchemaHost, LivesBesideTheModuleHoweverOftenThatComesAndGoes)
     }
 
     EXPECT_EQ (testing::internal::GetCapturedStderr(), "");
-    EXPECT_NE (readFile (log).find ("manufacturer: \"Morvane\""), std::string::npos) << "the text form works too";
+    EXPECT_NE (read (log).find ("manufacturer: \"Morvane\""), std::string::npos) << "the text form works too";
 }
 
 TEST_F (SchemaHost, KeepsItsOwnLog)

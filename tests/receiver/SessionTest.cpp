@@ -114,7 +114,7 @@ TEST_F (ReceiverSession, OutlivesItsSessionsAndTakesSeveralAtOnce)
     EXPECT_TRUE (receiver.waitFor ([&] { return receiver.openSessions() == 0; }));
 
     TestHost third (receiver.port());
-    receiver.waitFor ([&] { return receiver.openSessions() == 1; });
+    EXPECT_TRUE (receiver.waitFor ([&] { return receiver.openSessions() == 1; }));
     receiver.endSessions (Session::Ending::reset);
     EXPECT_EQ (third.waitForEnd(), "reset");
 }

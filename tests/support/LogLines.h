@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <mutex>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include <log4cplus/appender.h>

@@ -1,5 +1,4 @@
 #include <cstring>
-#include <map>
 
 #include <gtest/gtest.h>
 
