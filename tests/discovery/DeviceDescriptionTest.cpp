@@ -145,7 +145,7 @@ TEST (DeviceDescription, DocumentsMadeToHarmAParserAreRefusedAtOnce)
         prefixes += " a:b" + std::to_string (i) + "=''";
 
     EXPECT_TRUE (read (description (port, prefixes)).ours);
-    EXPECT_LT (std::chrono::steady_clock::now() - start, std::chrono::seconds (10));
+    EXPECT_LT (std::chrono::steady_clock::now() - start, std::chrono::seconds (40)); // minutes where time is quadratic
 
     EXPECT_EQ (read ("<!DOCTYPE r [<!ENTITY a \"aaaaaaaaaa\"><!ENTITY b \"&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;\">]>"
                      + description ("<friendlyName>&b;</friendlyName>" + port)), (Result { true, "TCP:10.0.0.7:1", "&b;" }));
