@@ -65,12 +65,22 @@ bool VeltraIOEnvelopeParser::feed (const std::uint8_t* data, std::uint32_t size)
     lastFeed = now;
 
     for (std::span rest (data, size); ! rest.empty();)
-        rest = rest.subspan (expected < 0 ? takeOpening (rest.front()) : takeRest (rest));
+    {
+        if (expected >= 0)
+        {
+            rest = rest.subspan (takeRest (rest));
+        }
+        else
+        {
+            takeOpening (rest.front());
+            rest = rest.subspan (1);
+        }
+    }
 
     return true;
 }
 
-std::size_t VeltraIOEnvelopeParser::takeOpening (std::uint8_t byte)
+void VeltraIOEnvelopeParser::takeOpening (std::uint8_t byte)
 {
     buffer[count] = byte;
 
@@ -79,8 +89,6 @@ std::size_t VeltraIOEnvelopeParser::takeOpening (std::uint8_t byte)
         count = 0;
     else if (++count == marker.size() + lengthSize)
         readLength();
-
-    return 1;
 }
 
 void VeltraIOEnvelopeParser::readLength()

@@ -52,11 +52,11 @@ private:
     /** An envelope without marker and length: identifier, checksum (both big-endian, unchecked) and body. */
     virtual void onEnvelope (const juce::MemoryBlock& block) = 0;
 
-    /** One byte of marker or length. @returns 1 */
-    std::size_t takeOpening (std::uint8_t byte);
+    /** Takes one byte of marker or length. */
+    void takeOpening (std::uint8_t byte);
     void readLength();
 
-    /** What belongs to this envelope behind its length. @returns how many bytes that were */
+    /** Takes what belongs to this envelope behind its length. @returns how many bytes that were */
     std::size_t takeRest (std::span<const std::uint8_t> bytes);
     void forget() noexcept;
 

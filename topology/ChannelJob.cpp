@@ -51,14 +51,14 @@ juce::Result runOnPool (const std::vector<std::unique_ptr<ChannelJob>>& jobs, Pr
     ThreadPool pool (juce::SystemStats::getNumCpus(), juce::Thread::Priority::low);
     const bool hasThreads = pool.hasThreads();
 
-    for (const auto& job : jobs)
-        if (hasThreads)
+    if (hasThreads)
+        for (const auto& job : jobs)
             pool->addJob (job.get(), false);
 
     report (0.0f);
 
-    for (const auto& job : jobs)
-        if (! hasThreads)
+    if (! hasThreads)
+        for (const auto& job : jobs)
             job->runJob();
 
     const auto count = static_cast<std::ptrdiff_t> (jobs.size());

@@ -225,6 +225,7 @@ TEST_F (HalfOpen, IsSilenceAndTheSessionGoesOnWhenTheNetworkIsBack)
     }
 
     home->ip ("link set lo down");
+    const auto start = Clock::now();
     std::vector<std::future<std::string>> outcomes;
 
     for (std::size_t i = 0; i < cells.size(); ++i)
@@ -235,6 +236,8 @@ TEST_F (HalfOpen, IsSilenceAndTheSessionGoesOnWhenTheNetworkIsBack)
         const auto outcome = outcomes[i].get();
         EXPECT_TRUE (outcome.starts_with (expected (*affected[i], halfOpen))) << affected[i]->name << ": " << outcome;
     }
+
+    EXPECT_LT (Clock::now() - start, std::chrono::seconds (20)) << "the longest wait takes 5 s";
 
     home->ip ("link set lo up");
     const auto deadline = Clock::now() + std::chrono::seconds (30); // the system waits longer from attempt to attempt

@@ -35,14 +35,15 @@ protected:
         theReceiver->setFaults (receiver::parseFaults (script, error).value());
     }
 
+    /** A command for the receiver; without one, for an address where nobody is, since a command that names none searches
+        the network. */
     Words line (Words words) const
     {
+        if (std::ranges::find (words, "--device") == words.end())
+            words.insert (words.end(), { "--device", theReceiver != nullptr ? theReceiver->address() : "127.0.0.1:1" });
+
         words.insert (words.begin(), { "env", "TMPDIR=" + path ("tmp").string(), VELTRA_PROGRAM });
         words.insert (words.end(), { "--module", VELTRA_MODULE });
-
-        if (theReceiver != nullptr)
-            words.insert (words.end(), { "--device", theReceiver->address() });
-
         words.insert (words.end(), furtherOptions.begin(), furtherOptions.end());
         return words;
     }
