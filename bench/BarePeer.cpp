@@ -81,7 +81,8 @@ void BarePeer::serve() const
 {
     std::vector<char> body;
 
-    for (int handle = ::accept (listener, nullptr, nullptr); handle >= 0; handle = ::accept (listener, nullptr, nullptr))
+    for (int handle = ::accept (listener, nullptr, nullptr); handle >= 0;
+         handle = ::accept (listener, nullptr, nullptr))
     {
         doNotDelay (handle);
         std::array<char, headerSize> header {};
@@ -98,8 +99,7 @@ void BarePeer::serve() const
     }
 }
 
-BareClient::BareClient (int port)
-    : handle (::socket (AF_INET, SOCK_STREAM, 0))
+BareClient::BareClient (int port) : handle (::socket (AF_INET, SOCK_STREAM, 0))
 {
     const auto address = loopback (port);
 

@@ -70,10 +70,7 @@ private:
     std::uint32_t packets = 0;
 };
 
-void countPackets (benchmark::State& state)
-{
-    state.SetItemsProcessed (state.iterations() * packetsInABurst);
-}
+void countPackets (benchmark::State& state) { state.SetItemsProcessed (state.iterations() * packetsInABurst); }
 
 void BM_BareCapture (benchmark::State& state)
 {

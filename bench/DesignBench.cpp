@@ -10,8 +10,8 @@
 #include "dsp/FIIRDesign.h"
 #include "dsp/ParallelSections.h"
 #include "dsp/ResidueFit.h"
-#include "dsp/WarpSequence.h"
 #include "dsp/WarpedModes.h"
+#include "dsp/WarpSequence.h"
 #include "tests/dsp/ReferenceFIIRDesign.h"
 
 namespace veltra::bench {
@@ -30,16 +30,13 @@ VectorXf roomTail (Eigen::Index size)
     std::mt19937 generator (1);
     std::normal_distribution<double> normal;
 
-    return VectorXf::NullaryExpr (size, [&] (Eigen::Index i)
-    {
-        return static_cast<float> (normal (generator) * std::pow (10.0, -3.0 * static_cast<double> (i) / (0.5 * sampleRate)));
+    return VectorXf::NullaryExpr (size, [&] (Eigen::Index i) {
+        return static_cast<float> (normal (generator)
+                                   * std::pow (10.0, -3.0 * static_cast<double> (i) / (0.5 * sampleRate)));
     });
 }
 
-double warpFactor()
-{
-    return std::cos (std::acos (0.9) * 44100.0 / sampleRate);
-}
+double warpFactor() { return std::cos (std::acos (0.9) * 44100.0 / sampleRate); }
 
 /** What one stage of the usual design hands to the next. */
 struct Stages
@@ -47,7 +44,8 @@ struct Stages
     VectorXd tail = roomTail (oneSecond).cast<double>();
     VectorXd warped = dsp::warpSequence (tail, dsp::modeSpan + 2, warpFactor());
     Eigen::Index order = 2 * usualSections - 2;
-    dsp::Poles poles = dsp::unwarpPoles (dsp::findModes (warped, order, dsp::HankelDecomposition::symmetric).eigenvalues, warpFactor());
+    dsp::Poles poles = dsp::unwarpPoles (
+        dsp::findModes (warped, order, dsp::HankelDecomposition::symmetric).eigenvalues, warpFactor());
 };
 
 void BM_PlainDesign (benchmark::State& state)
@@ -94,7 +92,8 @@ BENCHMARK (BM_PlainDesign)->Unit (benchmark::kMillisecond);
 BENCHMARK (BM_DesignWarp)->Unit (benchmark::kMillisecond);
 BENCHMARK (BM_DesignModes)->Unit (benchmark::kMillisecond);
 BENCHMARK (BM_DesignFit)->Unit (benchmark::kMillisecond);
-BENCHMARK (BM_Design)->Unit (benchmark::kMillisecond)
+BENCHMARK (BM_Design)
+    ->Unit (benchmark::kMillisecond)
     ->ArgsProduct ({ { oneSecond / 4, oneSecond / 2, oneSecond, 2 * oneSecond }, { usualSections } })
     ->ArgsProduct ({ { oneSecond }, { 10, 20, 60, 120 } });
 

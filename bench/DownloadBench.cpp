@@ -41,8 +41,8 @@ std::string description()
 
     for (unsigned channel = 1; channel <= channelCount; ++channel)
         text += "<Channel Name=\"CH\" Number=\"" + std::to_string (channel) + "\"><Coefficients Topology=\"FIR\" Fs=\""
-              + std::to_string (sampleRate) + "\"><FIR NbrOfTaps=\"" + std::to_string (tapCount) + "\"><taps>" + taps
-              + "</taps></FIR></Coefficients></Channel>";
+                + std::to_string (sampleRate) + "\"><FIR NbrOfTaps=\"" + std::to_string (tapCount) + "\"><taps>" + taps
+                + "</taps></FIR></Coefficients></Channel>";
 
     return text + "</Tune></Veltra>";
 }
@@ -107,7 +107,8 @@ public:
 
         veltratune_io::FilterSet* set = nullptr;
 
-        if (result != veltratune_io::kResultOk || ! device->GetFilterSet (0, 0, &set) || ! device->RemoveFilterSet (set))
+        if (result != veltratune_io::kResultOk || ! device->GetFilterSet (0, 0, &set)
+            || ! device->RemoveFilterSet (set))
             return -1.0;
 
         return taken.count();

@@ -27,8 +27,7 @@ using namespace veltra;
 /** The description of the sample room: 24 impulse responses, about 520000 numbers. */
 const std::string& livingRoom()
 {
-    static const std::string text = []
-    {
+    static const std::string text = [] {
         host::ImportOptions options;
         options.project = "Living room";
         options.technology = "FIR";
@@ -59,8 +58,8 @@ void BM_ParseReference (benchmark::State& state)
         document->clear();
         document->parse<rapidxml::parse_default> (copy.data());
 
-        for (const auto* channel = document->first_node ("Veltra")->first_node ("Tune")->first_node ("Channel"); channel != nullptr;
-             channel = channel->next_sibling())
+        for (const auto* channel = document->first_node ("Veltra")->first_node ("Tune")->first_node ("Channel");
+             channel != nullptr; channel = channel->next_sibling())
         {
             for (const auto* set = channel->first_node(); set != nullptr; set = set->next_sibling())
             {
@@ -125,7 +124,8 @@ void BM_ImpulseResponse (benchmark::State& state)
     {
         const double angle = 0.0026 * std::pow (500.0, static_cast<double> (i) / static_cast<double> (state.range (1)));
         const double radius = 1.0 - angle / 20.0;
-        engine.addSection ({ static_cast<float> (-2.0 * radius * std::cos (angle)), static_cast<float> (radius * radius), 0.1f, 0.1f });
+        engine.addSection ({ static_cast<float> (-2.0 * radius * std::cos (angle)),
+                             static_cast<float> (radius * radius), 0.1f, 0.1f });
     }
 
     for (auto _ : state)
@@ -135,8 +135,14 @@ void BM_ImpulseResponse (benchmark::State& state)
         benchmark::DoNotOptimize (signal.data());
     }
 }
-BENCHMARK (BM_ImpulseResponse)->Unit (benchmark::kMicrosecond)->Args ({ 1000, 0 })->Args ({ 16384, 0 })->Args ({ 47999, 0 })
-    ->Args ({ 1000, 30 })->Args ({ 16384, 30 })->Args ({ 32768, 30 });
+BENCHMARK (BM_ImpulseResponse)
+    ->Unit (benchmark::kMicrosecond)
+    ->Args ({ 1000, 0 })
+    ->Args ({ 16384, 0 })
+    ->Args ({ 47999, 0 })
+    ->Args ({ 1000, 30 })
+    ->Args ({ 16384, 30 })
+    ->Args ({ 32768, 30 });
 
 /** One second of impulse response from one rate to another. */
 void BM_Resample (benchmark::State& state)

@@ -34,8 +34,7 @@ public:
         std::normal_distribution<float> noise;
 
         for (unsigned i = 0; i < channels; ++i)
-            responses.push_back (VectorXf::NullaryExpr (sampleRate, [&] (Eigen::Index n)
-            {
+            responses.push_back (VectorXf::NullaryExpr (sampleRate, [&] (Eigen::Index n) {
                 return n < 480 ? 0.0f : 0.1f * noise (generator) * std::exp (-1e-3f * static_cast<float> (n));
             }));
     }

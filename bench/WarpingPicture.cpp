@@ -41,10 +41,7 @@ double unwarpedAngle (double warped, double lambda)
     return -std::arg ((delay + lambda) / (1.0 + lambda * delay));
 }
 
-double hertz (double radians)
-{
-    return radians * sampleRate / (2.0 * std::numbers::pi);
-}
+double hertz (double radians) { return radians * sampleRate / (2.0 * std::numbers::pi); }
 
 }
 
@@ -63,10 +60,12 @@ int main()
     const VectorXd plain = tail.head (samples), warped = veltra::dsp::warpSequence (tail, samples - 1, lambda);
 
     std::puts ("$Tail << END");
+
     for (double f = 15.0; f < sampleRate / 2.0; f *= 1.006)
         std::printf ("%.1f %.2f\n", f, magnitude_dB (tail, 2.0 * std::numbers::pi * f / sampleRate));
 
     std::puts ("END\n$Plain << END");
+
     for (Index bin = 1; bin < samples / 2; ++bin)
     {
         const double angle = 2.0 * std::numbers::pi * static_cast<double> (bin) / samples;
@@ -74,28 +73,30 @@ int main()
     }
 
     std::puts ("END\n$Warped << END");
+
     for (Index bin = 1; bin < samples / 2; ++bin)
     {
         const double angle = 2.0 * std::numbers::pi * static_cast<double> (bin) / samples;
         std::printf ("%.1f %.2f\n", hertz (unwarpedAngle (angle, lambda)), magnitude_dB (warped, angle));
     }
 
-    std::puts ("END\n"
-               "set terminal svg size 900,560 font 'sans,13' background 'white'\n"
-               "set multiplot layout 2,1 margins 0.09,0.97,0.11,0.93 spacing 0.12\n"
-               "set logscale x\n"
-               "set xrange [15:24000]\n"
-               "set xtics ('20' 20, '50' 50, '100' 100, '200' 200, '500' 500, '1k' 1000, '2k' 2000, '5k' 5000, '10k' 10000, '20k' 20000)\n"
-               "set grid lc rgb '#dddddd'\n"
-               "set ylabel 'magnitude, dB'\n"
-               "set key bottom left Left reverse\n"
-               "set title 'Front left, 48 kHz: everything behind the first 1000 taps, and what its first 1025 samples show'\n"
-               "plot $Tail with lines lw 3 lc rgb '#b0c4de' title 'the whole tail', "
-               "$Plain with points pt 7 ps 0.3 lc rgb '#a03010' title '1025 samples: a point every 47 Hz'\n"
-               "set title 'The same, warped: 1025 samples'\n"
-               "set xlabel 'frequency, Hz'\n"
-               "plot $Tail with lines lw 3 lc rgb '#b0c4de' title 'the whole tail', "
-               "$Warped with points pt 7 ps 0.3 lc rgb '#a03010' title '1025 warped samples: a point every 2 Hz at the bottom, every 1 kHz at the top'\n"
-               "unset multiplot");
+    std::puts (
+        "END\n"
+        "set terminal svg size 900,560 font 'sans,13' background 'white'\n"
+        "set multiplot layout 2,1 margins 0.09,0.97,0.11,0.93 spacing 0.12\n"
+        "set logscale x\n"
+        "set xrange [15:24000]\n"
+        "set xtics ('20' 20, '50' 50, '100' 100, '200' 200, '500' 500, '1k' 1000, '2k' 2000, '5k' 5000, '10k' 10000, '20k' 20000)\n"
+        "set grid lc rgb '#dddddd'\n"
+        "set ylabel 'magnitude, dB'\n"
+        "set key bottom left Left reverse\n"
+        "set title 'Front left, 48 kHz: everything behind the first 1000 taps, and what its first 1025 samples show'\n"
+        "plot $Tail with lines lw 3 lc rgb '#b0c4de' title 'the whole tail', "
+        "$Plain with points pt 7 ps 0.3 lc rgb '#a03010' title '1025 samples: a point every 47 Hz'\n"
+        "set title 'The same, warped: 1025 samples'\n"
+        "set xlabel 'frequency, Hz'\n"
+        "plot $Tail with lines lw 3 lc rgb '#b0c4de' title 'the whole tail', "
+        "$Warped with points pt 7 ps 0.3 lc rgb '#a03010' title '1025 warped samples: a point every 2 Hz at the bottom, every 1 kHz at the top'\n"
+        "unset multiplot");
     return 0;
 }

@@ -39,7 +39,8 @@ struct Request
 };
 
 /** Waits for the end of a look-up or the deadline. @returns whether it has ended */
-bool waitForEnd (gaicb& control, std::chrono::steady_clock::time_point deadline, const std::function<bool()>& shouldStop)
+bool waitForEnd (gaicb& control, std::chrono::steady_clock::time_point deadline,
+                 const std::function<bool()>& shouldStop)
 {
     using namespace std::chrono;
     const gaicb* const list[] { &control };
@@ -90,7 +91,8 @@ public:
 private:
     void freeFinished()
     {
-        std::erase_if (requests, [] (const auto& request) { return ::gai_error (&request->control) != EAI_INPROGRESS; });
+        std::erase_if (requests,
+                       [] (const auto& request) { return ::gai_error (&request->control) != EAI_INPROGRESS; });
     }
 
     std::mutex mutex;
@@ -120,7 +122,8 @@ std::string numericAddress (const addrinfo& info)
 {
     char text[NI_MAXHOST] {};
 
-    return ::getnameinfo (info.ai_addr, info.ai_addrlen, text, sizeof (text), nullptr, 0, NI_NUMERICHOST) == 0 ? text : "";
+    return ::getnameinfo (info.ai_addr, info.ai_addrlen, text, sizeof (text), nullptr, 0, NI_NUMERICHOST) == 0 ? text
+                                                                                                               : "";
 }
 
 }
@@ -138,7 +141,7 @@ std::vector<std::string> lookUpHost (const std::string& name, std::chrono::stead
         return {};
 
     if (! waitForEnd (request->control, deadline, shouldStop) && ::gai_cancel (&request->control) != EAI_CANCELED
-          && ::gai_error (&request->control) == EAI_INPROGRESS)
+        && ::gai_error (&request->control) == EAI_INPROGRESS)
     {
         abandonedRequests().add (std::move (request));
         return {};
@@ -159,7 +162,8 @@ std::vector<std::string> lookUpHost (const std::string& name, std::chrono::stead
 
 namespace veltra {
 
-std::vector<std::string> lookUpHost (const std::string& name, std::chrono::steady_clock::time_point, const std::function<bool()>&)
+std::vector<std::string> lookUpHost (const std::string& name, std::chrono::steady_clock::time_point,
+                                     const std::function<bool()>&)
 {
     return { name };
 }

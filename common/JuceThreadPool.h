@@ -21,7 +21,8 @@ class ThreadPool
 {
 public:
     ThreadPool (int numThreads, juce::Thread::Priority priority)
-        : roll (std::make_shared<Roll> (numThreads)), pool (std::make_unique<juce::ThreadPool> (numThreads, 0, priority))
+        : roll (std::make_shared<Roll> (numThreads)),
+          pool (std::make_unique<juce::ThreadPool> (numThreads, 0, priority))
     {
         // JUCE shows nobody the threads of a pool. So each of them gets a job in which it leaves its number, and
         // which ends when all have: nobody can take two.
@@ -81,7 +82,11 @@ private:
 
     struct RollCall final : juce::ThreadPoolJob
     {
-        explicit RollCall (std::shared_ptr<Roll> rollToEnter) : ThreadPoolJob ("RollCall"), roll (std::move (rollToEnter)) {}
+        explicit RollCall (std::shared_ptr<Roll> rollToEnter)
+            : ThreadPoolJob ("RollCall"),
+              roll (std::move (rollToEnter))
+        {
+        }
 
         JobStatus runJob() override
         {

@@ -10,9 +10,9 @@
 #include <juce_core/juce_core.h>
 
 #if JUCE_LINUX
- #include <csignal>
- #include <sys/syscall.h>
- #include <unistd.h>
+#include <csignal>
+#include <sys/syscall.h>
+#include <unistd.h>
 #endif
 
 namespace veltra {
@@ -37,26 +37,26 @@ class NativeThreadEnd
 public:
     void started() noexcept
     {
-       #if JUCE_LINUX
+#if JUCE_LINUX
         threadId.store (static_cast<pid_t> (::syscall (SYS_gettid)));
-       #endif
+#endif
     }
 
     /** At most a second, in case the number already belongs to another thread. */
     void waitUntilGone() noexcept
     {
-       #if JUCE_LINUX
+#if JUCE_LINUX
         const auto id = threadId.exchange (0);
 
         for (int turns = 0; id != 0 && turns < 10000 && ::syscall (SYS_tgkill, ::getpid(), id, 0) == 0; ++turns)
             ::usleep (100);
-       #endif
+#endif
     }
 
 private:
-   #if JUCE_LINUX
+#if JUCE_LINUX
     std::atomic<pid_t> threadId { 0 };
-   #endif
+#endif
 };
 
 }

@@ -28,9 +28,12 @@ std::string logText (std::string_view text, std::size_t limit)
         const auto byte = static_cast<unsigned char> (valid[i]);
         const auto next = i + 1 < valid.size() ? static_cast<unsigned char> (valid[i + 1]) : 0u;
 
-        if (byte == '\n')       line += "\\n";
-        else if (byte == '\r')  line += "\\r";
-        else if (byte == '\t')  line += "\\t";
+        if (byte == '\n')
+            line += "\\n";
+        else if (byte == '\r')
+            line += "\\r";
+        else if (byte == '\t')
+            line += "\\t";
         else if (byte < 0x20 || byte == 0x7f)
             appendEscape (line, "\\x%02x", byte);
         else if (byte == 0xc2 && next < 0xa0)

@@ -11,7 +11,12 @@ size_t sequenceLength (std::string_view text) noexcept
 {
     const auto byte = [&] (size_t i) { return static_cast<unsigned char> (text[i]); };
     const auto first = byte (0);
-    const size_t length = first < 0x80 ? 1 : first < 0xc2 ? 0 : first < 0xe0 ? 2 : first < 0xf0 ? 3 : first < 0xf5 ? 4 : 0;
+    const size_t length = first < 0x80   ? 1
+                          : first < 0xc2 ? 0
+                          : first < 0xe0 ? 2
+                          : first < 0xf0 ? 3
+                          : first < 0xf5 ? 4
+                                         : 0;
 
     if (text.size() < length)
         return 0;
@@ -21,8 +26,8 @@ size_t sequenceLength (std::string_view text) noexcept
             return 0;
 
     // The second byte tells overlong forms, surrogates and codes beyond U+10FFFF.
-    if ((first == 0xe0 && byte (1) < 0xa0) || (first == 0xed && byte (1) > 0x9f)
-        || (first == 0xf0 && byte (1) < 0x90) || (first == 0xf4 && byte (1) > 0x8f))
+    if ((first == 0xe0 && byte (1) < 0xa0) || (first == 0xed && byte (1) > 0x9f) || (first == 0xf0 && byte (1) < 0x90)
+        || (first == 0xf4 && byte (1) > 0x8f))
         return 0;
 
     return length;

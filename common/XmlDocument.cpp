@@ -34,7 +34,8 @@ void appendText (const XmlNode& element, std::string& text)
 }
 
 XmlDocument::XmlDocument (std::string xml, int maxDepth)
-    : text (std::move (xml)), document (std::make_unique<rapidxml::xml_document<char>>())
+    : text (std::move (xml)),
+      document (std::make_unique<rapidxml::xml_document<char>>())
 {
     text.resize (std::min (text.find ('\0'), text.size()));
 
@@ -52,15 +53,13 @@ XmlDocument::XmlDocument (std::string xml, int maxDepth)
     }
 }
 
-const XmlNode* XmlDocument::root() const noexcept
-{
-    return firstElement (*document);
-}
+const XmlNode* XmlDocument::root() const noexcept { return firstElement (*document); }
 
 juce::String xmlText (std::string_view bytes)
 {
-    const bool isUtf16 = bytes.size() >= 2 && (juce::CharPointer_UTF16::isByteOrderMarkBigEndian (bytes.data())
-                                               || juce::CharPointer_UTF16::isByteOrderMarkLittleEndian (bytes.data()));
+    const bool isUtf16 = bytes.size() >= 2
+                         && (juce::CharPointer_UTF16::isByteOrderMarkBigEndian (bytes.data())
+                             || juce::CharPointer_UTF16::isByteOrderMarkLittleEndian (bytes.data()));
 
     // JUCE does not check what stands behind a NUL, but takes it into the text.
     const auto size = isUtf16 ? bytes.size() : std::min (bytes.find ('\0'), bytes.size());
@@ -68,15 +67,9 @@ juce::String xmlText (std::string_view bytes)
     return juce::String::createStringFromData (copy.data(), static_cast<int> (copy.size()));
 }
 
-const XmlNode* nextElement (const XmlNode& node) noexcept
-{
-    return firstElementFrom (node.next_sibling());
-}
+const XmlNode* nextElement (const XmlNode& node) noexcept { return firstElementFrom (node.next_sibling()); }
 
-const XmlNode* firstElement (const XmlNode& node) noexcept
-{
-    return firstElementFrom (node.first_node());
-}
+const XmlNode* firstElement (const XmlNode& node) noexcept { return firstElementFrom (node.first_node()); }
 
 juce::String textOf (const char* bytes, std::size_t size)
 {
@@ -84,10 +77,7 @@ juce::String textOf (const char* bytes, std::size_t size)
     return juce::String (toValidUtf8 (text.substr (0, text.find ('\0'))));
 }
 
-juce::String nameOf (const XmlNode& element)
-{
-    return textOf (element.name(), element.name_size());
-}
+juce::String nameOf (const XmlNode& element) { return textOf (element.name(), element.name_size()); }
 
 juce::String allText (const XmlNode& element)
 {

@@ -37,7 +37,7 @@ public:
     const XmlNode* root() const noexcept;
 
 private:
-    std::string text; // parsing writes into it, and the nodes point there
+    std::string text;                                       // parsing writes into it, and the nodes point there
     std::unique_ptr<rapidxml::xml_document<char>> document; // 64 KiB, too much for small stacks
     bool complete = false;
 };

@@ -55,11 +55,20 @@ private:
 
     bool scanMarkup() noexcept
     {
-        if (startsWith ("<!--"))       return skipPast ("-->", 4);
-        if (startsWith ("<![CDATA["))  return skipPast ("]]>", 9);
-        if (isDoctype())               return skipDoctype();
-        if (startsWith ("<!"))         return skipPast (">", 2);
-        if (startsWith ("<?"))         return skipPast ("?>", 2);
+        if (startsWith ("<!--"))
+            return skipPast ("-->", 4);
+
+        if (startsWith ("<![CDATA["))
+            return skipPast ("]]>", 9);
+
+        if (isDoctype())
+            return skipDoctype();
+
+        if (startsWith ("<!"))
+            return skipPast (">", 2);
+
+        if (startsWith ("<?"))
+            return skipPast ("?>", 2);
 
         if (startsWith ("</"))
             return --depth >= 0 && skipPast (">", 2);
@@ -146,9 +155,6 @@ private:
 
 }
 
-bool isShallowXml (std::string_view text, int maxDepth) noexcept
-{
-    return Scanner (text, maxDepth).run();
-}
+bool isShallowXml (std::string_view text, int maxDepth) noexcept { return Scanner (text, maxDepth).run(); }
 
 }

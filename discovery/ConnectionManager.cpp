@@ -22,7 +22,8 @@ std::unique_ptr<veltra::ipc::Connection> ConnectionManager::Connect (const juce:
     return nullptr;
 }
 
-std::unique_ptr<DeviceScanner> ConnectionManager::CreateScanner (IScanCallback* callback, const juce::String& searchTarget)
+std::unique_ptr<DeviceScanner> ConnectionManager::CreateScanner (IScanCallback* callback,
+                                                                 const juce::String& searchTarget)
 {
     for (const auto& manager : managers)
         if (static_cast<std::uint32_t> (manager->getKind()) == scanKind)

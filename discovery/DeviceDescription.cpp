@@ -23,15 +23,15 @@ constexpr std::ptrdiff_t maximumTags = 4096; // opening and closing ones; ten ti
 
 struct IgnoringCase
 {
-    bool operator() (const juce::String& a, const juce::String& b) const noexcept { return a.compareIgnoreCase (b) < 0; }
+    bool operator() (const juce::String& a, const juce::String& b) const noexcept
+    {
+        return a.compareIgnoreCase (b) < 0;
+    }
 };
 
 using Namespaces = std::map<juce::String, juce::String, IgnoringCase>;
 
-std::string shown (const juce::String& text)
-{
-    return veltra::logText (text.toStdString());
-}
+std::string shown (const juce::String& text) { return veltra::logText (text.toStdString()); }
 
 /** What the attributes of the root element declare, by prefix. */
 Namespaces declaredNamespaces (const veltra::XmlNode& root)
@@ -84,16 +84,18 @@ juce::String portOf (const juce::String& text, bool isFeatures)
     const auto bytes = text.toStdString();
     std::smatch match;
 
-    return std::regex_match (bytes, match, pattern) && match.size() == 2 ? juce::String (match[1].str()) : juce::String();
+    return std::regex_match (bytes, match, pattern) && match.size() == 2 ? juce::String (match[1].str())
+                                                                         : juce::String();
 }
 
 }
 
-bool readDescription (const juce::String& document, const juce::String& location,
-                      juce::String& address, juce::String& friendlyName)
+bool readDescription (const juce::String& document, const juce::String& location, juce::String& address,
+                      juce::String& friendlyName)
 {
     const auto bytes = document.toStdString();
-    const bool isBounded = std::count (bytes.begin(), bytes.end(), '<') <= maximumTags; // a tag may cost a line of the log
+    const bool isBounded =
+        std::count (bytes.begin(), bytes.end(), '<') <= maximumTags; // a tag may cost a line of the log
     const veltra::XmlDocument parsed (isBounded ? bytes : std::string(), maximumDepth);
     const auto* const root = parsed.root();
 
@@ -141,8 +143,8 @@ bool readDescription (const juce::String& document, const juce::String& location
 
         if (port.isEmpty() && (isFeatures || text.isNotEmpty()))
         {
-            VELTRA_LOG (WARN, "VeltraIO extension tag malformed, '" << veltra::logText (text.toStdString(), maximumTextSize)
-                                  << "'");
+            VELTRA_LOG (WARN, "VeltraIO extension tag malformed, '"
+                                  << veltra::logText (text.toStdString(), maximumTextSize) << "'");
             continue;
         }
 
@@ -179,7 +181,8 @@ bool getDeviceInfo (const juce::String& location, juce::String& address, juce::S
     }
 
     // A body that was too long cannot be read as a document; an empty text stands for it.
-    return readDescription (reply->bodyTooLong ? juce::String() : veltra::xmlText (reply->body), location, address, friendlyName);
+    return readDescription (reply->bodyTooLong ? juce::String() : veltra::xmlText (reply->body), location, address,
+                            friendlyName);
 }
 
 }

@@ -33,8 +33,8 @@ bool getDeviceInfo (const juce::String& location, juce::String& address, juce::S
     @param friendlyName  set when that element was passed, at most maximumTextSize bytes of its text
     @returns whether the device speaks our protocol
 */
-bool readDescription (const juce::String& document, const juce::String& location,
-                      juce::String& address, juce::String& friendlyName);
+bool readDescription (const juce::String& document, const juce::String& location, juce::String& address,
+                      juce::String& friendlyName);
 
 /** Bytes of a friendly name or an extension element that are looked at. */
 inline constexpr int maximumTextSize = 1024;

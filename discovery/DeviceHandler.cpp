@@ -90,7 +90,9 @@ bool DeviceHandler::handleRead()
 }
 
 DeviceHandler::TimerThread::TimerThread (std::function<void()> function, int intervalToKeep_ms)
-    : juce::Thread ("upnp::DeviceHandler::TimerThread::TimerThread"), tick (std::move (function)), interval_ms (intervalToKeep_ms)
+    : juce::Thread ("upnp::DeviceHandler::TimerThread::TimerThread"),
+      tick (std::move (function)),
+      interval_ms (intervalToKeep_ms)
 {
     startThread (veltra::threadPriority (timerPriority));
 }

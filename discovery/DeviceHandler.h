@@ -42,8 +42,8 @@ private:
     const juce::String searchTarget;
     const juce::String localAddress;
     const int maxWait_s;
-    AnswerReader reader;           // reader thread only
-    int readFailures = 0;          // reader thread only
+    AnswerReader reader;  // reader thread only
+    int readFailures = 0; // reader thread only
     std::unique_ptr<TimerThread> timer;
 };
 

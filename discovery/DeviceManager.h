@@ -24,7 +24,8 @@ public:
     virtual std::int32_t getKind() = 0;
 
     /** Starts a scan that reports to the callback, which must outlive it. Null when this transport cannot search. */
-    virtual std::unique_ptr<DeviceScanner> createScanner (IScanCallback* callback, const juce::String& searchTarget) = 0;
+    virtual std::unique_ptr<DeviceScanner> createScanner (IScanCallback* callback,
+                                                          const juce::String& searchTarget) = 0;
 
     /** @param address  what follows the transport's word and its colon
         @returns null on failure, which is logged */

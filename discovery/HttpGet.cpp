@@ -10,8 +10,8 @@
 #include "common/HostLookup.h"
 
 #if ! defined(_WIN32)
- #include <csignal>
- #include <ctime>
+#include <csignal>
+#include <ctime>
 #endif
 
 namespace upnp {
@@ -33,7 +33,7 @@ bool curlIsReady()
     raises SIGPIPE. Holds it back on this thread and takes it away again. */
 class BlockedSigpipe
 {
-   #if ! defined(_WIN32)
+#if ! defined(_WIN32)
 public:
     BlockedSigpipe()
     {
@@ -63,14 +63,17 @@ private:
 
     sigset_t pipeSignal, maskBefore;
     bool wasPending = false;
-   #endif
+#endif
 };
 
 template <auto release>
 struct Releaser
 {
     template <typename Object>
-    void operator() (Object* object) const { release (object); }
+    void operator() (Object* object) const
+    {
+        release (object);
+    }
 };
 
 using EasyHandle = std::unique_ptr<CURL, Releaser<curl_easy_cleanup>>;
@@ -84,7 +87,8 @@ class ParsedUrl
 public:
     explicit ParsedUrl (const std::string& url) : handle (::curl_url())
     {
-        valid = handle != nullptr && ::curl_url_set (handle.get(), CURLUPART_URL, url.c_str(), CURLU_URLENCODE) == CURLUE_OK;
+        valid = handle != nullptr
+                && ::curl_url_set (handle.get(), CURLUPART_URL, url.c_str(), CURLU_URLENCODE) == CURLUE_OK;
     }
 
     bool isHttp() const
@@ -125,7 +129,10 @@ class Transfer
 public:
     Transfer (const ParsedUrl& urlToGet, const HttpLimits& limitsToKeep, steady_clock::time_point end,
               const std::function<bool()>& stopRequest)
-        : url (urlToGet), limits (limitsToKeep), deadline (end), shouldStop (stopRequest)
+        : url (urlToGet),
+          limits (limitsToKeep),
+          deadline (end),
+          shouldStop (stopRequest)
     {
     }
 
@@ -139,7 +146,7 @@ public:
         const MultiHandle multi (::curl_multi_init());
 
         if (easy == nullptr || multi == nullptr || ! configure()
-              || ::curl_multi_add_handle (multi.get(), easy.get()) != CURLM_OK)
+            || ::curl_multi_add_handle (multi.get(), easy.get()) != CURLM_OK)
             return false;
 
         perform (multi.get());
@@ -173,7 +180,7 @@ private:
 
         for (const auto& address : addresses)
             entry += (entry.ends_with (':') ? "" : ",")
-                   + (address.find (':') == address.npos ? address : "[" + address + "]");
+                     + (address.find (':') == address.npos ? address : "[" + address + "]");
 
         addressBook.reset (::curl_slist_append (nullptr, entry.c_str()));
         return addressBook != nullptr;
@@ -181,25 +188,19 @@ private:
 
     bool configure()
     {
-        const auto set = [this] (CURLoption option, auto value)
-        {
+        const auto set = [this] (CURLoption option, auto value) {
             return ::curl_easy_setopt (easy.get(), option, value) == CURLE_OK;
         };
 
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds> (deadline - steady_clock::now());
 
-        return left.count() > 0
-            && set (CURLOPT_URL, url.text().c_str())
-            && set (CURLOPT_PROTOCOLS_STR, "http,https")
-            && set (CURLOPT_FOLLOWLOCATION, 0L)
-            && set (CURLOPT_HTTP_VERSION, long { CURL_HTTP_VERSION_1_1 })
-            && set (CURLOPT_PROXY, "") // which also keeps it from looking at the environment
-            && set (CURLOPT_NOSIGNAL, 1L)
-            && set (CURLOPT_CONNECTTIMEOUT_MS, static_cast<long> (connectTime.count()))
-            && set (CURLOPT_TIMEOUT_MS, static_cast<long> (left.count()))
-            && set (CURLOPT_RESOLVE, addressBook.get())
-            && set (CURLOPT_HEADERFUNCTION, &headerCallback) && set (CURLOPT_HEADERDATA, this)
-            && set (CURLOPT_WRITEFUNCTION, &bodyCallback) && set (CURLOPT_WRITEDATA, this);
+        return left.count() > 0 && set (CURLOPT_URL, url.text().c_str()) && set (CURLOPT_PROTOCOLS_STR, "http,https")
+               && set (CURLOPT_FOLLOWLOCATION, 0L) && set (CURLOPT_HTTP_VERSION, long { CURL_HTTP_VERSION_1_1 })
+               && set (CURLOPT_PROXY, "") // which also keeps it from looking at the environment
+               && set (CURLOPT_NOSIGNAL, 1L) && set (CURLOPT_CONNECTTIMEOUT_MS, static_cast<long> (connectTime.count()))
+               && set (CURLOPT_TIMEOUT_MS, static_cast<long> (left.count())) && set (CURLOPT_RESOLVE, addressBook.get())
+               && set (CURLOPT_HEADERFUNCTION, &headerCallback) && set (CURLOPT_HEADERDATA, this)
+               && set (CURLOPT_WRITEFUNCTION, &bodyCallback) && set (CURLOPT_WRITEDATA, this);
     }
 
     void perform (CURLM* multi)
@@ -207,7 +208,7 @@ private:
         for (int running = 1;;)
         {
             if (::curl_multi_perform (multi, &running) != CURLM_OK || running == 0 || ! bodyWanted()
-                  || steady_clock::now() >= deadline || shouldStop())
+                || steady_clock::now() >= deadline || shouldStop())
                 return;
 
             ::curl_multi_poll (multi, nullptr, 0, 50, nullptr);
@@ -239,8 +240,9 @@ private:
             reply.status = static_cast<int> (status);
             headerComplete = status >= 200;
         }
-        else if (line.size() > name.size()
-                   && std::equal (name.begin(), name.end(), line.begin(), [] (char a, char b) { return a == (b | 0x20); }))
+        else if (line.size() > name.size() && std::equal (name.begin(), name.end(), line.begin(), [] (char a, char b) {
+                     return a == (b | 0x20);
+                 }))
         {
             const auto value = line.substr (name.size());
             const auto first = value.find_first_not_of (" \t\r\n");
@@ -284,7 +286,8 @@ private:
 
 }
 
-std::optional<HttpReply> httpGet (const std::string& url, const std::function<bool()>& shouldStop, const HttpLimits& limits)
+std::optional<HttpReply> httpGet (const std::string& url, const std::function<bool()>& shouldStop,
+                                  const HttpLimits& limits)
 {
     const BlockedSigpipe guard;
     const auto deadline = steady_clock::now() + limits.totalTime;
@@ -297,7 +300,8 @@ std::optional<HttpReply> httpGet (const std::string& url, const std::function<bo
         if (! transfer.run())
             break;
 
-        const bool redirected = transfer.reply.status >= 300 && transfer.reply.status < 400 && ! transfer.redirect.empty();
+        const bool redirected =
+            transfer.reply.status >= 300 && transfer.reply.status < 400 && ! transfer.redirect.empty();
         const auto from = current.text();
 
         if (! redirected || redirects == limits.redirects)

@@ -5,11 +5,11 @@
 #include "common/Log.h"
 
 #if ! defined(_WIN32)
- #include <arpa/inet.h>
- #include <cerrno>
- #include <cstring>
- #include <ifaddrs.h>
- #include <netinet/in.h>
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstring>
+#include <ifaddrs.h>
+#include <netinet/in.h>
 #endif
 
 namespace upnp {
@@ -19,8 +19,7 @@ std::vector<juce::String> searchAddresses (const std::vector<AdapterAddress>& ad
     std::vector<juce::String> result { "127.0.0.1" };
     std::vector<juce::String> adaptersSeen;
 
-    const auto contains = [] (const auto& list, const juce::String& text)
-    {
+    const auto contains = [] (const auto& list, const juce::String& text) {
         return std::find (list.begin(), list.end(), text) != list.end();
     };
 

@@ -29,14 +29,15 @@ public:
     using OnFound = std::function<void (const juce::String& address, const juce::String& friendlyName)>;
 
     LambdaJob (const juce::String& locationToFetch, OnFound callback)
-        : ThreadPoolJob ("LambdaJob::LambdaJob"), location (locationToFetch), onFound (std::move (callback))
+        : ThreadPoolJob ("LambdaJob::LambdaJob"),
+          location (locationToFetch),
+          onFound (std::move (callback))
     {
     }
 
     JobStatus runJob() override
     {
-        veltra::ipc::contain ("A look at a device", [this]
-        {
+        veltra::ipc::contain ("A look at a device", [this] {
             juce::String address, friendlyName;
 
             if (getDeviceInfo (location, address, friendlyName, [this] { return shouldExit(); }))
@@ -56,7 +57,8 @@ class Findings
 {
 public:
     explicit Findings (veltraio::IScanCallback& callbackToTell)
-        : callback (callbackToTell), pool (juce::SystemStats::getNumCpus(), veltra::threadPriority (poolPriority))
+        : callback (callbackToTell),
+          pool (juce::SystemStats::getNumCpus(), veltra::threadPriority (poolPriority))
     {
     }
 
@@ -76,8 +78,12 @@ public:
             }
 
             VELTRA_LOG (DEBUG, "Added job entry " << veltra::logText (location));
-            pool->addJob (std::make_unique<LambdaJob> (locationText, [this, location] (const auto& address, const auto& name)
-                                                       { deviceFound (location, address, name); }).release(), true);
+            pool->addJob (std::make_unique<LambdaJob> (locationText,
+                                                       [this, location] (const auto& address, const auto& name) {
+                                                           deviceFound (location, address, name);
+                                                       })
+                              .release(),
+                          true);
         }
 
         seenUsn.insert (usn);
@@ -124,7 +130,9 @@ private:
 }
 
 ScanHandler::ScanHandler (veltraio::IScanCallback* callbackToTell, const juce::String& target)
-    : juce::Thread ("ScanHandler::ScanHandler"), callback (callbackToTell), searchTarget (target)
+    : juce::Thread ("ScanHandler::ScanHandler"),
+      callback (callbackToTell),
+      searchTarget (target)
 {
     VELTRA_LOG (DEBUG, "ScanHandler::ScanHandler");
     startThread (veltra::threadPriority (scanPriority));
@@ -163,7 +171,8 @@ void ScanHandler::scan()
             break;
 
         VELTRA_LOG (DEBUG, "Starting UPnP handler for IP " << address);
-        handlers.push_back (std::make_unique<DeviceHandler> (target, searchPeriod_s, address,
+        handlers.push_back (std::make_unique<DeviceHandler> (
+            target, searchPeriod_s, address,
             [&findings] (const auto& usn, const auto& location) { findings.answerCame (usn, location); }));
     }
 

@@ -58,9 +58,12 @@ private:
         const auto name = trimmed (line.substr (0, colon));
         const auto value = trimmed (line.substr (colon + 1));
 
-        if (equalsIgnoringCase (name, "ST"))             st = value;
-        else if (equalsIgnoringCase (name, "USN"))       usn = value;
-        else if (equalsIgnoringCase (name, "LOCATION"))  location = value;
+        if (equalsIgnoringCase (name, "ST"))
+            st = value;
+        else if (equalsIgnoringCase (name, "USN"))
+            usn = value;
+        else if (equalsIgnoringCase (name, "LOCATION"))
+            location = value;
     }
 };
 
@@ -68,15 +71,14 @@ private:
 
 std::string searchRequest (const juce::String& searchTarget, int maxWait_s)
 {
-    return std::string ("M-SEARCH * HTTP/1.1\r\n")
-         + "HOST:" + multicastGroup + ":" + std::to_string (ssdpPort) + "\r\n"
-         + "ST:" + searchTarget.toStdString() + "\r\n"
-         + "MAN:\"ssdp:discover\"\r\n"
-         + "MX:" + std::to_string (maxWait_s) + "\r\n";
+    return std::string ("M-SEARCH * HTTP/1.1\r\n") + "HOST:" + multicastGroup + ":" + std::to_string (ssdpPort) + "\r\n"
+           + "ST:" + searchTarget.toStdString() + "\r\n" + "MAN:\"ssdp:discover\"\r\n"
+           + "MX:" + std::to_string (maxWait_s) + "\r\n";
 }
 
 AnswerReader::AnswerReader (const juce::String& target, Callback callback)
-    : searchTarget (target.toStdString()), found (std::move (callback))
+    : searchTarget (target.toStdString()),
+      found (std::move (callback))
 {
 }
 
@@ -130,7 +132,8 @@ void AnswerReader::takeAnswer (std::string_view answer) const
     if (usn.isEmpty() || location.isEmpty()) // also for bytes that begin with NUL
     {
         VELTRA_LOG (TRACE, "USN or LOCATION not set (USN=" << veltra::logText (headers.usn, maximumValue)
-                               << ", LOCATION=" << veltra::logText (headers.location, maximumValue) << ")");
+                                                           << ", LOCATION="
+                                                           << veltra::logText (headers.location, maximumValue) << ")");
         return;
     }
 

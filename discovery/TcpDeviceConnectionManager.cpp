@@ -10,17 +10,12 @@
 
 namespace veltraio {
 
-juce::String TcpDeviceConnectionManager::getName()
-{
-    return "TCP";
-}
+juce::String TcpDeviceConnectionManager::getName() { return "TCP"; }
 
-std::int32_t TcpDeviceConnectionManager::getKind()
-{
-    return 0;
-}
+std::int32_t TcpDeviceConnectionManager::getKind() { return 0; }
 
-std::unique_ptr<DeviceScanner> TcpDeviceConnectionManager::createScanner (IScanCallback* callback, const juce::String& searchTarget)
+std::unique_ptr<DeviceScanner> TcpDeviceConnectionManager::createScanner (IScanCallback* callback,
+                                                                          const juce::String& searchTarget)
 {
     return std::make_unique<upnp::ScanHandler> (callback, searchTarget);
 }

@@ -19,7 +19,8 @@ unsigned checkedLength (unsigned length)
 
 unsigned peakOf (unsigned length, float peakFraction) noexcept
 {
-    return static_cast<unsigned> (std::clamp (static_cast<float> (length) * peakFraction, 0.0f, static_cast<float> (length)));
+    return static_cast<unsigned> (
+        std::clamp (static_cast<float> (length) * peakFraction, 0.0f, static_cast<float> (length)));
 }
 
 /** Place of the largest value, of equal ones the first; 0 when the values are no numbers. The value is looked for

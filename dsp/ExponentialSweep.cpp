@@ -63,7 +63,8 @@ std::vector<float> makeSweep (unsigned n, double f1, double f2, unsigned pad, un
         fadeOut (sweep, sampleAt (std::log ((f2 - fadeBand) / f1) / std::log (f2 / f1), n), n);
 
     for (std::size_t period = 1; period < repeats; ++period)
-        std::copy_n (sweep.begin(), n, sweep.begin() + static_cast<std::ptrdiff_t> (period * (std::size_t { n } + pad)));
+        std::copy_n (sweep.begin(), n,
+                     sweep.begin() + static_cast<std::ptrdiff_t> (period * (std::size_t { n } + pad)));
 
     return sweep;
 }

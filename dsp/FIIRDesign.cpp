@@ -7,8 +7,8 @@
 
 #include "dsp/ParallelSections.h"
 #include "dsp/ResidueFit.h"
-#include "dsp/WarpSequence.h"
 #include "dsp/WarpedModes.h"
+#include "dsp/WarpSequence.h"
 
 namespace veltra::dsp {
 
@@ -26,11 +26,14 @@ constexpr double leastCondition = 1e-7;
 void check (const Eigen::VectorXf& in, std::uint32_t nTaps, std::uint32_t nSections, double sampleRate)
 {
     if (in.size() <= static_cast<Eigen::Index> (nTaps))
-        throw std::invalid_argument ("the response has " + std::to_string (in.size()) + " samples, which does not exceed the "
-                                     + std::to_string (nTaps) + " taps to keep");
+        throw std::invalid_argument ("the response has " + std::to_string (in.size())
+                                     + " samples, which does not exceed the " + std::to_string (nTaps)
+                                     + " taps to keep");
+
     if (nSections < 1 || nSections > maxDesignSections)
         throw std::invalid_argument ("cannot design " + std::to_string (nSections) + " sections, only 1 to "
                                      + std::to_string (maxDesignSections));
+
     if (! in.allFinite())
         throw std::invalid_argument ("the response has samples that are not finite numbers");
 
@@ -39,16 +42,12 @@ void check (const Eigen::VectorXf& in, std::uint32_t nTaps, std::uint32_t nSecti
 }
 
 /** Spreads the same low frequencies whatever the sample rate, beginning with 0.9 at 44100 Hz. */
-double warpFactor (double sampleRate)
-{
-    return std::cos (std::acos (0.9) * (44100.0 / sampleRate));
-}
+double warpFactor (double sampleRate) { return std::cos (std::acos (0.9) * (44100.0 / sampleRate)); }
 
 /** False when a weight was too large for single precision. */
 bool allFinite (const Sections& sections)
 {
-    return std::all_of (sections.begin(), sections.end(), [] (const FIIRSection& s)
-    {
+    return std::all_of (sections.begin(), sections.end(), [] (const FIIRSection& s) {
         return std::isfinite (s.a1) && std::isfinite (s.a2) && std::isfinite (s.b0) && std::isfinite (s.b1);
     });
 }
@@ -102,8 +101,9 @@ Sections modelTail (const Eigen::VectorXd& tail, std::uint32_t nSections, double
                 return sections;
     }
 
-    return bestSections ({ poles, unwarpPoles (findModes (warped, order, HankelDecomposition::jacobi).eigenvalues, lambda) },
-                         tail, nSections);
+    return bestSections (
+        { poles, unwarpPoles (findModes (warped, order, HankelDecomposition::jacobi).eigenvalues, lambda) }, tail,
+        nSections);
 }
 
 }

@@ -43,7 +43,7 @@ private:
         std::shared_ptr<const RealFft> fft;
         std::vector<Eigen::VectorXcf> kernelSpectra; // empty until the kernel is first used at this length
         Eigen::VectorXcf signalSpectrum;
-        bool hasSignal = false;                      // whether signalSpectrum is that of the present signal
+        bool hasSignal = false; // whether signalSpectrum is that of the present signal
     };
 
     Transform& transformFor (std::size_t kernel);

@@ -3,7 +3,7 @@
 #include <fftw3.h>
 
 #if defined(__unix__) || defined(__APPLE__)
- #include <dlfcn.h>
+#include <dlfcn.h>
 #endif
 
 namespace veltra::dsp {
@@ -18,7 +18,7 @@ std::mutex planner;
     @returns true, for a static variable to do it once */
 bool keepLibraryLoaded() noexcept
 {
-   #if defined(__unix__) || defined(__APPLE__)
+#if defined(__unix__) || defined(__APPLE__)
     Dl_info fftw {}, self {};
 
     // FFTW linked into the module goes with the module, which has to stay removable.
@@ -26,7 +26,7 @@ bool keepLibraryLoaded() noexcept
         && fftw.dli_fbase != self.dli_fbase)
         if (void* const library = dlopen (fftw.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE))
             dlclose (library);
-   #endif
+#endif
     return true;
 }
 

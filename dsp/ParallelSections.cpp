@@ -50,10 +50,7 @@ double poleRadius (double a1, double a2)
     return std::max (std::abs (-0.5 * a1 + root), std::abs (-0.5 * a1 - root));
 }
 
-bool isUnstableSection (double a1, double a2)
-{
-    return poleRadius (a1, a2) >= 1.0;
-}
+bool isUnstableSection (double a1, double a2) { return poleRadius (a1, a2) >= 1.0; }
 
 std::vector<FIIRSection> parallelSections (const Poles& poles, const Residues& residues, std::size_t count)
 {

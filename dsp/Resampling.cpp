@@ -6,9 +6,9 @@
 #include <new>
 
 #ifdef VELTRA_HAS_R8BRAIN
- #include <CDSPResampler.h>
+#include <CDSPResampler.h>
 #else
- #include "dsp/SoxrResampler.h"
+#include "dsp/SoxrResampler.h"
 #endif
 
 namespace veltra::dsp {
@@ -29,7 +29,8 @@ class Resampler final : public r8b::CDSPResampler
 {
 public:
     Resampler (double ratio, double attenuationDb)
-        : CDSPResampler (1.0, ratio, kBlockSize, transitionBand, std::clamp (attenuationDb, 49.0, 218.0), r8b::fprLinearPhase)
+        : CDSPResampler (1.0, ratio, kBlockSize, transitionBand, std::clamp (attenuationDb, 49.0, 218.0),
+                         r8b::fprLinearPhase)
     {
     }
 
@@ -86,7 +87,8 @@ Eigen::VectorXd resampleDouble (const Eigen::VectorXd& in, double ratio, double 
         }
 
         double* result = nullptr;
-        const Eigen::Index made = resampler.process (block.data(), count > 0 ? static_cast<int> (count) : kBlockSize, result);
+        const Eigen::Index made =
+            resampler.process (block.data(), count > 0 ? static_cast<int> (count) : kBlockSize, result);
         const auto kept = std::min (made, out.size() - given);
 
         std::copy_n (result, kept, out.data() + given);

@@ -85,7 +85,8 @@ std::vector<ResidueFit::Mode> ResidueFit::orderModes (const Poles& poles)
     for (std::size_t i = 0; i < poles.reals.size(); ++i)
         modes.push_back ({ poles.reals[i], true, i, 0 });
 
-    std::sort (modes.begin(), modes.end(), [] (const Mode& a, const Mode& b) { return std::abs (a.pole) < std::abs (b.pole); });
+    std::sort (modes.begin(), modes.end(),
+               [] (const Mode& a, const Mode& b) { return std::abs (a.pole) < std::abs (b.pole); });
     Index column = 1;
 
     for (Mode& mode : modes)
@@ -134,20 +135,17 @@ ResidueFit::ResidueFit (const Poles& poles, const VectorXd& response) : modes (o
     right = svd.right;
 }
 
-double ResidueFit::reciprocalCondition() const
-{
-    return singularValues[singularValues.size() - 1] / singularValues[0];
-}
+double ResidueFit::reciprocalCondition() const { return singularValues[singularValues.size() - 1] / singularValues[0]; }
 
 Residues ResidueFit::solve (double cutoff) const
 {
     const double least = cutoff * singularValues[0];
-    const VectorXd weights = right * projected.binaryExpr (singularValues, [least] (double part, double singularValue)
-    {
+    const VectorXd weights = right * projected.binaryExpr (singularValues, [least] (double part, double singularValue) {
         return singularValue > least ? part / singularValue : 0.0;
     });
 
-    const auto reals = static_cast<std::size_t> (std::count_if (modes.begin(), modes.end(), [] (const Mode& mode) { return mode.isReal; }));
+    const auto reals = static_cast<std::size_t> (
+        std::count_if (modes.begin(), modes.end(), [] (const Mode& mode) { return mode.isReal; }));
 
     Residues residues { std::vector<Complex> (modes.size() - reals), std::vector<double> (reals), weights[0] };
 
@@ -156,7 +154,8 @@ Residues ResidueFit::solve (double cutoff) const
         if (mode.isReal)
             residues.reals[mode.place] = weights[mode.column];
         else
-            residues.complexes[mode.place] = Complex (weights[mode.column], -weights[mode.column + 1]) / std::numbers::sqrt2;
+            residues.complexes[mode.place] =
+                Complex (weights[mode.column], -weights[mode.column + 1]) / std::numbers::sqrt2;
     }
 
     return residues;

@@ -33,7 +33,8 @@ VectorXd energyOfBins (const RealFft& fft, const VectorXf& signal)
     fft.forward (padded, spectrum);
 
     VectorXd energy = spectrum.cwiseAbs2().cast<double>();
-    energy.segment (1, energy.size() - 2) *= 2.0; // but for the two at the ends each bin stands for its mirror image too
+    energy.segment (1, energy.size() - 2) *=
+        2.0; // but for the two at the ends each bin stands for its mirror image too
     return energy;
 }
 
@@ -59,15 +60,15 @@ ResponseError compareResponses (const VectorXf& wanted, const VectorXf& played, 
 
     for (double centre = lowestCentre_Hz; centre < sampleRate / 2.0; centre *= 2.0)
     {
-        const auto binAt = [&] (double frequency)
-        {
+        const auto binAt = [&] (double frequency) {
             return std::min<Index> (std::lround (frequency / sampleRate * fft.size()), fft.bins());
         };
 
         const Index first = binAt (centre / std::numbers::sqrt2);
         const Index count = binAt (centre * std::numbers::sqrt2) - first;
         const double inBand = wantedEnergy.segment (first, count).sum();
-        result.bands.push_back ({ centre, ratio_dB (errorEnergy.segment (first, count).sum(), inBand), ratio_dB (inBand, allEnergy) });
+        result.bands.push_back (
+            { centre, ratio_dB (errorEnergy.segment (first, count).sum(), inBand), ratio_dB (inBand, allEnergy) });
     }
 
     return result;

@@ -58,10 +58,7 @@ constexpr size_t kOutputStep = 4096;
 
 }
 
-void SoxrResampler::Deleter::operator() (soxr* toDelete) const noexcept
-{
-    soxr_delete (toDelete);
-}
+void SoxrResampler::Deleter::operator() (soxr* toDelete) const noexcept { soxr_delete (toDelete); }
 
 SoxrResampler::SoxrResampler (double ratio) : lock (oneAtATime)
 {

@@ -40,10 +40,11 @@ Svd symmetricSvd (const MatrixXd& matrix)
     const VectorXd& values = solver.eigenvalues();
     std::vector<Index> places (static_cast<std::size_t> (values.size()));
     std::iota (places.begin(), places.end(), Index { 0 });
-    std::sort (places.begin(), places.end(), [&] (Index a, Index b) { return std::abs (values[a]) > std::abs (values[b]); });
+    std::sort (places.begin(), places.end(),
+               [&] (Index a, Index b) { return std::abs (values[a]) > std::abs (values[b]); });
 
     const VectorXd ordered = values (places);
-    const MatrixXd vectors = solver.eigenvectors()(Eigen::all, places);
+    const MatrixXd vectors = solver.eigenvectors() (Eigen::all, places);
     return { vectors, ordered.cwiseAbs(), vectors * ordered.cwiseSign().asDiagonal() };
 }
 

@@ -20,19 +20,11 @@ constexpr Eigen::Index kLookPeriod = 64;
 
 }
 
-FIIREngine::FIIREngine() noexcept : mark (kAlive)
-{
-}
+FIIREngine::FIIREngine() noexcept : mark (kAlive) {}
 
-FIIREngine::~FIIREngine()
-{
-    mark = kDestroyed;
-}
+FIIREngine::~FIIREngine() { mark = kDestroyed; }
 
-void FIIREngine::setTaps (const Eigen::VectorXf& newTaps)
-{
-    taps = newTaps;
-}
+void FIIREngine::setTaps (const Eigen::VectorXf& newTaps) { taps = newTaps; }
 
 void FIIREngine::addSection (const dsp::FIIRSection& section)
 {
@@ -87,8 +79,8 @@ void FIIREngine::process (Eigen::VectorXf& signal) const
     signal.tail (tailLength) = (signal.tail (tailLength).cast<double>() + sum).cast<float>();
 }
 
-void FIIREngine::addBankOutput (const Bank& bank, const Eigen::Ref<const Eigen::VectorXf>& input,
-                                Eigen::Index inputEnd, Eigen::VectorXd& sum)
+void FIIREngine::addBankOutput (const Bank& bank, const Eigen::Ref<const Eigen::VectorXf>& input, Eigen::Index inputEnd,
+                                Eigen::VectorXd& sum)
 {
     Eigen::Array4d s1 = Eigen::Array4d::Zero();
     Eigen::Array4d s2 = Eigen::Array4d::Zero();

@@ -8,34 +8,21 @@
 namespace veltra::filters {
 
 FIIRSourceImpl::FIIRSourceImpl (FilterSetsImpl& set, std::vector<std::uint32_t> deviceIds, std::uint32_t rate)
-    : filterSet (set), channelIds (std::move (deviceIds)), sampleRate (rate)
+    : filterSet (set),
+      channelIds (std::move (deviceIds)),
+      sampleRate (rate)
 {
 }
 
-const Eigen::VectorXf& FIIRSourceImpl::getFIR (unsigned i)
-{
-    return filterSet.getFIR (sampleRate, i);
-}
+const Eigen::VectorXf& FIIRSourceImpl::getFIR (unsigned i) { return filterSet.getFIR (sampleRate, i); }
 
-float FIIRSourceImpl::getMaxGaindB (unsigned i)
-{
-    return filterSet.getMaxFilterGaindB (i);
-}
+float FIIRSourceImpl::getMaxGaindB (unsigned i) { return filterSet.getMaxFilterGaindB (i); }
 
-std::uint32_t FIIRSourceImpl::getChannelId (unsigned i)
-{
-    return i < channelIds.size() ? channelIds[i] : 0;
-}
+std::uint32_t FIIRSourceImpl::getChannelId (unsigned i) { return i < channelIds.size() ? channelIds[i] : 0; }
 
-std::string FIIRSourceImpl::getChannelName (unsigned i)
-{
-    return filterSet.getChannelName (i);
-}
+std::string FIIRSourceImpl::getChannelName (unsigned i) { return filterSet.getChannelName (i); }
 
-std::uint32_t FIIRSourceImpl::getChannelCount()
-{
-    return static_cast<std::uint32_t> (channelIds.size());
-}
+std::uint32_t FIIRSourceImpl::getChannelCount() { return static_cast<std::uint32_t> (channelIds.size()); }
 
 void FIIRSourceImpl::log (int level, const std::string& message)
 {

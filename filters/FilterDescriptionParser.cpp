@@ -22,10 +22,7 @@ constexpr size_t kExtraSize = 1024; ///< of an "Extra" text with its end mark
 constexpr unsigned kSectionSize = 4;
 
 //======================================================================================================================
-const Node* child (const Node& parent, const char* name)
-{
-    return parent.first_node (name);
-}
+const Node* child (const Node& parent, const char* name) { return parent.first_node (name); }
 
 /** Value of an attribute; null when it is absent. */
 const char* text (const Node& node, const char* attribute)
@@ -116,7 +113,8 @@ class Walk
 {
 public:
     explicit Walk (IFIIRCallback* clientOrNull)
-        : callback (clientOrNull), mask (clientOrNull == nullptr ? 7u : clientOrNull->getParseMask())
+        : callback (clientOrNull),
+          mask (clientOrNull == nullptr ? 7u : clientOrNull->getParseMask())
     {
     }
 
@@ -170,9 +168,9 @@ private:
 
     void channel (const Node& node, unsigned index)
     {
-        report (&IFIIRCallback::onChannel, index, text (node, "Name"), integer (node, "Number"), decimal (node, "GaindB"),
-                decimal (node, "Delayms"), decimal (node, "MaxFilterGaindB"), integer (node, "Subwoofer", -1),
-                decimal (node, "xoverFreq"));
+        report (&IFIIRCallback::onChannel, index, text (node, "Name"), integer (node, "Number"),
+                decimal (node, "GaindB"), decimal (node, "Delayms"), decimal (node, "MaxFilterGaindB"),
+                integer (node, "Subwoofer", -1), decimal (node, "xoverFreq"));
     }
 
     void coefficients (const Node& set, unsigned channelIndex)

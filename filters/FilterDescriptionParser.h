@@ -59,8 +59,8 @@ public:
         @param subwoofer        -1 if absent
         @param xoverFreq        crossover frequency in Hz
     */
-    virtual bool onChannel (unsigned index, const char* name, int number, float gaindB, float delayMs, float maxFilterGaindB,
-                            int subwoofer, float xoverFreq) = 0;
+    virtual bool onChannel (unsigned index, const char* name, int number, float gaindB, float delayMs,
+                            float maxFilterGaindB, int subwoofer, float xoverFreq) = 0;
 
     /** A "Coefficients" of the channel last reported.
 
@@ -70,8 +70,9 @@ public:
         @param sections    sectionCount rows of a1, a2, b0, b1; null for a set of topology FIR, which has none
         @param extra       "key=value" items joined by ";", at most 1023 bytes; null when there is no "Extra"
     */
-    virtual bool onCoefficients (unsigned channelIndex, int sampleRate, bool minPhase, const float* taps, unsigned tapCount,
-                                 const float* sections, unsigned sectionCount, const char* extra) = 0;
+    virtual bool onCoefficients (unsigned channelIndex, int sampleRate, bool minPhase, const float* taps,
+                                 unsigned tapCount, const float* sections, unsigned sectionCount,
+                                 const char* extra) = 0;
 };
 
 /** Walks through the text of a filter description (docs/filter-description.md) and reports what it finds.

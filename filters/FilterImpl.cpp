@@ -9,9 +9,7 @@
 
 namespace veltra::filters {
 
-FilterImpl::FilterImpl (ChannelAttributes channelAttributes) : attributes (std::move (channelAttributes))
-{
-}
+FilterImpl::FilterImpl (ChannelAttributes channelAttributes) : attributes (std::move (channelAttributes)) {}
 
 const topology::FIIRData* FilterImpl::findCoefficientSet (CoefficientSetKey key) const
 {

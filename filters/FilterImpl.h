@@ -14,12 +14,12 @@ namespace veltra::filters {
 struct ChannelAttributes
 {
     std::string name;
-    std::uint32_t channelNumber = 0;  ///< from 0; 0xFFFFFFFF when the description gave none
+    std::uint32_t channelNumber = 0; ///< from 0; 0xFFFFFFFF when the description gave none
     float gaindB = 0.0f;
     float delayMs = 0.0f;
-    float maxFilterGaindB = 0.0f;     ///< largest gain of the filter at any frequency
-    std::int32_t subwoofer = -1;      ///< -1: not told
-    float xoverFreq = 0.0f;           ///< crossover frequency in Hz
+    float maxFilterGaindB = 0.0f; ///< largest gain of the filter at any frequency
+    std::int32_t subwoofer = -1;  ///< -1: not told
+    float xoverFreq = 0.0f;       ///< crossover frequency in Hz
 };
 
 /** Order of a filter's coefficient sets: by sample rate, the minimum-phase version of a rate last. */

@@ -14,10 +14,7 @@ namespace {
 
 constexpr double kResamplerAttenuationdB = 80.0;
 
-std::string textOrEmpty (const char* text)
-{
-    return text == nullptr ? std::string {} : std::string (text);
-}
+std::string textOrEmpty (const char* text) { return text == nullptr ? std::string {} : std::string (text); }
 
 bool hasResponse (std::uint32_t sampleRate, const topology::FIIRData& set)
 {
@@ -53,9 +50,7 @@ Eigen::VectorXf impulseResponseIfPossible (std::uint32_t sampleRate, const topol
 
 }
 
-FilterSetsImpl::FilterSetsImpl (std::string name) : projectName (std::move (name))
-{
-}
+FilterSetsImpl::FilterSetsImpl (std::string name) : projectName (std::move (name)) {}
 
 //======================================================================================================================
 bool FilterSetsImpl::GetFilter (std::uint32_t index, veltratune_io::Filter** filter)
@@ -84,8 +79,8 @@ bool FilterSetsImpl::onHeader (const char* newProjectName, const char* newTechno
     return true;
 }
 
-bool FilterSetsImpl::onChannel (unsigned, const char* name, int number, float gaindB, float delayMs, float maxFilterGaindB,
-                                int subwoofer, float xoverFreq)
+bool FilterSetsImpl::onChannel (unsigned, const char* name, int number, float gaindB, float delayMs,
+                                float maxFilterGaindB, int subwoofer, float xoverFreq)
 {
     try
     {
@@ -217,8 +212,8 @@ Eigen::VectorXf FilterSetsImpl::makeResponse (std::uint32_t channelNumber, std::
 {
     for (auto filter = filters.rbegin(); filter != filters.rend(); ++filter)
     {
-        const auto* const set = (*filter)->GetChannel() == channelNumber
-                                    ? (*filter)->findCoefficientSet ({ sourceRate, false }) : nullptr;
+        const auto* const set =
+            (*filter)->GetChannel() == channelNumber ? (*filter)->findCoefficientSet ({ sourceRate, false }) : nullptr;
 
         if (set == nullptr || ! hasResponse (sourceRate, *set))
             continue;

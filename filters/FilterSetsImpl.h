@@ -28,7 +28,8 @@ inline constexpr unsigned kMaxSections = 1024;
 
     No locks: one thread at a time, also for getFIR, which fills the cache.
 */
-class FilterSetsImpl final : public veltratune_io::FilterSet, public parser::FIIR::IFIIRCallback
+class FilterSetsImpl final : public veltratune_io::FilterSet,
+                             public parser::FIIR::IFIIRCallback
 {
 public:
     /** @param name  of the project, until a header replaces it */
@@ -48,8 +49,8 @@ public:
 
     /** Takes the project's name and the technology, empty where they are null; the rest is dropped. */
     bool onHeader (const char* newProjectName, const char* newTechnology, int channelCount, const char* creationDate,
-                   const char* creator, const char* creatorVersion, const char* fileName, const char* numberRepresentation,
-                   const char* tsexp) override;
+                   const char* creator, const char* creatorVersion, const char* fileName,
+                   const char* numberRepresentation, const char* tsexp) override;
 
     bool onChannel (unsigned index, const char* name, int number, float gaindB, float delayMs, float maxFilterGaindB,
                     int subwoofer, float xoverFreq) override;
@@ -85,8 +86,8 @@ public:
     */
     bool forEachFilter (const std::function<bool (unsigned index, const FilterImpl& filter)>& function) const;
 
-    using ResponseFunction = std::function<void (std::uint32_t channelNumber, std::uint32_t sampleRate,
-                                                 const Eigen::VectorXf& response)>;
+    using ResponseFunction =
+        std::function<void (std::uint32_t channelNumber, std::uint32_t sampleRate, const Eigen::VectorXf& response)>;
 
     /** Calls the function with the impulse response, one second long, of each coefficient set: filter by filter, and
         within a filter by ascending rate.
@@ -117,12 +118,13 @@ private:
     /** The responses at one rate, each made when it is first asked for. */
     struct RateCache
     {
-        std::uint32_t sourceRate = 0;                         ///< rate of the sets they are made from; 0 for none
-        std::map<std::uint32_t, Eigen::VectorXf> responses;   ///< by channel number
+        std::uint32_t sourceRate = 0;                       ///< rate of the sets they are made from; 0 for none
+        std::map<std::uint32_t, Eigen::VectorXf> responses; ///< by channel number
     };
 
     RateCache& cacheFor (std::uint32_t sampleRate);
-    Eigen::VectorXf makeResponse (std::uint32_t channelNumber, std::uint32_t sourceRate, std::uint32_t sampleRate) const;
+    Eigen::VectorXf makeResponse (std::uint32_t channelNumber, std::uint32_t sourceRate,
+                                  std::uint32_t sampleRate) const;
 
     std::vector<std::unique_ptr<FilterImpl>> filters;
     std::map<std::uint32_t, RateCache> firCache;

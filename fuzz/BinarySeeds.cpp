@@ -98,10 +98,16 @@ int main (int argc, char** argv)
     const auto pong = seed<Pong> ("pong", 11, "");
 
     // Text that is none, a body that ends too early, and an empty one.
-    write ("messages/refusal_bad_utf8", std::string ("\x09\x08\x00\x12\x04" "a\xe2\x82" "\0", 9));
-    write ("messages/unit_cut", '\x01' + make<Unit> (
-        "manufacturer: 'M' name: 'N' capabilities: 8 maxChannelAttenuation_dB: 12 devices { name: 'D' }")
-        .SerializeAsString().substr (0, 17));
+    write ("messages/refusal_bad_utf8", std::string ("\x09\x08\x00\x12\x04"
+                                                     "a\xe2\x82"
+                                                     "\0",
+                                                     9));
+    write ("messages/unit_cut",
+           '\x01'
+               + make<Unit> (
+                     "manufacturer: 'M' name: 'N' capabilities: 8 maxChannelAttenuation_dB: 12 devices { name: 'D' }")
+                     .SerializeAsString()
+                     .substr (0, 17));
     write ("messages/unit_empty", "\x01");
 
     // Streams: several in one, in single bytes, noise in front, a marker that begins twice, a length beyond the
@@ -110,7 +116,9 @@ int main (int argc, char** argv)
     wrong[11] ^= 1;
     write ("envelope/stream", '\x07' + unit + topologies + refusal + pong + volume);
     write ("envelope/single_bytes", '\x00' + refusal + pong);
-    write ("envelope/noise", "\x0f" "GET / HTTP/1.1\r\n!!" + pong + "!" + refusal);
+    write ("envelope/noise", "\x0f"
+                             "GET / HTTP/1.1\r\n!!"
+                                 + pong + "!" + refusal);
     write ("envelope/too_long", std::string ("\xff!\x01\xff\x00\x00\x7f\xf1", 8) + volume);
     write ("envelope/longest_length", std::string ("\xff!\x01\xff\xff\xff\xff\xff", 8) + volume);
     write ("envelope/wrong_checksum", '\xff' + wrong + refusal);

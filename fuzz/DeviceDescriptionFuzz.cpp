@@ -20,7 +20,8 @@ extern "C" int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t siz
     require (! isDevice || address.startsWith ("TCP:"), "a device has an address");
     require (isDevice || address.isEmpty(), "what is no device has none");
     require (friendlyName.getNumBytesAsUTF8() <= upnp::maximumTextSize, "a name is bounded");
-    require (juce::CharPointer_UTF8::isValidString (friendlyName.toRawUTF8(), static_cast<int> (friendlyName.getNumBytesAsUTF8())),
+    require (juce::CharPointer_UTF8::isValidString (friendlyName.toRawUTF8(),
+                                                    static_cast<int> (friendlyName.getNumBytesAsUTF8())),
              "a name is a text");
     return 0;
 }

@@ -21,7 +21,8 @@ class Stream final : public VeltraIOEnvelopeParser
 {
 public:
     explicit Stream (veltra::ipc::Connection* connectionOrNull)
-        : VeltraIOEnvelopeParser ([] { return std::int64_t { 0 }; }), connection (connectionOrNull)
+        : VeltraIOEnvelopeParser ([] { return std::int64_t { 0 }; }),
+          connection (connectionOrNull)
     {
     }
 
@@ -74,7 +75,8 @@ extern "C" int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t siz
     // What arrived is read as after any exchange.
     acknowledge.Wait (0);
     acknowledge.getErrorText();
-    require (unit.Wait (0) != ReplyState::answered || unit.message().ByteSizeLong() < VeltraIOEnvelopeParser::bufferSize,
+    require (unit.Wait (0) != ReplyState::answered
+                 || unit.message().ByteSizeLong() < VeltraIOEnvelopeParser::bufferSize,
              "a message is no larger than what it came in");
     return 0;
 }

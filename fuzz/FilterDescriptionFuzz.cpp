@@ -24,8 +24,7 @@ void checkResponse (filters::FilterSetsImpl& set, std::uint32_t rate, std::uint3
 
 bool isQuick (const filters::FilterSetsImpl& set)
 {
-    return set.forEachFilter ([] (unsigned, const filters::FilterImpl& filter)
-    {
+    return set.forEachFilter ([] (unsigned, const filters::FilterImpl& filter) {
         for (const auto& [key, data] : filter.getCoefficientSets())
             if (key.sampleRate > highestRate || data.sections.size() > mostSections)
                 return false;

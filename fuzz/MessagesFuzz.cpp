@@ -73,7 +73,8 @@ void anyMessage (Dispatcher& dispatcher, std::string_view body)
     using PongHandler = EventHandler<Pong>;
     using AnyHandler = EventHandler<AnyMessage>;
 
-    struct Handler final : PongHandler, AnyHandler
+    struct Handler final : PongHandler,
+                           AnyHandler
     {
         explicit Handler (veltra::ipc::Connection& peer)
             : registration (peer, { static_cast<PongHandler*> (this), static_cast<AnyHandler*> (this) })
@@ -92,12 +93,18 @@ void anyMessage (Dispatcher& dispatcher, std::string_view body)
     require (handler.pongs == 1 && handler.all == 1, "a Pong keeps the connection alive, whatever it holds");
 }
 
-constexpr void (*kinds[]) (Dispatcher&, std::string_view)
-{
-    answer<ProtocolInfo>, answer<Unit>, answer<TopologyInfo>, answer<StimulusInfo>, answer<Volume>,
-    answer<ChannelAttenuation>, answer<ActiveFilterSlot>, answer<StimulusState>, answer<FilteringState>,
-    acknowledge, capture, anyMessage
-};
+constexpr void (*kinds[]) (Dispatcher&, std::string_view) { answer<ProtocolInfo>,
+                                                            answer<Unit>,
+                                                            answer<TopologyInfo>,
+                                                            answer<StimulusInfo>,
+                                                            answer<Volume>,
+                                                            answer<ChannelAttenuation>,
+                                                            answer<ActiveFilterSlot>,
+                                                            answer<StimulusState>,
+                                                            answer<FilteringState>,
+                                                            acknowledge,
+                                                            capture,
+                                                            anyMessage };
 
 }
 
@@ -107,6 +114,6 @@ extern "C" int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t siz
         return 0;
 
     Dispatcher dispatcher (std::make_unique<LocalConnection>(), "2101FF", true);
-    kinds[data[0] % std::size (kinds)] (dispatcher, veltra::fuzz::asText (data + 1, size - 1));
+    kinds[data[0] % std::size (kinds)](dispatcher, veltra::fuzz::asText (data + 1, size - 1));
     return 0;
 }

@@ -53,7 +53,8 @@ juce::String juceText (std::string_view text)
 }
 
 template <class Source>
-void convert (topology::ITopology& topology, Source source, const juce::StringPairArray& parameters, unsigned sampleRate)
+void convert (topology::ITopology& topology, Source source, const juce::StringPairArray& parameters,
+              unsigned sampleRate)
 {
     juce::PropertySet settings;
     auto result = juce::Result::ok();

@@ -27,7 +27,10 @@ std::string place (const veltraio::FilterDataChunk& message)
 
 ChunkSender::ChunkSender (const DownloadTarget& downloadTarget, std::uint32_t slotToFill, std::uint64_t totalBytes,
                           Progress& progressToUse)
-    : target (downloadTarget), slot (slotToFill), total (totalBytes), progress (progressToUse),
+    : target (downloadTarget),
+      slot (slotToFill),
+      total (totalBytes),
+      progress (progressToUse),
       chunkSize (totalBytes < kFewestChunks ? totalBytes : std::min (totalBytes / kFewestChunks, kLargestChunk))
 {
 }

@@ -27,8 +27,7 @@ constexpr std::uint32_t kRemoveTimeout_ms = 2000;
 std::set<std::uint32_t> channelsOf (const FilterSetsImpl& set)
 {
     std::set<std::uint32_t> channels;
-    set.forEachFilter ([&] (unsigned, const FilterImpl& filter)
-    {
+    set.forEachFilter ([&] (unsigned, const FilterImpl& filter) {
         channels.insert (filter.GetChannel());
         return true;
     });
@@ -37,10 +36,8 @@ std::set<std::uint32_t> channelsOf (const FilterSetsImpl& set)
 
 bool shareAChannel (const FilterSetsImpl& set, const std::set<std::uint32_t>& channels)
 {
-    return ! set.forEachFilter ([&] (unsigned, const FilterImpl& filter)
-    {
-        return ! channels.contains (filter.GetChannel());
-    });
+    return ! set.forEachFilter (
+        [&] (unsigned, const FilterImpl& filter) { return ! channels.contains (filter.GetChannel()); });
 }
 
 }
@@ -87,7 +84,8 @@ EResult DeviceImpl::loadFilterSet (std::uint32_t slot, const char* text)
 
 EResult DeviceImpl::LoadFilterSet (std::uint32_t slot, const char* text, std::uint64_t)
 {
-    return guarded (kResultFailed, [=, this] { return loadFilterSet (slot, text); }, &lastError);
+    return guarded (
+        kResultFailed, [=, this] { return loadFilterSet (slot, text); }, &lastError);
 }
 
 std::optional<DeviceImpl::Place> DeviceImpl::findSet (const FilterSet* set)
@@ -102,8 +100,7 @@ std::optional<DeviceImpl::Place> DeviceImpl::findSet (const FilterSet* set)
 
 bool DeviceImpl::RemoveFilterSet (FilterSet* set)
 {
-    return guarded (false, [=, this]
-    {
+    return guarded (false, [=, this] {
         const auto place = findSet (set);
 
         if (! place)
@@ -121,36 +118,37 @@ bool DeviceImpl::RemoveFilterSet (FilterSet* set)
     });
 }
 
-bool DeviceImpl::RemoveFilterSet2 (FilterSet* set, std::uint64_t)
-{
-    return RemoveFilterSet (set);
-}
+bool DeviceImpl::RemoveFilterSet2 (FilterSet* set, std::uint64_t) { return RemoveFilterSet (set); }
 
 EResult DeviceImpl::DownloadFilterSet (std::uint32_t slot, const char* text, std::uint64_t, ProgressCallback* callback)
 {
-    return guarded (kResultFailed, [=, this]
-    {
-        Progress progress (callback);
-        progress.say ("#Preprocessing filters...");
+    return guarded (
+        kResultFailed,
+        [=, this] {
+            Progress progress (callback);
+            progress.say ("#Preprocessing filters...");
 
-        if (const auto result = loadFilterSet (slot, text); result != kResultOk)
+            if (const auto result = loadFilterSet (slot, text); result != kResultOk)
+                return result;
+
+            // Not always the one just parsed: when the slot held sets for other channels, the oldest goes to the device.
+            auto& workingSet = *filterSets[slot].front();
+            const auto result = guarded (
+                kResultFailed,
+                [&] {
+                    const DownloadTarget target { dispatcher, deviceIndex, deviceInfo, descriptions.topologyInfo,
+                                                  settings,   lastError };
+                    return FilterDownload (target, workingSet, slot, progress).run();
+                },
+                &lastError);
+
+            if (result != kResultOk)
+                if (const auto place = findSet (&workingSet))
+                    place->sets.erase (place->at);
+
             return result;
-
-        // Not always the one just parsed: when the slot held sets for other channels, the oldest goes to the device.
-        auto& workingSet = *filterSets[slot].front();
-        const auto result = guarded (kResultFailed, [&]
-        {
-            const DownloadTarget target { dispatcher, deviceIndex, deviceInfo, descriptions.topologyInfo, settings,
-                                          lastError };
-            return FilterDownload (target, workingSet, slot, progress).run();
-        }, &lastError);
-
-        if (result != kResultOk)
-            if (const auto place = findSet (&workingSet))
-                place->sets.erase (place->at);
-
-        return result;
-    }, &lastError);
+        },
+        &lastError);
 }
 
 }

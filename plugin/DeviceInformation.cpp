@@ -104,22 +104,15 @@ bool DeviceImpl::offersSampleRate (std::uint32_t rate) const noexcept
     return std::find (sampleRates.begin(), sampleRates.end(), rate) != sampleRates.end();
 }
 
-const char* DeviceImpl::GetName() const
-{
-    return name.c_str();
-}
+const char* DeviceImpl::GetName() const { return name.c_str(); }
 
 std::uint32_t DeviceImpl::GetCapabilities() const
 {
-    return kCapabilityFilterDownload
-           | (hasCapability (veltraio::Unit::Caps_kVolume) ? kCapabilityVolume : 0u)
+    return kCapabilityFilterDownload | (hasCapability (veltraio::Unit::Caps_kVolume) ? kCapabilityVolume : 0u)
            | (hasCapability (veltraio::Unit::Caps_kAudioDataCallback) ? kCapabilityAudioDataCallback : 0u);
 }
 
-std::uint32_t DeviceImpl::GetExtendedCapabilities() const
-{
-    return 0;
-}
+std::uint32_t DeviceImpl::GetExtendedCapabilities() const { return 0; }
 
 std::uint32_t DeviceImpl::GetChannelCount() const
 {
@@ -128,8 +121,7 @@ std::uint32_t DeviceImpl::GetChannelCount() const
 
 EResult DeviceImpl::GetChannelName (std::uint32_t index, char* buffer, std::uint32_t size) const
 {
-    return guarded (kResultFailed, [=, this]
-    {
+    return guarded (kResultFailed, [=, this] {
         if (index >= GetChannelCount())
             return kResultBadIndex;
 
@@ -150,26 +142,19 @@ bool DeviceImpl::GetSampleRate (std::uint32_t index, std::uint32_t* rate) const
     return true;
 }
 
-std::uint32_t DeviceImpl::GetDefaultSampleRate() const
-{
-    return 48000;
-}
+std::uint32_t DeviceImpl::GetDefaultSampleRate() const { return 48000; }
 
 std::uint32_t DeviceImpl::GetFilterSlotCount() const
 {
     return static_cast<std::uint32_t> (deviceInfo.filterslots_size());
 }
 
-float DeviceImpl::GetMaxChannelAttenuation() const
-{
-    return descriptions.unit.maxchannelattenuation_db();
-}
+float DeviceImpl::GetMaxChannelAttenuation() const { return descriptions.unit.maxchannelattenuation_db(); }
 
 EResult DeviceImpl::GetTopologyParameters (const char* technology, std::uint32_t rate, char* buffer,
                                            std::uint32_t size) const
 {
-    return guarded (kResultFailed, [=, this]
-    {
+    return guarded (kResultFailed, [=, this] {
         if (technology == nullptr || buffer == nullptr)
             return kResultBadArgument;
 
@@ -201,15 +186,11 @@ EResult DeviceImpl::GetLastError (char* buffer, std::uint32_t size)
     return kResultOk;
 }
 
-bool DeviceImpl::IsReady() const
-{
-    return true;
-}
+bool DeviceImpl::IsReady() const { return true; }
 
 EResult DeviceImpl::GetSerialNumber (char* buffer, std::uint32_t size) const
 {
-    return guarded (kResultFailed, [=, this]
-    {
+    return guarded (kResultFailed, [=, this] {
         if (! descriptions.unit.has_serialnumber())
             return kResultFailed;
 

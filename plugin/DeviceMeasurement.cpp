@@ -40,70 +40,75 @@ EResult DeviceImpl::resultOf (const CommandResult& command)
 EResult DeviceImpl::EnterMeasurementMode (std::uint32_t rate, std::uint64_t, std::uint32_t channels,
                                           CaptureCallback* callback)
 {
-    return guarded (kResultFailed, [=, this]
-    {
-        if (! offersSampleRate (rate))
-            return kResultBadSampleRate;
+    return guarded (
+        kResultFailed,
+        [=, this] {
+            if (! offersSampleRate (rate))
+                return kResultBadSampleRate;
 
-        if (channels > GetChannelCount())
-            return kResultTooManyChannels;
+            if (channels > GetChannelCount())
+                return kResultTooManyChannels;
 
-        veltraio::OperationModeInfo message;
-        message.set_mode (veltraio::OperationMode_kMeasurement);
-        sampleRate = rate;
+            veltraio::OperationModeInfo message;
+            message.set_mode (veltraio::OperationMode_kMeasurement);
+            sampleRate = rate;
 
-        if (hasCapability (veltraio::Unit::Caps_kAudioDataCallback))
-        {
-            capture.start (callback); // before the device can send its first packet; stays, also when it refuses
-            message.set_samplerate (rate);
-        }
+            if (hasCapability (veltraio::Unit::Caps_kAudioDataCallback))
+            {
+                capture.start (callback); // before the device can send its first packet; stays, also when it refuses
+                message.set_samplerate (rate);
+            }
 
-        return resultOf (sendCommand (dispatcher, message, kModeTimeout_ms));
-    }, &lastError);
+            return resultOf (sendCommand (dispatcher, message, kModeTimeout_ms));
+        },
+        &lastError);
 }
 
 bool DeviceImpl::LeaveMeasurementMode()
 {
     capture.stop();
 
-    return guarded (false, [this]
-    {
-        veltraio::OperationModeInfo message;
-        message.set_mode (veltraio::OperationMode_kAudition);
-        return resultOf (sendCommand (dispatcher, message, kModeTimeout_ms)) == kResultOk;
-    }, &lastError);
+    return guarded (
+        false,
+        [this] {
+            veltraio::OperationModeInfo message;
+            message.set_mode (veltraio::OperationMode_kAudition);
+            return resultOf (sendCommand (dispatcher, message, kModeTimeout_ms)) == kResultOk;
+        },
+        &lastError);
 }
 
 EResult DeviceImpl::StartStimulus (EStimulus stimulus, const std::uint32_t* channelList, std::uint32_t count,
                                    std::uint64_t)
 {
-    return guarded (kResultFailed, [=, this]
-    {
-        if (channelList == nullptr && count > 0)
-            return kResultBadArgument;
+    return guarded (
+        kResultFailed,
+        [=, this] {
+            if (channelList == nullptr && count > 0)
+                return kResultBadArgument;
 
-        if (! veltraio::Stimulus_IsValid (stimulus)) // the message classes abort on a value that they do not know
-        {
-            lastError = "Unknown stimulus";
-            return kResultFailed;
-        }
+            if (! veltraio::Stimulus_IsValid (stimulus)) // the message classes abort on a value that they do not know
+            {
+                lastError = "Unknown stimulus";
+                return kResultFailed;
+            }
 
-        veltraio::StartStimulus message;
-        message.set_deviceindex (deviceIndex);
-        message.set_stimulustype (static_cast<veltraio::Stimulus> (stimulus));
-        message.set_samplerate (sampleRate);
+            veltraio::StartStimulus message;
+            message.set_deviceindex (deviceIndex);
+            message.set_stimulustype (static_cast<veltraio::Stimulus> (stimulus));
+            message.set_samplerate (sampleRate);
 
-        for (std::uint32_t i = 0; i < std::min (count, 2 * GetChannelCount()); ++i)
-            message.add_channels (channelList[i]);
+            for (std::uint32_t i = 0; i < std::min (count, 2 * GetChannelCount()); ++i)
+                message.add_channels (channelList[i]);
 
-        return resultOf (sendCommand (dispatcher, message, kStimulusTimeout_ms));
-    }, &lastError);
+            return resultOf (sendCommand (dispatcher, message, kStimulusTimeout_ms));
+        },
+        &lastError);
 }
 
 void DeviceImpl::StopStimulus()
 {
-    guarded ([this]
-    {
+    guarded ([this] {
         veltraio::StopStimulus message;
         message.set_deviceindex (deviceIndex);
         sendCommand (dispatcher, message, kStimulusTimeout_ms);
@@ -112,8 +117,7 @@ void DeviceImpl::StopStimulus()
 
 bool DeviceImpl::IsStimulusPlaying()
 {
-    return guarded (false, [this]
-    {
+    return guarded (false, [this] {
         const auto request = makeRequest (Request::RequestType_kGetStimulusState, deviceIndex);
         const auto answer = query<veltraio::StimulusState> (dispatcher, request, kShortTimeout_ms);
         return answer && answer->isplaying();
@@ -123,8 +127,7 @@ bool DeviceImpl::IsStimulusPlaying()
 EResult DeviceImpl::GetStimulusInformation (EStimulus stimulus, std::uint32_t rate, char* buffer,
                                             std::uint32_t size) const
 {
-    return guarded (kResultFailed, [=, this]
-    {
+    return guarded (kResultFailed, [=, this] {
         bool isKnown = false;
 
         for (const auto& entry : descriptions.stimulusInfo.stimulusinformation())
@@ -149,15 +152,11 @@ EResult DeviceImpl::GetStimulusInformation (EStimulus stimulus, std::uint32_t ra
     });
 }
 
-double DeviceImpl::GetStimulusLatency() const
-{
-    return descriptions.stimulusInfo.stimuluslatencymilliseconds();
-}
+double DeviceImpl::GetStimulusLatency() const { return descriptions.stimulusInfo.stimuluslatencymilliseconds(); }
 
 bool DeviceImpl::SetActiveFilterSlot (std::uint32_t slot)
 {
-    return guarded (false, [=, this]
-    {
+    return guarded (false, [=, this] {
         if (slot >= GetFilterSlotCount())
             return false;
 
@@ -178,8 +177,7 @@ bool DeviceImpl::SetActiveFilterSlot (std::uint32_t slot)
 
 std::uint32_t DeviceImpl::GetActiveFilterSlot()
 {
-    return guarded (std::uint32_t { 0 }, [this]
-    {
+    return guarded (std::uint32_t { 0 }, [this] {
         const auto request = makeRequest (Request::RequestType_kGetActiveFilterSlot, deviceIndex);
         const auto answer = query<veltraio::ActiveFilterSlot> (dispatcher, request, kSlotTimeout_ms);
         return answer ? answer->slotindex() : 0;
@@ -188,8 +186,7 @@ std::uint32_t DeviceImpl::GetActiveFilterSlot()
 
 void DeviceImpl::SetFiltering (bool enabled)
 {
-    guarded ([=, this]
-    {
+    guarded ([=, this] {
         veltraio::FilteringState message;
         message.set_deviceindex (deviceIndex);
         message.set_isfiltering (enabled);
@@ -203,8 +200,7 @@ void DeviceImpl::SetFiltering (bool enabled)
 
 bool DeviceImpl::GetFiltering()
 {
-    return guarded (false, [this]
-    {
+    return guarded (false, [this] {
         const auto request = makeRequest (Request::RequestType_kGetFilteringState, deviceIndex);
         const auto answer = query<veltraio::FilteringState> (dispatcher, request, kShortTimeout_ms);
         return answer && answer->isfiltering();
@@ -221,8 +217,7 @@ constexpr auto kVolumeScale = static_cast<float> (kProfile.volumeScale_percent);
 
 bool DeviceImpl::SetVolume (float value)
 {
-    return guarded (false, [=, this]
-    {
+    return guarded (false, [=, this] {
         if (! std::isfinite (value)) // nothing that an amplifier should be told
             return false;
 
@@ -235,8 +230,7 @@ bool DeviceImpl::SetVolume (float value)
 
 float DeviceImpl::GetVolume (char* buffer, std::uint32_t size)
 {
-    return guarded (0.0f, [=, this]
-    {
+    return guarded (0.0f, [=, this] {
         const auto request = makeRequest (Request::RequestType_kGetVolume, deviceIndex);
         const auto answer = query<veltraio::Volume> (dispatcher, request, kShortTimeout_ms);
 
@@ -252,8 +246,7 @@ float DeviceImpl::GetVolume (char* buffer, std::uint32_t size)
 
 bool DeviceImpl::SetChannelAttenuation (std::uint32_t channel, float attenuation)
 {
-    return guarded (false, [=, this]
-    {
+    return guarded (false, [=, this] {
         const float greatest = GetMaxChannelAttenuation();
         const float fraction = greatest != 0.0f ? attenuation / greatest : 0.0f;
 
@@ -267,8 +260,7 @@ bool DeviceImpl::SetChannelAttenuation (std::uint32_t channel, float attenuation
 
 float DeviceImpl::GetChannelAttenuation (std::uint32_t channel)
 {
-    return guarded (0.0f, [=, this]
-    {
+    return guarded (0.0f, [=, this] {
         auto request = makeRequest (Request::RequestType_kGetChannelAttenuation, deviceIndex);
         request.set_channel (channel);
         const auto answer = query<veltraio::ChannelAttenuation> (dispatcher, request, kShortTimeout_ms);

@@ -17,9 +17,9 @@ namespace veltra::plugin {
 /** What became of a command. */
 struct CommandResult
 {
-    std::int32_t sent = 0;                             ///< as Dispatcher::Send returns it: 0 when it went out
+    std::int32_t sent = 0;                              ///< as Dispatcher::Send returns it: 0 when it went out
     std::int32_t state = veltraio::ReplyState::pending; ///< pending after a time-out, and when it did not go out
-    std::string refusal;                               ///< the device's words when it refused; may be empty
+    std::string refusal;                                ///< the device's words when it refused; may be empty
 
     bool isAcknowledged() const noexcept { return sent == 0 && state == veltraio::ReplyState::acknowledged; }
     bool isRefused() const noexcept { return sent == 0 && state == veltraio::ReplyState::refused; }

@@ -13,10 +13,7 @@ const juce::File& moduleFile()
     return file;
 }
 
-juce::File settingsFile()
-{
-    return moduleFile().withFileExtension ("settings");
-}
+juce::File settingsFile() { return moduleFile().withFileExtension ("settings"); }
 
 bool isOrdinaryFile (const juce::File& file)
 {

@@ -51,8 +51,7 @@ std::vector<std::uint32_t> channelsToServe (const DownloadTarget& target, const 
                                             std::uint32_t rate)
 {
     std::map<std::uint32_t, std::size_t> filtersOf;
-    set.forEachFilter ([&] (unsigned, const filters::FilterImpl& filter)
-    {
+    set.forEachFilter ([&] (unsigned, const filters::FilterImpl& filter) {
         ++filtersOf[filter.GetChannel()];
         return true;
     });

@@ -39,7 +39,10 @@ std::string slotName (const char* projectName)
 
 FilterDownload::FilterDownload (const DownloadTarget& downloadTarget, filters::FilterSetsImpl& setToSend,
                                 std::uint32_t slotToFill, Progress& progressToUse)
-    : target (downloadTarget), set (setToSend), slot (slotToFill), progress (progressToUse)
+    : target (downloadTarget),
+      set (setToSend),
+      slot (slotToFill),
+      progress (progressToUse)
 {
 }
 
@@ -107,8 +110,7 @@ FilterDownload::Compensation FilterDownload::readCompensation() const
         return compensation;
 
     float greatestGain_dB = 0.0f;
-    set.forEachFilter ([&] (unsigned, const filters::FilterImpl& filter)
-    {
+    set.forEachFilter ([&] (unsigned, const filters::FilterImpl& filter) {
         greatestGain_dB = std::max (greatestGain_dB, filter.getMaxFilterGaindB());
         return true;
     });
@@ -123,8 +125,9 @@ void FilterDownload::sendChannels()
 {
     const auto compensation = readCompensation();
 
-    if (! set.forEachFilter ([&] (unsigned index, const filters::FilterImpl& filter)
-                             { return sendChannel (index, filter, compensation); }))
+    if (! set.forEachFilter ([&] (unsigned index, const filters::FilterImpl& filter) {
+            return sendChannel (index, filter, compensation);
+        }))
         throw kResultFailed;
 }
 
@@ -149,9 +152,11 @@ bool FilterDownload::sendChannel (unsigned index, const filters::FilterImpl& fil
     message.set_noeq (noEq);
 
     VELTRA_LOG (INFO, "Sending FilterChannel idx " << index << ", name '" << logText (filter.GetName()) << "'"
-                          << ", gain " << gain_dB << " dB (orig. " << filter.GetGaindB() << " dB), max "
-                          << filter.getMaxFilterGaindB() << " dB" << ", delay " << filter.GetDelayMs() << " ms"
-                          << ", latency " << filter.getExtraDelayMs() << " ms" << ", EQ " << (noEq ? "NO" : "YES"));
+                                                   << ", gain " << gain_dB << " dB (orig. " << filter.GetGaindB()
+                                                   << " dB), max " << filter.getMaxFilterGaindB() << " dB"
+                                                   << ", delay " << filter.GetDelayMs() << " ms"
+                                                   << ", latency " << filter.getExtraDelayMs() << " ms"
+                                                   << ", EQ " << (noEq ? "NO" : "YES"));
 
     const auto reply = sendCommand (target.dispatcher, message, kFilterChannelTimeout_ms);
     target.lastError += reply.isAcknowledged() ? std::string() : reply.refusal;
@@ -184,7 +189,7 @@ void FilterDownload::announceBlock (const RateBlock& block)
     message.set_sizebytes (static_cast<std::uint32_t> (block.blob.getSize()));
 
     VELTRA_LOG (TRACE, "Sending FilterData samplerate " << block.sampleRate << " Hz"
-                           << ", size " << block.blob.getSize() << " bytes");
+                                                        << ", size " << block.blob.getSize() << " bytes");
 
     const auto reply = sendCommand (target.dispatcher, message, kFilterDataTimeout_ms);
 

@@ -49,9 +49,9 @@ void LogFiles::add (std::string_view path, std::int32_t level)
     constexpr bool rollOnClose = false; // the log stays at the path that the host gave
 
     // The monthly schedule, in spite of the class's name.
-    log4cplus::SharedAppenderPtr appender (new log4cplus::DailyRollingFileAppender (
-        file.getFullPathName().toStdString(), log4cplus::MONTHLY, immediateFlush, maxBackupIndex, createFolders,
-        rollOnClose));
+    log4cplus::SharedAppenderPtr appender (
+        new log4cplus::DailyRollingFileAppender (file.getFullPathName().toStdString(), log4cplus::MONTHLY,
+                                                 immediateFlush, maxBackupIndex, createFolders, rollOnClose));
     appender->setName ("main");
     appender->setLayout (std::make_unique<log4cplus::PatternLayout> ("[%D{%Y-%m-%d %H:%M:%S.%q}] %m%n"));
 

@@ -10,7 +10,7 @@
 #include "plugin/PluginList.h"
 
 #if defined(_WIN32)
- #include <windows.h>
+#include <windows.h>
 #endif
 
 namespace {
@@ -19,8 +19,7 @@ using namespace veltra::plugin;
 
 void onLoad() noexcept
 {
-    guarded ([]
-    {
+    guarded ([] {
         moduleFile();
         silenceUnusedLog();
     });

@@ -20,15 +20,14 @@ PluginImpl::~PluginImpl()
         sessions.erase (sessions.begin());
 }
 
-const char* PluginImpl::GetName() const    { return GetVendor(); }
-const char* PluginImpl::GetVendor() const  { return "Veltra Labs Ltd"; }
+const char* PluginImpl::GetName() const { return GetVendor(); }
+const char* PluginImpl::GetVendor() const { return "Veltra Labs Ltd"; }
 const char* PluginImpl::GetVersion() const { return "1.0.0"; }
-const char* PluginImpl::GetDate() const    { return "2015-04-14"; }
+const char* PluginImpl::GetDate() const { return "2015-04-14"; }
 
 bool PluginImpl::FindDevices()
 {
-    return guarded (false, [this]
-    {
+    return guarded (false, [this] {
         for (const auto& candidate : findCandidates())
             guarded ([&] { connect (candidate); }); // one that fails never spoils the rest
 

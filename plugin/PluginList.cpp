@@ -7,10 +7,7 @@
 
 namespace veltra::plugin {
 
-PluginList::~PluginList()
-{
-    clear();
-}
+PluginList::~PluginList() { clear(); }
 
 veltratune_io::Plugin* PluginList::create (std::uint32_t version)
 {
@@ -28,8 +25,8 @@ veltratune_io::Plugin* PluginList::create (std::uint32_t version)
 
 void PluginList::destroy (const veltratune_io::Plugin* plugin)
 {
-    const auto found = std::find_if (plugins.begin(), plugins.end(),
-                                     [plugin] (const auto& owned) { return owned.get() == plugin; });
+    const auto found =
+        std::find_if (plugins.begin(), plugins.end(), [plugin] (const auto& owned) { return owned.get() == plugin; });
 
     if (found != plugins.end())
         plugins.erase (found);

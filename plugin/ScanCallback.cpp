@@ -13,22 +13,16 @@ ScanCallback::ScanCallback (veltraio::ConnectionManager& manager, CandidateList&
     scanner = manager.CreateScanner (this, {});
 }
 
-void ScanCallback::OnScanStarted()
-{
-    VELTRA_LOG (DEBUG, "Device scanning started...");
-}
+void ScanCallback::OnScanStarted() { VELTRA_LOG (DEBUG, "Device scanning started..."); }
 
 void ScanCallback::OnDeviceAdded (const juce::String& name, const juce::String& address,
                                   const juce::String& friendlyName)
 {
     candidates.add ({ address, friendlyName });
-    VELTRA_LOG (DEBUG, "Device added: " << name << " (" << logText (address.toStdString()) << ") friendlyName = "
-                           << logText (friendlyName.toStdString()));
+    VELTRA_LOG (DEBUG, "Device added: " << name << " (" << logText (address.toStdString())
+                                        << ") friendlyName = " << logText (friendlyName.toStdString()));
 }
 
-void ScanCallback::OnScanEnded()
-{
-    VELTRA_LOG (DEBUG, "Device scanning ended...");
-}
+void ScanCallback::OnScanEnded() { VELTRA_LOG (DEBUG, "Device scanning ended..."); }
 
 }

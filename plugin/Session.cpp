@@ -76,8 +76,8 @@ std::unique_ptr<Session> openSession (std::unique_ptr<veltra::ipc::Connection> c
         return nullptr;
 
     // A dispatcher has exactly one device, the unit's first.
-    session->device = std::make_unique<DeviceImpl> (dispatcher, std::move (descriptions), settings, 0,
-                                                    friendlyName.toStdString());
+    session->device =
+        std::make_unique<DeviceImpl> (dispatcher, std::move (descriptions), settings, 0, friendlyName.toStdString());
     return session;
 }
 

@@ -8,9 +8,7 @@
 
 namespace veltra::ipc {
 
-Connection::Connection (int patience_ms) : handlerPatience_ms (patience_ms)
-{
-}
+Connection::Connection (int patience_ms) : handlerPatience_ms (patience_ms) {}
 
 Connection::~Connection()
 {
@@ -70,13 +68,13 @@ void Connection::removeHandler (EventHandlerBase* handler)
 
 bool Connection::isRegistered (const EventHandlerBase* handler) const
 {
-    const auto contains = [handler] (const Handlers& list)
-    {
+    const auto contains = [handler] (const Handlers& list) {
         return std::find (list.begin(), list.end(), handler) != list.end();
     };
 
-    return contains (anyHandlers)
-           || std::any_of (handlers.begin(), handlers.end(), [&] (const auto& entry) { return contains (entry.second); });
+    return contains (anyHandlers) || std::any_of (handlers.begin(), handlers.end(), [&] (const auto& entry) {
+               return contains (entry.second);
+           });
 }
 
 void Connection::call (EventHandlerBase& handler, juce::InputStream& stream, juce::int64 start)
@@ -136,9 +134,6 @@ void Connection::setRawCallback (std::function<void (const juce::MemoryBlock&)> 
     rawCallback = std::move (callback);
 }
 
-void Connection::clearRawCallback()
-{
-    setRawCallback (nullptr);
-}
+void Connection::clearRawCallback() { setRawCallback (nullptr); }
 
 }

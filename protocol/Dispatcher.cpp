@@ -21,10 +21,7 @@ Dispatcher::~Dispatcher()
     connection->clearRawCallback();
 }
 
-const juce::MemoryBlock& Dispatcher::getMarkerData() const
-{
-    return frameMarker;
-}
+const juce::MemoryBlock& Dispatcher::getMarkerData() const { return frameMarker; }
 
 std::int32_t Dispatcher::sendMessage (const google::protobuf::MessageLite& message, std::int32_t messageId,
                                       ByteVector* clearOnSuccess)

@@ -20,6 +20,7 @@ using ByteVector = std::vector<std::uint8_t>;
     There is one exchange at a time on a device, because no message carries a number that ties an answer to its question:
 
         MessageHandler<Unit> handler (dispatcher);   // before sending, so that a fast reply is not lost
+
         if (dispatcher.Send (request) == 0 && handler.Wait (2000) == ReplyState::answered)
             use (handler.message());
 

@@ -36,8 +36,8 @@ std::optional<ReceivedEnvelope> getEnvelope (const juce::MemoryBlock& block) noe
         return std::nullopt;
 
     const auto* bytes = static_cast<const char*> (block.getData());
-    const ReceivedEnvelope envelope { static_cast<std::int32_t> (juce::ByteOrder::bigEndianInt (bytes)),
-                                      bytes + 4 + 4, block.getSize() - 4 - 4 };
+    const ReceivedEnvelope envelope { static_cast<std::int32_t> (juce::ByteOrder::bigEndianInt (bytes)), bytes + 4 + 4,
+                                      block.getSize() - 4 - 4 };
 
     if (envelopeHash (envelope.body, envelope.bodySize) != juce::ByteOrder::bigEndianInt (bytes + 4))
         return std::nullopt;

@@ -18,8 +18,8 @@ constexpr std::uint32_t envelopeHash (std::string_view bytes) noexcept
 
     // Four at a time: a step for each byte would have to wait for the one before.
     for (; i + 4 <= bytes.size(); i += 4)
-        hash = hash * (31u * 31u * 31u * 31u) + value (i) * (31u * 31u * 31u) + value (i + 1) * (31u * 31u) + value (i + 2) * 31u
-             + value (i + 3);
+        hash = hash * (31u * 31u * 31u * 31u) + value (i) * (31u * 31u * 31u) + value (i + 1) * (31u * 31u)
+               + value (i + 2) * 31u + value (i + 3);
 
     for (; i < bytes.size(); ++i)
         hash = hash * 31u + value (i);

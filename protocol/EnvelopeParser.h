@@ -62,9 +62,9 @@ private:
 
     const veltra::MillisecondClock clock;
     const std::vector<std::uint8_t> marker;
-    std::size_t count = 0;       // bytes now in buffer
-    std::int32_t expected = -1;  // length of the body being collected, -1 while unknown
-    std::int64_t lastFeed = 0;   // milliseconds
+    std::size_t count = 0;      // bytes now in buffer
+    std::int32_t expected = -1; // length of the body being collected, -1 while unknown
+    std::int64_t lastFeed = 0;  // milliseconds
     std::array<std::uint8_t, bufferSize> buffer;
 };
 

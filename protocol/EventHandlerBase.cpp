@@ -5,17 +5,15 @@
 namespace veltra::ipc {
 
 // Delegates, so that the destructor unregisters the first handlers when there is no memory for the next.
-HandlerRegistration::HandlerRegistration (Connection& connection, std::initializer_list<EventHandlerBase*> handlersToAdd)
+HandlerRegistration::HandlerRegistration (Connection& connection,
+                                          std::initializer_list<EventHandlerBase*> handlersToAdd)
     : HandlerRegistration()
 {
     for (auto* handler : handlersToAdd)
         add (connection, *handler);
 }
 
-HandlerRegistration::~HandlerRegistration()
-{
-    reset();
-}
+HandlerRegistration::~HandlerRegistration() { reset(); }
 
 void HandlerRegistration::add (Connection& connection, EventHandlerBase& handler)
 {

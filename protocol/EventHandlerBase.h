@@ -39,7 +39,9 @@ public:
     virtual void handle (juce::InputStream& stream) = 0;
 
 protected:
-    EventHandlerBase (std::int32_t messageId, std::int32_t messageSubId) noexcept : id (messageId), subId (messageSubId) {}
+    EventHandlerBase (std::int32_t messageId, std::int32_t messageSubId) noexcept : id (messageId), subId (messageSubId)
+    {
+    }
 
 private:
     friend class Connection;

@@ -19,7 +19,8 @@ struct AnyMessage
 template <class T>
 struct IdType
 {
-    static inline const std::int32_t value = static_cast<std::int32_t> (envelopeHash (T::default_instance().GetTypeName()));
+    static inline const std::int32_t value =
+        static_cast<std::int32_t> (envelopeHash (T::default_instance().GetTypeName()));
 };
 
 /** Never goes on the wire. */

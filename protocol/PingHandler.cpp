@@ -12,8 +12,8 @@ PingHandler::PingHandler (Dispatcher& dispatcherToUse, veltra::MillisecondClock 
       clock (std::move (clockToUse)),
       poll_ms (pollInterval_ms),
       nextPing (clock() + interval_ms),
-      registration (dispatcherToUse.getConnection(),
-                    { static_cast<veltraio::EventHandler<Pong>*> (this), static_cast<veltraio::EventHandler<AnyMessage>*> (this) })
+      registration (dispatcherToUse.getConnection(), { static_cast<veltraio::EventHandler<Pong>*> (this),
+                                                       static_cast<veltraio::EventHandler<AnyMessage>*> (this) })
 {
     startThread();
 }
@@ -59,8 +59,7 @@ void PingHandler::checkAndPing()
 
 void PingHandler::callBack()
 {
-    const auto copy = [this]
-    {
+    const auto copy = [this] {
         const std::lock_guard guard (callbacksLock);
         return callbacks;
     }();
@@ -69,14 +68,8 @@ void PingHandler::callBack()
         veltra::ipc::contain ("A keep-alive callback", callback);
 }
 
-void PingHandler::onEvent (const Pong&)
-{
-    pongSeen = true;
-}
+void PingHandler::onEvent (const Pong&) { pongSeen = true; }
 
-void PingHandler::onEvent (const AnyMessage&)
-{
-    nextPing = clock() + interval_ms;
-}
+void PingHandler::onEvent (const AnyMessage&) { nextPing = clock() + interval_ms; }
 
 }

@@ -45,10 +45,7 @@ juce::String AcknowledgeHandler::getErrorText() const
     return errorText;
 }
 
-void AcknowledgeHandler::setState (std::int32_t newState)
-{
-    state = newState;
-}
+void AcknowledgeHandler::setState (std::int32_t newState) { state = newState; }
 
 void AcknowledgeHandler::onEvent (const Acknowledge& message)
 {

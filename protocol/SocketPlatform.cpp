@@ -1,15 +1,15 @@
 #include "protocol/SocketPlatform.h"
 
 #if JUCE_WINDOWS
- #include <winsock2.h>
- #include <ws2tcpip.h>
+#include <winsock2.h>
+#include <ws2tcpip.h>
 #else
- #include <arpa/inet.h>
- #include <cerrno>
- #include <fcntl.h>
- #include <netinet/in.h>
- #include <sys/socket.h>
- #include <sys/time.h>
+#include <arpa/inet.h>
+#include <cerrno>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/time.h>
 #endif
 
 namespace veltra::ipc::platform {
@@ -31,8 +31,8 @@ void prepareMulticastSocket (int handle, const char* localAddress) noexcept
     in_addr address {};
 
     if (::inet_pton (AF_INET, localAddress, &address) == 1)
-        ::setsockopt (static_cast<SOCKET> (handle), IPPROTO_IP, IP_MULTICAST_IF, reinterpret_cast<const char*> (&address),
-                      sizeof (address));
+        ::setsockopt (static_cast<SOCKET> (handle), IPPROTO_IP, IP_MULTICAST_IF,
+                      reinterpret_cast<const char*> (&address), sizeof (address));
 }
 
 int sendBytes (int handle, const void* data, int size, Blocking blocking) noexcept
@@ -50,19 +50,16 @@ int receiveBytes (int handle, void* data, int size) noexcept
     return ::recv (static_cast<SOCKET> (handle), static_cast<char*> (data), size, 0);
 }
 
-void shutDown (int handle) noexcept
-{
-    ::shutdown (static_cast<SOCKET> (handle), SD_BOTH);
-}
+void shutDown (int handle) noexcept { ::shutdown (static_cast<SOCKET> (handle), SD_BOTH); }
 
 #else
 
 void prepareSocket (int handle) noexcept
 {
-   #if defined(SO_NOSIGPIPE)
+#if defined(SO_NOSIGPIPE)
     const int on = 1;
     ::setsockopt (handle, SOL_SOCKET, SO_NOSIGPIPE, &on, sizeof (on));
-   #endif
+#endif
 
     // Until the first read the socket is a blocking one, and a peer that takes nothing would hold the sender for ever.
     const timeval patience { 2, 0 };
@@ -87,14 +84,15 @@ int sendBytes (int handle, const void* data, int size, Blocking blocking) noexce
 {
     int flags = blocking == Blocking::no ? MSG_DONTWAIT : 0;
 
-   #if defined(MSG_NOSIGNAL) // elsewhere there is SO_NOSIGPIPE, see above
+#if defined(MSG_NOSIGNAL) // elsewhere there is SO_NOSIGPIPE, see above
     flags |= MSG_NOSIGNAL;
-   #endif
+#endif
 
     ssize_t sent = 0;
 
     do
         sent = ::send (handle, data, static_cast<size_t> (size), flags);
+
     while (sent < 0 && errno == EINTR);
 
     return static_cast<int> (sent);
@@ -106,15 +104,13 @@ int receiveBytes (int handle, void* data, int size) noexcept
 
     do
         received = ::recv (handle, data, static_cast<size_t> (size), 0);
+
     while (received < 0 && errno == EINTR);
 
     return static_cast<int> (received);
 }
 
-void shutDown (int handle) noexcept
-{
-    ::shutdown (handle, SHUT_RDWR);
-}
+void shutDown (int handle) noexcept { ::shutdown (handle, SHUT_RDWR); }
 
 #endif
 

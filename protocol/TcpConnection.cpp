@@ -95,10 +95,7 @@ std::shared_ptr<juce::StreamingSocket> TcpConnection::getSocket() const
     return socket;
 }
 
-bool TcpConnection::readerShouldExit() const
-{
-    return thread != nullptr && thread->threadShouldExit();
-}
+bool TcpConnection::readerShouldExit() const { return thread != nullptr && thread->threadShouldExit(); }
 
 void TcpConnection::pauseReader (int milliseconds) const
 {
@@ -118,10 +115,7 @@ juce::String TcpConnection::getName()
     return hostName;
 }
 
-int TcpConnection::write (const void* data, int size)
-{
-    return write (data, size, platform::Blocking::yes);
-}
+int TcpConnection::write (const void* data, int size) { return write (data, size, platform::Blocking::yes); }
 
 int TcpConnection::write (const void* data, int size, platform::Blocking blocking)
 {
@@ -135,10 +129,7 @@ int TcpConnection::write (const void* data, int size, platform::Blocking blockin
     return platform::sendBytes (current->getRawSocketHandle(), data, size, blocking);
 }
 
-int TcpConnection::getHeaderSize()
-{
-    return headerSize;
-}
+int TcpConnection::getHeaderSize() { return headerSize; }
 
 bool TcpConnection::send (juce::MemoryOutputStream& stream, const Destination&)
 {
@@ -267,14 +258,9 @@ void TcpConnection::notifyDisconnected()
         listener (false);
 }
 
-bool TcpConnection::isPaused()
-{
-    return false;
-}
+bool TcpConnection::isPaused() { return false; }
 
-void TcpConnection::onAttached()
-{
-}
+void TcpConnection::onAttached() {}
 
 int TcpConnection::readHeader()
 {
@@ -312,8 +298,9 @@ bool TcpConnection::read()
     for (int position = 0; position < size;)
     {
         const auto current = getSocket();
-        const int got = current != nullptr ? current->read (bytes + position, std::min (size - position, largestRead), true)
-                                           : 0;
+        const int got =
+            current != nullptr ? current->read (bytes + position, std::min (size - position, largestRead), true) : 0;
+
         if (got <= 0)
             break;
 

@@ -29,10 +29,7 @@ TcpDeviceConnection::~TcpDeviceConnection()
     disconnect (false); // here already: the reader uses this class's part of the object
 }
 
-juce::String TcpDeviceConnection::getName()
-{
-    return "TCP:" + address;
-}
+juce::String TcpDeviceConnection::getName() { return "TCP:" + address; }
 
 int TcpDeviceConnection::write (const void* data, int size)
 {
@@ -66,10 +63,7 @@ bool TcpDeviceConnection::poll()
     return feed (bytes.data(), static_cast<std::uint32_t> (got));
 }
 
-void TcpDeviceConnection::onEnvelope (const juce::MemoryBlock& block)
-{
-    onData (block);
-}
+void TcpDeviceConnection::onEnvelope (const juce::MemoryBlock& block) { onData (block); }
 
 void TcpDeviceConnection::enablePing (Dispatcher& dispatcher, std::function<void()> callback)
 {

@@ -23,8 +23,7 @@ class TcpDeviceConnection final : public veltra::ipc::TcpConnection,
 {
 public:
     /** @param address  the host:port text that connect will be given, for the name */
-    explicit TcpDeviceConnection (const juce::String& address,
-                                  int patience_ms = defaultHandlerPatience_ms);
+    explicit TcpDeviceConnection (const juce::String& address, int patience_ms = defaultHandlerPatience_ms);
     ~TcpDeviceConnection() override;
 
     /** "TCP:" and the address. */

@@ -16,8 +16,7 @@ constexpr int largestPayload = 65507; // of a datagram over IPv4
 constexpr int wait_ms = 100;          // a socket that is shut down under a waiting thread does not always wake it
 
 /** The table of the reflected CRC-32, each entry with its bytes swapped. */
-constexpr auto crcTable = []
-{
+constexpr auto crcTable = [] {
     std::array<std::uint32_t, 256> table {};
 
     for (std::uint32_t i = 0; i < 256; ++i)
@@ -67,10 +66,7 @@ UdpConnection::UdpConnection (int port, int threadPriority, const juce::String& 
         socket.bindToPort (port, bindAddress);
 }
 
-UdpConnection::~UdpConnection()
-{
-    UdpConnection::stopReading();
-}
+UdpConnection::~UdpConnection() { UdpConnection::stopReading(); }
 
 void UdpConnection::startReading()
 {
@@ -87,25 +83,13 @@ void UdpConnection::stopReading()
     socket.shutdown();
 }
 
-bool UdpConnection::isConnected()
-{
-    return socket.getBoundPort() >= 0;
-}
+bool UdpConnection::isConnected() { return socket.getBoundPort() >= 0; }
 
-juce::String UdpConnection::getName()
-{
-    return {};
-}
+juce::String UdpConnection::getName() { return {}; }
 
-int UdpConnection::write (const void*, int)
-{
-    throw std::logic_error ("The method or operation is not implemented.");
-}
+int UdpConnection::write (const void*, int) { throw std::logic_error ("The method or operation is not implemented."); }
 
-int UdpConnection::getHeaderSize()
-{
-    return headerSize;
-}
+int UdpConnection::getHeaderSize() { return headerSize; }
 
 bool UdpConnection::send (juce::MemoryOutputStream& stream, const Destination& destination)
 {

@@ -9,10 +9,7 @@
 
 namespace veltra::topology {
 
-ChannelJob::ChannelJob (const juce::String& name, FloatSlot channelSlot)
-    : ThreadPoolJob (name), place (channelSlot)
-{
-}
+ChannelJob::ChannelJob (const juce::String& name, FloatSlot channelSlot) : ThreadPoolJob (name), place (channelSlot) {}
 
 juce::ThreadPoolJob::JobStatus ChannelJob::runJob()
 {
@@ -35,8 +32,7 @@ juce::ThreadPoolJob::JobStatus ChannelJob::runJob()
 juce::Result runOnPool (const std::vector<std::unique_ptr<ChannelJob>>& jobs, ProgressFunction progress)
 {
     // A throw out of here would destroy the pool over running jobs.
-    const auto report = [&] (float fraction) noexcept
-    {
+    const auto report = [&] (float fraction) noexcept {
         try
         {
             if (progress)
@@ -65,7 +61,8 @@ juce::Result runOnPool (const std::vector<std::unique_ptr<ChannelJob>>& jobs, Pr
 
     for (auto last = count;;)
     {
-        const auto left = std::count_if (jobs.begin(), jobs.end(), [&] (const auto& job) { return pool->contains (job.get()); });
+        const auto left =
+            std::count_if (jobs.begin(), jobs.end(), [&] (const auto& job) { return pool->contains (job.get()); });
 
         if (left != last)
             report (static_cast<float> (count - left) / static_cast<float> (count));

@@ -27,7 +27,8 @@ std::optional<size_t> blobSize (std::uint64_t channels, std::uint64_t wordsPerCh
 juce::Result noFilterResponse (const std::string& channelName, unsigned sampleRate)
 {
     return juce::Result::fail (juce::String::fromUTF8 (
-        toValidUtf8 ("No filter response for channel " + channelName + " at " + std::to_string (sampleRate) + " Hz").c_str()));
+        toValidUtf8 ("No filter response for channel " + channelName + " at " + std::to_string (sampleRate) + " Hz")
+            .c_str()));
 }
 
 }

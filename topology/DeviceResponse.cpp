@@ -63,15 +63,16 @@ std::optional<VectorXf> responseOfFloats (const DeviceData& data, std::uint32_t 
         response[i] = readFloat (from);
 
     for (std::uint32_t i = 0; i < sections; ++i, from += 16)
-        addSection (response.tail (tail), readFloat (from), readFloat (from + 4), readFloat (from + 8), readFloat (from + 12));
+        addSection (response.tail (tail), readFloat (from), readFloat (from + 4), readFloat (from + 8),
+                    readFloat (from + 12));
 
     return response;
 }
 
 std::optional<VectorXf> responseOfBlob (const DeviceData& data, std::uint32_t channel, std::string& problem)
 {
-    const auto contents = readVLFIRBlob (data.bytes, data.topologyName == "VLFIR" ? VLFIRGeneration::first
-                                                                                 : VLFIRGeneration::second);
+    const auto contents =
+        readVLFIRBlob (data.bytes, data.topologyName == "VLFIR" ? VLFIRGeneration::first : VLFIRGeneration::second);
 
     if (! contents.problems.empty())
         problem = contents.problems.front();

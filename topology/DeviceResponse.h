@@ -13,10 +13,10 @@ namespace veltra::topology {
 /** What a device loaded: the bytes of one sample rate and what it knows of them. */
 struct DeviceData
 {
-    juce::String topologyName;         ///< "FIR", "FIIR", "VLFIR" or "VLFIR2"
-    juce::StringPairArray parameters;  ///< the topology's, as the conversion got them
-    std::uint32_t sampleRate = 0;      ///< Hz
-    std::uint32_t channelCount = 0;    ///< channels that the bytes should hold
+    juce::String topologyName;           ///< "FIR", "FIIR", "VLFIR" or "VLFIR2"
+    juce::StringPairArray parameters;    ///< the topology's, as the conversion got them
+    std::uint32_t sampleRate = 0;        ///< Hz
+    std::uint32_t channelCount = 0;      ///< channels that the bytes should hold
     std::span<const std::uint8_t> bytes; ///< borrowed; may come from anywhere
 };
 

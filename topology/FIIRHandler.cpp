@@ -21,7 +21,8 @@ class FIIRCopyJob final : public ChannelJob
 {
 public:
     FIIRCopyJob (FIIRData channelData, FloatSlot slot)
-        : ChannelJob ("veltra::topology::FIIRHandler::FIIRCopyJob::FIIRCopyJob", slot), data (std::move (channelData))
+        : ChannelJob ("veltra::topology::FIIRHandler::FIIRCopyJob::FIIRCopyJob", slot),
+          data (std::move (channelData))
     {
     }
 
@@ -47,9 +48,13 @@ struct Room
 class FIR2FIIRJob final : public ChannelJob
 {
 public:
-    FIR2FIIRJob (const Eigen::VectorXf& response, Room roomOfDevice, unsigned rate, std::string nameOfChannel, FloatSlot slot)
+    FIR2FIIRJob (const Eigen::VectorXf& response, Room roomOfDevice, unsigned rate, std::string nameOfChannel,
+                 FloatSlot slot)
         : ChannelJob ("veltra::topology::FIIRHandler::FIR2FIIRJob::FIR2FIIRJob", slot),
-          fir (response), room (roomOfDevice), sampleRate (rate), channel (std::move (nameOfChannel))
+          fir (response),
+          room (roomOfDevice),
+          sampleRate (rate),
+          channel (std::move (nameOfChannel))
     {
     }
 
@@ -64,8 +69,8 @@ private:
         }
         catch (const std::invalid_argument& e)
         {
-            throw std::invalid_argument ("No FIIR design for channel " + channel + " at " + std::to_string (sampleRate) + " Hz: "
-                                         + e.what());
+            throw std::invalid_argument ("No FIIR design for channel " + channel + " at " + std::to_string (sampleRate)
+                                         + " Hz: " + e.what());
         }
     }
 
@@ -84,15 +89,14 @@ juce::Result checkFirstChannel (IFIIRSource& source, Room room)
     if (taps <= room.taps && sections <= room.sections)
         return juce::Result::ok();
 
-    return juce::Result::fail ("FIIR taps/sections mismatch: FIIR(" + std::to_string (taps) + "/" + std::to_string (sections)
-                               + ") vs. Device (" + std::to_string (room.taps) + "/" + std::to_string (room.sections) + ")");
+    return juce::Result::fail ("FIIR taps/sections mismatch: FIIR(" + std::to_string (taps) + "/"
+                               + std::to_string (sections) + ") vs. Device (" + std::to_string (room.taps) + "/"
+                               + std::to_string (room.sections) + ")");
 }
 
 }
 
-FIIRHandler::FIIRHandler (ProgressFunction progressFunction) : progress (std::move (progressFunction))
-{
-}
+FIIRHandler::FIIRHandler (ProgressFunction progressFunction) : progress (std::move (progressFunction)) {}
 
 void FIIRHandler::createFilterData (juce::Result& result, IFIRSource& source, const juce::StringPairArray& parameters,
                                     unsigned sampleRate, juce::MemoryBlock& blob, juce::PropertySet&)
@@ -119,8 +123,7 @@ void FIIRHandler::createFilterData (juce::Result& result, IFIRSource& source, co
     result = juce::Result::ok();
 
     const Room room { *taps, *sections };
-    const auto slot = [&] (unsigned channel)
-    {
+    const auto slot = [&] (unsigned channel) {
         const auto slotSize = *size / channels;
         return FloatSlot ({ static_cast<char*> (blob.getData()) + channel * slotSize, slotSize });
     };
@@ -152,21 +155,16 @@ void FIIRHandler::createFilterData (juce::Result& result, IFIRSource& source, co
                 return;
             }
 
-            jobs.push_back (std::make_unique<FIR2FIIRJob> (response, room, sampleRate, source.getChannelName (i), slot (i)));
+            jobs.push_back (
+                std::make_unique<FIR2FIIRJob> (response, room, sampleRate, source.getChannelName (i), slot (i)));
         }
 
         result = runOnPool (jobs, progress);
     }
 }
 
-unsigned FIIRHandler::getMaxTaps (const juce::StringPairArray&, unsigned sampleRate)
-{
-    return sampleRate / 2;
-}
+unsigned FIIRHandler::getMaxTaps (const juce::StringPairArray&, unsigned sampleRate) { return sampleRate / 2; }
 
-float FIIRHandler::getLatencyMs (const juce::StringPairArray&, unsigned)
-{
-    return 0.0f;
-}
+float FIIRHandler::getLatencyMs (const juce::StringPairArray&, unsigned) { return 0.0f; }
 
 }

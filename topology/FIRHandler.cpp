@@ -52,9 +52,6 @@ unsigned FIRHandler::getMaxTaps (const juce::StringPairArray& parameters, unsign
     return countParameter (parameters, "NbrOfFIRTaps").value_or (0);
 }
 
-float FIRHandler::getLatencyMs (const juce::StringPairArray&, unsigned)
-{
-    return 0.0f;
-}
+float FIRHandler::getLatencyMs (const juce::StringPairArray&, unsigned) { return 0.0f; }
 
 }

@@ -16,11 +16,11 @@ struct Entry
     std::function<std::unique_ptr<ITopology> (ProgressFunction)> make;
 };
 
-const Entry registry[]
-{
+const Entry registry[] {
     { "FIIR", [] (ProgressFunction progress) { return std::make_unique<FIIRHandler> (std::move (progress)); } },
     { "FIR", [] (ProgressFunction) { return std::make_unique<FIRHandler>(); } },
-    { "VLFIR", [] (ProgressFunction) { return std::make_unique<VLFIRHandler<VFIIR::SFilterBlock, VFIIR::SFilter>>(); } },
+    { "VLFIR",
+      [] (ProgressFunction) { return std::make_unique<VLFIRHandler<VFIIR::SFilterBlock, VFIIR::SFilter>>(); } },
     { "VLFIR2", [] (ProgressFunction) { return std::make_unique<VLFIR2Handler>(); } },
 };
 

@@ -127,12 +127,14 @@ catch (const std::bad_alloc&)
 
 }
 
-int VFIIR::makeBlob (unsigned sampleRate, std::span<const SFilter> filters, std::vector<std::uint8_t>& blob, int* clipCount)
+int VFIIR::makeBlob (unsigned sampleRate, std::span<const SFilter> filters, std::vector<std::uint8_t>& blob,
+                     int* clipCount)
 {
     return write (sampleRate, filters, blob, clipCount);
 }
 
-int VFIIR2::makeBlob (unsigned sampleRate, std::span<const SFilter> filters, std::vector<std::uint8_t>& blob, int* clipCount)
+int VFIIR2::makeBlob (unsigned sampleRate, std::span<const SFilter> filters, std::vector<std::uint8_t>& blob,
+                      int* clipCount)
 {
     return write (sampleRate, filters, blob, clipCount);
 }

@@ -89,7 +89,8 @@ int makeBlob (unsigned sampleRate, std::span<const SFilter> filters, std::vector
 }
 
 /** Bytes that a blob takes: a header, records, and two rows of taps for each of the channels. */
-constexpr std::uint64_t vlfirBlobSize (const VLFIRLayout& layout, std::uint64_t channels, std::uint64_t tapsOfAllRows) noexcept
+constexpr std::uint64_t vlfirBlobSize (const VLFIRLayout& layout, std::uint64_t channels,
+                                       std::uint64_t tapsOfAllRows) noexcept
 {
     return vlfir::headerSize + channels * layout.recordSize() + 4 * tapsOfAllRows;
 }

@@ -35,7 +35,8 @@ public:
         const std::uint64_t size = 4 * std::uint64_t { count };
 
         if (offset != position)
-            problems.push_back (what + " begin at " + std::to_string (offset) + " instead of " + std::to_string (position));
+            problems.push_back (what + " begin at " + std::to_string (offset) + " instead of "
+                                + std::to_string (position));
 
         if (offset > end || size > end - offset)
             problems.push_back (what + ", " + std::to_string (count) + " from " + std::to_string (offset)
@@ -123,7 +124,8 @@ VLFIRBlobContents readVLFIRBlob (Bytes bytes, VLFIRGeneration generation)
     contents.channelCount = vlfir::getWord (bytes.data() + 8);
 
     if (bytes.size() > 4 * layout.workingWords)
-        problem ("the file is longer than the " + std::to_string (4 * layout.workingWords) + " bytes that a device takes");
+        problem ("the file is longer than the " + std::to_string (4 * layout.workingWords)
+                 + " bytes that a device takes");
 
     if (vlfirBlobSize (layout, contents.channelCount, 0) > bytes.size())
     {

@@ -20,10 +20,10 @@ using Eigen::VectorXf;
 VectorXf makeTestSignal (unsigned sampleRate)
 {
     Eigen::MatrixXf envelope (2, 2);
-    envelope << 10.0f, 0.25f,
-                10000.0f, 0.25f;
+    envelope << 10.0f, 0.25f, 10000.0f, 0.25f;
 
-    return dsp::makeShapedSweep (3 * sampleRate, 10.0, 0.5 * sampleRate, sampleRate / 2, 1, sampleRate, 300.0, envelope);
+    return dsp::makeShapedSweep (3 * sampleRate, 10.0, 0.5 * sampleRate, sampleRate / 2, 1, sampleRate, 300.0,
+                                 envelope);
 }
 
 VectorXf delayed (const VectorXf& signal, Eigen::Index delay)
@@ -89,8 +89,8 @@ void VLFIRDump::writeText (const juce::String& fileName, const VectorXf& values)
 void VLFIRDump::writeForChannel (const char* what, const std::string& name, const VectorXf& values)
 {
     // The name comes from the filter description: it must not lead out of the folder.
-    const auto fileName = juce::String (what) + "_" + juce::String (sampleRate) + "_" + juce::String::fromUTF8 (toValidUtf8 (name).c_str())
-                          + ".txt";
+    const auto fileName = juce::String (what) + "_" + juce::String (sampleRate) + "_"
+                          + juce::String::fromUTF8 (toValidUtf8 (name).c_str()) + ".txt";
     writeText (juce::File::createLegalFileName (fileName), values);
 }
 

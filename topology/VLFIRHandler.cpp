@@ -17,7 +17,12 @@ namespace veltra::topology {
 
 namespace {
 
-enum LogLevel { info = 2, warning = 3, error = 4 };
+enum LogLevel
+{
+    info = 2,
+    warning = 3,
+    error = 4
+};
 
 std::string joinChannelIds (IFIRSource& source)
 {
@@ -60,8 +65,9 @@ VLFIRChannel channelFrom (const VLFIRSplitter::Parts& parts, unsigned highRateDe
 
 template <class SFilterBlock, class SFilter>
 void VLFIRHandler<SFilterBlock, SFilter>::createFilterData (juce::Result& result, IFIRSource& source,
-                                                            const juce::StringPairArray& parameters, unsigned sampleRate,
-                                                            juce::MemoryBlock& blob, juce::PropertySet& settings)
+                                                            const juce::StringPairArray& parameters,
+                                                            unsigned sampleRate, juce::MemoryBlock& blob,
+                                                            juce::PropertySet& settings)
 {
     if (! parameters.containsKey ("NbrOfFIRTaps"))
     {
@@ -73,8 +79,8 @@ void VLFIRHandler<SFilterBlock, SFilter>::createFilterData (juce::Result& result
     const auto taps = countParameter (parameters, "NbrOfFIRTaps");
     const auto channelCount = source.getChannelCount();
 
-    source.log (info, "VLFIR: SR = " + std::to_string (sampleRate) + ", Channels = " + std::to_string (channelCount) + " ("
-                          + joinChannelIds (source) + "), FIR length = " + std::to_string (taps.value_or (0)));
+    source.log (info, "VLFIR: SR = " + std::to_string (sampleRate) + ", Channels = " + std::to_string (channelCount)
+                          + " (" + joinChannelIds (source) + "), FIR length = " + std::to_string (taps.value_or (0)));
 
     if (taps.value_or (0) == 0)
     {
@@ -82,8 +88,7 @@ void VLFIRHandler<SFilterBlock, SFilter>::createFilterData (juce::Result& result
         return;
     }
 
-    const auto outOfMemory = [&]
-    {
+    const auto outOfMemory = [&] {
         source.log (error, "VLFIR: Failed to create BLOB");
         result = juce::Result::fail ("Out of memory");
     };
@@ -92,11 +97,11 @@ void VLFIRHandler<SFilterBlock, SFilter>::createFilterData (juce::Result& result
     // there is no channel to put into it.
     const auto allTaps = 2 * std::uint64_t { *taps } * std::max<std::uint64_t> (channelCount, 1);
 
-    if (vlfirBlobSize (layoutOf (SFilter::generation), channelCount, allTaps)
-        > 4 * SFilterBlock::words)
+    if (vlfirBlobSize (layoutOf (SFilter::generation), channelCount, allTaps) > 4 * SFilterBlock::words)
     {
         source.log (error, "VLFIR: " + std::to_string (channelCount) + " channels with " + std::to_string (*taps)
-                               + " taps do not fit the device's buffer of " + std::to_string (SFilterBlock::words) + " words");
+                               + " taps do not fit the device's buffer of " + std::to_string (SFilterBlock::words)
+                               + " words");
         outOfMemory();
         return;
     }
@@ -201,8 +206,9 @@ void VLFIRHandler<SFilterBlock, SFilter>::fillFilter (SFilter& record, const Eig
     record.gaindB = -static_cast<double> (attenuationdB);
 }
 
-void VLFIR2Handler::fillFilter (VFIIR2::SFilter& record, const Eigen::VectorXf& highRate, const Eigen::VectorXf& lowRate,
-                                unsigned highRateDelay, unsigned channelId, float attenuationdB)
+void VLFIR2Handler::fillFilter (VFIIR2::SFilter& record, const Eigen::VectorXf& highRate,
+                                const Eigen::VectorXf& lowRate, unsigned highRateDelay, unsigned channelId,
+                                float attenuationdB)
 {
     VLFIRHandler::fillFilter (record, highRate, lowRate, highRateDelay, channelId, attenuationdB);
     record.channelWord = channelId * VFIIR2::channelFactor;

@@ -16,7 +16,11 @@
 
 namespace veltra::topology {
 
-enum class VLFIRGeneration { first, second };
+enum class VLFIRGeneration
+{
+    first,
+    second
+};
 
 /** The words of a channel record by name. The first generation has no stage gains. */
 struct VLFIRRecord
@@ -24,7 +28,7 @@ struct VLFIRRecord
     std::uint32_t channelWord = 0; ///< the channel's id times channelFactor
     std::uint32_t gain = 0;        ///< linear; the factor at or below 1 by which the taps were scaled down
     std::uint32_t stageGain1 = 0, stageGain2 = 0, stageGain3 = 0, stageGain4 = 0; ///< linear
-    std::uint32_t highRateDelay = 0; ///< samples
+    std::uint32_t highRateDelay = 0;                                              ///< samples
     std::uint32_t highRateTapCount = 0;
     std::uint32_t highRateOffset = 0;
     std::uint32_t reserved = 0;
@@ -37,8 +41,8 @@ struct VLFIRLayout
 {
     const char* topologyName;
     std::uint32_t channelFactor;
-    std::size_t workingWords; ///< the device's buffer: no blob is longer
-    std::span<std::uint32_t VLFIRRecord::* const> fields; ///< the record's words in their order
+    std::size_t workingWords;                            ///< the device's buffer: no blob is longer
+    std::span<std::uint32_t VLFIRRecord::*const> fields; ///< the record's words in their order
 
     constexpr std::size_t recordSize() const noexcept { return 4 * fields.size(); }
 };

@@ -51,7 +51,8 @@ VectorXf throughTaps (const VectorXf& in, const VectorXf& taps)
 VectorXf lowRatePath (const VectorXf& in, const VectorXf& taps)
 {
     const VectorXf bandLimited = throughRateFilter (in);
-    const VectorXf decimated = VectorXf::Map (bandLimited.data(), bandLimited.size() / decimation, Eigen::InnerStride<decimation>());
+    const VectorXf decimated =
+        VectorXf::Map (bandLimited.data(), bandLimited.size() / decimation, Eigen::InnerStride<decimation>());
     const VectorXf filtered = throughTaps (decimated, taps);
 
     VectorXf spread = VectorXf::Zero (filtered.size() * decimation);

@@ -16,7 +16,11 @@ namespace {
 using Eigen::Index;
 using Eigen::VectorXf;
 
-enum Kernel : std::size_t { highPass, bandLimit };
+enum Kernel : std::size_t
+{
+    highPass,
+    bandLimit
+};
 
 constexpr float cutOutPeak = 0.4f;
 constexpr Index delay = dsp::kBandSplitDelay;

@@ -26,14 +26,17 @@ int main (int argc, char** argv)
     }
 
     // decltype keeps the function types where they are defined: in the boundary's header.
-    const auto getPlugin = reinterpret_cast<decltype (&GetVersionedPluginObject)> (dlsym (module, "GetVersionedPluginObject"));
-    const auto release = reinterpret_cast<decltype (&ReleaseVersionedPluginObject)> (dlsym (module, "ReleaseVersionedPluginObject"));
+    const auto getPlugin =
+        reinterpret_cast<decltype (&GetVersionedPluginObject)> (dlsym (module, "GetVersionedPluginObject"));
+    const auto release =
+        reinterpret_cast<decltype (&ReleaseVersionedPluginObject)> (dlsym (module, "ReleaseVersionedPluginObject"));
 
     auto* const plugin = getPlugin != nullptr ? getPlugin (veltratune_io::kPluginInterfaceVersion) : nullptr;
 
     if (plugin == nullptr || release == nullptr)
     {
-        std::fprintf (stderr, "%s is no module of interface version %u\n", path, veltratune_io::kPluginInterfaceVersion);
+        std::fprintf (stderr, "%s is no module of interface version %u\n", path,
+                      veltratune_io::kPluginInterfaceVersion);
         return 1;
     }
 

@@ -27,10 +27,7 @@
 /** The sanitizer's library asks for it. See `lost` below. */
 extern "C" __attribute__ ((visibility ("default"))) const char* __lsan_default_suppressions();
 
-extern "C" const char* __lsan_default_suppressions()
-{
-    return "leak:google::protobuf::";
-}
+extern "C" const char* __lsan_default_suppressions() { return "leak:google::protobuf::"; }
 #endif
 
 namespace veltra::test {
@@ -144,8 +141,7 @@ TEST_F (AllocationFailure, AParsedDescriptionIsWholeOrRefused)
     failEachAllocation (
         "parse", 0, [] { return State(); },
         [&] (State& state) { state.result = parser::FIIR::parse (text.c_str(), &state.set, "Veltra"); },
-        [&] (State& state, bool isUndisturbed)
-        {
+        [&] (State& state, bool isUndisturbed) {
             EXPECT_TRUE (! isUndisturbed || state.result == parser::FIIR::Success);
 
             // What was reported until then stays, and can be used.
@@ -183,8 +179,7 @@ TEST_F (AllocationFailure, AConversionMakesTheSameBytesAfterOneThatFailed)
             const auto parameters = topology::parseParameters ("NbrOfFIRTaps=64;NbrOfIIRSections=2");
             juce::PropertySet noSettings;
 
-            const auto convert = [&] (filters::FilterSetsImpl& set, juce::MemoryBlock& blob)
-            {
+            const auto convert = [&] (filters::FilterSetsImpl& set, juce::MemoryBlock& blob) {
                 auto result = juce::Result::ok();
                 filters::FIIRSourceImpl source (set, { 0, 1 }, rate);
 
@@ -196,8 +191,7 @@ TEST_F (AllocationFailure, AConversionMakesTheSameBytesAfterOneThatFailed)
                 return result;
             };
 
-            const auto prepare = [&]
-            {
+            const auto prepare = [&] {
                 State state;
                 EXPECT_EQ (parser::FIIR::parse (text.c_str(), state.set.get(), "Veltra"), parser::FIIR::Success);
                 return state;
@@ -208,23 +202,20 @@ TEST_F (AllocationFailure, AConversionMakesTheSameBytesAfterOneThatFailed)
             const auto outcome = convert (*reference.set, expected);
             ASSERT_TRUE (outcome.wasOk()) << outcome.getErrorMessage();
 
-            failEachAllocation (
-                (name + " at " + juce::String (rate) + " Hz").toRawUTF8(), 0, prepare,
-                [&] (State& state)
-                {
-                    state.result = convert (*state.set, state.blob);
-                    state.hasEnded = true;
-                },
-                [&] (State& state, bool isUndisturbed)
-                {
-                    EXPECT_TRUE (! isUndisturbed || (state.hasEnded && state.result.wasOk()));
+            failEachAllocation ((name + " at " + juce::String (rate) + " Hz").toRawUTF8(), 0, prepare,
+                                [&] (State& state) {
+                                    state.result = convert (*state.set, state.blob);
+                                    state.hasEnded = true;
+                                },
+                                [&] (State& state, bool isUndisturbed) {
+                                    EXPECT_TRUE (! isUndisturbed || (state.hasEnded && state.result.wasOk()));
 
-                    EXPECT_TRUE (! state.hasEnded || state.result.failed() || state.blob == expected);
+                                    EXPECT_TRUE (! state.hasEnded || state.result.failed() || state.blob == expected);
 
-                    juce::MemoryBlock again;
-                    EXPECT_TRUE (convert (*state.set, again).wasOk());
-                    EXPECT_EQ (again, expected);
-                });
+                                    juce::MemoryBlock again;
+                                    EXPECT_TRUE (convert (*state.set, again).wasOk());
+                                    EXPECT_EQ (again, expected);
+                                });
         }
     }
 }
@@ -233,10 +224,10 @@ namespace {
 
 Eigen::VectorXf decayingModes (Eigen::Index taps)
 {
-    return Eigen::VectorXf::NullaryExpr (taps, [] (Eigen::Index n)
-    {
+    return Eigen::VectorXf::NullaryExpr (taps, [] (Eigen::Index n) {
         const auto time = static_cast<float> (n);
-        return std::exp (-0.01f * time) * std::cos (0.3f * time) + 0.5f * std::exp (-0.02f * time) * std::cos (0.9f * time);
+        return std::exp (-0.01f * time) * std::cos (0.3f * time)
+               + 0.5f * std::exp (-0.02f * time) * std::cos (0.9f * time);
     });
 }
 
@@ -250,13 +241,14 @@ TEST_F (AllocationFailure, ADesignThrowsWhatItsCallerCatches)
     failEachAllocation (
         "design", 0, [] { return std::vector<dsp::FIIRSection>(); },
         [&] (auto& sections) { sections = dsp::designFIIR (response, 64, 2, 4800.0).sections; },
-        [&] (const auto& sections, bool isUndisturbed)
-        {
+        [&] (const auto& sections, bool isUndisturbed) {
             if (expected.empty())
                 expected = sections;
 
-            EXPECT_TRUE (sections.empty() ? ! isUndisturbed
-                                          : std::memcmp (sections.data(), expected.data(), sizeof (sections[0]) * sections.size()) == 0);
+            EXPECT_TRUE (sections.empty()
+                             ? ! isUndisturbed
+                             : std::memcmp (sections.data(), expected.data(), sizeof (sections[0]) * sections.size())
+                                   == 0);
         });
 }
 
@@ -265,14 +257,14 @@ TEST_F (AllocationFailure, ADesignNeedsNoThreads)
     FIRTestSource source ({ { decayingModes (300) }, { decayingModes (200) } });
     juce::PropertySet noSettings;
 
-    const auto convert = [&]
-    {
+    const auto convert = [&] {
         juce::MemoryBlock blob;
         auto result = juce::Result::ok();
         std::vector<float> reports;
         const auto report = [&] (float done, const juce::String&) { return reports.push_back (done), true; };
         const auto topology = topology::createTopology ("FIIR", report);
-        topology->createFilterData (result, source, topology::parseParameters ("NbrOfFIRTaps=64;NbrOfIIRSections=2"), 4800, blob, noSettings);
+        topology->createFilterData (result, source, topology::parseParameters ("NbrOfFIRTaps=64;NbrOfIIRSections=2"),
+                                    4800, blob, noSettings);
         EXPECT_TRUE (result.wasOk()) << result.getErrorMessage();
         EXPECT_EQ (reports.front(), 0.0f);
         EXPECT_EQ (reports.back(), 1.0f);
@@ -290,10 +282,8 @@ TEST_F (AllocationFailure, AFailureOnAThreadOfOursIsContained)
     const LogLines lines; // which switches the log on
     bool hasRun = false;
 
-    const auto fail = [&]
-    {
-        ipc::contain ("A message", [&]
-        {
+    const auto fail = [&] {
+        ipc::contain ("A message", [&] {
             hasRun = true;
             throw std::runtime_error ("A reason that is long enough to need an allocation of its own");
         });
@@ -303,12 +293,14 @@ TEST_F (AllocationFailure, AFailureOnAThreadOfOursIsContained)
 
     failEachAllocation (
         "contain", linesThatTheLogKeeps, [] { return 0; },
-        [&] (int&)
-        {
+        [&] (int&) {
             // On a new thread, for which the log has nothing ready.
             std::latch start (1);
             auto pause = std::make_optional<FailingAllocation::Pause>();
-            std::thread thread ([&] { start.wait(); fail(); });
+            std::thread thread ([&] {
+                start.wait();
+                fail();
+            });
             pause.reset();
             start.count_down();
             thread.join();
@@ -331,8 +323,7 @@ TEST_F (AllocationFailure, AMessageThatIsLostIsFollowedByOneThatArrives)
     failEachAllocation (
         "receive", blocksOf (profile.unit), [] { return State(); },
         [&] (State& state) { state.dispatcher->getConnection().onData (block); },
-        [&] (State& state, bool isUndisturbed)
-        {
+        [&] (State& state, bool isUndisturbed) {
             const auto reply = state.handler->Wait (0);
             EXPECT_TRUE (! isUndisturbed || reply == veltraio::ReplyState::answered);
 
@@ -357,10 +348,7 @@ struct Host
     std::unique_ptr<plugin::Session> session;
     std::optional<veltratune_io::EResult> result;
 
-    explicit Host (const receiver::Profile& profile)
-    {
-        connect (profile);
-    }
+    explicit Host (const receiver::Profile& profile) { connect (profile); }
 
     void connect (const receiver::Profile& profile)
     {
@@ -390,8 +378,7 @@ TEST_F (AllocationFailure, ASessionThatDoesNotOpenCanBeOpenedAgain)
 {
     failEachAllocation (
         "open", blocksOf (profile.unit), [&] { return Host (profile); }, [] (Host& host) { host.open(); },
-        [&] (Host& host, bool isUndisturbed)
-        {
+        [&] (Host& host, bool isUndisturbed) {
             EXPECT_TRUE (! isUndisturbed || host.session != nullptr);
             host.session = nullptr;
             host.connect (profile);
@@ -406,8 +393,7 @@ TEST_F (AllocationFailure, ADownloadSendsTheSameAfterOneThatFailed)
     const auto text = description().text();
     std::optional<std::uint32_t> expected;
 
-    const auto prepare = [&]
-    {
+    const auto prepare = [&] {
         Host host (profile);
         host.open();
         return host;
@@ -415,8 +401,7 @@ TEST_F (AllocationFailure, ADownloadSendsTheSameAfterOneThatFailed)
 
     failEachAllocation (
         "download", 1, prepare, [&] (Host& host) { host.download (text); },
-        [&] (Host& host, bool isUndisturbed)
-        {
+        [&] (Host& host, bool isUndisturbed) {
             ASSERT_TRUE (host.result) << "an exception crossed the boundary";
             EXPECT_TRUE (! isUndisturbed || host.result == veltratune_io::kResultOk);
 

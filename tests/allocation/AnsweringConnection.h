@@ -51,8 +51,9 @@ public:
         hash = 31 * hash + veltraio::envelopeHash (envelope, static_cast<std::size_t> (size));
 
         const bool isRequest = static_cast<std::int32_t> (juce::ByteOrder::bigEndianInt (envelope + 3 + 4))
-                                   == veltraio::IdType<veltraio::Request>::value;
-        const auto answer = isRequest ? answers.find (envelope[3 + 4 + 4 + 4 + 1]) : answers.end(); // behind the field's tag
+                               == veltraio::IdType<veltraio::Request>::value;
+        const auto answer =
+            isRequest ? answers.find (envelope[3 + 4 + 4 + 4 + 1]) : answers.end(); // behind the field's tag
         onData (answer != answers.end() ? answer->second : acknowledgement);
         return size;
     }

@@ -8,12 +8,14 @@
 #include <pthread.h>
 
 // The linker sends all calls of malloc and its kin from inside the program here (--wrap), and our own to the real ones.
-extern "C" {
-void* __real_malloc (std::size_t size);
-void* __real_calloc (std::size_t count, std::size_t size);
-void* __real_realloc (void* block, std::size_t size);
-void __real_free (void* block);
-int __real_pthread_create (pthread_t* thread, const pthread_attr_t* attributes, void* (*function) (void*), void* argument);
+extern "C"
+{
+    void* __real_malloc (std::size_t size);
+    void* __real_calloc (std::size_t count, std::size_t size);
+    void* __real_realloc (void* block, std::size_t size);
+    void __real_free (void* block);
+    int __real_pthread_create (pthread_t* thread, const pthread_attr_t* attributes, void* (*function) (void*),
+                               void* argument);
 }
 
 namespace veltra::test {
@@ -62,10 +64,7 @@ void give (void* block)
     __real_free (block);
 }
 
-bool failsForSize (std::size_t size)
-{
-    return size >= FailingAllocation::smallestBlock && fails();
-}
+bool failsForSize (std::size_t size) { return size >= FailingAllocation::smallestBlock && fails(); }
 
 void* take (std::size_t size)
 {
@@ -85,85 +84,60 @@ FailingAllocation::FailingAllocation (std::size_t nth, Which which)
     isArmed = true;
 }
 
-FailingAllocation::~FailingAllocation()
-{
-    isArmed = false;
-}
+FailingAllocation::~FailingAllocation() { isArmed = false; }
 
-std::size_t FailingAllocation::failures() const
-{
-    return failed;
-}
+std::size_t FailingAllocation::failures() const { return failed; }
 
-FailingAllocation::Pause::Pause() : wasArmed (isArmed.exchange (false))
-{
-}
+FailingAllocation::Pause::Pause() : wasArmed (isArmed.exchange (false)) {}
 
-FailingAllocation::Pause::~Pause()
-{
-    isArmed = wasArmed;
-}
+FailingAllocation::Pause::~Pause() { isArmed = wasArmed; }
 
-NoThreads::NoThreads()
-{
-    hasThreads = false;
-}
+NoThreads::NoThreads() { hasThreads = false; }
 
-NoThreads::~NoThreads()
-{
-    hasThreads = true;
-}
+NoThreads::~NoThreads() { hasThreads = true; }
 
-long long blocksInUse()
-{
-    return inUse;
-}
+long long blocksInUse() { return inUse; }
 
 }
 
 using namespace veltra::test;
 
-extern "C" {
-
-void* __wrap_malloc (std::size_t size);
-void* __wrap_calloc (std::size_t count, std::size_t size);
-void* __wrap_realloc (void* block, std::size_t size);
-void __wrap_free (void* block);
-int __wrap_pthread_create (pthread_t* thread, const pthread_attr_t* attributes, void* (*function) (void*), void* argument);
-
-void* __wrap_malloc (std::size_t size)
+extern "C"
 {
-    return failsForSize (size) ? nullptr : counted (__real_malloc (size));
+    void* __wrap_malloc (std::size_t size);
+    void* __wrap_calloc (std::size_t count, std::size_t size);
+    void* __wrap_realloc (void* block, std::size_t size);
+    void __wrap_free (void* block);
+    int __wrap_pthread_create (pthread_t* thread, const pthread_attr_t* attributes, void* (*function) (void*),
+                               void* argument);
+
+    void* __wrap_malloc (std::size_t size) { return failsForSize (size) ? nullptr : counted (__real_malloc (size)); }
+
+    void* __wrap_calloc (std::size_t count, std::size_t size)
+    {
+        return failsForSize (count * size) ? nullptr : counted (__real_calloc (count, size));
+    }
+
+    void* __wrap_realloc (void* block, std::size_t size)
+    {
+        if (failsForSize (size))
+            return nullptr;
+
+        return block == nullptr ? counted (__real_realloc (nullptr, size)) : __real_realloc (block, size);
+    }
+
+    void __wrap_free (void* block) { give (block); }
+
+    int __wrap_pthread_create (pthread_t* thread, const pthread_attr_t* attributes, void* (*function) (void*),
+                               void* argument)
+    {
+        return hasThreads ? __real_pthread_create (thread, attributes, function, argument) : EAGAIN;
+    }
 }
 
-void* __wrap_calloc (std::size_t count, std::size_t size)
-{
-    return failsForSize (count * size) ? nullptr : counted (__real_calloc (count, size));
-}
-
-void* __wrap_realloc (void* block, std::size_t size)
-{
-    if (failsForSize (size))
-        return nullptr;
-
-    return block == nullptr ? counted (__real_realloc (nullptr, size)) : __real_realloc (block, size);
-}
-
-void __wrap_free (void* block)
-{
-    give (block);
-}
-
-int __wrap_pthread_create (pthread_t* thread, const pthread_attr_t* attributes, void* (*function) (void*), void* argument)
-{
-    return hasThreads ? __real_pthread_create (thread, attributes, function, argument) : EAGAIN;
-}
-
-}
-
-void* operator new (std::size_t size)   { return take (size); }
+void* operator new (std::size_t size) { return take (size); }
 void* operator new[] (std::size_t size) { return take (size); }
-void operator delete (void* block) noexcept                 { give (block); }
-void operator delete[] (void* block) noexcept               { give (block); }
-void operator delete (void* block, std::size_t) noexcept    { give (block); }
-void operator delete[] (void* block, std::size_t) noexcept  { give (block); }
+void operator delete (void* block) noexcept { give (block); }
+void operator delete[] (void* block) noexcept { give (block); }
+void operator delete (void* block, std::size_t) noexcept { give (block); }
+void operator delete[] (void* block, std::size_t) noexcept { give (block); }

@@ -15,7 +15,8 @@ TEST (Utf8, EachByteOutsideASequenceBecomesAQuestionMark)
 {
     EXPECT_EQ ("a?", veltra::toValidUtf8 ("a\xf0"));
     EXPECT_EQ ("a???", veltra::toValidUtf8 ("a\xf0\x9f\x8e")) << "cut off";
-    EXPECT_EQ ("?b", veltra::toValidUtf8 ("\xc3" "b"));
+    EXPECT_EQ ("?b", veltra::toValidUtf8 ("\xc3"
+                                          "b"));
     EXPECT_EQ ("?", veltra::toValidUtf8 ("\x80"));
     EXPECT_EQ ("??", veltra::toValidUtf8 ("\xc0\xaf")) << "overlong";
     EXPECT_EQ ("???", veltra::toValidUtf8 ("\xed\xa0\x80")) << "surrogate";

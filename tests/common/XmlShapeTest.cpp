@@ -10,7 +10,10 @@ namespace veltra {
 
 namespace {
 
-std::string nested (int depth, const std::string& open = "<a>") { return repeated (open, depth) + repeated ("</a>", depth); }
+std::string nested (int depth, const std::string& open = "<a>")
+{
+    return repeated (open, depth) + repeated ("</a>", depth);
+}
 
 }
 
@@ -47,8 +50,8 @@ TEST (XmlShape, DisguisedNestingIsRefused)
 /** Closing tags that a parser does not see must not make up for opening tags that it does. */
 TEST (XmlShape, ClosingTagsThatAreNoneDoNotCount)
 {
-    for (const char* hidden : { "<!-- </a> -->", "<!--></a> -->", "<![CDATA[</a>]]>", "<? </a> ?>", "<?></a> ?>", "<!DOCTYPE r ][ > </a> ]>",
-                                "<!x </a>", "<e x='</a>'></e>" })
+    for (const char* hidden : { "<!-- </a> -->", "<!--></a> -->", "<![CDATA[</a>]]>", "<? </a> ?>", "<?></a> ?>",
+                                "<!DOCTYPE r ][ > </a> ]>", "<!x </a>", "<e x='</a>'></e>" })
         EXPECT_FALSE (isShallowXml ("<a>" + std::string (hidden) + "<a></a></a>", 1)) << hidden;
 
     EXPECT_FALSE (isShallowXml ("<a><!DOCTYPE[ ><b></b> ]></a>", 1)) << "no document type without white space";

@@ -51,12 +51,13 @@ TEST (ConnectionManager, AnAddressThatCannotBeReachedIsLoggedOnce)
 {
     ConnectionManager manager (0);
 
-    for (const std::string address : { "", "127.0.0.1", "127.0.0.1:", "127.0.0.1:port", "127.0.0.1:99999999999999", ":80",
-                                       "127.0.0.1:-5", "no host of this name:80" })
+    for (const std::string address : { "", "127.0.0.1", "127.0.0.1:", "127.0.0.1:port", "127.0.0.1:99999999999999",
+                                       ":80", "127.0.0.1:-5", "no host of this name:80" })
     {
         LogLines log;
         EXPECT_EQ (nullptr, manager.Connect ("TCP:" + address));
-        EXPECT_EQ ((std::vector<LogLines::Line> { { "ERROR", "VeltraIO: Failed to connect to " + address } }), log.all());
+        EXPECT_EQ ((std::vector<LogLines::Line> { { "ERROR", "VeltraIO: Failed to connect to " + address } }),
+                   log.all());
     }
 }
 

@@ -11,13 +11,14 @@
 
 namespace {
 
-const std::string declarations = R"( xmlns="urn:schemas-upnp-org:device-1-0" xmlns:IR="urn:schemas-frontier-silicon-com:ir-1-0")"
-                                 R"( xmlns:v="urn:schemas-veltra-lab:veltraio-1-0" xmlns:x="urn:other")";
+const std::string declarations =
+    R"( xmlns="urn:schemas-upnp-org:device-1-0" xmlns:IR="urn:schemas-frontier-silicon-com:ir-1-0")"
+    R"( xmlns:v="urn:schemas-veltra-lab:veltraio-1-0" xmlns:x="urn:other")";
 
 std::string description (const std::string& children, const std::string& attributes = declarations)
 {
-    return "<?xml version=\"1.0\"?>\r\n<!-- R&D -->\r\n<root" + attributes + "><specVersion><major>1</major></specVersion><device>"
-         + children + "</device></root>\n";
+    return "<?xml version=\"1.0\"?>\r\n<!-- R&D -->\r\n<root" + attributes
+           + "><specVersion><major>1</major></specVersion><device>" + children + "</device></root>\n";
 }
 
 struct Result
@@ -37,8 +38,9 @@ Result read (const std::string& document, const std::string& location = "http://
 {
     Result result {};
     juce::String address, friendlyName;
-    result.ours = upnp::readDescription (juce::String::createStringFromData (document.data(), static_cast<int> (document.size())),
-                                         location, address, friendlyName);
+    result.ours =
+        upnp::readDescription (juce::String::createStringFromData (document.data(), static_cast<int> (document.size())),
+                               location, address, friendlyName);
     result.address = address.toStdString();
     result.friendlyName = friendlyName.toStdString();
     return result;
@@ -51,16 +53,21 @@ const Result notOurs { false, "", "" };
 TEST (DeviceDescription, EitherExtensionNamesThePort)
 {
     LogLines log;
-    EXPECT_EQ (read (description ("<friendlyName> Living room\n</friendlyName><ir:x_features>\tVeltraIO-6000 </ir:x_features>")),
+    EXPECT_EQ (read (description (
+                   "<friendlyName> Living room\n</friendlyName><ir:x_features>\tVeltraIO-6000 </ir:x_features>")),
                (Result { true, "TCP:10.0.0.7:6000", "Living room" }));
-    EXPECT_EQ (read (description ("<a:friendlyName>K\xC3\xBC" "che &amp; <b>Bad</b></a:friendlyName><v:x_port><![CDATA[ 7001 ]]></v:x_port>")),
-               (Result { true, "TCP:10.0.0.7:7001", "K\xC3\xBC" "che & Bad" }));
+    EXPECT_EQ (read (description ("<a:friendlyName>K\xC3\xBC"
+                                  "che &amp; <b>Bad</b></a:friendlyName><v:x_port><![CDATA[ 7001 ]]></v:x_port>")),
+               (Result { true, "TCP:10.0.0.7:7001",
+                         "K\xC3\xBC"
+                         "che & Bad" }));
     EXPECT_EQ (log.count ("INFO", "Found VeltraIO protocol handler"), 2);
 }
 
 TEST (DeviceDescription, TheFirstGoodExtensionEndsTheReading)
 {
-    EXPECT_EQ (read (description ("<v:x_port>1</v:x_port><ir:x_features>VeltraIO-2</ir:x_features><friendlyName>Late</friendlyName>")),
+    EXPECT_EQ (read (description (
+                   "<v:x_port>1</v:x_port><ir:x_features>VeltraIO-2</ir:x_features><friendlyName>Late</friendlyName>")),
                (Result { true, "TCP:10.0.0.7:1", "" }));
 
     LogLines log;
@@ -76,19 +83,27 @@ TEST (DeviceDescription, TheFirstGoodExtensionEndsTheReading)
 TEST (DeviceDescription, OnlyPrefixesThatTheRootDeclaresCount)
 {
     LogLines log;
-    const auto feature = [] (const std::string& prefix) { return "<" + prefix + ":x_features>VeltraIO-1</" + prefix + ":x_features>"; };
+    const auto feature = [] (const std::string& prefix) {
+        return "<" + prefix + ":x_features>VeltraIO-1</" + prefix + ":x_features>";
+    };
 
     EXPECT_EQ (read (description (feature ("x"))), notOurs);
     EXPECT_EQ (read (description (feature ("v"))), notOurs);
     EXPECT_EQ (read (description ("<x_features>VeltraIO-1</x_features>")), notOurs);
     EXPECT_EQ (read (description ("<ir:device>" + feature ("ir") + "</ir:device>")), notOurs);
-    EXPECT_EQ (read (description ("<ir:x_features xmlns:ir=\"urn:schemas-frontier-silicon-com:ir-1-0\">VeltraIO-1</ir:x_features>", "")),
+    EXPECT_EQ (
+        read (description (
+            "<ir:x_features xmlns:ir=\"urn:schemas-frontier-silicon-com:ir-1-0\">VeltraIO-1</ir:x_features>", "")),
+        notOurs);
+    EXPECT_EQ (read (description ("<x_port:x_port>1</x_port:x_port>",
+                                  " xmlns:x_port=\"urn:schemas-veltra-lab:veltraio-1-0\"")),
                notOurs);
-    EXPECT_EQ (read (description ("<x_port:x_port>1</x_port:x_port>", " xmlns:x_port=\"urn:schemas-veltra-lab:veltraio-1-0\"")), notOurs);
     EXPECT_EQ (log.count ("INFO", "Not a VeltraIO device!"), 6);
 
     // Any attribute declares, the part behind the last colon names the prefix, and the last declaration counts.
-    EXPECT_TRUE (read (description (feature ("p"), " a:b:P=\"urn:other\" c:p=\"urn:schemas-frontier-silicon-com:ir-1-0\"")).ours);
+    EXPECT_TRUE (
+        read (description (feature ("p"), " a:b:P=\"urn:other\" c:p=\"urn:schemas-frontier-silicon-com:ir-1-0\""))
+            .ours);
     EXPECT_TRUE (read (description ("<v:y:x_port>1</v:y:x_port>")).ours);
 }
 
@@ -103,7 +118,9 @@ TEST (DeviceDescription, WhatIsNotOursIsShownWithItsControlCharactersEscaped)
 
 TEST (DeviceDescription, TheHostIsThatOfTheLocation)
 {
-    const auto address = [] (const std::string& location) { return read (description ("<v:x_port>1</v:x_port>"), location).address; };
+    const auto address = [] (const std::string& location) {
+        return read (description ("<v:x_port>1</v:x_port>"), location).address;
+    };
 
     EXPECT_EQ (address ("http://receiver.local/a:b"), "TCP:receiver.local:1");
     EXPECT_EQ (address ("https://10.0.0.8"), "TCP:10.0.0.8:1");
@@ -132,7 +149,8 @@ TEST (DeviceDescription, DocumentsMadeToHarmAParserAreRefusedAtOnce)
 
     const auto start = std::chrono::steady_clock::now();
 
-    for (const auto& children : { nested (63), nested (1000), nested (100000), repeated ("<", 1 << 20), repeated ("<e/>", 200000) })
+    for (const auto& children :
+         { nested (63), nested (1000), nested (100000), repeated ("<", 1 << 20), repeated ("<e/>", 200000) })
         EXPECT_EQ (read (description (children + port)), notOurs);
 
     for (const auto& children : { repeated ("&", 1 << 20), "<e a='" + repeated ("&amp;", 200000) + "'/>",
@@ -148,7 +166,8 @@ TEST (DeviceDescription, DocumentsMadeToHarmAParserAreRefusedAtOnce)
     EXPECT_LT (std::chrono::steady_clock::now() - start, std::chrono::seconds (40)); // minutes where time is quadratic
 
     EXPECT_EQ (read ("<!DOCTYPE r [<!ENTITY a \"aaaaaaaaaa\"><!ENTITY b \"&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;\">]>"
-                     + description ("<friendlyName>&b;</friendlyName>" + port)), (Result { true, "TCP:10.0.0.7:1", "&b;" }));
+                     + description ("<friendlyName>&b;</friendlyName>" + port)),
+               (Result { true, "TCP:10.0.0.7:1", "&b;" }));
 }
 
 TEST (DeviceDescription, WhatStandsBesideTheElementsDoesNotMatter)
@@ -162,7 +181,8 @@ TEST (DeviceDescription, WhatStandsBesideTheElementsDoesNotMatter)
         EXPECT_TRUE (read (description (port) + behind).ours) << behind;
 
     EXPECT_TRUE (read ("<?xml-stylesheet href='a'?>" + description ("<?i?><?j?> <e/>a<?k?>" + port)).ours);
-    EXPECT_EQ (read (description ("<friendlyName>A&#x110000;</friendlyName>" + port)), notOurs) << "there is no such character";
+    EXPECT_EQ (read (description ("<friendlyName>A&#x110000;</friendlyName>" + port)), notOurs)
+        << "there is no such character";
     EXPECT_EQ (read (description ("<friendlyName>A&#xD800;&#0;B</friendlyName>" + port)).friendlyName, "A???");
 }
 
@@ -171,17 +191,20 @@ TEST (DeviceDescription, TextsAreBounded)
     LogLines log;
     const std::string longText (2000, '1');
 
-    EXPECT_EQ (read (description ("<ir:x_features>VeltraIO-" + longText + "</ir:x_features><v:x_port>" + longText + "</v:x_port>")), notOurs);
+    EXPECT_EQ (read (description ("<ir:x_features>VeltraIO-" + longText + "</ir:x_features><v:x_port>" + longText
+                                  + "</v:x_port>")),
+               notOurs);
     EXPECT_TRUE (log.contains ("WARN", "VeltraIO extension tag malformed, '" + longText.substr (0, 1024) + "...'"));
 
-    const auto name = read (description ("<friendlyName>1\xC3\xBC" + std::string (1020, 'x') + "\xC3\xBC</friendlyName>")).friendlyName;
+    const auto name =
+        read (description ("<friendlyName>1\xC3\xBC" + std::string (1020, 'x') + "\xC3\xBC</friendlyName>"))
+            .friendlyName;
     EXPECT_EQ (name, "1\xC3\xBC" + std::string (1020, 'x'));
 }
 
 TEST (DeviceDescription, EachFailureOfTheFetchHasItsWords)
 {
-    ScriptedHttpServer server ([] (ScriptedHttpServer::Exchange& exchange)
-    {
+    ScriptedHttpServer server ([] (ScriptedHttpServer::Exchange& exchange) {
         if (exchange.path == "/utf16")
         {
             std::string body = "\xFF\xFE";
@@ -192,14 +215,14 @@ TEST (DeviceDescription, EachFailureOfTheFetchHasItsWords)
             exchange.send (ScriptedHttpServer::reply (200, body));
         }
         else if (exchange.path == "/endless")
-            exchange.send (ScriptedHttpServer::reply (200, description ("<v:x_port>1</v:x_port>") + std::string (2 << 20, ' ')));
+            exchange.send (
+                ScriptedHttpServer::reply (200, description ("<v:x_port>1</v:x_port>") + std::string (2 << 20, ' ')));
         else
             exchange.send (ScriptedHttpServer::reply (404, ""));
     });
 
     LogLines log;
-    const auto get = [] (const std::string& location, bool stop = false)
-    {
+    const auto get = [] (const std::string& location, bool stop = false) {
         Result result {};
         juce::String address, friendlyName;
         result.ours = upnp::getDeviceInfo (location, address, friendlyName, [stop] { return stop; });

@@ -31,7 +31,8 @@ ScriptedHttpServer::Script scriptOf (const FakeDevice::Options& options)
 }
 
 FakeDevice::FakeDevice (Options optionsToUse)
-    : options (std::move (optionsToUse)), http (scriptOf (options), options.address)
+    : options (std::move (optionsToUse)),
+      http (scriptOf (options), options.address)
 {
     const int yes = 1, no = 0;
     const auto name = socketAddress ("239.255.255.250", 1900);
@@ -44,7 +45,7 @@ FakeDevice::FakeDevice (Options optionsToUse)
     ::setsockopt (socket, IPPROTO_IP, IP_MULTICAST_ALL, &no, sizeof (no)); // only what comes in by this interface
 
     if (::bind (socket, reinterpret_cast<const sockaddr*> (&name), sizeof (name)) != 0
-          || ::setsockopt (socket, IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof (membership)) != 0)
+        || ::setsockopt (socket, IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof (membership)) != 0)
         throw std::runtime_error ("the fake device cannot listen on " + options.address);
 
     thread = std::jthread ([this] (std::stop_token stop) { run (std::move (stop)); });
@@ -65,11 +66,12 @@ std::string FakeDevice::answer (const std::string& usn, const std::string& locat
 std::string FakeDevice::ours (const std::string& friendlyName, int port)
 {
     return "<root xmlns:v='urn:schemas-veltra-lab:veltraio-1-0'><device><friendlyName>" + friendlyName
-         + "</friendlyName><v:x_port>" + std::to_string (port) + "</v:x_port></device></root>";
+           + "</friendlyName><v:x_port>" + std::to_string (port) + "</v:x_port></device></root>";
 }
 
-std::vector<std::string> FakeDevice::search (const std::string& from, const std::string& text, int copies, std::size_t expected,
-                                             std::chrono::seconds patience, const std::function<void()>& onAnswer)
+std::vector<std::string> FakeDevice::search (const std::string& from, const std::string& text, int copies,
+                                             std::size_t expected, std::chrono::seconds patience,
+                                             const std::function<void()>& onAnswer)
 {
     const auto name = socketAddress (from, 0), everybody = socketAddress ("239.255.255.250", 1900);
     const int socket = ::socket (AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
@@ -78,7 +80,8 @@ std::vector<std::string> FakeDevice::search (const std::string& from, const std:
     ::bind (socket, reinterpret_cast<const sockaddr*> (&name), sizeof (name));
 
     for (int i = 0; i < copies; ++i)
-        ::sendto (socket, text.data(), text.size(), 0, reinterpret_cast<const sockaddr*> (&everybody), sizeof (everybody));
+        ::sendto (socket, text.data(), text.size(), 0, reinterpret_cast<const sockaddr*> (&everybody),
+                  sizeof (everybody));
 
     std::vector<std::string> answers;
     char bytes[4096];
@@ -107,7 +110,8 @@ bool FakeDevice::waitForSearches (std::size_t count) const
 void FakeDevice::sendTo (const std::string& address, int port, const std::string& bytes) const
 {
     const auto name = socketAddress (address, port);
-    ::sendto (socket, bytes.data(), bytes.size(), MSG_NOSIGNAL, reinterpret_cast<const sockaddr*> (&name), sizeof (name));
+    ::sendto (socket, bytes.data(), bytes.size(), MSG_NOSIGNAL, reinterpret_cast<const sockaddr*> (&name),
+              sizeof (name));
 }
 
 void FakeDevice::run (std::stop_token stop)
@@ -128,8 +132,9 @@ void FakeDevice::run (std::stop_token stop)
             continue;
 
         ::inet_ntop (AF_INET, &name.sin_addr, sender, sizeof (sender));
-        const Request request { std::chrono::steady_clock::now(), { bytes, static_cast<std::size_t> (count) }, sender,
-                                ntohs (name.sin_port) };
+        const Request request {
+            std::chrono::steady_clock::now(), { bytes, static_cast<std::size_t> (count) }, sender, ntohs (name.sin_port)
+        };
         std::size_t number = 0;
 
         {
@@ -141,7 +146,8 @@ void FakeDevice::run (std::stop_token stop)
         if (number <= static_cast<std::size_t> (options.ignoredSearches))
             continue;
 
-        for (const auto& text : options.answers ? options.answers (*this, request) : std::vector { answer (options.usn, location()) })
+        for (const auto& text :
+             options.answers ? options.answers (*this, request) : std::vector { answer (options.usn, location()) })
             sendTo (request.sender, request.senderPort, text);
     }
 }

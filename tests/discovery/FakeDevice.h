@@ -52,8 +52,9 @@ public:
     static std::string ours (const std::string& friendlyName, int port);
 
     /** Sends a search from an address of the present network, and collects what comes back until there is silence. */
-    static std::vector<std::string> search (const std::string& from, const std::string& text, int copies, std::size_t expected,
-                                            std::chrono::seconds patience = std::chrono::seconds (2), const std::function<void()>& onAnswer = [] {});
+    static std::vector<std::string> search (
+        const std::string& from, const std::string& text, int copies, std::size_t expected,
+        std::chrono::seconds patience = std::chrono::seconds (2), const std::function<void()>& onAnswer = [] {});
 
     /** The searches so far. */
     std::vector<Request> searches() const;

@@ -41,8 +41,9 @@ void serve (ScriptedHttpServer::Exchange& exchange)
 {
     static const std::string deep = repeated ("<d>", 1000);
     static const std::string wide = "<r><device>" + repeated ("<e a='&lt;'/>", 70000) + "</device></r>";
-    static const std::string bomb = "<!DOCTYPE r [<!ENTITY a \"" + repeated ("a", 1000) + "\"><!ENTITY b \"" + repeated ("&a;", 1000)
-                                  + "\">]><r><device><friendlyName>" + repeated ("&b;", 1000) + "</friendlyName></device></r>";
+    static const std::string bomb = "<!DOCTYPE r [<!ENTITY a \"" + repeated ("a", 1000) + "\"><!ENTITY b \""
+                                    + repeated ("&a;", 1000) + "\">]><r><device><friendlyName>" + repeated ("&b;", 1000)
+                                    + "</friendlyName></device></r>";
     static const std::string references = "<r><device>" + repeated ("&", 900000);
     const auto header = "HTTP/1.1 200 OK\r\n\r\n";
 
@@ -71,8 +72,10 @@ void serve (ScriptedHttpServer::Exchange& exchange)
         case 'w': exchange.send (header + wide); break;
         case 'b': exchange.send (header + bomb); break;
         case 'r': exchange.send (header + references); break;
-        case 'h': exchange.send ("HTTP/1.1 200 OK\r\n" + repeated ("X: " + std::string (1000, 'x') + "\r\n", 2000)); break;
-        default:  exchange.send (ScriptedHttpServer::reply (200, FakeDevice::ours (exchange.path, 1)));
+        case 'h':
+            exchange.send ("HTTP/1.1 200 OK\r\n" + repeated ("X: " + std::string (1000, 'x') + "\r\n", 2000));
+            break;
+        default: exchange.send (ScriptedHttpServer::reply (200, FakeDevice::ours (exchange.path, 1)));
     }
 }
 
@@ -115,8 +118,9 @@ protected:
         EXPECT_LT (growth_MiB, maximumGrowth_MiB);
         EXPECT_EQ (callback.calls().back(), "ended");
 
-        std::cout << device.fetches().size() << " fetches, " << callback.calls().size() - 2 << " devices, memory grew by " << growth_MiB
-                  << " MiB, the scan ended within " << needed.count() << " ms\n";
+        std::cout << device.fetches().size() << " fetches, " << callback.calls().size() - 2
+                  << " devices, memory grew by " << growth_MiB << " MiB, the scan ended within " << needed.count()
+                  << " ms\n";
     }
 
     RecordingCallback callback;
@@ -126,7 +130,9 @@ protected:
 
 TEST_F (Flood, HostileDescriptionsNeitherGrowNorStopTheScan)
 {
-    home->run ([this] { flood ([] (const FakeDevice& device, int i) { return device.url (std::string ("/") + "escdwbrho"[i % 9]); }); });
+    home->run ([this] {
+        flood ([] (const FakeDevice& device, int i) { return device.url (std::string ("/") + "escdwbrho"[i % 9]); });
+    });
 }
 
 TEST_F (Flood, LocationsWhereNobodyListensNeitherGrowNorStopTheScan)
@@ -138,17 +144,16 @@ TEST_F (Flood, AHundredReceiversAreNotAllReported)
 {
     LogLines log;
 
-    home->run ([&]
-    {
-        FakeDevice device ({ .address = "127.0.0.1", .answers = [] (const FakeDevice& self, const auto&)
-        {
-            std::vector<std::string> answers;
+    home->run ([&] {
+        FakeDevice device ({ .address = "127.0.0.1", .answers = [] (const FakeDevice& self, const auto&) {
+                                std::vector<std::string> answers;
 
-            for (int i = 0; i < 100; ++i)
-                answers.push_back (FakeDevice::answer ("uuid:" + std::to_string (i), self.url ("/" + std::to_string (i))));
+                                for (int i = 0; i < 100; ++i)
+                                    answers.push_back (FakeDevice::answer ("uuid:" + std::to_string (i),
+                                                                           self.url ("/" + std::to_string (i))));
 
-            return answers;
-        } });
+                                return answers;
+                            } });
 
         const upnp::ScanHandler scan (&callback, "");
         ASSERT_TRUE (callback.waitForCalls (1 + upnp::ScanHandler::maximumDevices));

@@ -33,24 +33,25 @@ class SilentNameServer : public PrivateNetworkTest
 protected:
     void SetUp() override
     {
-       #if defined(__SANITIZE_THREAD__)
+#if defined(__SANITIZE_THREAD__)
         GTEST_SKIP() << "the C library's helper threads are unknown to the thread sanitizer, which crashes on them";
-       #else
+#else
         PrivateNetworkTest::SetUp();
-       #endif
+#endif
     }
 
     /** Runs something that asks that server. */
     void run (const std::function<void()>& action) const
     {
-        home->run ([&]
-        {
-            const auto configuration = std::filesystem::temp_directory_path() / ("veltra-resolv-" + std::to_string (::getpid()));
+        home->run ([&] {
+            const auto configuration =
+                std::filesystem::temp_directory_path() / ("veltra-resolv-" + std::to_string (::getpid()));
             std::ofstream (configuration) << "nameserver 127.0.0.1\n";
 
             // Only this thread and those that it starts see the other file.
-            const bool mounted = ::unshare (CLONE_NEWNS) == 0 && ::mount ("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0
-                              && ::mount (configuration.c_str(), "/etc/resolv.conf", nullptr, MS_BIND, nullptr) == 0;
+            const bool mounted = ::unshare (CLONE_NEWNS) == 0
+                                 && ::mount ("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0
+                                 && ::mount (configuration.c_str(), "/etc/resolv.conf", nullptr, MS_BIND, nullptr) == 0;
 
             sockaddr_in name {};
             name.sin_family = AF_INET;
@@ -63,7 +64,8 @@ protected:
             action();
 
             char question[512];
-            EXPECT_GT (::recv (server, question, sizeof (question), MSG_DONTWAIT), 0) << "the name server was not even asked";
+            EXPECT_GT (::recv (server, question, sizeof (question), MSG_DONTWAIT), 0)
+                << "the name server was not even asked";
             ::close (server);
             std::filesystem::remove (configuration);
         });
@@ -74,11 +76,12 @@ protected:
 
 TEST_F (SilentNameServer, ALookUpIsGivenUpAtItsDeadline)
 {
-    run ([]
-    {
+    run ([] {
         const auto start = steady_clock::now();
         EXPECT_TRUE (veltra::lookUpHost ("receiver.test", start + 300ms, [] { return false; }).empty());
-        EXPECT_TRUE (veltra::lookUpHost ("receiver.test", start + 60s, [start] { return steady_clock::now() - start > 500ms; }).empty());
+        EXPECT_TRUE (veltra::lookUpHost ("receiver.test", start + 60s, [start] {
+                         return steady_clock::now() - start > 500ms;
+                     }).empty());
         EXPECT_FALSE (upnp::httpGet ("http://receiver.test/", [] { return false; }));
         EXPECT_LT (steady_clock::now() - start, 4500ms); // the C library alone would take 5 s for the first of them
     });
@@ -86,12 +89,13 @@ TEST_F (SilentNameServer, ALookUpIsGivenUpAtItsDeadline)
 
 TEST_F (SilentNameServer, AScanEndsInTimeWhileItLooksUpANameThatALocationNames)
 {
-    run ([]
-    {
+    run ([] {
         RecordingCallback callback;
-        FakeDevice device ({ .address = "127.0.0.1", .answers = [] (const FakeDevice& self, const auto&)
-            { return std::vector { FakeDevice::answer ("a", self.url ("/")), FakeDevice::answer ("b", "http://receiver.test/"),
-                                   FakeDevice::answer ("c", "http://other.test/") }; } });
+        FakeDevice device ({ .address = "127.0.0.1", .answers = [] (const FakeDevice& self, const auto&) {
+                                return std::vector { FakeDevice::answer ("a", self.url ("/")),
+                                                     FakeDevice::answer ("b", "http://receiver.test/"),
+                                                     FakeDevice::answer ("c", "http://other.test/") };
+                            } });
         auto scan = std::make_unique<upnp::ScanHandler> (&callback, "");
         EXPECT_TRUE (callback.waitForCalls (2));
         std::this_thread::sleep_for (100ms);
@@ -102,4 +106,3 @@ TEST_F (SilentNameServer, AScanEndsInTimeWhileItLooksUpANameThatALocationNames)
         EXPECT_EQ (callback.calls().back(), "ended");
     });
 }
-

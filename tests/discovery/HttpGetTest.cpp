@@ -33,10 +33,10 @@ constexpr auto patience = 8s;
 /** Replies to /0 ... with a redirect to the next number, and with a document at the last. */
 ScriptedHttpServer::Script redirects (int count)
 {
-    return [count] (Exchange& exchange)
-    {
+    return [count] (Exchange& exchange) {
         const int number = std::stoi (exchange.path.substr (1));
-        exchange.send (number < count ? ScriptedHttpServer::reply (302, "moved", "LOCATION: " + std::to_string (number + 1) + "\r\n")
+        exchange.send (number < count ? ScriptedHttpServer::reply (302, "moved",
+                                                                   "LOCATION: " + std::to_string (number + 1) + "\r\n")
                                       : ScriptedHttpServer::reply (200, "there"));
     };
 }
@@ -46,7 +46,8 @@ ScriptedHttpServer::Script redirects (int count)
 TEST (HttpGet, FetchesADocumentWithoutAProxyAndWithoutExtraHeaders)
 {
     ::setenv ("http_proxy", "http://127.0.0.1:1/", 1);
-    ScriptedHttpServer server ([] (Exchange& exchange) { exchange.send (ScriptedHttpServer::reply (200, "document")); });
+    ScriptedHttpServer server (
+        [] (Exchange& exchange) { exchange.send (ScriptedHttpServer::reply (200, "document")); });
 
     const auto reply = upnp::httpGet (server.url ("/a/b.xml?c=d"), never);
     ::unsetenv ("http_proxy");
@@ -55,8 +56,8 @@ TEST (HttpGet, FetchesADocumentWithoutAProxyAndWithoutExtraHeaders)
     EXPECT_EQ (reply->status, 200);
     EXPECT_EQ (reply->body, "document");
     EXPECT_FALSE (reply->bodyTooLong);
-    EXPECT_EQ (server.requests().at (0), "GET /a/b.xml?c=d HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string (server.port())
-                                             + "\r\nAccept: */*\r\n\r\n");
+    EXPECT_EQ (server.requests().at (0), "GET /a/b.xml?c=d HTTP/1.1\r\nHost: 127.0.0.1:"
+                                             + std::to_string (server.port()) + "\r\nAccept: */*\r\n\r\n");
 }
 
 TEST (HttpGet, FollowsFiveRedirectsAndReportsTheStatusOfTheSixth)
@@ -72,8 +73,7 @@ TEST (HttpGet, FollowsFiveRedirectsAndReportsTheStatusOfTheSixth)
     EXPECT_EQ (lost->status, 302);
     EXPECT_EQ (six.requests().size(), 6u);
 
-    ScriptedHttpServer nowhere ([] (Exchange& exchange)
-    {
+    ScriptedHttpServer nowhere ([] (Exchange& exchange) {
         exchange.send (ScriptedHttpServer::reply (301, "", exchange.path == "/self" ? "Location: /self\r\n" : ""));
     });
     EXPECT_EQ (upnp::httpGet (nowhere.url ("/self"), never)->status, 301);
@@ -83,12 +83,12 @@ TEST (HttpGet, FollowsFiveRedirectsAndReportsTheStatusOfTheSixth)
 
 TEST (HttpGet, NoOtherProtocolIsSpokenNotEvenAfterARedirect)
 {
-    ScriptedHttpServer server ([] (Exchange& exchange)
-    {
+    ScriptedHttpServer server ([] (Exchange& exchange) {
         exchange.send (ScriptedHttpServer::reply (302, "", "Location: " + exchange.path.substr (1) + "\r\n"));
     });
 
-    for (const auto* url : { "file:///etc/passwd", "ftp://127.0.0.1/", "gopher://127.0.0.1/", "//127.0.0.1/", "127.0.0.1", "" })
+    for (const auto* url :
+         { "file:///etc/passwd", "ftp://127.0.0.1/", "gopher://127.0.0.1/", "//127.0.0.1/", "127.0.0.1", "" })
     {
         EXPECT_FALSE (upnp::httpGet (url, never)) << url;
 
@@ -101,8 +101,7 @@ TEST (HttpGet, NoOtherProtocolIsSpokenNotEvenAfterARedirect)
 
 TEST (HttpGet, ABodyWithoutEndIsCutAtTheLimit)
 {
-    ScriptedHttpServer server ([] (Exchange& exchange)
-    {
+    ScriptedHttpServer server ([] (Exchange& exchange) {
         exchange.send ("HTTP/1.1 200 OK\r\n\r\n");
 
         while (exchange.send (std::string (65536, '<')))
@@ -118,8 +117,7 @@ TEST (HttpGet, ABodyWithoutEndIsCutAtTheLimit)
 
 TEST (HttpGet, ASlowPeerIsGivenUpOnAndWhatCameIsKept)
 {
-    ScriptedHttpServer server ([] (Exchange& exchange)
-    {
+    ScriptedHttpServer server ([] (Exchange& exchange) {
         if (exchange.path == "/body")
             exchange.send ("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n<root/>");
         else if (exchange.path == "/header")
@@ -142,8 +140,7 @@ TEST (HttpGet, ASlowPeerIsGivenUpOnAndWhatCameIsKept)
 /** None of these may take as long as it is allowed to. */
 TEST (HttpGet, AHeaderWithoutEndTheBodyOfAnErrorAndAWordFromOutsideEndItAtOnce)
 {
-    ScriptedHttpServer server ([] (Exchange& exchange)
-    {
+    ScriptedHttpServer server ([] (Exchange& exchange) {
         if (exchange.path == "/error")
             exchange.send ("HTTP/1.1 404 Not Found\r\nContent-Length: 1000\r\n\r\n");
 
@@ -161,6 +158,7 @@ TEST (HttpGet, AHeaderWithoutEndTheBodyOfAnErrorAndAWordFromOutsideEndItAtOnce)
     EXPECT_FALSE (upnp::httpGet (server.url ("/header"), never, longLimits));
     EXPECT_EQ (upnp::httpGet (server.url ("/error"), never, longLimits)->status, 404);
     const auto now = steady_clock::now();
-    EXPECT_FALSE (upnp::httpGet (server.url ("/"), [now] { return steady_clock::now() - now > 100ms; }, longLimits));
+    EXPECT_FALSE (upnp::httpGet (
+        server.url ("/"), [now] { return steady_clock::now() - now > 100ms; }, longLimits));
     EXPECT_LT (steady_clock::now() - start, patience);
 }

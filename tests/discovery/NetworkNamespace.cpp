@@ -26,8 +26,7 @@ void runOnThread (const std::function<void()>& action)
 {
     std::exception_ptr failure;
 
-    std::thread ([&]
-    {
+    std::thread ([&] {
         try
         {
             action();
@@ -46,25 +45,21 @@ void runOnThread (const std::function<void()>& action)
 
 NetworkNamespace::NetworkNamespace()
 {
-    runOnThread ([this]
-    {
+    runOnThread ([this] {
         if (::unshare (CLONE_NEWNET) != 0)
             throw std::runtime_error (std::string ("no private network: ") + std::strerror (errno));
 
-        descriptor = ::open (("/proc/self/task/" + std::to_string (::gettid()) + "/ns/net").c_str(), O_RDONLY | O_CLOEXEC);
+        descriptor =
+            ::open (("/proc/self/task/" + std::to_string (::gettid()) + "/ns/net").c_str(), O_RDONLY | O_CLOEXEC);
         runCommand ("ip link set lo up");
     });
 }
 
-NetworkNamespace::~NetworkNamespace()
-{
-    ::close (descriptor);
-}
+NetworkNamespace::~NetworkNamespace() { ::close (descriptor); }
 
 void NetworkNamespace::run (const std::function<void()>& action) const
 {
-    runOnThread ([&]
-    {
+    runOnThread ([&] {
         if (::setns (descriptor, CLONE_NEWNET) != 0)
             throw std::runtime_error (std::string ("cannot enter the private network: ") + std::strerror (errno));
 
@@ -96,15 +91,11 @@ std::string NetworkNamespace::interfaceName (const std::string& address)
     return name;
 }
 
-bool NetworkNamespace::required()
-{
-    return std::getenv ("VELTRA_REQUIRE_NETNS") != nullptr;
-}
+bool NetworkNamespace::required() { return std::getenv ("VELTRA_REQUIRE_NETNS") != nullptr; }
 
 bool NetworkNamespace::permitted()
 {
-    static const bool allowed = []
-    {
+    static const bool allowed = [] {
         try
         {
             NetworkNamespace attempt;

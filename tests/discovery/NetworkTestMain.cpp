@@ -11,7 +11,8 @@ static void becomeRootOfOwnNamespace (char** argv)
 {
     constexpr const char* mark = "VELTRA_TEST_USER_NAMESPACE";
 
-    if (::geteuid() == 0 || std::getenv (mark) != nullptr || std::system ("unshare --user --map-root-user true 2>/dev/null") != 0)
+    if (::geteuid() == 0 || std::getenv (mark) != nullptr
+        || std::system ("unshare --user --map-root-user true 2>/dev/null") != 0)
         return;
 
     std::vector<char*> arguments;

@@ -47,8 +47,12 @@ protected:
 
         there.emplace();
         home->connect (homeAddress, *there, deviceAddress);
-        there->run ([this] { relay = std::make_unique<FakeDevice> (FakeDevice::Options { .address = deviceAddress,
-            .answers = [] (const FakeDevice&, const FakeDevice::Request& request) { return passOn (deviceAddress, request); } }); });
+        there->run ([this] {
+            relay = std::make_unique<FakeDevice> (FakeDevice::Options {
+                .address = deviceAddress, .answers = [] (const FakeDevice&, const FakeDevice::Request& request) {
+                    return passOn (deviceAddress, request);
+                } });
+        });
     }
 
     void startInDeviceNetwork (const std::vector<std::string>& words)
@@ -56,7 +60,10 @@ protected:
         there->run ([&] { programs.push_back (std::make_unique<ChildProcess> (words)); });
     }
 
-    static bool succeeds (const std::string& command) { return std::system ((command + " >/dev/null 2>&1").c_str()) == 0; }
+    static bool succeeds (const std::string& command)
+    {
+        return std::system ((command + " >/dev/null 2>&1").c_str()) == 0;
+    }
 
     std::optional<NetworkNamespace> there;
     std::unique_ptr<FakeDevice> relay;
@@ -75,11 +82,11 @@ TEST_F (RealDevice, AnotherMakersLampIsSeenAndIsNoneOfOurs)
     // The lamp has a window. Its X server's socket belongs to the network as well.
     const auto display = ":" + std::to_string (1000 + ::getpid() % 30000);
     startInDeviceNetwork ({ "Xvfb", display, "-screen", "0", "320x240x24", "-nolisten", "tcp" });
-    startInDeviceNetwork ({ "sh", "-c", "for i in $(seq 100); do DISPLAY=" + display + " gupnp-network-light -4 -i "
-                                            + NetworkNamespace::interfaceName (deviceAddress) + " && break; sleep 0.2; done" });
+    startInDeviceNetwork ({ "sh", "-c",
+                            "for i in $(seq 100); do DISPLAY=" + display + " gupnp-network-light -4 -i "
+                                + NetworkNamespace::interfaceName (deviceAddress) + " && break; sleep 0.2; done" });
 
-    home->run ([this]
-    {
+    home->run ([this] {
         const upnp::ScanHandler scan (&callback, "");
 
         for (int turns = 0; turns < 1500 && ! log.contains ("INFO", "Not a VeltraIO device!"); ++turns)
@@ -92,22 +99,23 @@ TEST_F (RealDevice, AnotherMakersLampIsSeenAndIsNoneOfOurs)
 
 TEST_F (RealDevice, OurExtensionIsFoundOnServersThatHaveNothingToDoWithUs)
 {
-    if (! NetworkNamespace::required() && ! succeeds ("/usr/bin/python3 -c 'import gi; gi.require_version (\"GSSDP\", \"1.6\")'"))
+    if (! NetworkNamespace::required()
+        && ! succeeds ("/usr/bin/python3 -c 'import gi; gi.require_version (\"GSSDP\", \"1.6\")'"))
         GTEST_SKIP() << "gir1.2-gssdp-1.6 or python3-gi is not installed";
 
     const auto folder = std::filesystem::temp_directory_path() / ("veltra-announce-" + std::to_string (::getpid()));
     std::filesystem::create_directory (folder);
     std::ofstream (folder / "description.xml") << FakeDevice::ours ("Unrelated", 6001);
-    startInDeviceNetwork ({ "/usr/bin/python3", "tests/discovery/announce.py", NetworkNamespace::interfaceName (deviceAddress),
-                            deviceAddress, folder.string() });
+    startInDeviceNetwork ({ "/usr/bin/python3", "tests/discovery/announce.py",
+                            NetworkNamespace::interfaceName (deviceAddress), deviceAddress, folder.string() });
 
-    home->run ([this]
-    {
+    home->run ([this] {
         const upnp::ScanHandler scan (&callback, "");
         callback.waitForCalls (2);
     });
 
     programs.clear();
     std::filesystem::remove_all (folder);
-    EXPECT_EQ (callback.calls(), (RecordingCallback::Calls { "started", "VeltraIO|TCP:10.83.1.2:6001|Unrelated", "ended" }));
+    EXPECT_EQ (callback.calls(),
+               (RecordingCallback::Calls { "started", "VeltraIO|TCP:10.83.1.2:6001|Unrelated", "ended" }));
 }

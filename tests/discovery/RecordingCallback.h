@@ -17,7 +17,8 @@ public:
     void OnScanStarted() override { add ("started"); }
     void OnScanEnded() override { add ("ended"); }
 
-    void OnDeviceAdded (const juce::String& name, const juce::String& address, const juce::String& friendlyName) override
+    void OnDeviceAdded (const juce::String& name, const juce::String& address,
+                        const juce::String& friendlyName) override
     {
         add ((name + "|" + address + "|" + friendlyName).toStdString());
     }

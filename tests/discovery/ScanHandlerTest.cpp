@@ -76,8 +76,10 @@ TEST_F (ScanHandlerTest, TwoInterfacesWithAReceiverEachAreBothFound)
     NetworkNamespace left, right;
     home->connect ("10.81.1.1", left, "10.81.1.2");
     home->connect ("10.81.2.1", right, "10.81.2.2");
-    const auto leftDevice = makeDevice (left, { .address = "10.81.1.2", .usn = "uuid:left", .description = FakeDevice::ours ("Left", 1) });
-    const auto rightDevice = makeDevice (right, { .address = "10.81.2.2", .usn = "uuid:right", .description = FakeDevice::ours ("Right", 2) });
+    const auto leftDevice =
+        makeDevice (left, { .address = "10.81.1.2", .usn = "uuid:left", .description = FakeDevice::ours ("Left", 1) });
+    const auto rightDevice = makeDevice (
+        right, { .address = "10.81.2.2", .usn = "uuid:right", .description = FakeDevice::ours ("Right", 2) });
 
     startScan();
     ASSERT_TRUE (callback.waitForCalls (3));
@@ -88,7 +90,8 @@ TEST_F (ScanHandlerTest, TwoInterfacesWithAReceiverEachAreBothFound)
 
     auto calls = callback.calls();
     std::sort (calls.begin() + 1, calls.begin() + 3);
-    EXPECT_EQ (calls, (Calls { "started", "VeltraIO|TCP:10.81.1.2:1|Left", "VeltraIO|TCP:10.81.2.2:2|Right", "ended" }));
+    EXPECT_EQ (calls,
+               (Calls { "started", "VeltraIO|TCP:10.81.1.2:1|Left", "VeltraIO|TCP:10.81.2.2:2|Right", "ended" }));
     EXPECT_EQ (leftDevice->fetches().size(), 1u);
 
     const auto searches = leftDevice->searches();
@@ -101,9 +104,10 @@ TEST_F (ScanHandlerTest, TwoInterfacesWithAReceiverEachAreBothFound)
     EXPECT_GT (searches[1].time - searches[0].time, 1500ms);
     EXPECT_LT (searches[1].time - searches[0].time, 5500ms);
 
-    for (const auto* text : { "ScanHandler::ScanHandler", "UPnP scanning thread started", "Starting UPnP handler for IP 127.0.0.1",
-                              "Starting UPnP handler for IP 10.81.1.1", "Starting UPnP handler for IP 10.81.2.1",
-                              "ScanHandler::~ScanHandler", "UPnP scanning thread stopped" })
+    for (const auto* text :
+         { "ScanHandler::ScanHandler", "UPnP scanning thread started", "Starting UPnP handler for IP 127.0.0.1",
+           "Starting UPnP handler for IP 10.81.1.1", "Starting UPnP handler for IP 10.81.2.1",
+           "ScanHandler::~ScanHandler", "UPnP scanning thread stopped" })
         EXPECT_EQ (log.count ("DEBUG", text), 1) << text;
 
     EXPECT_EQ (log.count ("DEBUG", "Added job entry " + leftDevice->location()), 1);
@@ -129,10 +133,14 @@ TEST_F (ScanHandlerTest, AReceiverThatAnswersOnTwoInterfacesIsFoundOnce)
 
 TEST_F (ScanHandlerTest, ADeviceIsKnownByItsUsnAndByItsLocation)
 {
-    const auto device = makeDevice (*home, { .address = "127.0.0.1", .answers = [] (const FakeDevice& self, const auto&)
-        { return std::vector { FakeDevice::answer ("a", self.url ("/1")), FakeDevice::answer ("b", self.url ("/1")),
-                               FakeDevice::answer ("b", self.url ("/2")), FakeDevice::answer ("c", self.url ("/2")),
-                               FakeDevice::answer ("d", self.url ("/3")) }; } });
+    const auto device =
+        makeDevice (*home, { .address = "127.0.0.1", .answers = [] (const FakeDevice& self, const auto&) {
+                                return std::vector { FakeDevice::answer ("a", self.url ("/1")),
+                                                     FakeDevice::answer ("b", self.url ("/1")),
+                                                     FakeDevice::answer ("b", self.url ("/2")),
+                                                     FakeDevice::answer ("c", self.url ("/2")),
+                                                     FakeDevice::answer ("d", self.url ("/3")) };
+                            } });
 
     startScan();
     ASSERT_TRUE (callback.waitForCalls (3));
@@ -182,18 +190,23 @@ TEST_F (ScanHandlerTest, AnInterfaceThatIsDownOrGoesDownIsLoggedAndTheOthersGoOn
 
 TEST_F (ScanHandlerTest, WhatIsNoneOfOursAndWhatComesUnaskedIsNotReported)
 {
-    const auto lamp = makeDevice (*home, { .address = "127.0.0.1", .usn = "uuid:lamp",
-                                           .description = "<root><device><friendlyName>Lamp</friendlyName></device></root>" });
+    const auto lamp =
+        makeDevice (*home, { .address = "127.0.0.1",
+                             .usn = "uuid:lamp",
+                             .description = "<root><device><friendlyName>Lamp</friendlyName></device></root>" });
     startScan();
     ASSERT_TRUE (lamp->waitForSearches (1));
     const int port = lamp->searches()[0].senderPort;
 
-    lamp->sendTo ("127.0.0.1", port, "NOTIFY * HTTP/1.1\r\nNT: upnp:rootdevice\r\nNTS: ssdp:alive\r\nUSN: uuid:unasked\r\nLOCATION: "
-                                         + lamp->url ("/unasked") + "\r\n\r\n");
+    lamp->sendTo ("127.0.0.1", port,
+                  "NOTIFY * HTTP/1.1\r\nNT: upnp:rootdevice\r\nNTS: ssdp:alive\r\nUSN: uuid:unasked\r\nLOCATION: "
+                      + lamp->url ("/unasked") + "\r\n\r\n");
     lamp->sendTo ("127.0.0.1", port, "");
 
-    for (int turns = 0; turns < 500 && ! (log.contains ("WARN", "Error reading datagram socket")
-                                          && log.contains ("INFO", "Not a VeltraIO device!")); ++turns)
+    for (int turns = 0; turns < 500
+                        && ! (log.contains ("WARN", "Error reading datagram socket")
+                              && log.contains ("INFO", "Not a VeltraIO device!"));
+         ++turns)
         std::this_thread::sleep_for (20ms);
 
     endScan();
@@ -222,4 +235,3 @@ TEST_F (ScanHandlerTest, AScanThatIsDeletedAtOnceStillStartsAndEndsAndLeavesNoTh
     for (std::size_t i = 0; i < calls.size(); ++i)
         EXPECT_EQ (calls[i], i % 2 == 0 ? "started" : "ended");
 }
-

@@ -3,7 +3,10 @@
 using veltra::receiver::Descriptor;
 
 ScriptedHttpServer::ScriptedHttpServer (Script scriptToRun, const std::string& addressToBind)
-    : script (std::move (scriptToRun)), address (addressToBind), listener (address, 0), acceptor ([this] { accept(); })
+    : script (std::move (scriptToRun)),
+      address (addressToBind),
+      listener (address, 0),
+      acceptor ([this] { accept(); })
 {
 }
 
@@ -26,8 +29,8 @@ std::vector<std::string> ScriptedHttpServer::requests() const
 
 std::string ScriptedHttpServer::reply (int status, std::string_view body, std::string_view headers)
 {
-    return "HTTP/1.1 " + std::to_string (status) + " Scripted\r\nContent-Length: " + std::to_string (body.size()) + "\r\n"
-         + std::string (headers) + "\r\n" + std::string (body);
+    return "HTTP/1.1 " + std::to_string (status) + " Scripted\r\nContent-Length: " + std::to_string (body.size())
+           + "\r\n" + std::string (headers) + "\r\n" + std::string (body);
 }
 
 void ScriptedHttpServer::accept()
@@ -37,11 +40,10 @@ void ScriptedHttpServer::accept()
         std::erase_if (connections, [] (const Connection& connection) { return connection.done->load(); });
 
         const auto done = std::make_shared<std::atomic<bool>> (false);
-        connections.push_back ({ done, std::jthread ([this, done, client = std::move (*socket)]() mutable
-        {
-            serve (std::move (client));
-            done->store (true);
-        }) });
+        connections.push_back ({ done, std::jthread ([this, done, client = std::move (*socket)]() mutable {
+                                     serve (std::move (client));
+                                     done->store (true);
+                                 }) });
     }
 
     connections.clear();
@@ -66,6 +68,7 @@ void ScriptedHttpServer::serve (Descriptor socket)
         received.push_back (request);
     }
 
-    if (Exchange exchange (request.substr (pathStart, request.find (' ', pathStart) - pathStart), client, stop); ! request.empty())
+    if (Exchange exchange (request.substr (pathStart, request.find (' ', pathStart) - pathStart), client, stop);
+        ! request.empty())
         script (exchange);
 }

@@ -30,8 +30,13 @@ public:
 
     private:
         friend class ScriptedHttpServer;
-        Exchange (std::string requestedPath, veltra::receiver::Connection& client, const veltra::receiver::StopSignal& stopSignal)
-            : path (std::move (requestedPath)), connection (client), stop (stopSignal) {}
+        Exchange (std::string requestedPath, veltra::receiver::Connection& client,
+                  const veltra::receiver::StopSignal& stopSignal)
+            : path (std::move (requestedPath)),
+              connection (client),
+              stop (stopSignal)
+        {
+        }
 
         veltra::receiver::Connection& connection;
         const veltra::receiver::StopSignal& stop;

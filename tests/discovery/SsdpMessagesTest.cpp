@@ -16,8 +16,8 @@ const std::string target = "upnp:rootdevice";
 
 std::string answer (const std::string& usn, const std::string& location, const std::string& st = target)
 {
-    return "HTTP/1.1 200 OK\r\nCACHE-CONTROL: max-age=1800\r\nEXT:\r\nLOCATION: " + location + "\r\nST: " + st + "\r\nUSN: "
-         + usn + "\r\n\r\n";
+    return "HTTP/1.1 200 OK\r\nCACHE-CONTROL: max-age=1800\r\nEXT:\r\nLOCATION: " + location + "\r\nST: " + st
+           + "\r\nUSN: " + usn + "\r\n\r\n";
 }
 
 class SsdpMessages : public testing::Test
@@ -25,8 +25,9 @@ class SsdpMessages : public testing::Test
 protected:
     Answers answers;
     LogLines log;
-    upnp::AnswerReader reader { target, [this] (const juce::String& usn, const juce::String& location)
-                                        { answers.emplace_back (usn.toStdString(), location.toStdString()); } };
+    upnp::AnswerReader reader { target, [this] (const juce::String& usn, const juce::String& location) {
+                                   answers.emplace_back (usn.toStdString(), location.toStdString());
+                               } };
 };
 
 }
@@ -35,7 +36,8 @@ TEST_F (SsdpMessages, SeveralAnswersInOneDatagramAreTakenInOrder)
 {
     reader.take (answer ("uuid:1", "http://10.0.0.1/1.xml") + answer ("uuid:2", "http://10.0.0.2:80/2.xml?a=b:c"));
 
-    EXPECT_EQ (answers, (Answers { { "uuid:1", "http://10.0.0.1/1.xml" }, { "uuid:2", "http://10.0.0.2:80/2.xml?a=b:c" } }));
+    EXPECT_EQ (answers,
+               (Answers { { "uuid:1", "http://10.0.0.1/1.xml" }, { "uuid:2", "http://10.0.0.2:80/2.xml?a=b:c" } }));
     EXPECT_EQ (log.count ("TRACE", "UPnp buffer not empty yet..."), 1);
     EXPECT_TRUE (log.contains ("TRACE", "Found start of HTTP response (@0)"));
     EXPECT_TRUE (log.contains ("TRACE", "Location: http://10.0.0.2:80/2.xml?a=b:c"));
@@ -58,7 +60,8 @@ TEST_F (SsdpMessages, AnAnswerMayBeSplitAnywhereAndHaveRubbishInFront)
 
 TEST_F (SsdpMessages, HeaderNamesIgnoreCaseAndTheLastOfAKindCounts)
 {
-    reader.take ("HTTP/1.1 404 Not Found\nst:other\rnonsense\r\n\tSt\t:  upnp:rootdevice \nusn:a\rUsN: b::c \r\nlocation:http://x\r\n\r\n");
+    reader.take (
+        "HTTP/1.1 404 Not Found\nst:other\rnonsense\r\n\tSt\t:  upnp:rootdevice \nusn:a\rUsN: b::c \r\nlocation:http://x\r\n\r\n");
     EXPECT_EQ (answers, (Answers { { "b::c", "http://x" } }));
 
     answers.clear();
@@ -107,7 +110,8 @@ TEST_F (SsdpMessages, WhatWaitsIsBoundedAndTheOldestGoes)
 TEST_F (SsdpMessages, OverlongValuesAreIgnored)
 {
     const std::string longest (upnp::AnswerReader::maximumValue, 'u');
-    reader.take (answer (longest + "u", "http://x/") + answer (longest, "http://y/") + answer ("uuid:3", longest + "u"));
+    reader.take (answer (longest + "u", "http://x/") + answer (longest, "http://y/")
+                 + answer ("uuid:3", longest + "u"));
     EXPECT_EQ (answers, (Answers { { longest, "http://y/" } }));
 }
 
@@ -116,6 +120,7 @@ TEST_F (SsdpMessages, TextThatIsNoUtf8OrHoldsControlCharactersIsMadeHarmless)
     reader.take (answer ("uuid:\xC3", "http://x/\x1b[2J\xE2\x82"));
 
     ASSERT_EQ (answers.size(), 1u);
-    EXPECT_TRUE (juce::CharPointer_UTF8::isValidString (answers[0].first.data(), static_cast<int> (answers[0].first.size())));
+    EXPECT_TRUE (
+        juce::CharPointer_UTF8::isValidString (answers[0].first.data(), static_cast<int> (answers[0].first.size())));
     EXPECT_TRUE (log.contains ("TRACE", "Location: http://x/\\x1b[2J??"));
 }

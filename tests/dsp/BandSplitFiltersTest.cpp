@@ -22,7 +22,8 @@ double magnitude_dB (std::span<const float> taps, double frequency)
     std::complex<double> sum = 0.0;
 
     for (std::size_t n = 0; n < taps.size(); ++n)
-        sum += static_cast<double> (taps[n]) * std::polar (1.0, -2.0 * std::numbers::pi * frequency * static_cast<double> (n));
+        sum += static_cast<double> (taps[n])
+               * std::polar (1.0, -2.0 * std::numbers::pi * frequency * static_cast<double> (n));
 
     return 20.0 * std::log10 (std::abs (sum));
 }
@@ -73,8 +74,10 @@ TEST (HighPassFilter, IsWhatTheLowRatePathLeavesOfAnImpulse)
     EXPECT_NEAR (0.00136471, sumOf (kHighPassFilter), 1e-7);
 
     float skew = 0.0f;
+
     for (std::size_t i = 0; i < kHighPassFilter.size(); ++i)
         skew = std::max (skew, std::abs (kHighPassFilter[i] - kHighPassFilter[596 - i]));
+
     EXPECT_NEAR (1.2e-05, skew, 1e-6);
 
     // Above the low-rate path's stop band edge nothing is missing, below its pass band edge nearly all is.

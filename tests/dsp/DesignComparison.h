@@ -26,7 +26,8 @@ inline void expectAgreement (const Eigen::VectorXf& in, unsigned nTaps, unsigned
     EXPECT_EQ (expected.fir, actual.fir);
 
     const Eigen::VectorXd tail = in.tail (in.size() - nTaps).cast<double>();
-    const Eigen::VectorXd difference = impulseResponse (actual.sections, tail.size()) - impulseResponse (expected.sections, tail.size());
+    const Eigen::VectorXd difference =
+        impulseResponse (actual.sections, tail.size()) - impulseResponse (expected.sections, tail.size());
     EXPECT_LT (levelIn_dB (difference, tail), -100.0);
 }
 
@@ -47,7 +48,8 @@ inline void expectNoWorseFit (const Eigen::VectorXf& tail, unsigned nSections, d
 /** Two modes nearer to each other than their bandwidths. */
 inline Eigen::VectorXf closeModes (Eigen::Index size)
 {
-    return modalResponse (size, { { std::polar (0.998, 0.1), { 0.5, 0.2 } }, { std::polar (0.998, 0.1005), { -0.3, 0.2 } } });
+    return modalResponse (size,
+                          { { std::polar (0.998, 0.1), { 0.5, 0.2 } }, { std::polar (0.998, 0.1005), { -0.3, 0.2 } } });
 }
 
 }

@@ -16,12 +16,18 @@ VectorXf impulse (Eigen::Index size, Eigen::Index place) { return VectorXf::Unit
 
 TEST (EnergyWindow, ALoneImpulseEndsUpAtTheApex)
 {
-    struct Case { Eigen::Index size, place, windowSize; float apex; int limit; unsigned offset; };
+    struct Case
+    {
+        Eigen::Index size, place, windowSize;
+        float apex;
+        int limit;
+        unsigned offset;
+    };
 
     for (const auto& c : { Case { 20000, 7000, 1000, 0.4f, 0, 6600 },
-                           { 20000, 399, 1000, 0.4f, 0, 0 },      // an early one keeps its place
-                           { 1000, 300, 100, 0.0f, 0, 300 },      // the triangle falls only
-                           { 7001, 7000, 1000, 0.4f, 0, 6600 },   // what lies beyond the response is zero
+                           { 20000, 399, 1000, 0.4f, 0, 0 },    // an early one keeps its place
+                           { 1000, 300, 100, 0.0f, 0, 300 },    // the triangle falls only
+                           { 7001, 7000, 1000, 0.4f, 0, 6600 }, // what lies beyond the response is zero
                            { 4, 3, 1000, 0.4f, 0, 0 },
                            { 20000, 7000, 1000, 0.4f, -1, 6600 }, // a limit holds when it is positive and lower
                            { 20000, 7000, 1000, 0.4f, 6600, 6600 },
@@ -29,10 +35,12 @@ TEST (EnergyWindow, ALoneImpulseEndsUpAtTheApex)
                            { 20000, 7000, 1000, 0.4f, 1, 1 } })
     {
         unsigned offset = 99;
-        const VectorXf window = extractEnergyWindow (impulse (c.size, c.place), static_cast<unsigned> (c.windowSize), c.apex, offset, c.limit);
+        const VectorXf window = extractEnergyWindow (impulse (c.size, c.place), static_cast<unsigned> (c.windowSize),
+                                                     c.apex, offset, c.limit);
         const auto place = c.place - c.offset;
         EXPECT_EQ (c.offset, offset) << c.place << " " << c.limit;
-        EXPECT_EQ (place < c.windowSize ? impulse (c.windowSize, place) : VectorXf (VectorXf::Zero (c.windowSize)), window);
+        EXPECT_EQ (place < c.windowSize ? impulse (c.windowSize, place) : VectorXf (VectorXf::Zero (c.windowSize)),
+                   window);
     }
 }
 
@@ -45,8 +53,9 @@ TEST (EnergyWindow, TheEnergyUnderTheTriangleDecides)
     extractEnergyWindow (in, 1000, 0.4f, offset, 0);
     EXPECT_EQ (11600u, offset);
 
-    for (const VectorXf& nothing : { VectorXf (VectorXf::Zero (5000)), VectorXf (impulse (5000, 3000) * std::numeric_limits<float>::quiet_NaN()),
-                                     VectorXf() })
+    for (const VectorXf& nothing :
+         { VectorXf (VectorXf::Zero (5000)), VectorXf (impulse (5000, 3000) * std::numeric_limits<float>::quiet_NaN()),
+           VectorXf() })
     {
         offset = 99;
         EXPECT_EQ (1000, extractEnergyWindow (nothing, 1000, 0.4f, offset, 0).size());
@@ -62,7 +71,8 @@ TEST (EnergyWindow, AKeptWindowGivesTheSameAsOneMadeForTheCall)
 
     for (const int size : { 3000, 5000, 3000 })
     {
-        const VectorXf in = VectorXf::NullaryExpr (size, [] (Eigen::Index i) { return std::sin (0.01f * float (i) * float (i % 1999)); });
+        const VectorXf in = VectorXf::NullaryExpr (
+            size, [] (Eigen::Index i) { return std::sin (0.01f * float (i) * float (i % 1999)); });
         unsigned keptOffset = 0, offset = 0;
         EXPECT_EQ (extractEnergyWindow (in, 512, 0.4f, offset, 2000), kept.extract (in, keptOffset, 2000));
         EXPECT_EQ (offset, keptOffset);

@@ -36,8 +36,11 @@ TEST (Sweep, TheFrequencyGrowsExponentially)
     EXPECT_EQ (0.0f, sweep[0]);
 
     for (const double fraction : { 0.4, 0.6, 0.8 })
-        EXPECT_NEAR (1.0, frequencyAt (sweep, static_cast<std::size_t> (192000 * fraction), 1200, 48000.0)
-                              / (20.0 * std::pow (1000.0, fraction)), 2e-3) << fraction;
+        EXPECT_NEAR (1.0,
+                     frequencyAt (sweep, static_cast<std::size_t> (192000 * fraction), 1200, 48000.0)
+                         / (20.0 * std::pow (1000.0, fraction)),
+                     2e-3)
+            << fraction;
 
     const auto [lowest, highest] = std::minmax_element (sweep.begin(), sweep.end());
     EXPECT_NEAR (-1.0f, *lowest, 1e-4f);
@@ -81,8 +84,7 @@ TEST (Sweep, PeriodsRepeatWithSilenceBetweenThem)
 TEST (ShapedSweep, TheEnvelopeShapesTheFirstPeriodOnly)
 {
     Eigen::MatrixXf envelope (2, 2);
-    envelope << 20.0f, 0.5f,
-                200.0f, 0.25f;
+    envelope << 20.0f, 0.5f, 200.0f, 0.25f;
 
     const auto plain = makeSweep (1000, 10.0, 400.0, 0, 2, 1000.0, 0.0);
     const auto shaped = makeShapedSweep (1000, 10.0, 400.0, 0, 2, 1000.0, 0.0, envelope);
@@ -95,16 +97,14 @@ TEST (ShapedSweep, TheEnvelopeShapesTheFirstPeriodOnly)
     }
 
     // Equal places give a step, no rows nothing, and parameters outside of the design stay in bounds.
-    envelope << 20.0f, 2.0f,
-                20.0f, 4.0f;
+    envelope << 20.0f, 2.0f, 20.0f, 4.0f;
     const auto stepped = makeShapedSweep (1000, 10.0, 400.0, 0, 2, 1000.0, 0.0, envelope);
     EXPECT_EQ (2.0f * plain[187], stepped[187]);
     EXPECT_EQ (4.0f * plain[188], stepped[188]);
     const auto bare = makeShapedSweep (1000, 10.0, 400.0, 0, 2, 1000.0, 0.0, Eigen::MatrixXf());
     EXPECT_TRUE (std::equal (plain.begin(), plain.end(), bare.data()));
 
-    envelope << 1.0f, 0.5f,
-                1e6f, 0.25f;
+    envelope << 1.0f, 0.5f, 1e6f, 0.25f;
     EXPECT_EQ (1000, makeShapedSweep (1000, 10.0, 400.0, 0, 1, 1000.0, 500.0, envelope).size());
     EXPECT_EQ (1000, makeShapedSweep (1000, 400.0, 10.0, 0, 1, 1000.0, 20.0, envelope).size());
     EXPECT_EQ (1000, makeShapedSweep (1000, 0.0, 0.0, 0, 1, 0.0, 20.0, envelope).size());

@@ -17,15 +17,13 @@ TEST_P (LivingRoomInFull, Agrees)
     expectAgreement (livingRoom (name), static_cast<unsigned> (sampleRate) / 48, 30, sampleRate);
 }
 
-INSTANTIATE_TEST_SUITE_P (, LivingRoomInFull, testing::Values (
-    "BL_44100", "BR_44100", "C_44100", "FL_44100", "FR_44100", "SL_44100", "SR_44100", "SW_44100",
-    "BL_48000", "BR_48000", "C_48000", "FL_48000", "FR_48000", "SL_48000", "SR_48000", "SW_48000",
-    "BL_96000", "BR_96000", "C_96000", "FL_96000", "FR_96000", "SL_96000", "SR_96000", "SW_96000"));
+INSTANTIATE_TEST_SUITE_P (, LivingRoomInFull,
+                          testing::Values ("BL_44100", "BR_44100", "C_44100", "FL_44100", "FR_44100", "SL_44100",
+                                           "SR_44100", "SW_44100", "BL_48000", "BR_48000", "C_48000", "FL_48000",
+                                           "FR_48000", "SL_48000", "SR_48000", "SW_48000", "BL_96000", "BR_96000",
+                                           "C_96000", "FL_96000", "FR_96000", "SL_96000", "SR_96000", "SW_96000"));
 
-TEST (FIIRDesignInFull, OneSecondOfNoiseAgrees)
-{
-    expectAgreement (whiteNoise (48000), 1000, 30, 48000.0);
-}
+TEST (FIIRDesignInFull, OneSecondOfNoiseAgrees) { expectAgreement (whiteNoise (48000), 1000, 30, 48000.0); }
 
 TEST (FIIRDesignInFull, LongModesAgree)
 {

@@ -21,10 +21,7 @@ TEST (FIIRDesignAgainstReference, CloseModes)
     expectAgreement (closeModes (6000), 0, 3, 48000.0);
 }
 
-TEST (FIIRDesignAgainstReference, WhiteNoise)
-{
-    expectAgreement (whiteNoise (3000), 0, 30, 48000.0);
-}
+TEST (FIIRDesignAgainstReference, WhiteNoise) { expectAgreement (whiteNoise (3000), 0, 30, 48000.0); }
 
 TEST (FIIRDesignAgainstReference, FewerSamplesThanModes)
 {

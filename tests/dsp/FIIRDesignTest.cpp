@@ -34,13 +34,11 @@ void expectSection (const FIIRSection& expected, const FIIRSection& actual, floa
 FIIRSection pairSection (const Complex& pole, const Complex& residue)
 {
     return { static_cast<float> (-2.0 * pole.real()), static_cast<float> (std::norm (pole)),
-             static_cast<float> (2.0 * residue.real()), static_cast<float> (-2.0 * (residue * std::conj (pole)).real()) };
+             static_cast<float> (2.0 * residue.real()),
+             static_cast<float> (-2.0 * (residue * std::conj (pole)).real()) };
 }
 
-FIIRSection directSection (float gain)
-{
-    return { 0.0f, 0.0f, gain, 0.0f };
-}
+FIIRSection directSection (float gain) { return { 0.0f, 0.0f, gain, 0.0f }; }
 
 TEST (FIIRDesign, TheFirstSamplesStayAndTheSectionsTakeOverWhereTheyEnd)
 {
@@ -87,22 +85,25 @@ TEST (FIIRDesign, RealPolesStandInPairsBehindTheComplexOnes)
 // left after it has been dropped can only be the direct term.
 TEST (FIIRDesign, APoleBelowTheFloorIsDroppedAndAnOddRealStandsAlone)
 {
-    const FIIRDesign dropped = designFIIR (test::modalResponse (3000, { { 0.9, 1000.0 }, { 1e-7, 1e10 } }), 0, 2, sampleRate);
+    const FIIRDesign dropped =
+        designFIIR (test::modalResponse (3000, { { 0.9, 1000.0 }, { 1e-7, 1e10 } }), 0, 2, sampleRate);
     expectSection ({ -0.9f, 0.0f, 1000.0f, 0.0f }, dropped.sections[0], 1e3f);
     EXPECT_NEAR (-0.9f, dropped.sections[0].a1, 0.1f);
     EXPECT_EQ (0.0f, dropped.sections[0].a2);
     EXPECT_EQ (0.0f, dropped.sections[0].b1);
     EXPECT_NEAR (1e10f, dropped.sections[1].b0, 1e5f);
 
-    const FIIRDesign kept = designFIIR (test::modalResponse (3000, { { 0.9, 1000.0 }, { 1e-5, 1e8 } }), 0, 2, sampleRate);
+    const FIIRDesign kept =
+        designFIIR (test::modalResponse (3000, { { 0.9, 1000.0 }, { 1e-5, 1e8 } }), 0, 2, sampleRate);
     EXPECT_NEAR (-0.90001f, kept.sections[0].a1, 1e-6f);
     EXPECT_NEAR (0.9e-5f, kept.sections[0].a2, 1e-7f);
 }
 
 TEST (FIIRDesign, SlowPolesArePulledInWithTheirAngleKept)
 {
-    const FIIRDesign design = designFIIR (test::modalResponse (400000, { { std::polar (0.99995, 0.1), 0.5 }, { 0.99996, 0.5 },
-                                                                         { -0.5, 0.5 } }), 0, 3, sampleRate);
+    const FIIRDesign design = designFIIR (
+        test::modalResponse (400000, { { std::polar (0.99995, 0.1), 0.5 }, { 0.99996, 0.5 }, { -0.5, 0.5 } }), 0, 3,
+        sampleRate);
     // The response and the coefficients near 2 are both rounded to single precision.
     constexpr double roundings = 2.5e-7;
     const Complex pulledIn = std::polar (0.9999, 0.1);
@@ -143,14 +144,21 @@ TEST (FIIRDesign, SectionsWithAPoleOnTheUnitCircleOrBeyondAreUnstable)
 TEST (FIIRDesign, ConditionsThatAreNotMetAreToldInWords)
 {
     const VectorXf response = test::whiteNoise (1000);
-    const auto words = [] (const VectorXf& in, unsigned taps, unsigned sections, double rate) -> std::string
-    {
-        try { designFIIR (in, taps, sections, rate); }
-        catch (const std::invalid_argument& e) { return e.what(); }
+    const auto words = [] (const VectorXf& in, unsigned taps, unsigned sections, double rate) -> std::string {
+        try
+        {
+            designFIIR (in, taps, sections, rate);
+        }
+        catch (const std::invalid_argument& e)
+        {
+            return e.what();
+        }
+
         return "";
     };
 
-    EXPECT_EQ ("the response has 1000 samples, which does not exceed the 1000 taps to keep", words (response, 1000, 2, 48000.0));
+    EXPECT_EQ ("the response has 1000 samples, which does not exceed the 1000 taps to keep",
+               words (response, 1000, 2, 48000.0));
     EXPECT_EQ ("the response has 0 samples, which does not exceed the 0 taps to keep", words ({}, 0, 2, 48000.0));
     EXPECT_NE ("", words (response, std::numeric_limits<unsigned>::max(), 2, 48000.0));
     EXPECT_EQ ("cannot design 0 sections, only 1 to 256", words (response, 0, 0, 48000.0));
@@ -164,7 +172,8 @@ TEST (FIIRDesign, ConditionsThatAreNotMetAreToldInWords)
         {
             VectorXf spoilt = response;
             spoilt[place] = bad;
-            EXPECT_EQ ("the response has samples that are not finite numbers", words (spoilt, 100, 2, 48000.0)) << place;
+            EXPECT_EQ ("the response has samples that are not finite numbers", words (spoilt, 100, 2, 48000.0))
+                << place;
         }
 }
 

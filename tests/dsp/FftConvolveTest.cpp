@@ -15,8 +15,8 @@
 namespace {
 
 using Eigen::VectorXf;
-using veltra::dsp::FftConvolver;
 using veltra::dsp::fftConvolve;
+using veltra::dsp::FftConvolver;
 
 VectorXf noise (Eigen::Index size, unsigned seed)
 {
@@ -54,8 +54,8 @@ VectorXf convolveByEigen (const VectorXf& a, const VectorXf& b, int size)
 
 TEST (FftConvolve, EqualsTheDirectSumUpToSinglePrecision)
 {
-    for (const auto& [sizeA, sizeB] : { std::pair { 1, 1 }, { 1, 2 }, { 2, 1 }, { 2, 2 }, { 3, 3 }, { 100, 29 }, { 29, 100 },
-                                        { 1000, 299 } })
+    for (const auto& [sizeA, sizeB] :
+         { std::pair { 1, 1 }, { 1, 2 }, { 2, 1 }, { 2, 2 }, { 3, 3 }, { 100, 29 }, { 29, 100 }, { 1000, 299 } })
     {
         const VectorXf a = noise (sizeA, 1), b = noise (sizeB, 2);
         const VectorXf expected = convolveDirectly (a, b), actual = fftConvolve (a, b);
@@ -110,8 +110,7 @@ TEST (FftConvolve, ThreadsMayPlanAndConvolveAtOnce)
     std::vector<int> wrong (4, 0);
 
     for (unsigned t = 0; t < 4; ++t)
-        threads.emplace_back ([t, &wrong]
-        {
+        threads.emplace_back ([t, &wrong] {
             const VectorXf a = noise (500, t), b = noise (200, t + 100), expected = fftConvolve (a, b);
 
             for (int i = 0; i < 200; ++i)

@@ -38,10 +38,7 @@ inline Eigen::VectorXf modalResponse (Eigen::Index size, const std::vector<Mode>
     return sumOfModes (size, modes).cast<float>();
 }
 
-inline Eigen::VectorXf impulse (Eigen::Index size, Eigen::Index place)
-{
-    return Eigen::VectorXf::Unit (size, place);
-}
+inline Eigen::VectorXf impulse (Eigen::Index size, Eigen::Index place) { return Eigen::VectorXf::Unit (size, place); }
 
 inline Eigen::VectorXf whiteNoise (Eigen::Index size)
 {

@@ -81,7 +81,8 @@ VectorXcd fitResidues (const std::vector<Complex>& p, const VectorXd& tail)
 
     for (Index i = 0; i < tail.size(); ++i)
         for (Index j = 0; j < n; ++j)
-            modes (i, j) = i == 0 ? 1.0 : std::pow (p[static_cast<std::size_t> (j)], Complex (static_cast<double> (i), 0.0));
+            modes (i, j) =
+                i == 0 ? 1.0 : std::pow (p[static_cast<std::size_t> (j)], Complex (static_cast<double> (i), 0.0));
 
     modes.row (0).setOnes();
 
@@ -172,7 +173,8 @@ FIIRDesign designFIIR (const Eigen::VectorXf& in, unsigned nTaps, unsigned nSect
     }
 
     if (k < p.size())
-        design.sections.push_back ({ static_cast<float> (-p[k].real()), 0.0f, static_cast<float> (residue (k).real()), 0.0f });
+        design.sections.push_back (
+            { static_cast<float> (-p[k].real()), 0.0f, static_cast<float> (residue (k).real()), 0.0f });
 
     design.sections.push_back ({ 0.0f, 0.0f, static_cast<float> (residue (p.size()).real()), 0.0f });
     design.sections.resize (nSections);

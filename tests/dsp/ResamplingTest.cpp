@@ -72,8 +72,7 @@ TEST_P (Resampling, PassesTheBandAndStopsWhatLiesBeyond)
     EXPECT_NEAR (-3.0, levelAt (response, 0.995 * nyquist, to), 0.5);
 
     // A tone above the output's Nyquist frequency must not come back as another one; going up, its image must not.
-    Eigen::VectorXd tone = Eigen::VectorXd::NullaryExpr (40000, [&] (Eigen::Index n)
-    {
+    Eigen::VectorXd tone = Eigen::VectorXd::NullaryExpr (40000, [&] (Eigen::Index n) {
         const double window = 0.5 - 0.5 * std::cos (2.0 * std::numbers::pi * static_cast<double> (n) / 40000.0);
         const double frequency = to < from ? std::min (1.02 * nyquist, 0.499 * from) : 0.45 * from;
         return window * std::sin (2.0 * std::numbers::pi * frequency / from * static_cast<double> (n));
@@ -97,7 +96,8 @@ TEST_P (Resampling, ASignalMayBeginWithItsFirstSample)
     // at all of the rates. At fractional ratios a resampler may miss what rings before the first sample: r8brain's
     // first samples are off by up to 0.018 of the step.
     constexpr Eigen::Index shift = 94080;
-    const Eigen::VectorXd atStart = Eigen::VectorXd::NullaryExpr (5000, [] (Eigen::Index n) { return std::cos (0.1 * static_cast<double> (n)); });
+    const Eigen::VectorXd atStart =
+        Eigen::VectorXd::NullaryExpr (5000, [] (Eigen::Index n) { return std::cos (0.1 * static_cast<double> (n)); });
     Eigen::VectorXd later = Eigen::VectorXd::Zero (shift + 5000);
     later.tail (5000) = atStart;
 
@@ -110,11 +110,12 @@ TEST_P (Resampling, ASignalMayBeginWithItsFirstSample)
 }
 
 INSTANTIATE_TEST_SUITE_P (Rates, Resampling,
-                          testing::Values (Rates { 96000, 48000 }, Rates { 96000, 44100 }, Rates { 48000, 44100 }, Rates { 192000, 44100 },
-                                           Rates { 48000, 96000 }, Rates { 44100, 48000 }, Rates { 48000, 46000 }, Rates { 48000, 32000 }),
-                          [] (const auto& tested)
-                          {
-                              return std::to_string (static_cast<int> (tested.param.from)) + "To" + std::to_string (static_cast<int> (tested.param.to));
+                          testing::Values (Rates { 96000, 48000 }, Rates { 96000, 44100 }, Rates { 48000, 44100 },
+                                           Rates { 192000, 44100 }, Rates { 48000, 96000 }, Rates { 44100, 48000 },
+                                           Rates { 48000, 46000 }, Rates { 48000, 32000 }),
+                          [] (const auto& tested) {
+                              return std::to_string (static_cast<int> (tested.param.from)) + "To"
+                                     + std::to_string (static_cast<int> (tested.param.to));
                           });
 
 TEST (ResamplingEdges, LengthsAreRoundedToTheNearestAndRatioOneIsTheInput)
@@ -132,12 +133,14 @@ TEST (ResamplingEdges, RatiosOfNoUseGiveNothing)
 {
     const Eigen::VectorXf in = Eigen::VectorXf::Ones (100);
 
-    for (const double ratio : { 0.0, -1.0, 1e-9, 257.0, 1e300, std::numeric_limits<double>::infinity(), std::numeric_limits<double>::quiet_NaN() })
+    for (const double ratio : { 0.0, -1.0, 1e-9, 257.0, 1e300, std::numeric_limits<double>::infinity(),
+                                std::numeric_limits<double>::quiet_NaN() })
         EXPECT_EQ (0, resampleFloat (in, ratio, 80.0).size()) << ratio;
 
     EXPECT_EQ (25600, resampleFloat (in, 256.0, 80.0).size());
     EXPECT_EQ (4, resampleFloat (Eigen::VectorXf::Ones (1024), 1.0 / 256.0, 80.0).size());
-    EXPECT_EQ (48001, resampleFloat (Eigen::VectorXf::Ones (1536000), 48001.0 / 1536000.0, 80.0).size()) << "no small fraction";
+    EXPECT_EQ (48001, resampleFloat (Eigen::VectorXf::Ones (1536000), 48001.0 / 1536000.0, 80.0).size())
+        << "no small fraction";
     EXPECT_EQ (141, resampleFloat (in, std::numbers::sqrt2, 80.0).size()) << "no fraction at all";
     EXPECT_THROW (static_cast<void> (resampleFloat (Eigen::VectorXf::Ones (2100000), 256.0, 80.0)), std::bad_alloc);
 }

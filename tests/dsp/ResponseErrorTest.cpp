@@ -14,10 +14,10 @@ using veltra::dsp::compareResponses;
 /** A tone under a Hann window, which keeps its energy within a few hertz. */
 VectorXf tone (double frequency, double level)
 {
-    return VectorXf::NullaryExpr (48000, [=] (Eigen::Index i)
-    {
+    return VectorXf::NullaryExpr (48000, [=] (Eigen::Index i) {
         const double time = double (i) / 48000.0;
-        return float (level * std::sin (std::numbers::pi * time) * std::sin (2.0 * std::numbers::pi * frequency * time));
+        return float (level * std::sin (std::numbers::pi * time)
+                      * std::sin (2.0 * std::numbers::pi * frequency * time));
     });
 }
 
@@ -60,9 +60,13 @@ TEST (ResponseError, WhatIsMissingOrInExcessCountsWhereverItLies)
 {
     const VectorXf wanted = VectorXf::Unit (10, 3);
     EXPECT_NEAR (0.0, compareResponses (wanted, VectorXf(), 5, 48000.0).overall_dB, 1e-9);
-    EXPECT_NEAR (0.0, compareResponses (wanted, VectorXf::Unit (100, 8) + VectorXf::Unit (100, 99), 5, 48000.0).overall_dB, 1e-9);
-    EXPECT_NEAR (0.0, compareResponses (wanted, VectorXf::Unit (100, 8) + VectorXf::Unit (100, 0), 5, 48000.0).overall_dB, 1e-9);
-    EXPECT_EQ (-std::numeric_limits<double>::infinity(), compareResponses (wanted, VectorXf::Unit (100, 8), 5, 48000.0).overall_dB);
+    EXPECT_NEAR (0.0,
+                 compareResponses (wanted, VectorXf::Unit (100, 8) + VectorXf::Unit (100, 99), 5, 48000.0).overall_dB,
+                 1e-9);
+    EXPECT_NEAR (
+        0.0, compareResponses (wanted, VectorXf::Unit (100, 8) + VectorXf::Unit (100, 0), 5, 48000.0).overall_dB, 1e-9);
+    EXPECT_EQ (-std::numeric_limits<double>::infinity(),
+               compareResponses (wanted, VectorXf::Unit (100, 8), 5, 48000.0).overall_dB);
     EXPECT_EQ (std::numeric_limits<double>::infinity(), compareResponses (VectorXf(), wanted, 5, 48000.0).overall_dB);
 }
 

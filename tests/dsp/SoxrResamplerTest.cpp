@@ -21,7 +21,8 @@ std::vector<double> resampled (const std::vector<double>& signal, double ratio, 
     for (size_t at = 0; at < in.size(); at += blockSize)
     {
         double* made = nullptr;
-        const int count = resampler.process (in.data() + at, static_cast<int> (std::min (blockSize, in.size() - at)), made);
+        const int count =
+            resampler.process (in.data() + at, static_cast<int> (std::min (blockSize, in.size() - at)), made);
         out.insert (out.end(), made, made + count);
     }
 
@@ -41,7 +42,11 @@ double largestDifference (const std::vector<double>& a, const std::vector<double
 
 TEST (SoxrResampler, TheFirstSamplesAreAsGoodAsTheRest)
 {
-    struct { int in, out; } const periods[] { { 320, 147 }, { 160, 147 }, { 640, 147 }, { 147, 160 }, { 24, 23 }, { 2, 1 }, { 1, 2 }, { 1536, 1535 } };
+    struct
+    {
+        int in, out;
+    } const periods[] { { 320, 147 }, { 160, 147 }, { 640, 147 }, { 147, 160 },
+                        { 24, 23 },   { 2, 1 },     { 1, 2 },     { 1536, 1535 } };
 
     for (const auto [in, out] : periods)
     {
@@ -56,7 +61,9 @@ TEST (SoxrResampler, TheFirstSamplesAreAsGoodAsTheRest)
         later.insert (later.end(), atStart.begin(), atStart.end());
 
         const double ratio = static_cast<double> (out) / in;
-        EXPECT_LT (largestDifference (resampled (atStart, ratio, 4096), resampled (later, ratio, 4096), shift * static_cast<size_t> (out)), 2e-6)
+        EXPECT_LT (largestDifference (resampled (atStart, ratio, 4096), resampled (later, ratio, 4096),
+                                      shift * static_cast<size_t> (out)),
+                   2e-6)
             << in << " to " << out; // the library works in single precision
     }
 }

@@ -17,7 +17,8 @@ TEST (WarpSequence, InterleavingChangesNoBit)
     for (const double lambda : { 0.0, 0.9, 0.97861, -0.5 })
         for (const unsigned n : { 0u, 1u, 5u, 300u, 1024u })
             for (const Eigen::Index size : { 1, 2, 3, 6, 7, 8, 12, 13, 14, 1000 })
-                EXPECT_EQ (reference::warpSequence (noise.head (size), n, lambda), warpSequence (noise.head (size), n, lambda))
+                EXPECT_EQ (reference::warpSequence (noise.head (size), n, lambda),
+                           warpSequence (noise.head (size), n, lambda))
                     << size << " samples to " << n << " by " << lambda;
 
     // A long silence, where the guard against denormal numbers is all that is left in the recursion.
@@ -37,10 +38,7 @@ TEST (HankelMatrix, RisingDiagonalsAreConstant)
 {
     const VectorXd column = VectorXd::LinSpaced (4, 1.0, 4.0), row = VectorXd::LinSpaced (3, 4.0, 6.0);
     Eigen::MatrixXd expected (4, 3);
-    expected << 1, 2, 3,
-                2, 3, 4,
-                3, 4, 5,
-                4, 5, 6;
+    expected << 1, 2, 3, 2, 3, 4, 3, 4, 5, 4, 5, 6;
     EXPECT_EQ (expected, hankelMatrix (column, row));
     EXPECT_EQ (column, hankelMatrix (column, VectorXd::Constant (1, 4.0)));
 }

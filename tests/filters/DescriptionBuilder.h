@@ -43,17 +43,22 @@ class DescriptionBuilder
 {
 public:
     explicit DescriptionBuilder (std::string_view projectName = "Test", std::string_view technology = "FIIR")
-        : DescriptionBuilder (Raw { "ProjectName=\"" + std::string (projectName) + "\" Technology=\"" + std::string (technology) + "\"" })
+        : DescriptionBuilder (
+            Raw { "ProjectName=\"" + std::string (projectName) + "\" Technology=\"" + std::string (technology) + "\"" })
     {
     }
 
     /** With these attributes of the header and no others. */
-    static DescriptionBuilder withHeader (std::string_view attributes) { return DescriptionBuilder (Raw { std::string (attributes) }); }
+    static DescriptionBuilder withHeader (std::string_view attributes)
+    {
+        return DescriptionBuilder (Raw { std::string (attributes) });
+    }
 
     /** Begins a channel; `number` counts from 1. */
     DescriptionBuilder& channel (std::string_view name, int number, std::string_view attributes = {})
     {
-        return rawChannel ("Name=\"" + std::string (name) + "\" Number=\"" + std::to_string (number) + "\" " + std::string (attributes));
+        return rawChannel ("Name=\"" + std::string (name) + "\" Number=\"" + std::to_string (number) + "\" "
+                           + std::string (attributes));
     }
 
     /** Begins a channel with these attributes and no others. */
@@ -66,7 +71,8 @@ public:
     }
 
     /** Adds a coefficient set of topology FIR to the channel. */
-    DescriptionBuilder& fir (int rate, const std::vector<float>& taps, std::string_view extra = {}, bool minPhase = false)
+    DescriptionBuilder& fir (int rate, const std::vector<float>& taps, std::string_view extra = {},
+                             bool minPhase = false)
     {
         return raw (open ("FIR", rate, minPhase) + tapsElement (taps) + extraElement (extra) + "</Coefficients>");
     }
@@ -83,7 +89,8 @@ public:
             iir += "<section>" + list (values) + "</section>";
         }
 
-        return raw (open ("FIIR", rate, minPhase) + tapsElement (taps) + iir + "</IIR>" + extraElement (extra) + "</Coefficients>");
+        return raw (open ("FIIR", rate, minPhase) + tapsElement (taps) + iir + "</IIR>" + extraElement (extra)
+                    + "</Coefficients>");
     }
 
     /** Adds any text at this place. */
@@ -102,7 +109,10 @@ private:
         std::string attributes;
     };
 
-    explicit DescriptionBuilder (const Raw& header) : xml ("<?xml version=\"1.0\"?>\n<Veltra><Tune " + header.attributes + ">") {}
+    explicit DescriptionBuilder (const Raw& header)
+        : xml ("<?xml version=\"1.0\"?>\n<Veltra><Tune " + header.attributes + ">")
+    {
+    }
 
     static std::string open (std::string_view topology, int rate, bool minPhase)
     {

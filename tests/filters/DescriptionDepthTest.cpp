@@ -24,9 +24,11 @@ int depthOf (const rapidxml::xml_node<char>& node)
     one that RapidXml takes. */
 TEST (DescriptionDepth, NoTextIsDeeperThanItWasFoundToBe)
 {
-    const char* const pieces[] { "<a>", "</a>", "<a>", "</a>", "<b/>", "<a x='", "<a x=\"", "'", "\"", ">", "/>", "<", "/", "?", "!", "<!--", "-->",
-                                 "<![CDATA[", "]]>", "<!DOCTYPE", "<!DOCTYPE ", "[", "]", "<?", "<?xml ", "?>", "<!", " ", "\n", "x",
-                                 "=", "&lt;", "&quot;", "&#60;", "</a", "<a", "-", "\x01" };
+    const char* const pieces[] { "<a>",    "</a>",      "<a>", "</a>",      "<b/>",       "<a x='", "<a x=\"", "'",
+                                 "\"",     ">",         "/>",  "<",         "/",          "?",      "!",       "<!--",
+                                 "-->",    "<![CDATA[", "]]>", "<!DOCTYPE", "<!DOCTYPE ", "[",      "]",       "<?",
+                                 "<?xml ", "?>",        "<!",  " ",         "\n",         "x",      "=",       "&lt;",
+                                 "&quot;", "&#60;",     "</a", "<a",        "-",          "\x01" };
 
     std::mt19937 random (1);
     int taken = 0;

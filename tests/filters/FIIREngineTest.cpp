@@ -13,10 +13,13 @@ using veltra::dsp::FIIRSection;
 using veltra::filters::FIIREngine;
 
 /** The definition, term by term, in extended precision. */
-std::vector<long double> reference (const Eigen::VectorXf& taps, const std::vector<FIIRSection>& sections, const Eigen::VectorXf& x)
+std::vector<long double> reference (const Eigen::VectorXf& taps, const std::vector<FIIRSection>& sections,
+                                    const Eigen::VectorXf& x)
 {
     std::vector<long double> y (static_cast<size_t> (x.size()));
-    const auto delayed = [&] (Eigen::Index n) { return n < taps.size() ? 0.0L : static_cast<long double> (x[n - taps.size()]); };
+    const auto delayed = [&] (Eigen::Index n) {
+        return n < taps.size() ? 0.0L : static_cast<long double> (x[n - taps.size()]);
+    };
 
     for (Eigen::Index n = 0; n < x.size(); ++n)
         for (Eigen::Index k = 0; k < taps.size() && k <= n; ++k)
@@ -28,7 +31,8 @@ std::vector<long double> reference (const Eigen::VectorXf& taps, const std::vect
 
         for (Eigen::Index n = 0; n < x.size(); ++n)
         {
-            const auto s = section.b0 * delayed (n) + (n > 0 ? section.b1 * delayed (n - 1) : 0.0L) - section.a1 * s1 - section.a2 * s2;
+            const auto s = section.b0 * delayed (n) + (n > 0 ? section.b1 * delayed (n - 1) : 0.0L) - section.a1 * s1
+                           - section.a2 * s2;
             y[static_cast<size_t> (n)] += s;
             s2 = s1;
             s1 = s;
@@ -60,11 +64,17 @@ TEST (FIIREngine, FollowsItsDefinitionOnAnySignal)
 {
     std::mt19937 random (1);
     std::normal_distribution<float> noise;
-    const auto vector = [&] (Eigen::Index size) { return Eigen::VectorXf::NullaryExpr (size, [&] { return noise (random); }).eval(); };
+    const auto vector = [&] (Eigen::Index size) {
+        return Eigen::VectorXf::NullaryExpr (size, [&] { return noise (random); }).eval();
+    };
 
     // Six sections: more than one bank of the engine, and one that is not full.
-    std::vector<FIIRSection> sections { {}, resonance (0.99, 0.01, 0.3f, -0.2f), resonance (0.5, 2.0, 1.0f, 0.0f),
-                                        { -1.2f, 0.35f, 0.0f, 0.7f }, { 0.0f, 0.0f, 2.0f, 3.0f }, resonance (0.9999, 0.003, 1e-3f, 0.0f) };
+    std::vector<FIIRSection> sections { {},
+                                        resonance (0.99, 0.01, 0.3f, -0.2f),
+                                        resonance (0.5, 2.0, 1.0f, 0.0f),
+                                        { -1.2f, 0.35f, 0.0f, 0.7f },
+                                        { 0.0f, 0.0f, 2.0f, 3.0f },
+                                        resonance (0.9999, 0.003, 1e-3f, 0.0f) };
 
     Eigen::VectorXf sparse = Eigen::VectorXf::Zero (400);
     sparse[7] = 1.5f;
@@ -80,8 +90,10 @@ TEST (FIIREngine, FollowsItsDefinitionOnAnySignal)
             const auto actual = filtered (taps, sections, signal);
             ASSERT_EQ (signal.size(), actual.size());
 
-            for (Eigen::Index n = 0; n < signal.size(); ++n) // taps add up in single precision, hundreds of terms of size one
-                ASSERT_NEAR (static_cast<double> (expected[static_cast<size_t> (n)]), actual[n], 1e-4) << tapCount << " taps, sample " << n;
+            for (Eigen::Index n = 0; n < signal.size();
+                 ++n) // taps add up in single precision, hundreds of terms of size one
+                ASSERT_NEAR (static_cast<double> (expected[static_cast<size_t> (n)]), actual[n], 1e-4)
+                    << tapCount << " taps, sample " << n;
         }
     }
 }
@@ -98,7 +110,8 @@ TEST (FIIREngine, AnImpulseGivesTheTapsBitByBit)
 TEST (FIIREngine, SectionsKeepTheirPrecisionForASecond)
 {
     // 20 Hz at 96 kHz, decaying by 60 dB within a second: in single precision this is off by far more than -60 dB.
-    const std::vector<FIIRSection> sections { resonance (0.99993, 2.0 * 3.14159265358979 * 20.0 / 96000.0, 0.0f, 1e-3f) };
+    const std::vector<FIIRSection> sections { resonance (0.99993, 2.0 * 3.14159265358979 * 20.0 / 96000.0, 0.0f,
+                                                         1e-3f) };
     const Eigen::VectorXf impulse = Eigen::VectorXf::Unit (96000, 0);
     const auto expected = reference ({}, sections, impulse);
     const auto actual = filtered ({}, sections, impulse);
@@ -118,7 +131,8 @@ TEST (FIIREngine, ADecayedSectionEndsAndAnUnstableOneIsLetRun)
     const auto decayed = filtered ({}, { resonance (0.5, 1.0, 1.0f, 0.0f) }, Eigen::VectorXf::Unit (48000, 0));
     EXPECT_EQ (0.0f, decayed.tail (47000).cwiseAbs().maxCoeff());
 
-    const auto growing = filtered ({}, { resonance (1.01, 0.3, 1.0f, 0.0f), resonance (0.1, 0.3, 1.0f, 0.0f) }, Eigen::VectorXf::Unit (48000, 0));
+    const auto growing = filtered ({}, { resonance (1.01, 0.3, 1.0f, 0.0f), resonance (0.1, 0.3, 1.0f, 0.0f) },
+                                   Eigen::VectorXf::Unit (48000, 0));
     EXPECT_FALSE (std::isfinite (growing[40000]));
 
     // What follows much later finds the section at rest and starts it anew.

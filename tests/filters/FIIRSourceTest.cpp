@@ -14,10 +14,15 @@ TEST (FIIRSource, TheListOfIdsDecidesHowManyChannelsThereAre)
 {
     FilterSetsImpl set;
     ASSERT_EQ (veltra::parser::FIIR::Success,
-               veltra::parser::FIIR::parse (DescriptionBuilder().channel ("FL", 1, R"(MaxFilterGaindB="4")")
+               veltra::parser::FIIR::parse (DescriptionBuilder()
+                                                .channel ("FL", 1, R"(MaxFilterGaindB="4")")
                                                 .fiir (96000, { 1, 2 }, { { 0.1f, 0.2f, 0.3f, 0.4f } })
-                                                .channel ("FR", 2).fir (96000, std::vector<float> { 1 })
-                                                .channel ("C", 3).text().c_str(), &set, "Veltra"));
+                                                .channel ("FR", 2)
+                                                .fir (96000, std::vector<float> { 1 })
+                                                .channel ("C", 3)
+                                                .text()
+                                                .c_str(),
+                                            &set, "Veltra"));
 
     FIIRSourceImpl source (set, { 11, 22 }, 96000);
     EXPECT_EQ (2u, source.getChannelCount());
@@ -48,8 +53,13 @@ TEST (FIIRSource, LevelsOfTheLogAreThoseOfTheTopologies)
 
     source.log (2, "C\nD");
 
-    EXPECT_EQ ((std::vector<LogLines::Line> { { "TRACE", "level 0" }, { "DEBUG", "level 1" }, { "INFO", "level 2" }, { "WARN", "level 3" },
-                                              { "ERROR", "level 4" }, { "INFO", "C\\nD" } }), lines.all());
+    EXPECT_EQ ((std::vector<LogLines::Line> { { "TRACE", "level 0" },
+                                              { "DEBUG", "level 1" },
+                                              { "INFO", "level 2" },
+                                              { "WARN", "level 3" },
+                                              { "ERROR", "level 4" },
+                                              { "INFO", "C\\nD" } }),
+               lines.all());
 }
 
 }

@@ -29,10 +29,11 @@ public:
     }
 
     bool onHeader (const char* projectName, const char* technology, int channelCount, const char* creationDate,
-                   const char* creator, const char* creatorVersion, const char* fileName, const char* numberRepresentation,
-                   const char* tsexp) override
+                   const char* creator, const char* creatorVersion, const char* fileName,
+                   const char* numberRepresentation, const char* tsexp) override
     {
-        for (const char* text : { projectName, technology, creationDate, creator, creatorVersion, fileName, numberRepresentation, tsexp })
+        for (const char* text :
+             { projectName, technology, creationDate, creator, creatorVersion, fileName, numberRepresentation, tsexp })
             header += orNull (text) + "|";
 
         header += std::to_string (channelCount);
@@ -44,8 +45,9 @@ public:
                     int subwoofer, float xoverFreq) override
     {
         channels.push_back (std::to_string (index) + " " + orNull (name) + " " + std::to_string (number) + " "
-                            + veltra::test::text (gaindB) + " " + veltra::test::text (delayMs) + " " + veltra::test::text (maxFilterGaindB)
-                            + " " + std::to_string (subwoofer) + " " + veltra::test::text (xoverFreq));
+                            + veltra::test::text (gaindB) + " " + veltra::test::text (delayMs) + " "
+                            + veltra::test::text (maxFilterGaindB) + " " + std::to_string (subwoofer) + " "
+                            + veltra::test::text (xoverFreq));
         order += 'c';
         return refuseAt != 'c';
     }
@@ -56,8 +58,14 @@ public:
         if (throwAtCoefficients)
             throw std::runtime_error ("client");
 
-        sets.push_back ({ channelIndex, sampleRate, minPhase, { taps, taps + tapCount }, {}, sectionCount,
-                          sections == nullptr, orNull (extra) });
+        sets.push_back ({ channelIndex,
+                          sampleRate,
+                          minPhase,
+                          { taps, taps + tapCount },
+                          {},
+                          sectionCount,
+                          sections == nullptr,
+                          orNull (extra) });
 
         if (sections != nullptr)
             sets.back().sections.assign (sections, sections + 4 * sectionCount);
@@ -120,15 +128,18 @@ using Numbers = std::vector<float>;
 
 TEST (FilterDescriptionParser, ReportsTheWholeDescriptionInTheOrderOfTheText)
 {
-    const auto text = "\xef\xbb\xbf"
-                      + DescriptionBuilder::withHeader (R"(ChannelCount="9" ProjectName="A &amp; B" Technology="FIIR" CreationDate="today"
+    const auto text =
+        "\xef\xbb\xbf"
+        + DescriptionBuilder::withHeader (
+              R"(ChannelCount="9" ProjectName="A &amp; B" Technology="FIIR" CreationDate="today"
                                                           Creator="c" CreatorVersion="1.2" FileName="" NumberRepresentation="dec" tsexp="-1")")
-                            .channel ("FL", 1, R"(GaindB="-1.5" Delayms=" 2.25" MaxFilterGaindB="6" Subwoofer="0" xoverFreq="80")")
-                            .fir (44100, std::vector<float> { 0.25f })
-                            .raw ("<!-- of no consequence -->")
-                            .fiir (48000, { 1.0f, -0.5f }, { { -1.8f, 0.81f, 0.1f, -0.2f }, { 0.0f, 0.0f, 1.0f, 0.0f } }, "Delay=48;x=y", true)
-                            .channel ("SW", 12, R"(Subwoofer="1")")
-                            .text();
+              .channel ("FL", 1, R"(GaindB="-1.5" Delayms=" 2.25" MaxFilterGaindB="6" Subwoofer="0" xoverFreq="80")")
+              .fir (44100, std::vector<float> { 0.25f })
+              .raw ("<!-- of no consequence -->")
+              .fiir (48000, { 1.0f, -0.5f }, { { -1.8f, 0.81f, 0.1f, -0.2f }, { 0.0f, 0.0f, 1.0f, 0.0f } },
+                     "Delay=48;x=y", true)
+              .channel ("SW", 12, R"(Subwoofer="1")")
+              .text();
 
     Recorder recorder;
     EXPECT_EQ (Success, parse (text.c_str(), &recorder, "Veltra"));
@@ -139,7 +150,14 @@ TEST (FilterDescriptionParser, ReportsTheWholeDescriptionInTheOrderOfTheText)
 
     ASSERT_EQ (2u, recorder.sets.size());
     EXPECT_EQ ((Recorder::Set { 0, 44100, false, { 0.25f }, {}, 0, true, "(null)" }), recorder.sets[0]);
-    EXPECT_EQ ((Recorder::Set { 0, 48000, true, { 1.0f, -0.5f }, { -1.8f, 0.81f, 0.1f, -0.2f, 0.0f, 0.0f, 1.0f, 0.0f }, 2, false, "Delay=48;x=y" }),
+    EXPECT_EQ ((Recorder::Set { 0,
+                                48000,
+                                true,
+                                { 1.0f, -0.5f },
+                                { -1.8f, 0.81f, 0.1f, -0.2f, 0.0f, 0.0f, 1.0f, 0.0f },
+                                2,
+                                false,
+                                "Delay=48;x=y" }),
                recorder.sets[1]);
 }
 
@@ -167,7 +185,8 @@ TEST (FilterDescriptionParser, EveryFailureHasItsCode)
 
     EXPECT_EQ (SectionCountMismatch, check (inSet (oneTap + "<IIR NbrOfSections='1'><section>1 2 3</section></IIR>")));
     EXPECT_EQ (SectionCountMismatch, check (inSet (oneTap + "<IIR NbrOfSections='1'><section/></IIR>")));
-    EXPECT_EQ (SectionCountMismatch, check (inSet (oneTap + "<IIR NbrOfSections='2'><section>1 2 3 4</section></IIR>")));
+    EXPECT_EQ (SectionCountMismatch,
+               check (inSet (oneTap + "<IIR NbrOfSections='2'><section>1 2 3 4</section></IIR>")));
     EXPECT_EQ (SectionCountMismatch, check (inSet (oneTap + "<IIR><section>1 2 3 4</section></IIR>")));
 
     for (const char refuseAt : { 'h', 'c', 's' })
@@ -216,13 +235,18 @@ TEST (FilterDescriptionParser, TheFormOfASetIsAPrefixOfItsTopology)
 TEST (FilterDescriptionParser, SiblingsOfAnyNameAreTakenAlong)
 {
     Recorder recorder;
-    EXPECT_EQ (Success, parse (inTune ("<Other/><Channel Name='a'/>text<!-- c --><Stray Name='b'/><![CDATA[x]]><Channel/>").c_str(),
-                               &recorder, "Veltra"));
-    EXPECT_EQ ((std::vector<std::string> { "0 a 0 0 0 0 -1 0", "1 b 0 0 0 0 -1 0", "2 (null) 0 0 0 0 -1 0" }), recorder.channels);
+    EXPECT_EQ (
+        Success,
+        parse (inTune ("<Other/><Channel Name='a'/>text<!-- c --><Stray Name='b'/><![CDATA[x]]><Channel/>").c_str(),
+               &recorder, "Veltra"));
+    EXPECT_EQ ((std::vector<std::string> { "0 a 0 0 0 0 -1 0", "1 b 0 0 0 0 -1 0", "2 (null) 0 0 0 0 -1 0" }),
+               recorder.channels);
     EXPECT_EQ ("(null)|(null)|(null)|(null)|(null)|(null)|(null)|(null)|0", recorder.header) << "absent attributes";
 
-    EXPECT_EQ (BadTopology, check (inTune ("<Channel><Coefficients Topology='FIR'>" + oneTap + "</Coefficients><Stray/></Channel>")));
-    EXPECT_EQ (Success, check (inSet (oneTap + "<IIR NbrOfSections='2'><section>1 2 3 4</section><stray>1 2 3 4</stray></IIR>")));
+    EXPECT_EQ (BadTopology, check (inTune ("<Channel><Coefficients Topology='FIR'>" + oneTap
+                                           + "</Coefficients><Stray/></Channel>")));
+    EXPECT_EQ (Success, check (inSet (
+                            oneTap + "<IIR NbrOfSections='2'><section>1 2 3 4</section><stray>1 2 3 4</stray></IIR>")));
 }
 
 TEST (FilterDescriptionParser, BracketsAndBlanksPartNumbersAndNothingElseDoes)
@@ -230,7 +254,8 @@ TEST (FilterDescriptionParser, BracketsAndBlanksPartNumbersAndNothingElseDoes)
     EXPECT_EQ ((Numbers { 1, -2.5f, 3e-3f }), taps ("[1] [-2.5]  3e-3", "3"));
     EXPECT_EQ ((Numbers { 1, 2 }), taps (" ][1[2", "2"));
     EXPECT_EQ ((Numbers { 1, 2 }), taps ("\n1\t \n2\n", "2")) << "line ends beside a blank do no harm";
-    EXPECT_EQ ((Numbers { 1, 0, 2 }), taps ("[1]\n[2]", "3")) << "a line end between separators is a token without a number";
+    EXPECT_EQ ((Numbers { 1, 0, 2 }), taps ("[1]\n[2]", "3"))
+        << "a line end between separators is a token without a number";
     EXPECT_EQ (std::nullopt, taps ("1\n2\n3", "3"));
     EXPECT_EQ ((Numbers { 1 }), taps ("1\n2\n3", "1"));
     EXPECT_EQ ((Numbers { 1, 2 }), taps ("1 2 3 4", "2")) << "the surplus is ignored";
@@ -240,7 +265,8 @@ TEST (FilterDescriptionParser, BracketsAndBlanksPartNumbersAndNothingElseDoes)
     EXPECT_EQ ((Numbers { 1, 2 }), taps ("1 2<x/>3", "2"));
 
     Recorder recorder;
-    EXPECT_EQ (Success, parse (inSet (oneTap + "<IIR NbrOfSections='1'><section>1 2 3 4 5</section></IIR>").c_str(), &recorder, "Veltra"));
+    EXPECT_EQ (Success, parse (inSet (oneTap + "<IIR NbrOfSections='1'><section>1 2 3 4 5</section></IIR>").c_str(),
+                               &recorder, "Veltra"));
     EXPECT_EQ ((Numbers { 1, 2, 3, 4 }), recorder.sets.at (0).sections);
 }
 
@@ -251,7 +277,8 @@ TEST (FilterDescriptionParser, NumbersReadAsAtofReadsThemAndRoundTwice)
     const auto extremes = taps ("1e400 -1e400 1e39 1e-400 1e-40 inf nan", "7");
     ASSERT_TRUE (extremes);
     constexpr float infinity = std::numeric_limits<float>::infinity();
-    EXPECT_EQ ((Numbers { infinity, -infinity, infinity, 0, 1e-40f, infinity }), Numbers (extremes->begin(), extremes->end() - 1));
+    EXPECT_EQ ((Numbers { infinity, -infinity, infinity, 0, 1e-40f, infinity }),
+               Numbers (extremes->begin(), extremes->end() - 1));
     EXPECT_TRUE (std::isnan (extremes->back()));
 
     // Halfway between two floats as a double, just above it as a decimal: a single rounding would go up.
@@ -268,15 +295,16 @@ TEST (FilterDescriptionParser, CountsThatTheTextCannotHoldFailWithoutRoomBeingMa
 
     for (const char* count : { "2147483647", "-1", "0" })
         EXPECT_EQ (SectionCountMismatch,
-                   check (inSet (oneTap + "<IIR NbrOfSections='" + count + "'><section>1 2 3 4</section></IIR>"))) << count;
+                   check (inSet (oneTap + "<IIR NbrOfSections='" + count + "'><section>1 2 3 4</section></IIR>")))
+            << count;
 }
 
 TEST (FilterDescriptionParser, ALongExtraLosesItsLastItemsWhole)
 {
-    const auto extra = [] (const std::string& text)
-    {
+    const auto extra = [] (const std::string& text) {
         Recorder recorder;
-        EXPECT_EQ (Success, parse (inSet (oneTap + "<Extra>" + text + "</Extra>", "Topology='FIR'").c_str(), &recorder, "Veltra"));
+        EXPECT_EQ (Success, parse (inSet (oneTap + "<Extra>" + text + "</Extra>", "Topology='FIR'").c_str(), &recorder,
+                                   "Veltra"));
         return recorder.sets.at (0).extra;
     };
 
@@ -290,20 +318,20 @@ TEST (FilterDescriptionParser, ALongExtraLosesItsLastItemsWhole)
 TEST (FilterDescriptionParser, ElementsNestNoDeeperThan256)
 {
     const auto nested = [&] (int depth) // three of them are here
-    {
-        return inTune ("<Channel>" + repeated ("<x>", depth - 3) + repeated ("</x>", depth - 3) + "</Channel>");
-    };
+    { return inTune ("<Channel>" + repeated ("<x>", depth - 3) + repeated ("</x>", depth - 3) + "</Channel>"); };
 
     EXPECT_EQ (Success, check (nested (256)));
     EXPECT_EQ (UnknownError, check (nested (257)));
     EXPECT_EQ (UnknownError, check (nested (1000000)));
     EXPECT_EQ (UnknownError, check (repeated ("<x>", 1000000)));
-    EXPECT_EQ (Success, check (inTune (repeated ("<Channel><a/></Channel>", 1000)))) << "elements side by side are no depth";
+    EXPECT_EQ (Success, check (inTune (repeated ("<Channel><a/></Channel>", 1000))))
+        << "elements side by side are no depth";
 }
 
 TEST (FilterDescriptionParser, DocumentTypesAndInstructionsAreSkipped)
 {
-    EXPECT_EQ (Success, check ("<?xml version='1.0'?><!DOCTYPE Veltra [<!ENTITY a '>'>]><?pi <x> ?><!-- <x> -->" + inTune ("<Channel/>")));
+    EXPECT_EQ (Success, check ("<?xml version='1.0'?><!DOCTYPE Veltra [<!ENTITY a '>'>]><?pi <x> ?><!-- <x> -->"
+                               + inTune ("<Channel/>")));
 }
 
 }

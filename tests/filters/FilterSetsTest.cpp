@@ -16,7 +16,10 @@ using Taps = std::vector<float>;
 
 struct Loaded
 {
-    explicit Loaded (const DescriptionBuilder& description) : result (veltra::parser::FIIR::parse (description.text().c_str(), &set, "Veltra")) {}
+    explicit Loaded (const DescriptionBuilder& description)
+        : result (veltra::parser::FIIR::parse (description.text().c_str(), &set, "Veltra"))
+    {
+    }
 
     FilterSetsImpl set;
     veltra::parser::FIIR::EResult result;
@@ -24,7 +27,9 @@ struct Loaded
 
 TEST (FilterSets, ShowWhatTheDescriptionSays)
 {
-    Loaded loaded (DescriptionBuilder ("Living room", "FIIR").channel ("FL", 1, R"(GaindB="-3" Delayms="1.5" MaxFilterGaindB="9")").rawChannel ({}));
+    Loaded loaded (DescriptionBuilder ("Living room", "FIIR")
+                       .channel ("FL", 1, R"(GaindB="-3" Delayms="1.5" MaxFilterGaindB="9")")
+                       .rawChannel ({}));
     ASSERT_EQ (veltra::parser::FIIR::Success, loaded.result);
     EXPECT_STREQ ("Living room", loaded.set.GetName());
     EXPECT_STREQ ("FIIR", loaded.set.GetTechnology());
@@ -74,8 +79,13 @@ TEST (FilterSets, TheExampleOfTheDocumentLoads)
 
 TEST (FilterSets, TheLastSetOfARateStandsAndMinimumPhaseSetsAreDropped)
 {
-    Loaded loaded (DescriptionBuilder().channel ("FL", 1).fir (48000, Taps { 1 }).fir (48000, Taps { 2, 3 }).fir (44100, Taps { 4 }, {}, true)
-                       .channel ("FR", 2).fir (48000, Taps { 5 }, {}, true));
+    Loaded loaded (DescriptionBuilder()
+                       .channel ("FL", 1)
+                       .fir (48000, Taps { 1 })
+                       .fir (48000, Taps { 2, 3 })
+                       .fir (44100, Taps { 4 }, {}, true)
+                       .channel ("FR", 2)
+                       .fir (48000, Taps { 5 }, {}, true));
     ASSERT_EQ (veltra::parser::FIIR::Success, loaded.result);
 
     const auto& sets = loaded.set.getFilterImpl (0)->getCoefficientSets();
@@ -87,29 +97,37 @@ TEST (FilterSets, TheLastSetOfARateStandsAndMinimumPhaseSetsAreDropped)
 
 TEST (FilterSets, TheFirstDelayThatIsNotZeroWins)
 {
-    const auto delay = [] (const DescriptionBuilder& description) { return Loaded (description).set.getFilterImpl (0)->getExtraDelayMs(); };
+    const auto delay = [] (const DescriptionBuilder& description) {
+        return Loaded (description).set.getFilterImpl (0)->getExtraDelayMs();
+    };
     const auto channel = [] { return DescriptionBuilder().channel ("FL", 1); };
 
     EXPECT_EQ (1.0f, delay (channel().fir (48000, Taps { 1 }, "a=b;delay=48;c=d").fir (44100, Taps { 1 }, "Delay=96")));
-    EXPECT_EQ (2.0f, delay (channel().fir (48000, Taps { 1 }, "Delays=48").fir (96000, Taps { 1 }, "Delay=0").fir (44100, Taps { 1 }, "Delay=88.2")));
+    EXPECT_EQ (2.0f, delay (channel()
+                                .fir (48000, Taps { 1 }, "Delays=48")
+                                .fir (96000, Taps { 1 }, "Delay=0")
+                                .fir (44100, Taps { 1 }, "Delay=88.2")));
     EXPECT_EQ (0.0f, delay (channel().fir (48000, Taps { 1 })));
     EXPECT_EQ (0.0f, delay (channel().fir (0, Taps { 1 }, "Delay=48"))) << "samples at no rate are no time";
     EXPECT_EQ (0.0f, delay (channel().fir (48000, Taps { 1 }, "Delay=inf")));
-    EXPECT_EQ (1.0f, delay (channel().fir (48000, Taps { 1 }, "\xf0\x9f=\xe2;Delay=48;\xf0"))) << "text that is no UTF-8";
+    EXPECT_EQ (1.0f, delay (channel().fir (48000, Taps { 1 }, "\xf0\x9f=\xe2;Delay=48;\xf0")))
+        << "text that is no UTF-8";
 }
 
 TEST (FilterSets, CoefficientsThatAreNoFiniteNumbersAreRefused)
 {
     constexpr float nan = std::numeric_limits<float>::quiet_NaN();
     constexpr float infinity = std::numeric_limits<float>::infinity();
-    EXPECT_EQ (veltra::parser::FIIR::CallbackRefused, Loaded (DescriptionBuilder().channel ("FL", 1).fir (48000, Taps { 1, nan })).result);
+    EXPECT_EQ (veltra::parser::FIIR::CallbackRefused,
+               Loaded (DescriptionBuilder().channel ("FL", 1).fir (48000, Taps { 1, nan })).result);
     EXPECT_EQ (veltra::parser::FIIR::CallbackRefused,
                Loaded (DescriptionBuilder().channel ("FL", 1).fiir (48000, { 1 }, { { 0, 0, infinity, 0 } })).result);
 }
 
 TEST (FilterSets, AResponseIsOneSecondOfTapsAndSections)
 {
-    Loaded loaded (DescriptionBuilder().channel ("FL", 1).fiir (48000, { 0.5f, -0.25f }, { { -0.5f, 0.0f, 2.0f, 0.0f } }));
+    Loaded loaded (
+        DescriptionBuilder().channel ("FL", 1).fiir (48000, { 0.5f, -0.25f }, { { -0.5f, 0.0f, 2.0f, 0.0f } }));
     const auto& response = loaded.set.getFIR (48000, 0);
     ASSERT_EQ (48000, response.size());
     EXPECT_EQ ((Taps { 0.5f, -0.25f, 2.0f, 1.0f, 0.5f }), Taps (response.begin(), response.begin() + 5));
@@ -119,7 +137,11 @@ TEST (FilterSets, AResponseIsOneSecondOfTapsAndSections)
 
 TEST (FilterSets, AMissingRateComesFromTheNextHigherOne)
 {
-    Loaded loaded (DescriptionBuilder().channel ("FL", 1).fir (44100, Taps { 1 }).fir (96000, Taps { 0, 1 }).fir (192000, Taps { 3 }));
+    Loaded loaded (DescriptionBuilder()
+                       .channel ("FL", 1)
+                       .fir (44100, Taps { 1 })
+                       .fir (96000, Taps { 0, 1 })
+                       .fir (192000, Taps { 3 }));
     const auto& at48 = loaded.set.getFIR (48000, 0);
     const Eigen::VectorXf expected = 2.0f * veltra::dsp::resampleFloat (loaded.set.getFIR (96000, 0), 0.5, 80.0);
     ASSERT_EQ (48000, at48.size());
@@ -139,8 +161,14 @@ TEST (FilterSets, ARateThatWasMadeCountsAsOneToMakeFrom)
 
 TEST (FilterSets, ARateBelongsToAllFilters)
 {
-    Loaded loaded (DescriptionBuilder().channel ("FL", 1).fir (48000, Taps { 1 }).channel ("FR", 2).fir (96000, Taps { 1 })
-                       .channel ("FL again", 1).fir (48000, Taps { 7 }).channel ("FL without", 1));
+    Loaded loaded (DescriptionBuilder()
+                       .channel ("FL", 1)
+                       .fir (48000, Taps { 1 })
+                       .channel ("FR", 2)
+                       .fir (96000, Taps { 1 })
+                       .channel ("FL again", 1)
+                       .fir (48000, Taps { 7 })
+                       .channel ("FL without", 1));
     EXPECT_EQ (0, loaded.set.getFIR (48000, 1).size()) << "no set at a rate that another filter has";
     EXPECT_EQ (7.0f, loaded.set.getFIR (48000, 0)[0]) << "one channel number, one response: the last one";
     EXPECT_EQ (7.0f, loaded.set.getFIR (48000, 3)[0]);
@@ -149,17 +177,25 @@ TEST (FilterSets, ARateBelongsToAllFilters)
 TEST (FilterSets, SetsWithoutASecondOfResponseAreLeftOut)
 {
     std::vector<veltra::dsp::FIIRSection> tooMany (kMaxSections + 1, { 0, 0, 1, 0 });
-    Loaded loaded (DescriptionBuilder().channel ("FL", 1).fir (0, Taps { 1 }).fir (-1, Taps { 1 }).fir (1536001, Taps { 1 }).fir (2147483647, Taps { 1 })
-                       .fiir (1000, { 1 }, tooMany).fiir (2000, { 1 }, { { -3, 2, 1, 0 } }).fir (3000, Taps { 1 }));
+    Loaded loaded (DescriptionBuilder()
+                       .channel ("FL", 1)
+                       .fir (0, Taps { 1 })
+                       .fir (-1, Taps { 1 })
+                       .fir (1536001, Taps { 1 })
+                       .fir (2147483647, Taps { 1 })
+                       .fiir (1000, { 1 }, tooMany)
+                       .fiir (2000, { 1 }, { { -3, 2, 1, 0 } })
+                       .fir (3000, Taps { 1 }));
     ASSERT_EQ (veltra::parser::FIIR::Success, loaded.result);
 
     std::vector<std::uint32_t> rates;
-    loaded.set.forEachCoefficientSet ([&] (std::uint32_t channel, std::uint32_t rate, const Eigen::VectorXf& response)
-    {
-        EXPECT_EQ (0u, channel);
-        EXPECT_EQ (rate, static_cast<std::uint32_t> (response.size()));
-        rates.push_back (rate);
-    }, false);
+    loaded.set.forEachCoefficientSet (
+        [&] (std::uint32_t channel, std::uint32_t rate, const Eigen::VectorXf& response) {
+            EXPECT_EQ (0u, channel);
+            EXPECT_EQ (rate, static_cast<std::uint32_t> (response.size()));
+            rates.push_back (rate);
+        },
+        false);
 
     EXPECT_EQ ((std::vector<std::uint32_t> { 3000 }), rates);
     EXPECT_EQ (2500, loaded.set.getFIR (2500, 0).size()) << "made from 3000";

@@ -53,42 +53,72 @@ TEST (Boundary, TheBuiltFileShowsExactlyThreeSymbols)
     for (std::string line; std::getline (lines, line);)
         symbols.insert (line.substr (line.rfind (' ') + 1));
 
-    EXPECT_EQ (symbols, (std::set<std::string> { "GetVersionedPluginObject", "ReleaseVersionedPluginObject", "SetLogPath" }));
+    EXPECT_EQ (symbols,
+               (std::set<std::string> { "GetVersionedPluginObject", "ReleaseVersionedPluginObject", "SetLogPath" }));
 }
 
 /** A host that was compiled years ago calls by these numbers. Slots 0 and 1 are the destructor's. */
 TEST (Boundary, OperationsKeepTheirPlaces)
 {
-    const auto expectInOrder = [] (const std::vector<std::size_t>& slots, std::size_t first)
-    {
+    const auto expectInOrder = [] (const std::vector<std::size_t>& slots, std::size_t first) {
         for (std::size_t i = 0; i < slots.size(); ++i)
             EXPECT_EQ (slots[i], first + i);
     };
 
     expectInOrder ({ slotOf (&Plugin::GetName), slotOf (&Plugin::GetVendor), slotOf (&Plugin::GetVersion),
-        slotOf (&Plugin::GetDate), slotOf (&Plugin::FindDevices), slotOf (&Plugin::GetDevice) }, 2);
+                     slotOf (&Plugin::GetDate), slotOf (&Plugin::FindDevices), slotOf (&Plugin::GetDevice) },
+                   2);
 
-    expectInOrder ({ slotOf (&Device::GetName), slotOf (&Device::GetCapabilities), slotOf (&Device::GetExtendedCapabilities),
-        slotOf (&Device::ReservedCall1), slotOf (&Device::GetChannelCount), slotOf (&Device::GetChannelName),
-        slotOf (&Device::GetSampleRate), slotOf (&Device::GetDefaultSampleRate), slotOf (&Device::EnterMeasurementMode),
-        slotOf (&Device::LeaveMeasurementMode), slotOf (&Device::StartStimulus), slotOf (&Device::StartGenericStimulus),
-        slotOf (&Device::StopStimulus), slotOf (&Device::IsStimulusPlaying), slotOf (&Device::GetStimulusInformation),
-        slotOf (&Device::GetStimulusLatency), slotOf (&Device::GetFilterSlotCount), slotOf (&Device::SetActiveFilterSlot),
-        slotOf (&Device::GetActiveFilterSlot), slotOf (&Device::GetFilterSet), slotOf (&Device::ReservedCall2),
-        slotOf (&Device::LoadFilterSet), slotOf (&Device::RemoveFilterSet), slotOf (&Device::SetFiltering),
-        slotOf (&Device::GetFiltering), slotOf (&Device::SetVolume), slotOf (&Device::GetVolume),
-        slotOf (&Device::GetMaxChannelAttenuation), slotOf (&Device::SetChannelAttenuation),
-        slotOf (&Device::GetChannelAttenuation), slotOf (&Device::ReservedCall3), slotOf (&Device::ReservedCall4),
-        slotOf (&Device::ReservedCall5), slotOf (&Device::GetTopologyParameters), slotOf (&Device::GetLastError),
-        slotOf (&Device2::IsReady), slotOf (&Device2::ReservedCall6), slotOf (&Device2::DownloadFilterSet),
-        slotOf (&Device2::RemoveFilterSet2), slotOf (&Device2::GetSerialNumber) }, 2);
+    expectInOrder ({ slotOf (&Device::GetName),
+                     slotOf (&Device::GetCapabilities),
+                     slotOf (&Device::GetExtendedCapabilities),
+                     slotOf (&Device::ReservedCall1),
+                     slotOf (&Device::GetChannelCount),
+                     slotOf (&Device::GetChannelName),
+                     slotOf (&Device::GetSampleRate),
+                     slotOf (&Device::GetDefaultSampleRate),
+                     slotOf (&Device::EnterMeasurementMode),
+                     slotOf (&Device::LeaveMeasurementMode),
+                     slotOf (&Device::StartStimulus),
+                     slotOf (&Device::StartGenericStimulus),
+                     slotOf (&Device::StopStimulus),
+                     slotOf (&Device::IsStimulusPlaying),
+                     slotOf (&Device::GetStimulusInformation),
+                     slotOf (&Device::GetStimulusLatency),
+                     slotOf (&Device::GetFilterSlotCount),
+                     slotOf (&Device::SetActiveFilterSlot),
+                     slotOf (&Device::GetActiveFilterSlot),
+                     slotOf (&Device::GetFilterSet),
+                     slotOf (&Device::ReservedCall2),
+                     slotOf (&Device::LoadFilterSet),
+                     slotOf (&Device::RemoveFilterSet),
+                     slotOf (&Device::SetFiltering),
+                     slotOf (&Device::GetFiltering),
+                     slotOf (&Device::SetVolume),
+                     slotOf (&Device::GetVolume),
+                     slotOf (&Device::GetMaxChannelAttenuation),
+                     slotOf (&Device::SetChannelAttenuation),
+                     slotOf (&Device::GetChannelAttenuation),
+                     slotOf (&Device::ReservedCall3),
+                     slotOf (&Device::ReservedCall4),
+                     slotOf (&Device::ReservedCall5),
+                     slotOf (&Device::GetTopologyParameters),
+                     slotOf (&Device::GetLastError),
+                     slotOf (&Device2::IsReady),
+                     slotOf (&Device2::ReservedCall6),
+                     slotOf (&Device2::DownloadFilterSet),
+                     slotOf (&Device2::RemoveFilterSet2),
+                     slotOf (&Device2::GetSerialNumber) },
+                   2);
 
     expectInOrder ({ slotOf (&Filter::GetName), slotOf (&Filter::GetDescription), slotOf (&Filter::GetChannel),
-        slotOf (&Filter::UnsupportedQuery1), slotOf (&Filter::UnsupportedQuery2), slotOf (&Filter::GetGaindB),
-        slotOf (&Filter::UnsupportedQuery3), slotOf (&Filter::UnsupportedQuery4), slotOf (&Filter::GetDelayMs),
-        slotOf (&Filter::Reserved) }, 2);
+                     slotOf (&Filter::UnsupportedQuery1), slotOf (&Filter::UnsupportedQuery2),
+                     slotOf (&Filter::GetGaindB), slotOf (&Filter::UnsupportedQuery3),
+                     slotOf (&Filter::UnsupportedQuery4), slotOf (&Filter::GetDelayMs), slotOf (&Filter::Reserved) },
+                   2);
 
-    expectInOrder ({ slotOf (&FilterSet::GetName), slotOf (&FilterSet::GetTechnology), slotOf (&FilterSet::GetFilter) }, 2);
+    expectInOrder ({ slotOf (&FilterSet::GetName), slotOf (&FilterSet::GetTechnology), slotOf (&FilterSet::GetFilter) },
+                   2);
 
     // The host's own objects have no virtual destructor.
     expectInOrder ({ slotOf (&CaptureCallback::OnCaptureStart), slotOf (&CaptureCallback::OnCaptureData) }, 2);

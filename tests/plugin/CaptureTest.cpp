@@ -44,7 +44,8 @@ public:
         return heard;
     }
 
-    std::function<void (const std::string&)> then = [] (const std::string&) {}; ///< called with each, at the end of the call
+    std::function<void (const std::string&)> then = [] (const std::string&) {
+    }; ///< called with each, at the end of the call
 
 private:
     void note (const std::string& text)
@@ -79,7 +80,10 @@ class Capture : public DeviceFixture
 protected:
     Capture() { setFaults (kUncapturing); }
 
-    void send (std::uint32_t number, const std::vector<float>& samples) { receiver->broadcast (packet (number, samples)); }
+    void send (std::uint32_t number, const std::vector<float>& samples)
+    {
+        receiver->broadcast (packet (number, samples));
+    }
 
     /** All packets sent so far have been handled when an exchange that follows them has. */
     void settle (Device2& opened) { opened.GetFiltering(); }
@@ -153,7 +157,10 @@ TEST_F (Capture, AnExceptionEndsOnePacketOnly)
 {
     auto& opened = open();
     Listener thrower;
-    thrower.then = [] (const std::string& text) { if (text == "-1") throw std::runtime_error ("no more room"); };
+    thrower.then = [] (const std::string& text) {
+        if (text == "-1")
+            throw std::runtime_error ("no more room");
+    };
     ASSERT_EQ (opened.EnterMeasurementMode (48000, 0, 1, &thrower), kResultOk);
 
     for (const float sample : { -1.0f, 1.0f, -1.0f, 1.0f })
@@ -166,7 +173,8 @@ TEST_F (Capture, AnExceptionEndsOnePacketOnly)
 /** Against its contract, but nothing to crash a host for. */
 TEST_F (Capture, ACallbackMayLeaveTheModeItself)
 {
-    setFaults ("refuse OperationModeInfo 1\nanswer OperationModeInfo 1 Acknowledge 'ok: true'\nlose OperationModeInfo 2");
+    setFaults (
+        "refuse OperationModeInfo 1\nanswer OperationModeInfo 1 Acknowledge 'ok: true'\nlose OperationModeInfo 2");
     auto& opened = open();
     Listener leaver;
     leaver.then = [&] (const std::string&) { opened.LeaveMeasurementMode(); };
@@ -183,8 +191,7 @@ TEST_F (Capture, NoPacketIsInTheCallbackAfterTheModeWasLeft)
 {
     auto& opened = open();
     std::atomic<bool> isOver { false };
-    std::thread sender ([&]
-    {
+    std::thread sender ([&] {
         const auto message = packet (0, std::vector<float> (64, 1.0f));
 
         while (! isOver)

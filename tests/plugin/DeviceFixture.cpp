@@ -32,7 +32,9 @@ receiver::Profile DeviceFixture::smallProfile()
           stimulusInformation { stimulus: Stimulus_kNoise sampleRate: 44100
             information: "Seconds=2;Level_dBFS=-20;Seed=1" }
           stimulusLatencyMilliseconds: 21
-        })", error).value();
+        })",
+                                   error)
+        .value();
 }
 
 DescriptionBuilder DeviceFixture::description (const std::string& project, const std::string& technology)

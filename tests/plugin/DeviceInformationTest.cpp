@@ -32,7 +32,8 @@ protected:
 
     static std::string parameters (Device2& opened, const char* technology, std::uint32_t rate, std::uint32_t size = 64)
     {
-        return textOf ([&] (char* b, std::uint32_t n) { return opened.GetTopologyParameters (technology, rate, b, n); }, size);
+        return textOf ([&] (char* b, std::uint32_t n) { return opened.GetTopologyParameters (technology, rate, b, n); },
+                       size);
     }
 
     static std::string serialNumber (Device2& opened)
@@ -59,7 +60,8 @@ protected:
 
 TEST_F (DeviceInformation, CapabilitiesFollowTheUnit)
 {
-    const std::pair<std::uint32_t, std::uint32_t> rows[] = { { 0, 16 }, { 1, 16 }, { 2, 20 }, { 4, 16 }, { 8, 17 }, { 15, 21 } };
+    const std::pair<std::uint32_t, std::uint32_t> rows[] = { { 0, 16 }, { 1, 16 }, { 2, 20 },
+                                                             { 4, 16 }, { 8, 17 }, { 15, 21 } };
 
     for (const auto& [capabilities, expected] : rows)
     {
@@ -82,9 +84,9 @@ TEST_F (DeviceInformation, ConstantsAndCounts)
     EXPECT_TRUE (opened.IsReady());
     EXPECT_EQ (serialNumber (opened), "0 MV2-000117");
 
-    for (const auto result : { opened.ReservedCall1 (1, 2, 3), opened.ReservedCall2 (1, 2), opened.ReservedCall3 (1, 2, 3, 4),
-                               opened.ReservedCall4 (1), opened.ReservedCall5(), opened.ReservedCall6 (1, 2, 3),
-                               opened.StartGenericStimulus (1, 2, 3, 4, 5) })
+    for (const auto result : { opened.ReservedCall1 (1, 2, 3), opened.ReservedCall2 (1, 2),
+                               opened.ReservedCall3 (1, 2, 3, 4), opened.ReservedCall4 (1), opened.ReservedCall5(),
+                               opened.ReservedCall6 (1, 2, 3), opened.StartGenericStimulus (1, 2, 3, 4, 5) })
         EXPECT_EQ (result, kResultNotSupported);
 
     startAfresh();
@@ -157,16 +159,15 @@ TEST_F (DeviceInformation, ADeviceWithoutFiirStructureHasDefaults)
 
     for (const auto size : { 64u, 38u, 37u, 36u, 1u, 0u })
         EXPECT_EQ (parameters (opened, "FIIR", 48000, size),
-                   (size > text.size() ? "0 " : "10 ") + text.substr (0, size > 0 ? size - 1 : 0)) << size;
+                   (size > text.size() ? "0 " : "10 ") + text.substr (0, size > 0 ? size - 1 : 0))
+            << size;
 }
 
 TEST_F (DeviceInformation, AStimulusIsDescribedAtItsRates)
 {
     auto& opened = open();
-    const auto information = [&] (int stimulus, std::uint32_t rate)
-    {
-        return textOf ([&] (char* b, std::uint32_t n)
-        {
+    const auto information = [&] (int stimulus, std::uint32_t rate) {
+        return textOf ([&] (char* b, std::uint32_t n) {
             return opened.GetStimulusInformation (static_cast<EStimulus> (stimulus), rate, b, n);
         });
     };

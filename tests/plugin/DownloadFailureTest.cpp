@@ -52,7 +52,8 @@ protected:
     std::size_t chunks() const { return receiver->messageCount ("FilterDataChunk"); }
 };
 
-const std::string kFatalTimeout = "FATAL Fatal error sending FilterDataChunk message 'Filter data send failed, timeout'";
+const std::string kFatalTimeout =
+    "FATAL Fatal error sending FilterDataChunk message 'Filter data send failed, timeout'";
 
 }
 
@@ -61,7 +62,8 @@ TEST_F (DownloadFailure, TextAndSlotThatCannotBeLoaded)
     auto& opened = openWithWords();
     const auto before = receiver->messages().size();
     EXPECT_EQ (download (opened, "no XML"), kResultBadFilterText);
-    EXPECT_EQ (download (opened, description().text(), 1), kResultChannelConflict) << "occupied since before the session";
+    EXPECT_EQ (download (opened, description().text(), 1), kResultChannelConflict)
+        << "occupied since before the session";
     EXPECT_EQ (download (opened, description().text(), 8), kResultFailed);
     EXPECT_EQ (opened.DownloadFilterSet (2, nullptr, 0, &progress), kResultBadArgument);
     EXPECT_EQ (takeLastError (opened), "earlier; ");
@@ -82,8 +84,7 @@ TEST_F (DownloadFailure, DescriptionsThatCannotBeServed)
         const char* words;
     };
 
-    const auto addRates = [] (Device& device, Topologies& info)
-    {
+    const auto addRates = [] (Device& device, Topologies& info) {
         for (std::uint32_t rate = 100; rate < 300; ++rate)
         {
             device.mutable_configurations (0)->add_samplerates (rate);
@@ -91,8 +92,7 @@ TEST_F (DownloadFailure, DescriptionsThatCannotBeServed)
             info.mutable_topologies()->rbegin()->set_samplerate (rate);
         }
     };
-    const auto addChannels = [] (Device& device, Topologies&)
-    {
+    const auto addChannels = [] (Device& device, Topologies&) {
         for (int i = 0; i < 5000; ++i)
             device.mutable_configurations (0)->add_channels (0);
     };
@@ -103,8 +103,11 @@ TEST_F (DownloadFailure, DescriptionsThatCannotBeServed)
         { [] (Device&, Topologies& t) { t.mutable_topologies (0)->set_information (""); },
           "Required topology parameter not found" },
         { [] (Device&, Topologies& t) { t.clear_topologies(); }, "No topology supported" },
-        { [] (Device&, Topologies& t) { t.mutable_topologies (0)->set_information ("NbrOfFIRTaps=0");
-                                        t.mutable_topologies (1)->set_name (""); }, "No topology supported" },
+        { [] (Device&, Topologies& t) {
+             t.mutable_topologies (0)->set_information ("NbrOfFIRTaps=0");
+             t.mutable_topologies (1)->set_name ("");
+         },
+          "No topology supported" },
         { addRates, "Too many sample rates" },
         { addChannels, "Too many channels" },
     };
@@ -122,12 +125,18 @@ TEST_F (DownloadFailure, DescriptionsThatCannotBeServed)
 /** What a device says cannot pass for lines of the log. */
 TEST_F (DownloadFailure, RefusedStages)
 {
-    struct Row { const char* stage; std::string words; Lines lines; };
+    struct Row
+    {
+        const char* stage;
+        std::string words;
+        Lines lines;
+    };
 
     const Row rows[] = {
         { "LoadFilter", "slot\nis locked", { "ERROR Error sending LoadFilter to endpoint device. slot\\nis locked" } },
         { "FilterChannel", "earlier; slot\nis locked", {} },
-        { "FilterData", "earlier; slot\nis locked", {} } };
+        { "FilterData", "earlier; slot\nis locked", {} }
+    };
 
     for (const auto& row : rows)
     {
@@ -179,7 +188,8 @@ TEST_F (DownloadFailure, ALostChunkIsSentAgain)
     auto& opened = open();
     setFaults ("lose FilterDataChunk 3");
     EXPECT_EQ (download (opened), kResultOk);
-    EXPECT_EQ (failuresLogged(), (Lines { "WARN Timeout sending FilterDataChunk error = 3, offset 18 bytes, size 9 bytes" }));
+    EXPECT_EQ (failuresLogged(),
+               (Lines { "WARN Timeout sending FilterDataChunk error = 3, offset 18 bytes, size 9 bytes" }));
     EXPECT_EQ (chunks(), 8u + 15u + 1u);
     EXPECT_EQ (takeLastError (opened), "");
     EXPECT_EQ (receiver->slots()[2].state, receiver::Slot::State::occupied);
@@ -192,15 +202,24 @@ TEST_F (DownloadFailure, ChunksWhoseAttemptsAreUsedUp)
     const std::string busy = "ERROR Error message 'flash is busy'";
     const std::string fatalBusy = "FATAL Fatal error sending FilterDataChunk message 'flash is busy'";
 
-    struct Row { const char* retries; const char* fault; const char* words; Lines lines; };
+    struct Row
+    {
+        const char* retries;
+        const char* fault;
+        const char* words;
+        Lines lines;
+    };
 
     const Row rows[] = {
         { "2", "lose FilterDataChunk *", "Filter data send failed, timeout", { timeout, timeout, kFatalTimeout } },
         { "1", "lose FilterDataChunk *", "Filter data send failed, timeout", { timeout, kFatalTimeout } },
         { "0", "lose FilterDataChunk *", "Filter data send failed, timeout", { timeout, kFatalTimeout } },
         { "-7", "refuse FilterDataChunk *", "Filter data send failed, timeout", { refusal, kFatalTimeout } },
-        { "2", "refuse FilterDataChunk 1 'flash is busy'\nlose FilterDataChunk 2", "flash is busy",
-          { refusal, busy, timeout, fatalBusy } } };
+        { "2",
+          "refuse FilterDataChunk 1 'flash is busy'\nlose FilterDataChunk 2",
+          "flash is busy",
+          { refusal, busy, timeout, fatalBusy } }
+    };
 
     for (const auto& row : rows)
     {
@@ -219,7 +238,10 @@ TEST_F (DownloadFailure, ChunksThatCannotBeSent)
 {
     settings["FilterDataChunkRetries"] = "2";
     auto& opened = open();
-    progress.onProgress = [this] { breakConnections(); return true; };
+    progress.onProgress = [this] {
+        breakConnections();
+        return true;
+    };
     EXPECT_EQ (download (opened), kResultFailed);
     EXPECT_EQ (takeLastError (opened), "Filter data send failed, timeout");
     EXPECT_EQ (failuresLogged(), (Lines { kFatalTimeout }));

@@ -47,33 +47,33 @@ TEST_F (Download, PutsExactlyTheseBytesOnTheWire)
 
     // A FIR device takes the first taps, with zeros where the response is shorter; a FIIR device takes taps and
     // sections as they stand in the description.
-    const auto fir = floats ({ 1.0f, 0.5f, -0.25f, 0.125f, 2.0f, -1.0f, 0.75f, 0.1f,
-                               0.0f, 1.0f, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f });
-    const auto fiir = floats ({ 0.9f, 0.8f, 0.7f, 0.6f, 0.5f, 0.4f, 0.3f, 0.2f,
-                                -1.5f, 0.6f, 0.01f, 0.02f, 0.25f, 0.125f, 1.0f, -1.0f,
-                                1.0f, 2.0f, 3.0f, 4.0f, 5.0f, 6.0f, 7.0f, 8.0f,
-                                0.5f, 0.25f, -0.5f, 0.75f, 0.0f, 0.0f, 0.1f, 0.0f });
+    const auto fir = floats (
+        { 1.0f, 0.5f, -0.25f, 0.125f, 2.0f, -1.0f, 0.75f, 0.1f, 0.0f, 1.0f, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f });
+    const auto fiir = floats ({ 0.9f,  0.8f,  0.7f,   0.6f,  0.5f,  0.4f,  0.3f, 0.2f, -1.5f, 0.6f, 0.01f,
+                                0.02f, 0.25f, 0.125f, 1.0f,  -1.0f, 1.0f,  2.0f, 3.0f, 4.0f,  5.0f, 6.0f,
+                                7.0f,  8.0f,  0.5f,   0.25f, -0.5f, 0.75f, 0.0f, 0.0f, 0.1f,  0.0f });
     const std::size_t total = fir.size() + fiir.size();
     std::string expected;
 
     for (const auto type : { 8u, 0u, 6u, 7u })
         expected += envelope ("Request", number (1, type) + number (2, 0));
 
-    expected += envelope ("LoadFilter", number (1, 0) + number (2, 2)
-        + bytes (3, bytes (1, "Room") + bytes (2, "FIIR") + number (3, 2) + number (4, total)));
+    expected += envelope ("LoadFilter",
+                          number (1, 0) + number (2, 2)
+                              + bytes (3, bytes (1, "Room") + bytes (2, "FIIR") + number (3, 2) + number (4, total)));
     expected += envelope ("FilterChannel", number (1, 0) + bytes (2, "FL") + real (3, -1.5f) + real (4, 2.25f)
-        + real (5, 3.0f) + real (6, 1.0f) + number (7, 0));
+                                               + real (5, 3.0f) + real (6, 1.0f) + number (7, 0));
     expected += envelope ("FilterChannel", number (1, 1) + bytes (2, "SW") + real (3, 4.0f) + real (4, 0.0f)
-        + real (5, 10.0f) + real (6, 0.0f) + number (7, 1));
+                                               + real (5, 10.0f) + real (6, 0.0f) + number (7, 1));
 
     for (const auto& [rate, data] : { std::pair (44100u, fir), std::pair (48000u, fiir) })
     {
-        expected += envelope ("FilterData", number (1, 0) + number (2, 2) + number (3, rate) + number (4, 0) + number (4, 1)
-            + number (5, data.size()));
+        expected += envelope ("FilterData", number (1, 0) + number (2, 2) + number (3, rate) + number (4, 0)
+                                                + number (4, 1) + number (5, data.size()));
 
         for (std::size_t offset = 0; offset < data.size(); offset += total / 20)
             expected += envelope ("FilterDataChunk", number (1, 0) + number (2, 2) + number (3, offset)
-                + bytes (4, data.substr (offset, total / 20)));
+                                                         + bytes (4, data.substr (offset, total / 20)));
     }
 
     EXPECT_EQ (receiver->bytes (1), expected);
@@ -95,19 +95,22 @@ TEST_F (Download, ReportsWhatItDoes)
             expected.push_back (static_cast<float> (start + offset) / 192.0f);
 
     EXPECT_EQ (progress.fractions, expected);
-    EXPECT_EQ (logged(), (Lines {
-        "TRACE Starting download to endpoint device",
-        "INFO Sending FilterChannel idx 0, name 'FL', gain -1.5 dB (orig. -1.5 dB), max 3 dB, delay 2.25 ms, latency 1 ms, "
-        "EQ YES",
-        "INFO Sending FilterChannel idx 1, name 'SW', gain 4 dB (orig. 4 dB), max 10 dB, delay 0 ms, latency 0 ms, EQ NO",
-        "TRACE Sending FilterData samplerate 44100 Hz, size 64 bytes",
-        "TRACE Sending FilterData samplerate 48000 Hz, size 128 bytes" }));
+    EXPECT_EQ (
+        logged(),
+        (Lines {
+            "TRACE Starting download to endpoint device",
+            "INFO Sending FilterChannel idx 0, name 'FL', gain -1.5 dB (orig. -1.5 dB), max 3 dB, delay 2.25 ms, latency 1 ms, "
+            "EQ YES",
+            "INFO Sending FilterChannel idx 1, name 'SW', gain 4 dB (orig. 4 dB), max 10 dB, delay 0 ms, latency 0 ms, EQ NO",
+            "TRACE Sending FilterData samplerate 44100 Hz, size 64 bytes",
+            "TRACE Sending FilterData samplerate 48000 Hz, size 128 bytes" }));
 }
 
 TEST_F (Download, TheSetStaysInTheSlotUntilItIsRemoved)
 {
     auto& opened = open();
-    EXPECT_EQ (opened.DownloadFilterSet (2, description().text().c_str(), 0, nullptr), kResultOk) << "without a callback";
+    EXPECT_EQ (opened.DownloadFilterSet (2, description().text().c_str(), 0, nullptr), kResultOk)
+        << "without a callback";
     EXPECT_EQ (download (opened), kResultChannelConflict);
     FilterSet* set = nullptr;
     ASSERT_TRUE (opened.GetFilterSet (2, 0, &set));
@@ -119,7 +122,11 @@ TEST_F (Download, ChunksAdaptToTheMessageLimit)
 {
     // An envelope has 24 bytes beside a chunk at offset 0, so at the limit of 948 one of 1024 is 100 bytes too long.
     // Later offsets take up to two bytes more.
-    struct Row { std::uint32_t limit; std::size_t chunk; };
+    struct Row
+    {
+        std::uint32_t limit;
+        std::size_t chunk;
+    };
 
     useFirOnly (16);
     ASSERT_EQ (download (open()), kResultOk);
@@ -168,14 +175,16 @@ TEST_F (Download, TheFirstStructureAndTheFirstConfigurationOfARateCountAndOneWit
     profile.topologyInfo.mutable_topologies (0)->set_samplerate (88200);
 
     ASSERT_EQ (download (open()), kResultOk);
-    EXPECT_EQ (received<veltraio::FilterData>(), (Lines { "deviceIndex: 0 slotIndex: 2 sampleRate: 48000 channelIndices: 1 sizeBytes: 64" }));
+    EXPECT_EQ (received<veltraio::FilterData>(),
+               (Lines { "deviceIndex: 0 slotIndex: 2 sampleRate: 48000 channelIndices: 1 sizeBytes: 64" }));
 }
 
 TEST_F (Download, TheOldestSetOfTheSlotGoesToTheDevice)
 {
     auto& opened = open();
     ASSERT_EQ (opened.LoadFilterSet (2, description ("Older").text().c_str(), 0), kResultOk);
-    ASSERT_EQ (download (opened, DescriptionBuilder ("Newer").channel ("C", 3).fir (48000, { 1.0f }).text()), kResultOk);
+    ASSERT_EQ (download (opened, DescriptionBuilder ("Newer").channel ("C", 3).fir (48000, { 1.0f }).text()),
+               kResultOk);
     EXPECT_EQ (receiver->slots()[2].name, "Older");
 }
 
@@ -199,11 +208,16 @@ TEST_F (Download, ALongNameIsCutByCharacters)
 TEST_F (Download, GainsAreCompensatedWhenTheSettingSaysSo)
 {
     // The gains of a channel with and one without EQ; -1.5 and 4 in the description, whose greatest filter gain is 10.
-    struct Row { const char* limits; float withEq, withoutEq; };
+    struct Row
+    {
+        const char* limits;
+        float withEq, withoutEq;
+    };
 
-    for (const auto& row : { Row { "-3;6", 4.5f, 0.0f }, Row { "0;20", 8.5f, 4.0f }, Row { "0;-2", -3.5f, -8.0f },
-                             Row { "6", -1.5f, 4.0f }, Row { "1;2;3", -1.5f, 4.0f }, Row { "", -1.5f, 4.0f },
-                             Row { "0;loud", -1.5f, -6.0f }, Row { "0;nan", -1.5f, -6.0f }, Row { "0;6,5", 4.5f, 0.0f } })
+    for (const auto& row :
+         { Row { "-3;6", 4.5f, 0.0f }, Row { "0;20", 8.5f, 4.0f }, Row { "0;-2", -3.5f, -8.0f },
+           Row { "6", -1.5f, 4.0f }, Row { "1;2;3", -1.5f, 4.0f }, Row { "", -1.5f, 4.0f },
+           Row { "0;loud", -1.5f, -6.0f }, Row { "0;nan", -1.5f, -6.0f }, Row { "0;6,5", 4.5f, 0.0f } })
     {
         startAfresh();
         settings["NoEqCompensateLimits"] = row.limits;
@@ -217,8 +231,9 @@ TEST_F (Download, GainsAreCompensatedWhenTheSettingSaysSo)
     settings["NoEqCompensateLimits"] = "-3;6";
     profile.unit.mutable_devices (0)->mutable_outputchannels (1)->set_noeq (false);
     ASSERT_EQ (download (open()), kResultOk);
-    EXPECT_TRUE (log->contains ("INFO", "Sending FilterChannel idx 1, name 'SW', gain 0 dB (orig. 4 dB), max 10 dB, delay 0 ms, "
-                                        "latency 0 ms, EQ YES"));
+    EXPECT_TRUE (
+        log->contains ("INFO", "Sending FilterChannel idx 1, name 'SW', gain 0 dB (orig. 4 dB), max 10 dB, delay 0 ms, "
+                               "latency 0 ms, EQ YES"));
 
     // More filters than the device has channels: the surplus ones count as channels without the field.
     startAfresh();

@@ -20,7 +20,7 @@ class HostModule
 public:
     explicit HostModule (const std::filesystem::path& file)
         : library (std::in_place, file),
-          get (library->function<veltratune_io::Plugin* (std::uint32_t)> ("GetVersionedPluginObject")),
+          get (library->function<veltratune_io::Plugin*(std::uint32_t)> ("GetVersionedPluginObject")),
           release (library->function<void (veltratune_io::Plugin*)> ("ReleaseVersionedPluginObject")),
           setLogPath (library->function<void (const char*, std::int32_t, std::int32_t)> ("SetLogPath"))
     {

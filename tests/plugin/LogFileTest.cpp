@@ -53,7 +53,8 @@ TEST_F (LogFile, EachLineHasTheTimeAndTheTextAndTheLevelIsTheHostsChoice)
 {
     start (log, kDebug);
     search();
-    EXPECT_TRUE (std::regex_match (read (log), std::regex (R"((\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}\] [^\n]+\n){4,})")));
+    EXPECT_TRUE (
+        std::regex_match (read (log), std::regex (R"((\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}\] [^\n]+\n){4,})")));
     EXPECT_TRUE (logHas (kSettingLine) && logHas (kConnectingLine) && logHas (kFailedLine));
 
     std::filesystem::remove (log);
@@ -113,10 +114,10 @@ TEST_F (LogFile, WithoutOneAndWithAPathThatCannotBeOneThereIsSilence)
     testing::internal::CaptureStderr();
     testing::internal::CaptureStdout();
     search();
-    start (folder.path(), kDebug);            // a folder
-    start (pipe, kDebug);                     // would block
+    start (folder.path(), kDebug);   // a folder
+    start (pipe, kDebug);            // would block
     start (path ("file/x"), kDebug); // a folder that cannot be made
-    start ("/proc/version", kDebug);          // cannot be written
+    start ("/proc/version", kDebug); // cannot be written
     start ("", kDebug);
     start ("\xFF\xFE.log", kDebug);
     module.setLogPath (nullptr, -1, kDebug);

@@ -31,7 +31,8 @@ TEST_F (Measurement, EachOperationSendsItsMessageAndReadsTheReply)
     for (const auto& operation : operations())
     {
         EXPECT_EQ (operation.run (opened), operation.success) << operation.name;
-        EXPECT_EQ (operation.textOf (receiver->messages (operation.type).back().body), operation.message) << operation.name;
+        EXPECT_EQ (operation.textOf (receiver->messages (operation.type).back().body), operation.message)
+            << operation.name;
         EXPECT_EQ (takeLastError (opened), "") << operation.name;
     }
 
@@ -46,7 +47,8 @@ TEST_F (Measurement, ARefusalIsAFailureWithTheDevicesWords)
     {
         setFaults ("refuse " + operation.fault + " * 'not now'");
         EXPECT_EQ (operation.run (opened), operation.failure) << operation.name;
-        EXPECT_EQ (takeLastError (opened), operation.kind == Operation::Kind::wordyCommand ? "not now" : "") << operation.name;
+        EXPECT_EQ (takeLastError (opened), operation.kind == Operation::Kind::wordyCommand ? "not now" : "")
+            << operation.name;
     }
 
     EXPECT_EQ (failuresLogged(), (Lines { "ERROR Error settings active slot" }));
@@ -81,9 +83,10 @@ TEST_F (Measurement, TheModeAndTheSlotAreOnlyThoseOfTheDevice)
     setFaults ("refuse OperationModeInfo 1");
     EXPECT_EQ (opened.EnterMeasurementMode (48000, 0, 2, nullptr), kResultFailed);
     opened.StartStimulus (kStimulusNoise, &kChannel, 1, 0);
-    EXPECT_EQ (received<veltraio::StartStimulus>(), (Lines {
-        "deviceIndex: 0 stimulusType: Stimulus_kNoise sampleRate: 0 channels: 0",
-        "deviceIndex: 0 stimulusType: Stimulus_kNoise sampleRate: 48000 channels: 0" })) << "a refused rate is kept";
+    EXPECT_EQ (received<veltraio::StartStimulus>(),
+               (Lines { "deviceIndex: 0 stimulusType: Stimulus_kNoise sampleRate: 0 channels: 0",
+                        "deviceIndex: 0 stimulusType: Stimulus_kNoise sampleRate: 48000 channels: 0" }))
+        << "a refused rate is kept";
 
     for (const auto slot : { 3u, 0xFFFFFFFFu })
         EXPECT_FALSE (opened.SetActiveFilterSlot (slot)) << "none of the device";
@@ -94,7 +97,8 @@ TEST_F (Measurement, TheModeAndTheSlotAreOnlyThoseOfTheDevice)
     startAfresh();
     profile.unit.set_capabilities (veltraio::Unit::Caps_kVolume);
     EXPECT_EQ (open().EnterMeasurementMode (48000, 0, 0, nullptr), kResultOk);
-    EXPECT_EQ (received<veltraio::OperationModeInfo>().back(), "mode: OperationMode_kMeasurement") << "no rate without the capture";
+    EXPECT_EQ (received<veltraio::OperationModeInfo>().back(), "mode: OperationMode_kMeasurement")
+        << "no rate without the capture";
 }
 
 TEST_F (Measurement, AStimulusPlaysOnAtMostTwiceTheChannels)
@@ -112,9 +116,11 @@ TEST_F (Measurement, AStimulusPlaysOnAtMostTwiceTheChannels)
     }
 
     EXPECT_EQ (opened.StartStimulus (kStimulusNoise, nullptr, 1, 0), kResultBadArgument);
-    EXPECT_EQ (received<veltraio::StartStimulus>(), (Lines {
-        "deviceIndex: 0 stimulusType: Stimulus_kSubwooferLevelCal sampleRate: 0 channels: 1 channels: 1 channels: 1 channels: 1",
-        "deviceIndex: 0 stimulusType: Stimulus_kNoise sampleRate: 0" }));
+    EXPECT_EQ (
+        received<veltraio::StartStimulus>(),
+        (Lines {
+            "deviceIndex: 0 stimulusType: Stimulus_kSubwooferLevelCal sampleRate: 0 channels: 1 channels: 1 channels: 1 channels: 1",
+            "deviceIndex: 0 stimulusType: Stimulus_kNoise sampleRate: 0" }));
 }
 
 TEST_F (Measurement, VolumeIsScaledBySeventyPerCent)
@@ -138,8 +144,9 @@ TEST_F (Measurement, AttenuationIsAFractionOfTheMaximum)
 {
     auto& opened = open();
 
-    for (const auto& [attenuation_dB, fraction] : { std::pair (6.0f, 0.5f), std::pair (12.0f, 1.0f), std::pair (100.0f, 1.0f),
-                                                    std::pair (-3.0f, 0.0f), std::pair (9.0f, 0.75f), std::pair (NAN, 0.0f) })
+    for (const auto& [attenuation_dB, fraction] :
+         { std::pair (6.0f, 0.5f), std::pair (12.0f, 1.0f), std::pair (100.0f, 1.0f), std::pair (-3.0f, 0.0f),
+           std::pair (9.0f, 0.75f), std::pair (NAN, 0.0f) })
     {
         EXPECT_TRUE (opened.SetChannelAttenuation (1, attenuation_dB));
         EXPECT_EQ (receiver->settings().attenuation.at (1), fraction) << attenuation_dB;

@@ -20,11 +20,11 @@ struct Operation
 
     std::string name;
     Kind kind;
-    std::string type;    ///< of its message
-    std::string fault;   ///< what a fault script calls that
-    std::string message; ///< what goes out, in protobuf's text form
+    std::string type;                                         ///< of its message
+    std::string fault;                                        ///< what a fault script calls that
+    std::string message;                                      ///< what goes out, in protobuf's text form
     std::function<std::string (veltratune_io::Device2&)> run; ///< returns its result as text
-    std::string success, failure; ///< what that should be
+    std::string success, failure;                             ///< what that should be
 
     /** The text form of a message of its type. */
     std::function<std::string (const std::string& body)> textOf;

@@ -35,8 +35,8 @@ protected:
     /** Something that answers searches. Inside the network. */
     void announce (const std::string& name, int port)
     {
-        announcements.push_back (std::make_unique<FakeDevice> (FakeDevice::Options { .address = "127.0.0.1", .usn = "uuid:" + name,
-                                                                                     .description = FakeDevice::ours (name, port) }));
+        announcements.push_back (std::make_unique<FakeDevice> (FakeDevice::Options {
+            .address = "127.0.0.1", .usn = "uuid:" + name, .description = FakeDevice::ours (name, port) }));
     }
 
     void addReceiver (const std::string& name)
@@ -60,15 +60,15 @@ protected:
 
 TEST_F (Search, EveryReceiverOfTheNetworkGivesADeviceAndNoThreadIsLeftBehind)
 {
-    home->run ([this]
-    {
+    home->run ([this] {
         addReceiver ("Lounge");
         announce ("Gone", 1);
         addReceiver ("Cinema");
         const auto threadsBefore = threads();
 
         {
-            const auto plugin = makePlugin ("<VALUE name=\"UPnPTimeout\" val=\"1500\"/><VALUE name=\"ST\" val=\"urn:x\"/>");
+            const auto plugin =
+                makePlugin ("<VALUE name=\"UPnPTimeout\" val=\"1500\"/><VALUE name=\"ST\" val=\"urn:x\"/>");
             const auto start = steady_clock::now();
             EXPECT_TRUE (plugin->FindDevices());
             EXPECT_GE (steady_clock::now() - start, std::chrono::milliseconds (1500)); // however early they answer
@@ -76,23 +76,25 @@ TEST_F (Search, EveryReceiverOfTheNetworkGivesADeviceAndNoThreadIsLeftBehind)
             veltratune_io::Device *first = nullptr, *second = nullptr, *third = nullptr;
             EXPECT_TRUE (plugin->GetDevice (0, &first) && plugin->GetDevice (1, &second));
             EXPECT_FALSE (plugin->GetDevice (2, &third));
-            ASSERT_TRUE (receivers[0]->waitFor ([this] { return receivers[0]->openSessions() == 1 && receivers[1]->openSessions() == 1; }));
+            ASSERT_TRUE (receivers[0]->waitFor (
+                [this] { return receivers[0]->openSessions() == 1 && receivers[1]->openSessions() == 1; }));
         }
 
         EXPECT_LE (threads(), threadsBefore);
-        EXPECT_NE (announcements[0]->searches().at (0).bytes.find ("\r\nST:upnp:rootdevice\r\n"), std::string::npos); // not that of the settings
+        EXPECT_NE (announcements[0]->searches().at (0).bytes.find ("\r\nST:upnp:rootdevice\r\n"),
+                   std::string::npos); // not that of the settings
         EXPECT_TRUE (log.contains ("DEBUG", "Start device scan (filter='urn:x')"));
-        EXPECT_TRUE (log.contains ("DEBUG", "Device added: VeltraIO (TCP:127.0.0.1:" + std::to_string (receivers[0]->port())
-                                                + ") friendlyName = Lounge"));
-        EXPECT_TRUE (log.contains ("WARN", "Connection to device @ 'TCP:127.0.0.1:1' failed")) << "which spoils no other";
+        EXPECT_TRUE (log.contains ("DEBUG", "Device added: VeltraIO (TCP:127.0.0.1:"
+                                                + std::to_string (receivers[0]->port()) + ") friendlyName = Lounge"));
+        EXPECT_TRUE (log.contains ("WARN", "Connection to device @ 'TCP:127.0.0.1:1' failed"))
+            << "which spoils no other";
         EXPECT_TRUE (log.contains ("DEBUG", "Device scanning ended..."));
     });
 }
 
 TEST_F (Search, WhereNobodyAnswersNothingIsFound)
 {
-    home->run ([this]
-    {
+    home->run ([this] {
         const auto plugin = makePlugin ("<VALUE name=\"UPnPTimeout\" val=\"200\"/>");
         EXPECT_FALSE (plugin->FindDevices());
 
@@ -101,7 +103,9 @@ TEST_F (Search, WhereNobodyAnswersNothingIsFound)
         for (const auto& line : log.all())
             lines.push_back (line.text);
 
-        const auto place = [&lines] (const std::string& text) { return std::find (lines.begin(), lines.end(), text) - lines.begin(); };
+        const auto place = [&lines] (const std::string& text) {
+            return std::find (lines.begin(), lines.end(), text) - lines.begin();
+        };
         EXPECT_LT (place ("Device scanning started..."), place ("Starting UPnP handler for IP 127.0.0.1"));
         EXPECT_LT (place ("Starting UPnP handler for IP 127.0.0.1"), place ("ScanHandler::~ScanHandler"));
         EXPECT_LT (place ("ScanHandler::~ScanHandler"), place ("Device scanning ended..."));

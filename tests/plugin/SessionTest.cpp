@@ -42,20 +42,19 @@ TEST_F (SessionOpening, FourDescriptionsAreReadInOrder)
 {
     ASSERT_TRUE (find());
 
-    EXPECT_EQ (received<veltraio::Request>(), (Lines {
-        "requestType: RequestType_kGetProtocolInfo deviceIndex: 0", "requestType: RequestType_kGetUnit deviceIndex: 0",
-        "requestType: RequestType_kGetTopologyInfo deviceIndex: 0",
-        "requestType: RequestType_kGetStimulusInfo deviceIndex: 0" }));
+    EXPECT_EQ (received<veltraio::Request>(), (Lines { "requestType: RequestType_kGetProtocolInfo deviceIndex: 0",
+                                                       "requestType: RequestType_kGetUnit deviceIndex: 0",
+                                                       "requestType: RequestType_kGetTopologyInfo deviceIndex: 0",
+                                                       "requestType: RequestType_kGetStimulusInfo deviceIndex: 0" }));
 
-    EXPECT_EQ (logged(), (Lines {
-        "INFO Device is specified as " + address() + ", skipping UPnP search",
-        "DEBUG Connecting to device @ '" + address() + "'...",
-        "DEBUG Connected! Querying ProtocolInfo...",
-        "DEBUG Got device protocol info:\n" + veltraio::toText (profile.protocolInfo),
-        "DEBUG Querying Unit...",
-        "DEBUG Got device unit info:\n" + veltraio::toText (profile.unit),
-        "DEBUG Got device topology info:\n" + veltraio::toText (profile.topologyInfo),
-        "DEBUG Got device stimulus info:\n" + veltraio::toText (profile.stimulusInfo) }));
+    EXPECT_EQ (
+        logged(),
+        (Lines { "INFO Device is specified as " + address() + ", skipping UPnP search",
+                 "DEBUG Connecting to device @ '" + address() + "'...", "DEBUG Connected! Querying ProtocolInfo...",
+                 "DEBUG Got device protocol info:\n" + veltraio::toText (profile.protocolInfo),
+                 "DEBUG Querying Unit...", "DEBUG Got device unit info:\n" + veltraio::toText (profile.unit),
+                 "DEBUG Got device topology info:\n" + veltraio::toText (profile.topologyInfo),
+                 "DEBUG Got device stimulus info:\n" + veltraio::toText (profile.stimulusInfo) }));
 }
 
 TEST_F (SessionOpening, TheMessageLimitIsTheDevicesOrTheDefault)
@@ -85,9 +84,11 @@ TEST_F (SessionOpening, WithoutProtocolInfoTheDefaultLimitHolds)
 
 TEST_F (SessionOpening, ADescriptionThatIsRefusedDropsTheCandidate)
 {
-    const std::pair<std::string, std::string> descriptions[] = {
-        { "refuse GetUnit 1 'not today'", "Unit" }, { "refuse GetTopologyInfo 1", "Topology" },
-        { "refuse GetStimulusInfo 1", "Stimulus" }, { "answer GetUnit 1 Acknowledge 'ok: true'", "Unit" } };
+    const std::pair<std::string, std::string> descriptions[] = { { "refuse GetUnit 1 'not today'", "Unit" },
+                                                                 { "refuse GetTopologyInfo 1", "Topology" },
+                                                                 { "refuse GetStimulusInfo 1", "Stimulus" },
+                                                                 { "answer GetUnit 1 Acknowledge 'ok: true'",
+                                                                   "Unit" } };
 
     for (const auto& [fault, word] : descriptions)
     {

@@ -35,8 +35,9 @@ TEST (Settings, ValuesAreFoundByTheirExactKey)
     EXPECT_EQ (readInt (*settings, "upnptimeout", 6000, 0, kLongestSearch_ms), 6000);
     EXPECT_EQ (settings->getValue ("device"), "");
 
-    const auto strange = openText ("<!DOCTYPE a [<!ENTITY b \"c\">]><PROPERTIES>a<?b?>c" + entry ("ST", "&b;&quot;&#xFC;")
-                                   + "<VALUE name=\"Device\"><x/></VALUE></PROPERTIES> and no XML");
+    const auto strange =
+        openText ("<!DOCTYPE a [<!ENTITY b \"c\">]><PROPERTIES>a<?b?>c" + entry ("ST", "&b;&quot;&#xFC;")
+                  + "<VALUE name=\"Device\"><x/></VALUE></PROPERTIES> and no XML");
     EXPECT_EQ (strange->getValue ("ST"), juce::String (juce::CharPointer_UTF8 ("&b;\"\xC3\xBC")));
     EXPECT_FALSE (strange->containsKey ("Device"));
 }
@@ -65,12 +66,14 @@ TEST (Settings, ABadFileIsTheSameAsNone)
 
 TEST (Settings, AByteThatIsNoUtf8SpoilsNothingElse)
 {
-    const char bytes[] = "<PROPERTIES><VALUE name=\"ST\" val=\"K\xFC" "che\xE2\x82\"/><VALUE name=\"Timeout\" val=\"0\"/></PROPERTIES>\xF7";
+    const char bytes[] = "<PROPERTIES><VALUE name=\"ST\" val=\"K\xFC"
+                         "che\xE2\x82\"/><VALUE name=\"Timeout\" val=\"0\"/></PROPERTIES>\xF7";
     const juce::TemporaryFile file (".settings");
     file.getFile().replaceWithData (bytes, sizeof (bytes) - 1);
 
     const auto settings = openSettings (file.getFile());
-    EXPECT_TRUE (settings->getValue ("ST").startsWith (juce::CharPointer_UTF8 ("K\xC3\xBC" "che")));
+    EXPECT_TRUE (settings->getValue ("ST").startsWith (juce::CharPointer_UTF8 ("K\xC3\xBC"
+                                                                               "che")));
     EXPECT_FALSE (readBool (*settings, "Timeout", true));
 }
 
@@ -87,7 +90,6 @@ TEST (Settings, WordsForYesAndNoMeanWhatTheySay)
         EXPECT_TRUE (readBool (*openEntry ("Timeout", neither), "Timeout", true)) << neither;
         EXPECT_FALSE (readBool (*openEntry ("Timeout", neither), "Timeout", false)) << neither;
     }
-
 }
 
 TEST (Settings, NumbersAreLimitedToTheirRange)

@@ -16,15 +16,21 @@ namespace {
 
 using namespace veltratune_io;
 
-std::ptrdiff_t entriesIn (const char* folder) { return std::distance (std::filesystem::directory_iterator (folder), {}); }
-std::ptrdiff_t threads()   { return entriesIn ("/proc/self/task"); }
+std::ptrdiff_t entriesIn (const char* folder)
+{
+    return std::distance (std::filesystem::directory_iterator (folder), {});
+}
+std::ptrdiff_t threads() { return entriesIn ("/proc/self/task"); }
 std::ptrdiff_t openFiles() { return entriesIn ("/proc/self/fd"); }
 
 /** A copy of the module that finds a receiver of this process. */
 class Unload : public testing::Test
 {
 protected:
-    bool sessionsAre (std::uint32_t count) { return receiver.waitFor ([=, this] { return receiver.openSessions() == count; }); }
+    bool sessionsAre (std::uint32_t count)
+    {
+        return receiver.waitFor ([=, this] { return receiver.openSessions() == count; });
+    }
 
     receiver::Receiver receiver { receiver::shippedProfile ("stereo") };
     const host::ModuleCopy copy { MODULE_FILE, { { "Device", "TCP:" + receiver.address() } } };
@@ -107,18 +113,20 @@ TEST_F (Unload, TwoObjectsWorkSideBySide)
 TEST_F (Unload, AProcessThatEndsWithoutReleaseEndsWell)
 {
 #ifdef __SANITIZE_THREAD__
-    GTEST_SKIP() << "the process ends without the simulated receiver's destructor, which counts as a leak of its threads";
+    GTEST_SKIP()
+        << "the process ends without the simulated receiver's destructor, which counts as a leak of its threads";
 #endif
 
     GTEST_FLAG_SET (death_test_style, "threadsafe");
     EXPECT_EXIT (
-    {
-        const HostModule module (file);
-        module.setLogPath ((file.parent_path() / "veltra.log").c_str(), -1, 0);
-        const bool isOpen = module.get (kPluginInterfaceVersion)->FindDevices();
-        host::Transient::removeAllForGood();
-        std::exit (isOpen ? 0 : 1);
-    }, testing::ExitedWithCode (0), "^$");
+        {
+            const HostModule module (file);
+            module.setLogPath ((file.parent_path() / "veltra.log").c_str(), -1, 0);
+            const bool isOpen = module.get (kPluginInterfaceVersion)->FindDevices();
+            host::Transient::removeAllForGood();
+            std::exit (isOpen ? 0 : 1);
+        },
+        testing::ExitedWithCode (0), "^$");
 }
 
 TEST_F (Unload, AReceiverThatWentFirstIsNoObstacle)

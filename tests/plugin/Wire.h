@@ -50,6 +50,9 @@ inline std::string floats (std::initializer_list<float> values)
     return data;
 }
 
-inline std::string envelope (const std::string& message, const std::string& body) { return envelopeOf ("veltraio." + message, body); }
+inline std::string envelope (const std::string& message, const std::string& body)
+{
+    return envelopeOf ("veltraio." + message, body);
+}
 
 }

@@ -46,7 +46,8 @@ std::string block (char id, char subId, const std::string& body)
 TEST (Connection, EveryHandlerOfTheIdentifierGetsTheMessageFromItsStart)
 {
     LocalConnection connection;
-    Handler one (connection, 7), two (connection, 7), other (connection, 8), sub (connection, 7, 1), any (connection, 0);
+    Handler one (connection, 7), two (connection, 7), other (connection, 8), sub (connection, 7, 1),
+        any (connection, 0);
 
     connection.receive (block (7, 0, "hello"));
     connection.receive (block (7, 1, "sub"));
@@ -82,7 +83,10 @@ TEST (Connection, HandlersMayComeAndGoWhileAMessageIsHandled)
     auto doomed = std::make_unique<Handler> (connection, 7);
     std::unique_ptr<Handler> late;
 
-    first.then = [&] { late = std::make_unique<Handler> (connection, 7); doomed = nullptr; };
+    first.then = [&] {
+        late = std::make_unique<Handler> (connection, 7);
+        doomed = nullptr;
+    };
     leaves.then = [&] { leaves.registration.reset(); };
     connection.receive (block (7, 0, "a"));
 

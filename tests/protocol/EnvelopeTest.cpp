@@ -18,10 +18,7 @@ using veltra::test::bigEndian;
 using veltra::test::envelopeOf;
 
 /** Identifier, checksum and body as the parser hands them up. */
-std::string blockOf (const std::string& envelope)
-{
-    return envelope.substr (3 + 4);
-}
+std::string blockOf (const std::string& envelope) { return envelope.substr (3 + 4); }
 
 struct Parser : veltraio::VeltraIOEnvelopeParser
 {
@@ -60,8 +57,7 @@ TEST (EnvelopeHash, CountsBytesAsUnsignedAndWraps)
 TEST (Envelope, AReceivedBlockIsReadOnlyWhenItsChecksumFits)
 {
     const auto block = blockOf (envelopeOf ("veltraio.Acknowledge", "\x08\x01"));
-    const auto read = [] (const std::string& bytes)
-    {
+    const auto read = [] (const std::string& bytes) {
         return veltraio::getEnvelope (juce::MemoryBlock (bytes.data(), bytes.size())).has_value();
     };
 
@@ -120,8 +116,7 @@ TEST (EnvelopeParser, TheLargestEnvelopeIs32767BytesAndALongerOneIsSkipped)
 TEST (EnvelopeParser, APartialEnvelopeIsDroppedAfterAPauseOfASecond)
 {
     const auto envelope = envelopeOf ("veltraio.Acknowledge", "\x08\x01");
-    const auto deliveredAfter = [&] (std::vector<std::int64_t> pauses)
-    {
+    const auto deliveredAfter = [&] (std::vector<std::int64_t> pauses) {
         Parser parser;
         parser.feed (envelope.substr (0, 10));
 

@@ -33,7 +33,12 @@ struct KeepAlive
     std::atomic<int> lost { 0 };
     LocalConnection* const connection = new LocalConnection;
     veltraio::Dispatcher dispatcher { std::unique_ptr<veltra::ipc::Connection> (connection), "2101FF", true };
-    veltraio::PingHandler handler { dispatcher, [this] { ++looks; return now.load(); }, 1 };
+    veltraio::PingHandler handler { dispatcher,
+                                    [this] {
+                                        ++looks;
+                                        return now.load();
+                                    },
+                                    1 };
 };
 
 TEST (PingHandler, WithoutAPongTheCallbacksFireEveryFiveSecondsAfterTheFirstPing)
@@ -41,8 +46,7 @@ TEST (PingHandler, WithoutAPongTheCallbacksFireEveryFiveSecondsAfterTheFirstPing
     KeepAlive keepAlive;
     keepAlive.handler.addCallback ([&] { ++keepAlive.lost; });
 
-    const auto expect = [&] (std::int64_t time, std::size_t pings, int losses)
-    {
+    const auto expect = [&] (std::int64_t time, std::size_t pings, int losses) {
         keepAlive.at (time);
         EXPECT_EQ (pings, keepAlive.connection->writes()) << "at " << time;
         EXPECT_EQ (losses, keepAlive.lost) << "at " << time;
@@ -76,7 +80,10 @@ TEST (PingHandler, OnlyMessagesThatSomebodyHandlesPostponeTheCheckAndAPongKeepsT
 TEST (PingHandler, APingThatCannotBeSentFiresTheCallbacksOnce)
 {
     KeepAlive keepAlive;
-    keepAlive.handler.addCallback ([&] { ++keepAlive.lost; throw std::runtime_error ("contained"); });
+    keepAlive.handler.addCallback ([&] {
+        ++keepAlive.lost;
+        throw std::runtime_error ("contained");
+    });
     keepAlive.dispatcher.setMessageLimit (14);
 
     keepAlive.at (5000);

@@ -30,7 +30,10 @@ struct Session
     }
 
     void acknowledge() { receive ("veltraio.Acknowledge", { 0x08, 0x01 }); }
-    void refuse (const std::string& text) { receive ("veltraio.Acknowledge", std::string { 0x08, 0x00, 0x12, static_cast<char> (text.size()) } + text); }
+    void refuse (const std::string& text)
+    {
+        receive ("veltraio.Acknowledge", std::string { 0x08, 0x00, 0x12, static_cast<char> (text.size()) } + text);
+    }
     void activeSlot() { receive ("veltraio.ActiveFilterSlot", { 0x08, 0x00, 0x10, 0x03 }); }
 
     LocalConnection& connection;
@@ -103,14 +106,14 @@ TEST (Dispatcher, AMessageThatIsIncompleteOrNotTakenWholeIsAFailure)
     session.connection.refuses = false;
     session.connection.takesAll = true;
     EXPECT_EQ (0, session.dispatcher.Send (someVolume(), &bytes));
-    EXPECT_EQ (envelopeOf ("veltraio.Volume", { 0x08, 0x00, 0x15, 0x00, 0x00, 0x0c, 0x42 }), session.connection.written.back());
+    EXPECT_EQ (envelopeOf ("veltraio.Volume", { 0x08, 0x00, 0x15, 0x00, 0x00, 0x0c, 0x42 }),
+               session.connection.written.back());
 }
 
 TEST (AcknowledgeHandler, TheReplyAndItsTextAreWhatTheDeviceSaid)
 {
     Session session;
-    const auto replyTo = [&] (const std::function<void()>& answer)
-    {
+    const auto replyTo = [&] (const std::function<void()>& answer) {
         AcknowledgeHandler handler (session.dispatcher);
         EXPECT_EQ (ReplyState::pending, handler.Wait (0));
         answer();
@@ -120,7 +123,8 @@ TEST (AcknowledgeHandler, TheReplyAndItsTextAreWhatTheDeviceSaid)
     EXPECT_EQ (std::pair (ReplyState::acknowledged, juce::String()), replyTo ([&] { session.acknowledge(); }));
     EXPECT_EQ (std::pair (ReplyState::refused, juce::String (juce::CharPointer_UTF8 ("Slot \xc3\xa4 is full"))),
                replyTo ([&] { session.refuse ("Slot \xc3\xa4 is full"); }));
-    EXPECT_EQ (std::pair (ReplyState::refused, juce::String()), replyTo ([&] { session.receive ("veltraio.Acknowledge", ""); }));
+    EXPECT_EQ (std::pair (ReplyState::refused, juce::String()),
+               replyTo ([&] { session.receive ("veltraio.Acknowledge", ""); }));
 
     // A text that stops in the middle of a character is a hazard to whoever walks through it.
     EXPECT_EQ (std::pair (ReplyState::refused, juce::String ("bad ?")), replyTo ([&] { session.refuse ("bad \xf0"); }));
@@ -175,8 +179,7 @@ TEST (AcknowledgeHandler, AWaitLastsItsTimeAtMostAndEndsWithTheReply)
     }
 
     AcknowledgeHandler handler (session.dispatcher);
-    std::thread device ([&]
-    {
+    std::thread device ([&] {
         std::this_thread::sleep_for (std::chrono::milliseconds (30));
         session.acknowledge();
     });
@@ -190,8 +193,7 @@ TEST (AcknowledgeHandler, WithoutTimeoutsItWaitsOnPastItsTime)
     Session session (false);
     AcknowledgeHandler handler (session.dispatcher);
     std::atomic<bool> returned { false };
-    std::thread application ([&]
-    {
+    std::thread application ([&] {
         EXPECT_EQ (ReplyState::acknowledged, handler.Wait (1));
         returned = true;
     });
@@ -206,8 +208,7 @@ TEST (MessageHandler, AFloodOfRepliesDoesNotDisturbHandlersThatComeAndGoOnSevera
 {
     Session session;
     std::atomic<bool> done { false };
-    std::jthread device ([&]
-    {
+    std::jthread device ([&] {
         while (! done)
         {
             session.activeSlot();
@@ -219,14 +220,14 @@ TEST (MessageHandler, AFloodOfRepliesDoesNotDisturbHandlersThatComeAndGoOnSevera
         std::vector<std::jthread> hosts;
 
         for (int i = 0; i < 3; ++i)
-            hosts.emplace_back ([&]
-            {
+            hosts.emplace_back ([&] {
                 for (int turn = 0; turn < 100; ++turn)
                 {
                     MessageHandler<ActiveFilterSlot> handler (session.dispatcher);
                     const auto state = handler.Wait (10000);
-                    EXPECT_TRUE (state == ReplyState::answered ? handler.message().slotindex() == 3
-                                                               : state == ReplyState::refused && handler.getErrorText() == "again and again");
+                    EXPECT_TRUE (state == ReplyState::answered
+                                     ? handler.message().slotindex() == 3
+                                     : state == ReplyState::refused && handler.getErrorText() == "again and again");
                 }
             });
     }

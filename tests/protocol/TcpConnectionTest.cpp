@@ -42,8 +42,7 @@ struct Blocks
 {
     explicit Blocks (veltra::ipc::Connection& connection)
     {
-        connection.setRawCallback ([this] (const juce::MemoryBlock& block)
-        {
+        connection.setRawCallback ([this] (const juce::MemoryBlock& block) {
             const std::lock_guard guard (mutex);
             list.emplace_back (static_cast<const char*> (block.getData()), block.getSize());
         });
@@ -51,8 +50,7 @@ struct Blocks
 
     bool waitFor (const std::vector<std::string>& expected)
     {
-        return eventually ([&]
-        {
+        return eventually ([&] {
             const std::lock_guard guard (mutex);
             return list == expected;
         });
@@ -178,8 +176,7 @@ TEST (TcpDeviceConnection, DisconnectingWhileOthersSendIsSafe)
     std::vector<std::thread> senders;
 
     for (int i = 0; i < 2; ++i)
-        senders.emplace_back ([&]
-        {
+        senders.emplace_back ([&] {
             while (! done)
             {
                 connection.write (acknowledge.data(), static_cast<int> (acknowledge.size()));
@@ -213,8 +210,7 @@ TEST (TcpDeviceConnection, AHandlerMayDisconnect)
     TestPeer peer;
     TcpDeviceConnection connection ("");
     std::atomic<bool> handled { false };
-    connection.setRawCallback ([&] (const juce::MemoryBlock&)
-    {
+    connection.setRawCallback ([&] (const juce::MemoryBlock&) {
         connection.disconnect (true);
         handled = true;
     });
@@ -234,8 +230,7 @@ TEST (TcpDeviceConnection, ItsDestructorEndsWithMessagesStillArrivingAndAHandler
     auto dispatcher = std::make_unique<Dispatcher> (std::move (owned), "2101FF", true);
     AcknowledgeHandler left (*dispatcher);
 
-    std::thread flood ([&]
-    {
+    std::thread flood ([&] {
         while (device->send (acknowledge))
         {
         }
@@ -274,7 +269,8 @@ TEST (TcpConnection, TheGenericFramingCarriesMessagesBothWays)
     EXPECT_EQ ("\x2C\x9E\xB4\xF2\x05\x00\x00\x00hello"s, device->read (13));
 
     const std::string body (100000, 'y');
-    device->send ("\x2C\x9E\xB4\xF2\xA0\x86\x01\x00"s + body + "\x2C\x9E\xB4\xF2\x00\x00\x00\x00"s + "\x2C\x9E\xB4\xF2\x01\x00\x00\x00z"s);
+    device->send ("\x2C\x9E\xB4\xF2\xA0\x86\x01\x00"s + body + "\x2C\x9E\xB4\xF2\x00\x00\x00\x00"s
+                  + "\x2C\x9E\xB4\xF2\x01\x00\x00\x00z"s);
     EXPECT_TRUE (blocks.waitFor ({ body, "z" }));
 
     // A peer that announces more than anybody sends is not given the memory.

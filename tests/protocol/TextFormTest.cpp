@@ -33,7 +33,8 @@ TEST (TextForm, AnIncompleteMessageIsShownAndATextWithAFaultIsExplained)
 TEST (PeerText, IsAlwaysWellFormedAndEndsAtANul)
 {
     EXPECT_EQ (juce::String (juce::CharPointer_UTF8 ("gr\xc3\xbc\xc3\x9f")), veltraio::peerText ("gr\xc3\xbc\xc3\x9f"));
-    EXPECT_EQ (juce::String ("a?b?"), veltraio::peerText ("a\xff" "b\xe2"));
+    EXPECT_EQ (juce::String ("a?b?"), veltraio::peerText ("a\xff"
+                                                          "b\xe2"));
     EXPECT_EQ (juce::String ("a"), veltraio::peerText ("a\0b"s));
     EXPECT_TRUE (veltraio::peerText ("").isEmpty());
 }

@@ -13,8 +13,7 @@ struct Datagrams final : veltra::ipc::UdpConnection
 {
     explicit Datagrams (int threadPriority = -1) : UdpConnection (0, threadPriority, "127.0.0.1")
     {
-        setRawCallback ([this] (const juce::MemoryBlock& block)
-        {
+        setRawCallback ([this] (const juce::MemoryBlock& block) {
             messages.emplace_back (static_cast<const char*> (block.getData()), block.getSize());
             received.signal();
         });
@@ -35,7 +34,8 @@ struct Datagrams final : veltra::ipc::UdpConnection
     std::string next()
     {
         std::vector<char> bytes (maximumDatagramSize);
-        const int size = socket.waitUntilReady (true, 10000) > 0 ? socket.read (bytes.data(), maximumDatagramSize, false) : 0;
+        const int size =
+            socket.waitUntilReady (true, 10000) > 0 ? socket.read (bytes.data(), maximumDatagramSize, false) : 0;
         return { bytes.data(), static_cast<std::size_t> (size) };
     }
 
@@ -84,7 +84,8 @@ TEST (UdpConnection, WhatIsNoMessageIsDroppedAndTakesNoMemory)
     wrongCheck[4] ^= 1;
     huge.replace (8, 4, "\xff\xff\xff\xff");
 
-    for (const auto& datagram : { wrongBody, wrongCheck, tooLong, huge, std::string(), std::string ("short"), good.substr (16) })
+    for (const auto& datagram :
+         { wrongBody, wrongCheck, tooLong, huge, std::string(), std::string ("short"), good.substr (16) })
         EXPECT_FALSE (there.take (datagram));
 
     EXPECT_FALSE (there.take (good.substr (0, 20)));

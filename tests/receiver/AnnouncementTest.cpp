@@ -6,8 +6,12 @@ namespace veltra::receiver {
 
 namespace {
 
-const Announcement kLounge { .friendlyName = "Lounge & <bar>", .manufacturer = "Morvane", .model = "Stereo 2", .serialNumber = "1",
-                             .port = 6000, .uuid = "11111111-2222-4333-8444-555555555555" };
+const Announcement kLounge { .friendlyName = "Lounge & <bar>",
+                             .manufacturer = "Morvane",
+                             .model = "Stereo 2",
+                             .serialNumber = "1",
+                             .port = 6000,
+                             .uuid = "11111111-2222-4333-8444-555555555555" };
 
 std::optional<Announcement::Search> parse (const std::string& headers)
 {
@@ -41,9 +45,9 @@ TEST (Announcement, WhatIsNoSearchIsNotAnswered)
 
 TEST (Announcement, AnswersForEachOfItsNamesThatASearchAsksFor)
 {
-    const auto usns = [] (const std::string& target)
-    {
+    const auto usns = [] (const std::string& target) {
         std::string all;
+
         for (const auto& answer : kLounge.answers ({ target, std::chrono::seconds (1) }, "http://10.0.0.1/d.xml"))
         {
             EXPECT_TRUE (answer.starts_with ("HTTP/1.1 200 OK\r\n") && answer.ends_with ("\r\n\r\n"));
@@ -51,13 +55,15 @@ TEST (Announcement, AnswersForEachOfItsNamesThatASearchAsksFor)
             const auto start = answer.find ("\r\nUSN: ") + 7;
             all += answer.substr (start, answer.find ("\r\n", start) - start) + " ";
         }
+
         return all;
     };
 
     const std::string id = "uuid:" + kLounge.uuid;
     EXPECT_EQ (usns ("upnp:rootdevice"), id + "::upnp:rootdevice ");
     EXPECT_EQ (usns (id), id + " ");
-    EXPECT_EQ (usns ("ssdp:all"), id + "::upnp:rootdevice " + id + " " + id + "::urn:schemas-upnp-org:device:MediaRenderer:1 ");
+    EXPECT_EQ (usns ("ssdp:all"),
+               id + "::upnp:rootdevice " + id + " " + id + "::urn:schemas-upnp-org:device:MediaRenderer:1 ");
     EXPECT_EQ (usns ("upnp:RootDevice"), "");
 }
 

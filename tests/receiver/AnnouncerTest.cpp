@@ -18,7 +18,8 @@ namespace {
 class AnnouncerTest : public PrivateNetworkTest
 {
 protected:
-    static constexpr const char* kSearch = "M-SEARCH * HTTP/1.1\r\nST:upnp:rootdevice\r\nMAN:\"ssdp:discover\"\r\nMX:1\r\n";
+    static constexpr const char* kSearch =
+        "M-SEARCH * HTTP/1.1\r\nST:upnp:rootdevice\r\nMAN:\"ssdp:discover\"\r\nMX:1\r\n";
 
     static std::string locationOf (const std::string& answer)
     {
@@ -29,8 +30,7 @@ protected:
 
 TEST_F (AnnouncerTest, AnswersComeAtDifferentTimesAndNotToAllOfAFlood)
 {
-    home->run ([]
-    {
+    home->run ([] {
         Announcer announcer ({ .friendlyName = "One", .port = 1 }, "127.0.0.1", [] (const auto&) {});
         std::vector<std::chrono::steady_clock::time_point> times;
         const auto note = [&] { times.push_back (std::chrono::steady_clock::now()); };
@@ -50,26 +50,26 @@ TEST_F (AnnouncerTest, SeveralOfOneMachineAnswerOnEveryInterfaceByTheAddressThat
     home->connect ("10.84.2.1", there, "10.84.2.2");
 
     std::unique_ptr<Announcer> first, second;
-    there.run ([&]
-    {
-        first = std::make_unique<Announcer> (Announcement { .friendlyName = "One", .port = 1 }, "0.0.0.0", [] (const auto&) {});
-        second = std::make_unique<Announcer> (Announcement { .friendlyName = "Two", .port = 2 }, "10.84.2.2", [] (const auto&) {});
+    there.run ([&] {
+        first = std::make_unique<Announcer> (Announcement { .friendlyName = "One", .port = 1 }, "0.0.0.0",
+                                             [] (const auto&) {});
+        second = std::make_unique<Announcer> (Announcement { .friendlyName = "Two", .port = 2 }, "10.84.2.2",
+                                              [] (const auto&) {});
     });
 
-    home->run ([&]
-    {
-        const auto expectLocations = [] (const std::string& from, std::vector<std::string> expected)
-        {
+    home->run ([&] {
+        const auto expectLocations = [] (const std::string& from, std::vector<std::string> expected) {
             std::vector<std::string> locations;
+
             for (const auto& answer : FakeDevice::search (from, kSearch, 1, expected.size() + 1))
                 locations.push_back (locationOf (answer));
+
             std::sort (locations.begin(), locations.end());
             std::sort (expected.begin(), expected.end());
             EXPECT_EQ (locations, expected);
         };
 
-        const auto at = [] (const std::string& host, const Announcer& announcer)
-        {
+        const auto at = [] (const std::string& host, const Announcer& announcer) {
             return "http://" + host + ":" + std::to_string (announcer.httpPort()) + "/description.xml";
         };
 

@@ -69,11 +69,14 @@ TEST_F (ReceiverDownload, RefusesEverythingThatIsOutOfOrder)
     EXPECT_EQ (sender.load (2, 0xFFFFFFFF), "Filter of 4294967295 bytes, a slot holds 268435456");
 
     std::string umlauts;
+
     for (int i = 0; i < 32; ++i)
         umlauts += "\xC3\xA4";
+
     EXPECT_EQ (sender.load (2, 24, umlauts), "ok");
     EXPECT_EQ (sender.channel (2), "Filter channel 2 of a filter with 2 channels");
-    EXPECT_EQ (sender.channel (0, std::numeric_limits<float>::infinity()), "Filter channel 0 has a value that is no number");
+    EXPECT_EQ (sender.channel (0, std::numeric_limits<float>::infinity()),
+               "Filter channel 0 has a value that is no number");
     EXPECT_EQ (sender.channel (0), "ok");
     EXPECT_EQ (sender.channel (0), "Filter channel 0 was described twice");
     EXPECT_EQ (sender.data (44100, 8), "Filter data after 1 of 2 filter channels");
@@ -134,8 +137,10 @@ TEST_F (ReceiverDownload, BoundsTheGapsThatAPeerCanMake)
     EXPECT_EQ (sender.channel (0), "ok");
     EXPECT_EQ (sender.data (44100, 100000), "ok");
     std::uint32_t offset = 0;
+
     while (offset < 5000 && sender.chunk (offset, "a") == "ok")
         offset += 2;
+
     EXPECT_EQ (offset, 2048u);
     EXPECT_EQ (sender.chunk (1, "b"), "ok");
 }
@@ -148,7 +153,9 @@ TEST_F (ReceiverFolder, HoldsTheBytesOfEachRateAndAManifest)
     std::vector<std::string> told;
     Receiver::Options options;
     options.folder = folder.path();
-    options.onDownload = [&] (auto device, auto slotIndex, const Slot& slot) { told = describeSlot (device, slotIndex, slot); };
+    options.onDownload = [&] (auto device, auto slotIndex, const Slot& slot) {
+        told = describeSlot (device, slotIndex, slot);
+    };
     Receiver receiver (shippedProfile ("stereo"), options);
     Sender sender (receiver.port(), 1);
     sender.load (2, 24, "A \"quote\"\n");

@@ -58,6 +58,7 @@ TEST (FaultScript, TellsTheLineAndWhatIsWrongWithIt)
     EXPECT_EQ (errorOf ("refuse connect 1"), "line 1: \"refuse\" does not apply to connect");
     EXPECT_EQ (errorOf ("answer Ping 1 Pang"), "line 1: \"Pang\" is no message");
     EXPECT_EQ (errorOf ("answer Ping 1 Volume 'volume: x'").substr (0, 30), "line 1: the fields of Volume: ");
+
     for (const auto* which : { "0", "5-3", "3-0" })
         EXPECT_EQ (errorOf (std::string ("lose Ping ") + which),
                    "line 1: WHICH counts from 1: \"3\", \"3-5\", \"3+\" or \"*\"");

@@ -30,10 +30,7 @@ veltraio::FilteringState filteringOn()
 class ReceiverFault : public ::testing::Test
 {
 protected:
-    void setFault (Fault fault)
-    {
-        receiver.setFaults ({ std::move (fault) });
-    }
+    void setFault (Fault fault) { receiver.setFaults ({ std::move (fault) }); }
 
     void expectWorking()
     {

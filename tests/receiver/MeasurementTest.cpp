@@ -124,7 +124,10 @@ private:
     }
 };
 
-Eigen::VectorXf sweepAt (std::uint32_t sampleRate) { return test::stimulusOf (shippedProfile ("seven-one"), sampleRate); }
+Eigen::VectorXf sweepAt (std::uint32_t sampleRate)
+{
+    return test::stimulusOf (shippedProfile ("seven-one"), sampleRate);
+}
 
 class ReceiverMeasurement : public testing::Test
 {
@@ -143,7 +146,8 @@ protected:
     /** The response that a measurement on some channels gives. */
     Eigen::VectorXf respond (const std::vector<std::uint32_t>& channels, std::uint32_t sampleRate = 48000)
     {
-        return tools::deconvolve (measurer->measure (stimulusOn (channels, sampleRate), sampleRate * 25 / 4), sweepAt (sampleRate));
+        return tools::deconvolve (measurer->measure (stimulusOn (channels, sampleRate), sampleRate * 25 / 4),
+                                  sweepAt (sampleRate));
     }
 
     void expectNoPackets()
@@ -207,7 +211,8 @@ TEST_F (ReceiverMeasurement, HearsTheRoomOfTheChannelsThatPlay)
     start (inTheLivingRoom());
     Room room (inTheLivingRoom().room);
     EXPECT_LT (difference_dB (respond ({ 0 }), room.response ("FL", 48000)), -80.0);
-    EXPECT_LT (difference_dB (respond ({ 3, 1, 3 }, 96000), room.response ("FR", 96000) + room.response ("SW", 96000)), -80.0);
+    EXPECT_LT (difference_dB (respond ({ 3, 1, 3 }, 96000), room.response ("FR", 96000) + room.response ("SW", 96000)),
+               -80.0);
 }
 
 TEST_F (ReceiverMeasurement, ARoomWithoutResponsesIsADelay)
@@ -277,7 +282,8 @@ TEST_F (ReceiverMeasurement, RefusesWhatItCannotPlay)
 {
     start (inTheLivingRoom());
     EXPECT_EQ (command (stimulusOn ({ 0 }, 0)), "Not in measurement mode");
-    EXPECT_EQ (command (measurementAt (88200)), "Measurement at 88200 Hz, which no configuration of the receiver offers");
+    EXPECT_EQ (command (measurementAt (88200)),
+               "Measurement at 88200 Hz, which no configuration of the receiver offers");
     EXPECT_EQ (command (measurementAt (48000)), "ok");
     EXPECT_EQ (command (stimulusOn ({ 0 }, 44100)), "Stimulus at 44100 Hz in a measurement at 48000 Hz");
     EXPECT_EQ (command (stimulusOn ({})), "Stimulus without channels");
@@ -288,11 +294,13 @@ TEST_F (ReceiverMeasurement, RefusesWhatItCannotPlay)
     EXPECT_EQ (second.command (stimulusOn ({ 0 })), "Not in measurement mode");
 
     measurer.reset();
-    EXPECT_TRUE (receiver->waitFor ([&] { return ! receiver->measurement().isMeasuring; })) << "it ends with its session";
+    EXPECT_TRUE (receiver->waitFor ([&] { return ! receiver->measurement().isMeasuring; }))
+        << "it ends with its session";
 
     startFiltering (std::vector<float> (6), 2, 4);
     EXPECT_EQ (command (measurementAt (48000)), "ok");
-    EXPECT_EQ (command (stimulusOn ({ 1 })), "The filter at 48000 Hz cannot be applied: 24 bytes where its topology takes 32");
+    EXPECT_EQ (command (stimulusOn ({ 1 })),
+               "The filter at 48000 Hz cannot be applied: 24 bytes where its topology takes 32");
 }
 
 TEST_F (ReceiverMeasurement, IsEnteredAndLeftManyTimesWithPacketsFlowing)
@@ -334,20 +342,19 @@ TEST_F (ReceiverMeasurement, AppliesTheTapsGainAndDelayOfTheActiveSlot)
     const auto gain = std::pow (10.0f, -6.0f / 20.0f);
     EXPECT_LT (difference_dB (respond ({ 1 }), gain * dsp::fftConvolve (room.response ("FR", 48000), filter)), -80.0);
     EXPECT_LT (difference_dB (respond ({ 0 }), gain * room.response ("FL", 48000)), -80.0) << "a channel without EQ";
-    EXPECT_LT (difference_dB (respond ({ 2 }), room.response ("C", 48000)), -80.0) << "a channel that the filter does not have";
+    EXPECT_LT (difference_dB (respond ({ 2 }), room.response ("C", 48000)), -80.0)
+        << "a channel that the filter does not have";
 }
 
 TEST (Stimulus, HasTheLevelAndBandThatItsDescriptionSays)
 {
     std::string error;
-    const auto make = [&] (unsigned kind, const std::string& information)
-    {
+    const auto make = [&] (unsigned kind, const std::string& information) {
         const auto stimulus = tools::parseStimulus (kind, 48000, information, error);
         EXPECT_TRUE (stimulus) << error;
         return tools::makeStimulus (*stimulus);
     };
-    const auto rms_dB = [] (const Eigen::VectorXf& samples)
-    {
+    const auto rms_dB = [] (const Eigen::VectorXf& samples) {
         return 20.0 * std::log10 (samples.norm() / std::sqrt (static_cast<double> (samples.size())));
     };
 

@@ -52,7 +52,8 @@ TEST (Profile, TellsWhereAMistakeIs)
     EXPECT_EQ (errorOf (replaced (kSmall, "3 }", "3")), "line 10: the brace of \"stimulusInfo\" is not closed");
     EXPECT_EQ (errorOf ("protocolInfo = 3"), "line 1: \"protocolInfo\" is not followed by \"{\"");
     EXPECT_EQ (errorOf ("\n;"), "line 2: \";\" stands where a section should begin");
-    EXPECT_NE (errorOf (replaced (kSmall, "capabilities: 2", "devices { name: '' configurations { channels: 4 } } capabilities: 2"))
+    EXPECT_NE (errorOf (replaced (kSmall, "capabilities: 2",
+                                  "devices { name: '' configurations { channels: 4 } } capabilities: 2"))
                    .find ("channel 4"),
                std::string::npos);
 

@@ -1,6 +1,6 @@
+#include "tests/support/Program.h"
 #include "protocol/veltraio.pb.h"
 #include "tests/receiver/TestHost.h"
-#include "tests/support/Program.h"
 
 namespace veltra::receiver {
 namespace {
@@ -31,18 +31,20 @@ TEST_F (ReceiverProgram, TellsItsPortAndEndsOnASignalWithWhatItHolds)
     const auto ending = finish();
     EXPECT_EQ (ending.status, 0);
     EXPECT_TRUE (ending.out.ends_with ("\nStopped\nall slots are empty\n")) << ending.out;
-    EXPECT_EQ (ending.err, "session 1: connected\nsession 1: fault \"refuse\" at Ping\nsession 1: Ping refused: not now\nsession 1: disconnected\n");
+    EXPECT_EQ (
+        ending.err,
+        "session 1: connected\nsession 1: fault \"refuse\" at Ping\nsession 1: Ping refused: not now\nsession 1: disconnected\n");
 }
 
 TEST_F (ReceiverProgram, SaysInOneSentenceWhyItDoesNotStart)
 {
-    const auto run = [this] (std::vector<std::string> arguments)
-    {
+    const auto run = [this] (std::vector<std::string> arguments) {
         startReceiver (std::move (arguments));
         const auto ending = finish();
         return std::to_string (ending.status) + " " + ending.err;
     };
-    EXPECT_EQ (run ({ "--profile", "no/such/file" }), "3 veltra-receiver: no/such/file cannot be read, and no profile of that name comes along\n");
+    EXPECT_EQ (run ({ "--profile", "no/such/file" }),
+               "3 veltra-receiver: no/such/file cannot be read, and no profile of that name comes along\n");
     EXPECT_EQ (run ({ "--folder", "LICENSE/x" }), "3 veltra-receiver: LICENSE/x cannot be made a folder\n");
     EXPECT_EQ (run ({ "--fault", "lose Pang 1" }),
                "3 veltra-receiver: --fault \"lose Pang 1\": line 1: \"Pang\" is no message of a host\n");

@@ -42,9 +42,11 @@ public:
     {
         const auto envelope = receive (timeout);
         T message;
+
         if (! envelope || ! envelope->checksumFits || envelope->messageId != idOf (message)
             || ! message.ParsePartialFromString (envelope->body))
             return {};
+
         return message;
     }
 

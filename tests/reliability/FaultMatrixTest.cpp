@@ -147,7 +147,8 @@ std::string expected (const Operation& operation, const Misbehaviour& misbehavio
         return "success";
 
     const std::string words = misbehaviour.effect != Effect::refusal ? operation.wordsOfSilence
-                              : operation.keepsRefusal ? misbehaviour.words : "";
+                              : operation.keepsRefusal               ? misbehaviour.words
+                                                                     : "";
     return words.empty() ? "failure" : "failure: " + words;
 }
 
@@ -188,13 +189,13 @@ TEST_P (FaultMatrix, EveryOperationEndsInTimeWithAClearWordAndTheHostGoesOn)
     std::vector<std::future<Outcome>> outcomes;
 
     for (std::size_t i = 0; i < cells.size(); ++i)
-        outcomes.push_back (std::async (std::launch::async, [&cell = *cells[i], &operation = operations[i], &misbehaviour]
-        {
-            const auto start = Clock::now();
-            auto text = (cell.*operation.run)();
-            const auto time = Clock::now() - start;
-            return Outcome { std::move (text), time, cell.goesOn (misbehaviour.effect) };
-        }));
+        outcomes.push_back (
+            std::async (std::launch::async, [&cell = *cells[i], &operation = operations[i], &misbehaviour] {
+                const auto start = Clock::now();
+                auto text = (cell.*operation.run)();
+                const auto time = Clock::now() - start;
+                return Outcome { std::move (text), time, cell.goesOn (misbehaviour.effect) };
+            }));
 
     for (std::size_t i = 0; i < cells.size(); ++i)
     {
@@ -206,7 +207,8 @@ TEST_P (FaultMatrix, EveryOperationEndsInTimeWithAClearWordAndTheHostGoesOn)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P (, FaultMatrix, testing::ValuesIn (misbehaviours), [] (const auto& row) { return row.param.name; });
+INSTANTIATE_TEST_SUITE_P (, FaultMatrix, testing::ValuesIn (misbehaviours),
+                          [] (const auto& row) { return row.param.name; });
 
 /** From one moment on nothing arrives any more, in neither direction, and nobody says so. */
 TEST_F (HalfOpen, IsSilenceAndTheSessionGoesOnWhenTheNetworkIsBack)
@@ -217,7 +219,8 @@ TEST_F (HalfOpen, IsSilenceAndTheSessionGoesOnWhenTheNetworkIsBack)
 
     for (const auto& operation : operations)
     {
-        if (operation.run == &Cell::search || (operation.run == &Cell::load && operation.type != std::string ("LoadFilter")))
+        if (operation.run == &Cell::search
+            || (operation.run == &Cell::load && operation.type != std::string ("LoadFilter")))
             continue; // connecting fails at once, and no download gets beyond its announcement
 
         affected.push_back (&operation);
@@ -229,7 +232,8 @@ TEST_F (HalfOpen, IsSilenceAndTheSessionGoesOnWhenTheNetworkIsBack)
     std::vector<std::future<std::string>> outcomes;
 
     for (std::size_t i = 0; i < cells.size(); ++i)
-        outcomes.push_back (std::async (std::launch::async, [&cell = *cells[i], run = affected[i]->run] { return (cell.*run)(); }));
+        outcomes.push_back (
+            std::async (std::launch::async, [&cell = *cells[i], run = affected[i]->run] { return (cell.*run)(); }));
 
     for (std::size_t i = 0; i < cells.size(); ++i)
     {
@@ -264,7 +268,8 @@ struct CaptureFault
     friend void PrintTo (const CaptureFault& row, std::ostream* out) { *out << row.fault; }
 };
 
-class CaptureFaults : public DeviceFixture, public testing::WithParamInterface<CaptureFault>
+class CaptureFaults : public DeviceFixture,
+                      public testing::WithParamInterface<CaptureFault>
 {
 };
 
@@ -299,12 +304,13 @@ TEST_P (CaptureFaults, CostNoMoreThanThePacketsThatTheyBefall)
     EXPECT_EQ (counter.packets, GetParam().arriving);
 }
 
-INSTANTIATE_TEST_SUITE_P (, CaptureFaults, testing::Values (
-    CaptureFault { "lose AudioData 2-4", 7 }, CaptureFault { "wrong-checksum AudioData 2-4", 7 },
-    CaptureFault { "truncate AudioData 2-4 1", 10 }, CaptureFault { "duplicate AudioData 2-4 2", 13 },
-    CaptureFault { "noise AudioData 2-4 999", 10 }, CaptureFault { "pieces AudioData 2-4 1 1", 10 },
-    CaptureFault { "wrong-length AudioData 2 5", 8 }, CaptureFault { "close AudioData 2-4", 1, true },
-    CaptureFault { "reset AudioData 2-4", 1, true }));
+INSTANTIATE_TEST_SUITE_P (
+    , CaptureFaults,
+    testing::Values (CaptureFault { "lose AudioData 2-4", 7 }, CaptureFault { "wrong-checksum AudioData 2-4", 7 },
+                     CaptureFault { "truncate AudioData 2-4 1", 10 }, CaptureFault { "duplicate AudioData 2-4 2", 13 },
+                     CaptureFault { "noise AudioData 2-4 999", 10 }, CaptureFault { "pieces AudioData 2-4 1 1", 10 },
+                     CaptureFault { "wrong-length AudioData 2 5", 8 }, CaptureFault { "close AudioData 2-4", 1, true },
+                     CaptureFault { "reset AudioData 2-4", 1, true }));
 
 namespace {
 

@@ -35,7 +35,10 @@ TEST_F (Lifetime, AnObjectMayGoWhilePacketsArrive)
     {
         auto& opened = open();
         std::atomic<bool> enough { false };
-        std::thread microphone ([&] { while (! enough) receiver->broadcast (packet); });
+        std::thread microphone ([&] {
+            while (! enough)
+                receiver->broadcast (packet);
+        });
         CaptureCount counter;
         EXPECT_EQ (opened.EnterMeasurementMode (48000, 0, 1, &counter), kResultOk);
 

@@ -13,7 +13,7 @@
 #include <thread>
 
 #ifdef __GLIBC__
-  #include <malloc.h>
+#include <malloc.h>
 #endif
 
 namespace veltra::test {
@@ -37,7 +37,7 @@ struct Footprint
     /** What the program holds of the allocator's memory; what is resident also tells how well the allocator packs it. */
     static std::size_t allocated()
     {
-#if defined (__GLIBC__) && ! defined (VELTRA_SANITIZED)
+#if defined(__GLIBC__) && ! defined(VELTRA_SANITIZED)
         const auto heap = mallinfo2();
         return heap.uordblks + heap.hblkhd;
 #else
@@ -47,22 +47,37 @@ struct Footprint
 
     static Footprint now()
     {
-        const auto entries = [] (const char* folder)
-        {
+        const auto entries = [] (const char* folder) {
             return static_cast<std::size_t> (std::distance (std::filesystem::directory_iterator (folder), {}));
         };
         std::ifstream statm ("/proc/self/statm");
         double pages = 0.0;
         statm >> pages >> pages;
-        return { entries ("/proc/self/fd"), entries ("/proc/self/task"), pages * 4096.0 / mebi, static_cast<double> (allocated()) / mebi };
+        return { entries ("/proc/self/fd"), entries ("/proc/self/task"), pages * 4096.0 / mebi,
+                 static_cast<double> (allocated()) / mebi };
     }
 };
 
 /** Faults that cost no long wait. */
 const char* const faults[] = {
-    "", "", "refuse * 5 'no'", "reset * 3", "reset FilterDataChunk 2 4", "close LoadFilter 1", "close * 6 7", "noise * * 50",
-    "duplicate * *", "pieces * * 3", "lose FilterDataChunk 1", "wrong-checksum FilterDataChunk 1", "truncate FilterData 1 1",
-    "wrong-length FilterDataChunk 1 9", "refuse FilterChannel 2 'no'", "reset AudioData 2", "limit * 4 30", "reset connect 1",
+    "",
+    "",
+    "refuse * 5 'no'",
+    "reset * 3",
+    "reset FilterDataChunk 2 4",
+    "close LoadFilter 1",
+    "close * 6 7",
+    "noise * * 50",
+    "duplicate * *",
+    "pieces * * 3",
+    "lose FilterDataChunk 1",
+    "wrong-checksum FilterDataChunk 1",
+    "truncate FilterData 1 1",
+    "wrong-length FilterDataChunk 1 9",
+    "refuse FilterChannel 2 'no'",
+    "reset AudioData 2",
+    "limit * 4 30",
+    "reset connect 1",
 };
 
 /** A host with a receiver of its own. */
@@ -125,6 +140,7 @@ private:
 
                 if (below (2) == 0)
                     opened.LeaveMeasurementMode();
+
                 break;
 
             case 2:
@@ -132,8 +148,7 @@ private:
                 opened.GetFiltering();
                 break;
 
-            default:
-                remove (opened);
+            default: remove (opened);
         }
     }
 
@@ -163,8 +178,7 @@ void runSessions (const std::vector<std::unique_ptr<Host>>& hosts, unsigned coun
     std::vector<std::thread> threads;
 
     for (const auto& host : hosts)
-        threads.emplace_back ([&host, count]
-        {
+        threads.emplace_back ([&host, count] {
             for (unsigned i = 0; i < count; ++i)
                 host->session();
 
@@ -200,8 +214,8 @@ TEST (Soak, DescriptorsThreadsAndMemoryStayAsTheyAre)
     constexpr unsigned sessions = hostCount * (sessionsUntilSettled + sessionsAfterwards);
     std::cout << sessions << " sessions, " << downloads << " downloads; descriptors " << settled.descriptors << " -> "
               << last.descriptors << ", threads " << settled.threads << " -> " << last.threads << ", resident MiB "
-              << settled.residentMiB << " -> " << last.residentMiB << ", allocated MiB " << settled.allocatedMiB << " -> "
-              << last.allocatedMiB << "\n";
+              << settled.residentMiB << " -> " << last.residentMiB << ", allocated MiB " << settled.allocatedMiB
+              << " -> " << last.allocatedMiB << "\n";
 
     EXPECT_GT (downloads, sessions / 10);
     EXPECT_EQ (last.descriptors, settled.descriptors);

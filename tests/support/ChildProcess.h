@@ -16,7 +16,8 @@ class ChildProcess
 public:
     /** @param words           the program, looked for in PATH, and its arguments
         @param output, errors  files for what it prints */
-    explicit ChildProcess (std::vector<std::string> words, const std::string& output = "/dev/null", const std::string& errors = "/dev/null")
+    explicit ChildProcess (std::vector<std::string> words, const std::string& output = "/dev/null",
+                           const std::string& errors = "/dev/null")
     {
         std::vector<char*> arguments;
 

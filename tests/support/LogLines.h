@@ -72,7 +72,4 @@ private:
 };
 
 /** For a failing assertion. */
-inline void PrintTo (const LogLines::Line& line, std::ostream* out)
-{
-    *out << line.level << ' ' << line.text;
-}
+inline void PrintTo (const LogLines::Line& line, std::ostream* out) { *out << line.level << ' ' << line.text; }

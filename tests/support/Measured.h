@@ -20,7 +20,8 @@ inline Eigen::VectorXf stimulusOf (const receiver::Profile& profile, std::uint32
         if (entry.stimulus() == kind && entry.samplerate() == rate)
         {
             std::string error;
-            const auto description = tools::parseStimulus (static_cast<unsigned> (kind), rate, entry.information(), error);
+            const auto description =
+                tools::parseStimulus (static_cast<unsigned> (kind), rate, entry.information(), error);
             EXPECT_TRUE (description) << error;
             return tools::makeStimulus (*description);
         }

@@ -14,8 +14,8 @@ namespace veltra::host {
 /** How a program ended and what it printed. */
 struct Ending
 {
-    int status = -1;  ///< exit status, or -1
-    int signal = 0;   ///< the signal that ended it, or 0
+    int status = -1; ///< exit status, or -1
+    int signal = 0;  ///< the signal that ended it, or 0
     std::string out;
     std::string err;
 };

@@ -13,7 +13,11 @@ using namespace veltra::topology;
 class TestJob : public ChannelJob
 {
 public:
-    explicit TestJob (std::function<void()> functionToRun) : ChannelJob ("test", FloatSlot ({})), function (std::move (functionToRun)) {}
+    explicit TestJob (std::function<void()> functionToRun)
+        : ChannelJob ("test", FloatSlot ({})),
+          function (std::move (functionToRun))
+    {
+    }
 
 private:
     void convert (FloatSlot&) override { function(); }
@@ -38,13 +42,19 @@ TEST (ChannelJobs, AnExceptionBecomesAFailureAndTheOthersStillRun)
 TEST (ChannelJobs, NoJobsAreDoneAtOnceAndAProgressFunctionThatThrowsIsCalledNoMore)
 {
     int reports = 0;
-    EXPECT_TRUE (runOnPool ({}, [&] (float fraction, const juce::String&) { ++reports; return fraction == 0.0f; }).wasOk());
+    EXPECT_TRUE (runOnPool ({}, [&] (float fraction, const juce::String&) {
+                     ++reports;
+                     return fraction == 0.0f;
+                 }).wasOk());
     EXPECT_EQ (1, reports);
 
     reports = 0;
     std::vector<std::unique_ptr<ChannelJob>> jobs;
     jobs.push_back (std::make_unique<TestJob> ([] {}));
-    EXPECT_TRUE (runOnPool (jobs, [&] (float, const juce::String&) -> bool { ++reports; throw std::runtime_error ("no"); }).wasOk());
+    EXPECT_TRUE (runOnPool (jobs, [&] (float, const juce::String&) -> bool {
+                     ++reports;
+                     throw std::runtime_error ("no");
+                 }).wasOk());
     EXPECT_EQ (1, reports);
 }
 

@@ -13,11 +13,13 @@ TEST (DeviceResponse, BytesThatDoNotFitAreRefusedWithWords)
 {
     FIRTestSource source ({ { .response = vector ({ 1, 2, 3 }) } });
     std::string problem;
-    const auto problemOf = [&] (const char* topology, const juce::String& parameters, std::span<const std::uint8_t> bytes,
-                                std::uint32_t channelCount)
-    {
-        const DeviceData data { .topologyName = topology, .parameters = parseParameters (parameters), .sampleRate = 8000,
-                                .channelCount = channelCount, .bytes = bytes };
+    const auto problemOf = [&] (const char* topology, const juce::String& parameters,
+                                std::span<const std::uint8_t> bytes, std::uint32_t channelCount) {
+        const DeviceData data { .topologyName = topology,
+                                .parameters = parseParameters (parameters),
+                                .sampleRate = 8000,
+                                .channelCount = channelCount,
+                                .bytes = bytes };
         EXPECT_FALSE (deviceResponse (data, channelCount - 1, problem));
         return problem;
     };

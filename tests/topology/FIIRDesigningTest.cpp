@@ -21,7 +21,8 @@ Eigen::VectorXf decayingNoise (unsigned seed, Eigen::Index size = 1500)
 {
     std::mt19937 generator (seed);
     std::normal_distribution<float> normal;
-    return Eigen::VectorXf::NullaryExpr (size, [&] (Eigen::Index i) { return normal (generator) * std::exp (-0.005f * static_cast<float> (i)); });
+    return Eigen::VectorXf::NullaryExpr (
+        size, [&] (Eigen::Index i) { return normal (generator) * std::exp (-0.005f * static_cast<float> (i)); });
 }
 
 struct Designing : Conversion
@@ -35,7 +36,8 @@ struct Designing : Conversion
     std::vector<float> slot (size_t channel) const
     {
         std::vector<float> values (taps + 4 * sections);
-        std::memcpy (values.data(), bytes().data() + channel * values.size() * sizeof (float), values.size() * sizeof (float));
+        std::memcpy (values.data(), bytes().data() + channel * values.size() * sizeof (float),
+                     values.size() * sizeof (float));
         return values;
     }
 };
@@ -52,13 +54,14 @@ std::vector<float> slotOf (const Eigen::VectorXf& fir, const std::vector<veltra:
 
 TEST (FIIRDesigning, EachChannelsDesignStandsInItsOwnSlot)
 {
-    FIRTestSource source ({ { .response = decayingNoise (1) }, { .response = decayingNoise (2, 101) }, { .response = decayingNoise (3) } });
+    FIRTestSource source ({ { .response = decayingNoise (1) },
+                            { .response = decayingNoise (2, 101) },
+                            { .response = decayingNoise (3) } });
     std::vector<float> reports;
 
     const auto thread = juce::Thread::getCurrentThreadId();
 
-    const Designing designing (source, [&] (float fraction, const juce::String& text)
-    {
+    const Designing designing (source, [&] (float fraction, const juce::String& text) {
         EXPECT_EQ (thread, juce::Thread::getCurrentThreadId());
         EXPECT_TRUE (text.isEmpty());
         reports.push_back (fraction);
@@ -84,13 +87,16 @@ TEST (FIIRDesigning, AChannelThatCannotBeDesignedKeepsItsTapsAndIsNamed)
 {
     auto spoilt = decayingNoise (2);
     spoilt[700] = std::nanf ("");
-    FIRTestSource source ({ { .response = decayingNoise (1) }, { .response = spoilt, .name = "C" },
+    FIRTestSource source ({ { .response = decayingNoise (1) },
+                            { .response = spoilt, .name = "C" },
                             { .response = decayingNoise (3, 60), .name = "SW" } });
 
     const Designing designing (source);
-    EXPECT_EQ ("No FIIR design for channel C at 48000 Hz: the response has samples that are not finite numbers", designing.error());
+    EXPECT_EQ ("No FIIR design for channel C at 48000 Hz: the response has samples that are not finite numbers",
+               designing.error());
     EXPECT_EQ (slotOf (spoilt.head (taps), std::vector<veltra::dsp::FIIRSection> (sections)), designing.slot (1));
-    EXPECT_NE (slotOf (source.getFIR (0).head (taps), std::vector<veltra::dsp::FIIRSection> (sections)), designing.slot (0))
+    EXPECT_NE (slotOf (source.getFIR (0).head (taps), std::vector<veltra::dsp::FIIRSection> (sections)),
+               designing.slot (0))
         << "the other channels are designed all the same";
 
     std::vector<float> shortSlot (taps + 4 * sections);

@@ -63,7 +63,9 @@ TEST (FixedPoint, BothEndsCountOnlyBeyondThemAndNoNumberIsZero)
 TEST (FixedPoint, WordsReadBackAsTheValuesTheyStandFor)
 {
     for (const float value : { 0.0f, 1.0f, -1.0f, 0.1f, -0.0123f, 3.9999f, -4.0f, 1e-9f })
-        EXPECT_NEAR (value, fromFixed (static_cast<std::uint32_t> (convert (value)), tapBits), std::ldexp (1.0, -tapBits)) << value;
+        EXPECT_NEAR (value, fromFixed (static_cast<std::uint32_t> (convert (value)), tapBits),
+                     std::ldexp (1.0, -tapBits))
+            << value;
 
     EXPECT_EQ (-4.0f, fromFixed (0x80000000u, tapBits));
     EXPECT_EQ (0.5f, fromFixed (0x00400000u, 23));

@@ -12,7 +12,8 @@ using namespace veltra::test;
 /** The blob as a row of bytes in hexadecimal. */
 std::string bytesOf (const Conversion& conversion)
 {
-    return juce::String::toHexString (conversion.bytes().data(), static_cast<int> (conversion.bytes().size()), 0).toStdString();
+    return juce::String::toHexString (conversion.bytes().data(), static_cast<int> (conversion.bytes().size()), 0)
+        .toStdString();
 }
 
 const std::string one = "0000803f", two = "00000040", minusHalf = "000000bf", zero = "00000000";
@@ -35,15 +36,15 @@ TEST (Topologies, TellTheLongestResponseAndTheLatency)
     EXPECT_EQ (22050u, createTopology ("FIIR", {})->getMaxTaps (parameters, 44101));
     EXPECT_EQ (0.0f, createTopology ("FIR", {})->getLatencyMs (parameters, 44100));
     EXPECT_EQ (0.0f, createTopology ("FIIR", {})->getLatencyMs (parameters, 44100));
-    EXPECT_FLOAT_EQ (256000.0f / 48000.0f, createTopology ("VLFIR2", {})->getLatencyMs ({}, 48000)) << "in samples of the rate";
+    EXPECT_FLOAT_EQ (256000.0f / 48000.0f, createTopology ("VLFIR2", {})->getLatencyMs ({}, 48000))
+        << "in samples of the rate";
     EXPECT_FLOAT_EQ (1.0f, createTopology ("VLFIR2", {})->getLatencyMs (parseParameters ("Latency=96"), 96000));
     EXPECT_EQ (22050u, createTopology ("VLFIR2", {})->getMaxTaps (parameters, 44101));
 }
 
 TEST (ParameterString, KeepsItemsOfOneKeyAndOneValue)
 {
-    const auto pairs = [] (const juce::String& text)
-    {
+    const auto pairs = [] (const juce::String& text) {
         const auto parameters = parseParameters (text);
         std::string all;
 
@@ -82,8 +83,9 @@ TEST (FIRTopology, WritesTheFirstTapsOfEachChannel)
 
     FIRTestSource nobody;
 
-    for (const auto& nothing : { Conversion ("FIR", source, "NbrOfFIRTaps=0"), Conversion ("FIR", nobody, "NbrOfFIRTaps=1000"),
-                                 Conversion ("FIR", source, "NbrOfFIRTaps=none") })
+    for (const auto& nothing :
+         { Conversion ("FIR", source, "NbrOfFIRTaps=0"), Conversion ("FIR", nobody, "NbrOfFIRTaps=1000"),
+           Conversion ("FIR", source, "NbrOfFIRTaps=none") })
         EXPECT_TRUE (nothing.result.wasOk() && nothing.blob.isEmpty());
 }
 
@@ -91,33 +93,36 @@ TEST (FIRTopology, FailuresHaveWords)
 {
     FIRTestSource source ({ { .response = vector ({ 1.0f }) }, { .name = "C\xf0" } });
     EXPECT_EQ ("Required topology parameter not found", Conversion ("FIR", source, "NbrOfTaps=2").error());
-    EXPECT_EQ ("No filter response for channel C? at 96000 Hz", Conversion ("FIR", source, "NbrOfFIRTaps=2", 96000).error());
+    EXPECT_EQ ("No filter response for channel C? at 96000 Hz",
+               Conversion ("FIR", source, "NbrOfFIRTaps=2", 96000).error());
 
     FIRTestSource long1 ({ { .response = vector ({ 1.0f }) } });
     EXPECT_EQ (64u << 20, Conversion ("FIR", long1, "NbrOfFIRTaps=16777216").blob.getSize());
 
     for (const char* taps : { "-1", "16777217", "2147483647", "99999999999", "-99999999999" })
-        EXPECT_EQ ("Required topology parameter out of range", Conversion ("FIR", long1, "NbrOfFIRTaps=" + juce::String (taps)).error()) << taps;
+        EXPECT_EQ ("Required topology parameter out of range",
+                   Conversion ("FIR", long1, "NbrOfFIRTaps=" + juce::String (taps)).error())
+            << taps;
 }
 
 TEST (FIIRTopology, CopiesEachChannelIntoItsSlot)
 {
     FIIRTestSource source ({ { .data = { vector ({ 1, 2 }), { { 1, 2, -0.5f, 1 } } } },
-                             { .data = { vector ({ 2 }), { { 1, 1, 1, 1 } } } },      // sections straight behind the taps
-                             {},                                                     // nothing at this rate
+                             { .data = { vector ({ 2 }), { { 1, 1, 1, 1 } } } }, // sections straight behind the taps
+                             {},                                                 // nothing at this rate
                              { .data = { vector ({ 1, 1, 1, 1, 1, 1, 2 }), {} } } }); // too many, beyond channel 0
 
     const Conversion conversion ("FIIR", source, "NbrOfFIRTaps=2;NbrOfIIRSections=1");
     EXPECT_TRUE (conversion.result.wasOk());
-    EXPECT_EQ (one + two + one + two + minusHalf + one
-               + two + one + one + one + one + zero
-               + zero + zero + zero + zero + zero + zero
-               + one + one + one + one + one + one, bytesOf (conversion));
+    EXPECT_EQ (one + two + one + two + minusHalf + one + two + one + one + one + one + zero + zero + zero + zero + zero
+                   + zero + zero + one + one + one + one + one + one,
+               bytesOf (conversion));
 }
 
 TEST (FIIRTopology, FailuresHaveWords)
 {
-    FIIRTestSource source ({ { .data = { Eigen::VectorXf::Zero (1200), std::vector<veltra::dsp::FIIRSection> (24) } } });
+    FIIRTestSource source (
+        { { .data = { Eigen::VectorXf::Zero (1200), std::vector<veltra::dsp::FIIRSection> (24) } } });
     EXPECT_EQ ("Required topology parameters not found", Conversion ("FIIR", source, "NbrOfFIRTaps=1000").error());
     EXPECT_EQ ("Required topology parameters not found", Conversion ("FIIR", source, "NbrOfIIRSections=30").error());
     EXPECT_EQ ("FIIR taps/sections mismatch: FIIR(1200/24) vs. Device (1000/30)",
@@ -126,9 +131,11 @@ TEST (FIIRTopology, FailuresHaveWords)
                Conversion ("FIIR", source, "NbrOfFIRTaps=2000;NbrOfIIRSections=23").error());
     EXPECT_TRUE (Conversion ("FIIR", source, "NbrOfFIRTaps=1200;NbrOfIIRSections=24").result.wasOk());
 
-    for (const char* parameters : { "NbrOfFIRTaps=-1;NbrOfIIRSections=30", "NbrOfFIRTaps=1200;NbrOfIIRSections=-30",
-                                    "NbrOfFIRTaps=16777216;NbrOfIIRSections=30", "NbrOfFIRTaps=2147483647;NbrOfIIRSections=2147483647" })
-        EXPECT_EQ ("Required topology parameter out of range", Conversion ("FIIR", source, parameters).error()) << parameters;
+    for (const char* parameters :
+         { "NbrOfFIRTaps=-1;NbrOfIIRSections=30", "NbrOfFIRTaps=1200;NbrOfIIRSections=-30",
+           "NbrOfFIRTaps=16777216;NbrOfIIRSections=30", "NbrOfFIRTaps=2147483647;NbrOfIIRSections=2147483647" })
+        EXPECT_EQ ("Required topology parameter out of range", Conversion ("FIIR", source, parameters).error())
+            << parameters;
 
     FIIRTestSource nobody;
     EXPECT_TRUE (Conversion ("FIIR", nobody, "NbrOfFIRTaps=1000;NbrOfIIRSections=30").result.wasOk());

@@ -30,7 +30,10 @@ public:
     std::uint32_t getChannelId (unsigned i) override { return channels.at (i).id; }
     std::string getChannelName (unsigned i) override { return channels.at (i).name; }
     std::uint32_t getChannelCount() override { return static_cast<std::uint32_t> (channels.size()); }
-    void log (int level, const std::string& message) override { logged.push_back (std::to_string (level) + " " + message); }
+    void log (int level, const std::string& message) override
+    {
+        logged.push_back (std::to_string (level) + " " + message);
+    }
 
     std::vector<std::string> logged;
     std::vector<TestChannel> channels;
@@ -51,10 +54,11 @@ struct Conversion
 {
     using Settings = std::vector<std::pair<const char*, const char*>>;
 
-    Conversion (const char* topology, topology::IFIRSource& source, const juce::String& parameters, unsigned rate = 48000,
-                const Settings& settings = {}, topology::ProgressFunction progress = {})
+    Conversion (const char* topology, topology::IFIRSource& source, const juce::String& parameters,
+                unsigned rate = 48000, const Settings& settings = {}, topology::ProgressFunction progress = {})
     {
         juce::PropertySet set;
+
         for (const auto& [key, value] : settings)
             set.setValue (key, value);
 
@@ -64,7 +68,10 @@ struct Conversion
             ->createFilterData (result, source, topology::parseParameters (parameters), rate, blob, set);
     }
 
-    std::span<const std::uint8_t> bytes() const { return { static_cast<const std::uint8_t*> (blob.getData()), blob.getSize() }; }
+    std::span<const std::uint8_t> bytes() const
+    {
+        return { static_cast<const std::uint8_t*> (blob.getData()), blob.getSize() };
+    }
     std::string error() const { return result.getErrorMessage().toStdString(); }
 
     juce::Result result = juce::Result::fail ("untouched");

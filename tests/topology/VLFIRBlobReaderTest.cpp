@@ -76,8 +76,10 @@ TEST (VLFIRBlobReader, EveryOffsetAndCountIsChecked)
 
     EXPECT_EQ (Texts { "channel 0: high-rate taps begin at 112 instead of 108" }, problemsWith (12 + 32, 112));
     EXPECT_EQ ((Texts { "channel 0: high-rate taps begin at 4294967295 instead of 108",
-                        "channel 0: high-rate taps, 4 from 4294967295, reach beyond the end at 156" }), problemsWith (12 + 32, highest));
-    EXPECT_EQ ((Texts { "channel 1: low-rate taps, 4294967295 from 148, reach beyond the end at 156" }), problemsWith (60 + 40, highest));
+                        "channel 0: high-rate taps, 4 from 4294967295, reach beyond the end at 156" }),
+               problemsWith (12 + 32, highest));
+    EXPECT_EQ ((Texts { "channel 1: low-rate taps, 4294967295 from 148, reach beyond the end at 156" }),
+               problemsWith (60 + 40, highest));
     EXPECT_EQ (Texts { "4 bytes follow the tap data" }, problemsWith (60 + 40, 1));
 
     Bytes tooLong (4 * VFIIR2::SFilterBlock::words + 4);
@@ -86,7 +88,8 @@ TEST (VLFIRBlobReader, EveryOffsetAndCountIsChecked)
 
     Bytes shortened = makeBlob();
     shortened.pop_back();
-    EXPECT_EQ (Texts { "channel 1: low-rate taps, 2 from 148, reach beyond the end at 155" }, read (shortened).problems);
+    EXPECT_EQ (Texts { "channel 1: low-rate taps, 2 from 148, reach beyond the end at 155" },
+               read (shortened).problems);
 }
 
 TEST (VLFIRBlobReader, EveryTruncationIsNoticed)

@@ -17,8 +17,8 @@ using veltra::test::FIRTestSource;
 
 using Lines = std::vector<std::string>;
 
-Conversion convert (IFIRSource& source, const std::string& taps, const Conversion::Settings& settings = {}, unsigned sampleRate = 48000,
-                    const char* generation = "VLFIR2")
+Conversion convert (IFIRSource& source, const std::string& taps, const Conversion::Settings& settings = {},
+                    unsigned sampleRate = 48000, const char* generation = "VLFIR2")
 {
     return { generation, source, "nbroffirtaps=" + taps, sampleRate, settings };
 }
@@ -35,7 +35,10 @@ FIRTestSource twoChannels()
     return FIRTestSource ({ channel (7, "FL", impulse (8000, 400)), channel (2, "FR", impulse (8000, 416, 0.5f)) });
 }
 
-bool contains (const Lines& lines, const std::string& line) { return std::count (lines.begin(), lines.end(), line) == 1; }
+bool contains (const Lines& lines, const std::string& line)
+{
+    return std::count (lines.begin(), lines.end(), line) == 1;
+}
 
 TEST (VLFIRHandler, TheBlobHoldsTheChannelsOfTheSource)
 {
@@ -90,8 +93,7 @@ TEST (VLFIRHandler, TapCountsThatCannotBeFailWithoutWork)
     auto source = twoChannels();
 
     for (const char* taps : { "0", "-5", "many" })
-        EXPECT_EQ ("Required topology parameter out of range",
-                   convert (source, taps).error()) << taps;
+        EXPECT_EQ ("Required topology parameter out of range", convert (source, taps).error()) << taps;
 
     // 3 + 2 * 8 + 2 * 2 * T words of 132364, 3 + 2 * 12 + 2 * 2 * T words of 198220
     EXPECT_TRUE (convert (source, "33086", {}, 48000, "VLFIR").result.wasOk());
@@ -109,7 +111,12 @@ TEST (VLFIRHandler, TapCountsThatCannotBeFailWithoutWork)
 
 TEST (VLFIRHandler, TheLargestBoostIsTakenFromAllChannels)
 {
-    struct Case { float gain_dB; Conversion::Settings settings; double attenuation_dB; };
+    struct Case
+    {
+        float gain_dB;
+        Conversion::Settings settings;
+        double attenuation_dB;
+    };
 
     for (const auto& [gain_dB, settings, attenuation_dB] : { Case { 7.5f, {}, 7.5 },
                                                              { -2.0f, {}, 0.0 },
@@ -139,7 +146,8 @@ TEST (VLFIRHandler, ClippedCoefficientsAreCountedAndNoFailure)
 
     source.channels[0].response[100] = std::numeric_limits<float>::quiet_NaN();
     EXPECT_TRUE (convert (source, "512").result.wasOk());
-    EXPECT_TRUE (contains (source.logged, "3 Total no of clipped coefficients: 1012")); // all 512 and the 8000 / 16 low-rate ones
+    EXPECT_TRUE (contains (source.logged,
+                           "3 Total no of clipped coefficients: 1012")); // all 512 and the 8000 / 16 low-rate ones
 }
 
 TEST (VLFIRHandler, ALateFilterIsWarnedOf)
@@ -162,23 +170,24 @@ TEST (VLFIRHandler, TheDumpWritesWhatAPersonComparesAndChangesNothing)
     const DumpFolder folder;
     const auto plain = convert (source, "1024", {}, 4000);
     source.logged.clear();
-    const auto dumped = convert (source, "1024",
-                                 { { "BlobPath", folder.file.getFullPathName().toRawUTF8() } }, 4000);
+    const auto dumped = convert (source, "1024", { { "BlobPath", folder.file.getFullPathName().toRawUTF8() } }, 4000);
     EXPECT_EQ (plain.blob, dumped.blob);
-    EXPECT_EQ (plain.blob, convert (source, "1024", { { "BlobPath", "/dev/null/dump" } }, 4000).blob) << "where it cannot be written";
-    EXPECT_TRUE (contains (source.logged, "2 VLFIR: Dumping files to path '" + folder.file.getFullPathName().toStdString() + "'"));
+    EXPECT_EQ (plain.blob, convert (source, "1024", { { "BlobPath", "/dev/null/dump" } }, 4000).blob)
+        << "where it cannot be written";
+    EXPECT_TRUE (contains (source.logged,
+                           "2 VLFIR: Dumping files to path '" + folder.file.getFullPathName().toStdString() + "'"));
 
     juce::StringArray names;
     for (const auto& file : folder.file.findChildFiles (juce::File::findFiles, false))
         names.add (file.getFileName());
     names.sort (false);
-    EXPECT_EQ ("FIR_HR_4000_..up.txt FIR_HR_4000_FL.txt FIR_HRfull_4000_..up.txt FIR_LR_4000_..up.txt FIR_LR_4000_FL.txt "
-               "FIR_VLFIR_4000_..up.txt FIR_VLFIR_4000_FL.txt FIR_full_4000_..up.txt FIR_full_4000_FL.txt blob_4000_1024.bin "
-               "sigIn_4000.txt sigOutMIMO_4000_..up.txt sigOutMIMO_4000_FL.txt sigOut_4000_..up.txt sigOut_4000_FL.txt",
-               names.joinIntoString (" ").toStdString());
+    EXPECT_EQ (
+        "FIR_HR_4000_..up.txt FIR_HR_4000_FL.txt FIR_HRfull_4000_..up.txt FIR_LR_4000_..up.txt FIR_LR_4000_FL.txt "
+        "FIR_VLFIR_4000_..up.txt FIR_VLFIR_4000_FL.txt FIR_full_4000_..up.txt FIR_full_4000_FL.txt blob_4000_1024.bin "
+        "sigIn_4000.txt sigOutMIMO_4000_..up.txt sigOutMIMO_4000_FL.txt sigOut_4000_..up.txt sigOut_4000_FL.txt",
+        names.joinIntoString (" ").toStdString());
 
-    const auto linesOf = [&] (const char* name)
-    {
+    const auto linesOf = [&] (const char* name) {
         juce::StringArray lines;
         lines.addLines (folder.file.getChildFile (name).loadFileAsString());
         return lines;

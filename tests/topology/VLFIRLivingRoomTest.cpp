@@ -49,7 +49,11 @@ std::array<double, 8> errorsOf (unsigned sampleRate, unsigned taps)
 /** The figures of docs/dual-rate.md. They may get better, and worse by no more than 3 dB. */
 TEST (VLFIRLivingRoom, TheErrorsStayWhereTheyWere)
 {
-    struct Figures { unsigned sampleRate, taps; std::array<double, 8> errors_dB; };
+    struct Figures
+    {
+        unsigned sampleRate, taps;
+        std::array<double, 8> errors_dB;
+    };
 
     for (const auto& wanted : { Figures { 44100, 1024, { -68.5, -68.5, -70.2, -70.7, -70.7, -71.5, -71.5, -61.4 } },
                                 Figures { 44100, 2048, { -73.0, -73.0, -73.0, -74.3, -74.3, -74.4, -74.4, -63.5 } },

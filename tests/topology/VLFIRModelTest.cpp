@@ -61,15 +61,17 @@ TEST (VLFIRModel, TheLowRatePathCarriesLowTonesAndNoHighOnes)
     channel.highRateTaps = VectorXf::Zero (4);
     channel.highRateDelay = 1u << 20; // far beyond the end
 
-    const auto tone = [] (double frequency)
-    {
-        return VectorXf (VectorXf::NullaryExpr (48000, [=] (Index i) { return float (std::sin (2.0 * std::numbers::pi * frequency * double (i) / 48000.0)); }));
+    const auto tone = [] (double frequency) {
+        return VectorXf (VectorXf::NullaryExpr (48000, [=] (Index i) {
+            return float (std::sin (2.0 * std::numbers::pi * frequency * double (i) / 48000.0));
+        }));
     };
 
     // 298 samples of delay in the two band limits, and 16.
     const VectorXf low = tone (500.0), played = simulate (low, channel);
-    EXPECT_LT ((played.segment (5314, 40000) - low.segment (5000, 40000)).cwiseAbs().maxCoeff(), 2e-3f); // twice 0.0066 dB
-    EXPECT_LT (simulate (tone (2000.0), channel).segment (5000, 40000).cwiseAbs().maxCoeff(), 3e-5f);    // -92.9 dB
+    EXPECT_LT ((played.segment (5314, 40000) - low.segment (5000, 40000)).cwiseAbs().maxCoeff(),
+               2e-3f);                                                                                // twice 0.0066 dB
+    EXPECT_LT (simulate (tone (2000.0), channel).segment (5000, 40000).cwiseAbs().maxCoeff(), 3e-5f); // -92.9 dB
 }
 
 TEST (VLFIRModel, TheResultEndsWithTheShorterPathAndTheImpulseResponseIsWhole)
@@ -120,12 +122,21 @@ TEST (VLFIRModel, AnImpulseOnTheGridComesOutAsAnImpulse298SamplesLater)
 
 TEST (VLFIRModel, ElsewhereTheSplitSetsTheLimit)
 {
-    struct Case { Index place; double expected_dB; };
+    struct Case
+    {
+        Index place;
+        double expected_dB;
+    };
 
     // Without room in front the part that would have to come before the first sample is lost; off the grid the
     // low-rate filter's ripple and aliases show, most half-way between two samples of the low rate.
-    for (const auto& [place, expected_dB] : { Case { 0, -17.3 }, { 16, -28.1 }, { 100, -47.2 }, { 200, -74.5 }, { 298, -75.2 },
-                                              { 401, -86.3 }, { 408, -74.8 } })
+    for (const auto& [place, expected_dB] : { Case { 0, -17.3 },
+                                              { 16, -28.1 },
+                                              { 100, -47.2 },
+                                              { 200, -74.5 },
+                                              { 298, -75.2 },
+                                              { 401, -86.3 },
+                                              { 408, -74.8 } })
     {
         const VectorXf h = impulse (48000, place);
         EXPECT_NEAR (expected_dB, error_dB (h, convert (h, 2048)), 0.5) << place;
@@ -160,7 +171,8 @@ TEST (VLFIRSplit, ShortResponsesAreFollowedByZeros)
 
 TEST (VLFIRSplit, AWindowThatReachesItsLimitSaysSo)
 {
-    VLFIRSplitter splitter (1024); // the offset goes up to 768 - 298 = 470; an impulse at 409 + 470 still meets the apex
+    VLFIRSplitter splitter (
+        1024); // the offset goes up to 768 - 298 = 470; an impulse at 409 + 470 still meets the apex
     EXPECT_FALSE (splitter.split (impulse (8000, 870)).cutOutAtLimit);
     const auto late = splitter.split (impulse (8000, 4000));
     EXPECT_TRUE (late.cutOutAtLimit);

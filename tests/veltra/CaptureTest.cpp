@@ -16,7 +16,8 @@ TEST (CaptureRecorder, WhatExceedsTheRoomIsCountedAndDropped)
     recorder.OnCaptureData (packet, 4);
     recorder.OnCaptureData (packet, -1);
     recorder.OnCaptureData (nullptr, 0);
-    EXPECT_EQ ((std::vector<float> { 0.1f, -0.5f, 0.1f }), std::vector<float> (recorder.samples().begin(), recorder.samples().end()));
+    EXPECT_EQ ((std::vector<float> { 0.1f, -0.5f, 0.1f }),
+               std::vector<float> (recorder.samples().begin(), recorder.samples().end()));
     EXPECT_EQ (3u, recorder.overflow());
     EXPECT_EQ (0.5f, recorder.takePeak());
 }

@@ -11,10 +11,11 @@ namespace {
 /** A design whose parts are known: taps that are a decaying tone, and no sections. */
 dsp::FIIRDesign tone (float gain)
 {
-    return { Eigen::VectorXf::NullaryExpr (1000, [gain] (Eigen::Index i)
-             {
-                 return gain * std::exp (-0.02f * static_cast<float> (i)) * std::cos (0.13f * static_cast<float> (i));
-             }),
+    return { Eigen::VectorXf::NullaryExpr (1000,
+                                           [gain] (Eigen::Index i) {
+                                               return gain * std::exp (-0.02f * static_cast<float> (i))
+                                                      * std::cos (0.13f * static_cast<float> (i));
+                                           }),
              {} };
 }
 

@@ -1,7 +1,7 @@
 #include <limits>
 
-#include "dsp/FIIRDesign.h"
 #include "dsp/FftConvolve.h"
+#include "dsp/FIIRDesign.h"
 #include "dsp/ParallelSections.h"
 #include "tests/support/Measured.h"
 #include "tests/veltra/WithReceiver.h"
@@ -29,10 +29,13 @@ TEST_F (EndToEnd, TheLivingRoomArrivesByteForByte)
     startReceiver();
     auto ending = veltra ({ "info", "--log", path ("log"), "--log-level", "INFO" });
     expectSuccess (ending);
-    expectParts (ending.out, { "Morvane, Theatre 71, Main Zone", "MV71-004209", "44100 48000 96000 Hz", "SW           number 3 ",
-                               "0  FL           number 0    loudspeaker  EQ", "BR           number 7    loudspeaker  no EQ", "up to 12 dB",
-                               "3  empty", "sweep, 96000 Hz: ", "sub, 44100, 48000, 96000 Hz: " });
-    EXPECT_TRUE (read (path ("log")).ends_with ("] Device is specified as TCP:" + theReceiver->address() + ", skipping UPnP search\n"));
+    expectParts (ending.out,
+                 { "Morvane, Theatre 71, Main Zone", "MV71-004209", "44100 48000 96000 Hz", "SW           number 3 ",
+                   "0  FL           number 0    loudspeaker  EQ", "BR           number 7    loudspeaker  no EQ",
+                   "up to 12 dB", "3  empty", "sweep, 96000 Hz: ", "sub, 44100, 48000, 96000 Hz: " });
+    EXPECT_TRUE (
+        read (path ("log"))
+            .ends_with ("] Device is specified as TCP:" + theReceiver->address() + ", skipping UPnP search\n"));
 
     ending = veltra ({ "download", "--slot", "1", importRoom() });
     expectSuccess (ending);
@@ -73,7 +76,9 @@ TEST_F (EndToEnd, ADualRateDownloadOfTwelveChannelsIsWhatConvertMakes)
     for (const char* const rate : { "44100", "48000", "96000" })
         for (const std::string channel : { "FL", "FR", "C", "SW", "SL", "SR", "BL", "BR", "TFL", "TFR", "TBL", "TBR" })
             map += channel + " " + rate + " "
-                   + std::filesystem::absolute (roomFile (channel.substr (channel[0] == 'T' ? 1 : 0) + "_" + rate)).string() + "\n";
+                   + std::filesystem::absolute (roomFile (channel.substr (channel[0] == 'T' ? 1 : 0) + "_" + rate))
+                         .string()
+                   + "\n";
 
     write ("map.txt", map);
     ASSERT_EQ (0, plainVeltra ({ "import", "-o", path ("room.xml"), "--map", path ("map.txt") }).status);
@@ -85,7 +90,8 @@ TEST_F (EndToEnd, ADualRateDownloadOfTwelveChannelsIsWhatConvertMakes)
     for (const auto& block : blocks)
     {
         const auto ending = plainVeltra ({ "convert", "--force", path ("room.xml"), "--topology", "VLFIR2", "--rate",
-                                   std::to_string (block.sampleRate), "--taps", "2048", "--latency", "256", "-o", path ("blob") });
+                                           std::to_string (block.sampleRate), "--taps", "2048", "--latency", "256",
+                                           "-o", path ("blob") });
         EXPECT_EQ (0, ending.status) << ending.err;
         EXPECT_EQ (12 + 12 * (48 + 2 * 2048 * 4), block.bytes.size());
         EXPECT_TRUE (read (path ("blob")) == block.bytes) << block.sampleRate;
@@ -97,13 +103,14 @@ TEST_F (EndToEnd, ARefusedDownloadEndsWithTheReceiversWords)
     startReceiver();
     importRoom();
 
-    for (const auto& [fault, words] : { std::pair ("refuse LoadFilter 1 'The memory is worn out'", "The memory is worn out"),
-                                        std::pair ("refuse FilterDataChunk 7 'No room'", "No room"),
-                                        std::pair ("lose FilterDataChunk 3", "Filter data send failed, timeout") })
+    for (const auto& [fault, words] :
+         { std::pair ("refuse LoadFilter 1 'The memory is worn out'", "The memory is worn out"),
+           std::pair ("refuse FilterDataChunk 7 'No room'", "No room"),
+           std::pair ("lose FilterDataChunk 3", "Filter data send failed, timeout") })
     {
         setFaults (fault);
-        expectOneSentence (veltra ({ "download", "--slot", "0", path ("room.xml"), "--setting", "FilterDataChunkRetries=1",
-                                     "--setting", "FilterDataChunkTimeout=100" }),
+        expectOneSentence (veltra ({ "download", "--slot", "0", path ("room.xml"), "--setting",
+                                     "FilterDataChunkRetries=1", "--setting", "FilterDataChunkTimeout=100" }),
                            kExitReceiver, std::string ("The receiver did not take the filters: ") + words + ".\n");
     }
 
@@ -140,11 +147,13 @@ protected:
     /** What comes back of a sweep at 48000 Hz. */
     Eigen::VectorXf measure (const std::string& channel)
     {
-        const auto ending = veltra ({ "measure", "--force", "--channel", channel, "--tail", "2", "-o", path ("capture.wav") });
+        const auto ending =
+            veltra ({ "measure", "--force", "--channel", channel, "--tail", "2", "-o", path ("capture.wav") });
         expectSuccess (ending);
         EXPECT_EQ (std::string::npos, ending.out.find ("missing")) << ending.out;
         EXPECT_FALSE (theReceiver->measurement().isMeasuring);
-        return tools::deconvolve (audio (path ("capture.wav")), stimulusOf (receiver::shippedProfile ("seven-one"), 48000));
+        return tools::deconvolve (audio (path ("capture.wav")),
+                                  stimulusOf (receiver::shippedProfile ("seven-one"), 48000));
     }
 
     void filterBySlot (const std::string& slot)
@@ -175,8 +184,8 @@ TEST_F (Measuring, ADesignedFilterIsHeardAsItWasDesigned)
     profile.topologyInfo.mutable_topologies (1)->set_information ("NbrOfFIRTaps=1000;NbrOfIIRSections=30");
     startReceiver (profile, inTheRoom (20.0));
 
-    const auto ending = plainVeltra ({ "design", roomFile ("FL_48000"), roomFile ("FR_48000"), "-o", path ("designed.xml"),
-                                       "--taps", "1000", "--sections", "30" });
+    const auto ending = plainVeltra ({ "design", roomFile ("FL_48000"), roomFile ("FR_48000"), "-o",
+                                       path ("designed.xml"), "--taps", "1000", "--sections", "30" });
     ASSERT_EQ (0, ending.status) << ending.err;
     expectSuccess (veltra ({ "download", "--slot", "1", path ("designed.xml") }));
     filterBySlot ("1");
@@ -186,7 +195,8 @@ TEST_F (Measuring, ADesignedFilterIsHeardAsItWasDesigned)
     filter.head (wanted.size()) = wanted;
     const auto design = dsp::designFIIR (filter, 1000, 30, 48000.0);
     filter << design.fir, dsp::impulseResponse (design.sections, 47000).cast<float>();
-    EXPECT_LT (difference_dB (measure ("FR"), dsp::fftConvolve (audio (roomFile ("measured_FR_48000")), filter)), -80.0);
+    EXPECT_LT (difference_dB (measure ("FR"), dsp::fftConvolve (audio (roomFile ("measured_FR_48000")), filter)),
+               -80.0);
 }
 
 TEST_F (Measuring, DualRateReceiversPlayTheCorrectionToo)
@@ -205,7 +215,8 @@ TEST_F (Measuring, DualRateReceiversPlayTheCorrectionToo)
         }
 
         startReceiver (profile, inTheRoom (20.0));
-        expectSuccess (veltra ({ "download", "--slot", "0", path ("room.xml"), "--setting", "MaxFilterAttenuation=0" }));
+        expectSuccess (
+            veltra ({ "download", "--slot", "0", path ("room.xml"), "--setting", "MaxFilterAttenuation=0" }));
         filterBySlot ("0");
 
         // The structure's own error is -74 dB of energy, spread over a response of half a second.
@@ -223,13 +234,15 @@ TEST_F (Measuring, CtrlCStopsTheStimulusAndLeavesTheMode)
         waitFor ("out", " packets");
         sendSignal (number);
         expectOneSentence (finish(), kExitCancelled, "Cancelled; nothing was written.");
-        EXPECT_FALSE (std::filesystem::exists (path ("capture.wav")) || std::filesystem::exists (path ("capture.wav.part")));
+        EXPECT_FALSE (std::filesystem::exists (path ("capture.wav"))
+                      || std::filesystem::exists (path ("capture.wav.part")));
         EXPECT_EQ (1u, theReceiver->messageCount ("StopStimulus"));
         EXPECT_FALSE (theReceiver->measurement().isMeasuring);
 
         veltraio::StartStimulus stimulus;
         stimulus.ParseFromString (theReceiver->messages ("StartStimulus").at (0).body);
-        EXPECT_EQ (std::vector<std::uint32_t> ({ 3, 1 }), std::vector<std::uint32_t> (stimulus.channels().begin(), stimulus.channels().end()));
+        EXPECT_EQ (std::vector<std::uint32_t> ({ 3, 1 }),
+                   std::vector<std::uint32_t> (stimulus.channels().begin(), stimulus.channels().end()));
     }
 }
 
@@ -245,11 +258,13 @@ TEST_F (Measuring, AMinuteAt96000HzComesWholeAtTwentyTimesRealTime)
     options.measurement.room = {}; // a plain delay, so that every sample can be compared
     startReceiver (profile, std::move (options));
 
-    const Words command { "measure", "--channel", "C", "--stimulus", "noise", "--rate", "96000", "--longest", "90", "-o", path ("minute.wav") };
+    const Words command { "measure",   "--channel", "C",  "--stimulus",       "noise", "--rate", "96000",
+                          "--longest", "90",        "-o", path ("minute.wav") };
     const auto ending = veltra (command);
     expectSuccess (ending);
     expectParts (ending.out, { " s at 96000 Hz in " });
-    EXPECT_LT (difference_dB (audio (path ("minute.wav")), stimulusOf (profile, 96000, veltraio::Stimulus_kNoise)), -100.0);
+    EXPECT_LT (difference_dB (audio (path ("minute.wav")), stimulusOf (profile, 96000, veltraio::Stimulus_kNoise)),
+               -100.0);
     expectOneSentence (veltra (command), kExitOutput, "--force");
 }
 

@@ -24,7 +24,8 @@ protected:
         const auto output = "receiver" + std::to_string (receivers.size());
         options.insert (options.begin(), VELTRA_RECEIVER_PROGRAM);
         home->run ([&] { receivers.push_back (std::make_unique<ChildProcess> (options, path (output).string())); });
-        waitFor (output, std::find (options.begin(), options.end(), "--announce") == options.end() ? "Listening on " : "Announced as ");
+        waitFor (output, std::find (options.begin(), options.end(), "--announce") == options.end() ? "Listening on "
+                                                                                                   : "Announced as ");
         const auto text = read (path (output));
         const auto start = text.find ("Listening on ") + 13;
         return text.substr (start, text.find ('\n', start) - start);
@@ -34,15 +35,20 @@ protected:
     void announce (const std::string& address, const std::string& name)
     {
         const auto port = std::stoi (address.substr (address.find (':') + 1));
-        home->run ([&] { announcements.push_back (std::make_unique<FakeDevice> (FakeDevice::Options
-            { .address = "127.0.0.1", .usn = "uuid:" + name, .description = FakeDevice::ours (name, port) })); });
+        home->run ([&] {
+            announcements.push_back (std::make_unique<FakeDevice> (FakeDevice::Options {
+                .address = "127.0.0.1", .usn = "uuid:" + name, .description = FakeDevice::ours (name, port) }));
+        });
     }
 
     Ending veltra (std::vector<std::string> arguments)
     {
         arguments.insert (arguments.begin(), VELTRA_PROGRAM);
         Ending ending;
-        home->run ([&] { start (arguments); ending = finish(); });
+        home->run ([&] {
+            start (arguments);
+            ending = finish();
+        });
         return ending;
     }
 
@@ -61,8 +67,10 @@ TEST_F (Find, ReceiversOfOneMachineAreListedWithNameAddressAndModel)
     const auto ending = veltra ({ "find", "--timeout", "5000", "--log", path ("log"), "--log-level", "DEBUG" });
 
     EXPECT_EQ (ending.status, kExitOk) << ending.err;
-    EXPECT_TRUE (contains (ending.out, "Left & <right>          " + left + "         Morvane Stereo 2\n")) << ending.out;
-    EXPECT_TRUE (contains (ending.out, "Stereo 2                " + right + "         Morvane Stereo 2\n")) << ending.out;
+    EXPECT_TRUE (contains (ending.out, "Left & <right>          " + left + "         Morvane Stereo 2\n"))
+        << ending.out;
+    EXPECT_TRUE (contains (ending.out, "Stereo 2                " + right + "         Morvane Stereo 2\n"))
+        << ending.out;
     EXPECT_EQ (std::count (ending.out.begin(), ending.out.end(), '\n'), 2) << ending.out;
     EXPECT_TRUE (contains (read (path ("log")), "] Starting UPnP handler for IP 127.0.0.1\n"));
 }
@@ -82,7 +90,9 @@ TEST_F (Find, ACommandWithoutAnAddressChoosesNobodyWhereThereAreSeveralOrNone)
 {
     auto ending = veltra ({ "info", "--setting", "UPnPTimeout=300" });
     EXPECT_EQ (ending.status, kExitNoReceiver);
-    EXPECT_TRUE (contains (ending.err, "veltra: No receiver was found on the network; give an address with --device HOST:PORT.\n")) << ending.err;
+    EXPECT_TRUE (contains (ending.err,
+                           "veltra: No receiver was found on the network; give an address with --device HOST:PORT.\n"))
+        << ending.err;
 
     ending = veltra ({ "find", "--timeout", "300" });
     EXPECT_EQ (ending.status, kExitNoReceiver);
@@ -93,7 +103,8 @@ TEST_F (Find, ACommandWithoutAnAddressChoosesNobodyWhereThereAreSeveralOrNone)
     ending = veltra ({ "info", "--setting", "UPnPTimeout=1500" });
     EXPECT_EQ (ending.status, kExitNoReceiver);
     EXPECT_TRUE (contains (ending.err, "First") && contains (ending.err, "Second")) << ending.err;
-    EXPECT_TRUE (contains (ending.err, "veltra: Several receivers were found on the network; choose one with --device HOST:PORT.\n"))
+    EXPECT_TRUE (contains (
+        ending.err, "veltra: Several receivers were found on the network; choose one with --device HOST:PORT.\n"))
         << ending.err;
     EXPECT_TRUE (contains (ending.err, "127.0.0.1:1             does not answer")) << ending.err;
 }

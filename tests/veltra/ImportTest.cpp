@@ -76,13 +76,16 @@ TEST_F (Import, ChannelsAreNumberedAsTheyAppearAndTheirLoudestRateCounts)
     EXPECT_EQ (44100u, left.responses[0].sampleRate);
     EXPECT_EQ ((std::vector<float> { 0.0f, 0.0f, -2.0f, 0.0f }), left.responses[1].taps);
 
-    EXPECT_NE (std::string::npos, report.str().find ("4 samples, peak at      2 (0.04 ms), largest gain +6.02 dB")) << report.str();
+    EXPECT_NE (std::string::npos, report.str().find ("4 samples, peak at      2 (0.04 ms), largest gain +6.02 dB"))
+        << report.str();
     EXPECT_EQ ("Note: channel SW has no response at 44100 Hz, others have.\n", notes.str());
 }
 
 TEST_F (Import, AnOrderNumbersTheChannelsWhateverTheOrderOfTheFiles)
 {
-    const std::vector<ImpulseFile> files { { "SW", 48000, "a" }, { "FL", 48000, "b" }, { "SW", 44100, "c" }, { "C", 48000, "d" } };
+    const std::vector<ImpulseFile> files {
+        { "SW", 48000, "a" }, { "FL", 48000, "b" }, { "SW", 44100, "c" }, { "C", 48000, "d" }
+    };
 
     std::string places;
 
@@ -91,7 +94,8 @@ TEST_F (Import, AnOrderNumbersTheChannelsWhateverTheOrderOfTheFiles)
 
     EXPECT_EQ ("FL1 SW12 C13 ", places);
 
-    for (const char* const order : { "FL,SW", "FL,SW,C,X", "FL,FL,SW,C", "FL=2,SW=2,C", "FL=0,SW,C", "FL=x,SW,C", "FL,,SW,C", "FL,SW,=3" })
+    for (const char* const order :
+         { "FL,SW", "FL,SW,C,X", "FL,FL,SW,C", "FL=2,SW=2,C", "FL=0,SW,C", "FL=x,SW,C", "FL,,SW,C", "FL,SW,=3" })
         EXPECT_NE ("no failure", failureOf ([&] { numberChannels (files, order); }, kExitUsage)) << order;
 }
 
@@ -101,7 +105,8 @@ TEST_F (Import, NamesAndMappingsTellChannelAndRate)
     EXPECT_EQ ("Front left_2", file.channel);
     EXPECT_EQ (192000u, file.sampleRate);
 
-    for (const char* const name : { "FL.wav", "FL_.wav", "_48000.wav", "FL_48k.wav", "FL_0.wav", "FL_99999999.wav", "FL-48000.wav" })
+    for (const char* const name :
+         { "FL.wav", "FL_.wav", "_48000.wav", "FL_48k.wav", "FL_0.wav", "FL_99999999.wav", "FL-48000.wav" })
         EXPECT_NE ("no failure", failureOf ([&] { impulseFileFromName (name); }, kExitInput)) << name;
 
     writeWav ("left at 48.wav", 48000, { 1.0f });
@@ -165,7 +170,8 @@ TEST (PeakGain, IsThePeakOfTheResponseAlsoBetweenTheBins)
         for (int i = 0; i < length; ++i)
         {
             const double turn = 2.0 * std::numbers::pi * i / length;
-            response[static_cast<std::size_t> (i)] = static_cast<float> ((0.5 - 0.5 * std::cos (turn)) * std::sin (cycles * turn));
+            response[static_cast<std::size_t> (i)] =
+                static_cast<float> ((0.5 - 0.5 * std::cos (turn)) * std::sin (cycles * turn));
         }
 
         EXPECT_NEAR (20.0 * std::log10 (length / 4.0), peakGain_dB (response), 0.02) << cycles;
@@ -175,9 +181,11 @@ TEST (PeakGain, IsThePeakOfTheResponseAlsoBetweenTheBins)
 TEST_F (Import, ADescriptionReadsBackAsWhatItWas)
 {
     // Among the taps the ends of the range, and 7.038531e-26f, whose shortest text is read as a neighbour by way of double.
-    const std::vector<float> taps { 0.1f, -1.0f / 3.0f, 1e-45f, 1.17549435e-38f, 3.40282347e+38f, 16777217.0f, 7.038531e-26f,
-                                    -0.0f, 1.0f, 123456.789f };
-    FilterDescription description { "A & \"B\" <c>\n", "FIR", { { "L'1", 3, 1.0f / 3.0f, true, { { 44100, { 2.0f } }, { 48000, taps } } } } };
+    const std::vector<float> taps { 0.1f,          -1.0f / 3.0f, 1e-45f, 1.17549435e-38f, 3.40282347e+38f, 16777217.0f,
+                                    7.038531e-26f, -0.0f,        1.0f,   123456.789f };
+    FilterDescription description { "A & \"B\" <c>\n",
+                                    "FIR",
+                                    { { "L'1", 3, 1.0f / 3.0f, true, { { 44100, { 2.0f } }, { 48000, taps } } } } };
 
     std::ostringstream stream;
     writeFilterDescription (stream, description);

@@ -19,11 +19,11 @@ namespace {
 
 TEST (ChannelText, MarksAreReadFromTheEndAndNamesStayWhole)
 {
-    const auto check = [] (const char* text, const char* name, std::uint32_t number, bool subwoofer, bool takesFilter)
-    {
+    const auto check = [] (const char* text, const char* name, std::uint32_t number, bool subwoofer, bool takesFilter) {
         const auto channel = channelFromText (text);
         EXPECT_EQ (std::tie (channel.name, channel.number, channel.subwoofer, channel.takesFilter),
-                   std::make_tuple (std::string (name), number, subwoofer, takesFilter)) << text;
+                   std::make_tuple (std::string (name), number, subwoofer, takesFilter))
+            << text;
     };
 
     check ("FL#IDX00", "FL", 0, false, true);
@@ -42,7 +42,8 @@ TEST (DeviceAddress, HostAndPortBecomeTheSetting)
     EXPECT_EQ ("TCP:127.0.0.1:6000", deviceSetting ("127.0.0.1:6000"));
     EXPECT_EQ ("TCP:receiver.local:65535", deviceSetting ("TCP:receiver.local:65535"));
 
-    for (const char* const text : { "", "receiver", "receiver:", ":6000", "receiver:0", "receiver:65536", "receiver:6x", "TCP:receiver", "receiver:-1" })
+    for (const char* const text : { "", "receiver", "receiver:", ":6000", "receiver:0", "receiver:65536", "receiver:6x",
+                                    "TCP:receiver", "receiver:-1" })
         EXPECT_THROW (deviceSetting (text), Failure) << text;
 }
 
@@ -97,10 +98,10 @@ using ProgressShown = ScratchTest;
 
 TEST_F (ProgressShown, OnATerminalOneLineIsRedrawnAndEnded)
 {
-    const auto shown = [this] (const std::vector<double>& fractions)
-    {
+    const auto shown = [this] (const std::vector<double>& fractions) {
         {
-            const std::unique_ptr<std::FILE, decltype (&std::fclose)> file (std::fopen (path ("shown").c_str(), "w"), std::fclose);
+            const std::unique_ptr<std::FILE, decltype (&std::fclose)> file (std::fopen (path ("shown").c_str(), "w"),
+                                                                            std::fclose);
             Progress progress (file.get(), true);
 
             for (const double fraction : fractions)

@@ -27,8 +27,10 @@ TEST_F (Veltra, EveryKindOfFailureHasItsStatusAndItsSentence)
     expectOneSentence (veltra ({ "download", path ("filters.xml") }), kExitUsage, "--slot");
     expectOneSentence (veltra ({ "download", "--slot", "0", path ("nothing") }), kExitInput, "nothing");
     expectOneSentence (veltra ({ "info", "--device", "a:1", "--log", path ("filters.xml/log") }), kExitOutput, "log");
-    expectOneSentence (plainVeltra ({ "info", "--device", "a:1", "--module", path ("nothing") }), kExitModule, "nothing");
-    expectOneSentence (plainVeltra ({ "info", "--device", "a:1", "--module", path ("filters.xml") }), kExitModule, "could not be loaded");
+    expectOneSentence (plainVeltra ({ "info", "--device", "a:1", "--module", path ("nothing") }), kExitModule,
+                       "nothing");
+    expectOneSentence (plainVeltra ({ "info", "--device", "a:1", "--module", path ("filters.xml") }), kExitModule,
+                       "could not be loaded");
 
     profile.unit.mutable_devices (0)->mutable_filterslots (1)->set_isoccupied (true);
     profile.topologyInfo.mutable_topologies (1)->set_name ("X");
@@ -52,8 +54,9 @@ TEST_F (Veltra, SlotsAreListedEmptiedAndReplaced)
     EXPECT_EQ ("   0  empty\n   1  \"Old\": FL FR\n", veltra ({ "slots" }).out);
     EXPECT_EQ ("Slot 0 was empty already.\n", veltra ({ "remove", "--slot", "0" }).out);
 
-    ASSERT_EQ (0, plainVeltra ({ "design", roomFile ("FL_48000"), roomFile ("FR_48000"), "-o", path ("room.xml"), "--project", "New",
-                                 "--taps", "99", "--sections", "9" }).status);
+    ASSERT_EQ (0, plainVeltra ({ "design", roomFile ("FL_48000"), roomFile ("FR_48000"), "-o", path ("room.xml"),
+                                 "--project", "New", "--taps", "99", "--sections", "9" })
+                      .status);
     const auto ending = veltra ({ "download", "--slot", "1", "--replace", path ("room.xml") });
     EXPECT_EQ (0, ending.status) << ending.err;
     EXPECT_TRUE (ending.out.ends_with ("Slot 1 holds \"New\": FL FR\n")) << ending.out;
@@ -92,8 +95,7 @@ TEST_F (Veltra, ASignalDuringTheSearchLeavesNothingBehind)
 
 TEST_F (Veltra, AMeasurementThatFailsLeavesTheModeAndWritesNothing)
 {
-    const auto measure = [&] (Words words)
-    {
+    const auto measure = [&] (Words words) {
         words.insert (words.begin(), { "measure", "-o", path ("capture.wav") });
         return veltra (words);
     };
@@ -104,7 +106,8 @@ TEST_F (Veltra, AMeasurementThatFailsLeavesTheModeAndWritesNothing)
     expectOneSentence (measure ({ "--channel", "FL" }), kExitReceiver, "does not stream");
 
     startReceiver();
-    expectOneSentence (measure ({ "--channel", "XX" }), kExitUsage, "no channel XX; it has FL, FR, C, SW, SL, SR, BL, BR.");
+    expectOneSentence (measure ({ "--channel", "XX" }), kExitUsage,
+                       "no channel XX; it has FL, FR, C, SW, SL, SR, BL, BR.");
     expectOneSentence (measure ({ "--channel", "8" }), kExitUsage, "no channel 8");
     expectOneSentence (measure ({ "--channel", "FL", "--rate", "88200" }), kExitUsage, "no stimulus sweep at 88200 Hz");
     expectOneSentence (measure ({ "--channel", "FL", "--stimulus", "music" }), kExitUsage, "--stimulus");
@@ -168,10 +171,11 @@ protected:
         return plainVeltra (words);
     }
 
-    Ending convert (const std::string& topology, const std::string& rate, const std::string& taps, const Words& options = {},
-                    const std::string& description = "room.xml")
+    Ending convert (const std::string& topology, const std::string& rate, const std::string& taps,
+                    const Words& options = {}, const std::string& description = "room.xml")
     {
-        Words words { "convert", "--force", path (description), "--topology", topology, "--rate", rate, "--taps", taps, "-o", path ("blob") };
+        Words words { "convert", "--force", path (description), "--topology", topology, "--rate", rate, "--taps",
+                      taps,      "-o",      path ("blob") };
         words.insert (words.end(), options.begin(), options.end());
         return plainVeltra (words);
     }
@@ -195,7 +199,8 @@ TEST_F (Conversion, ToFIRKeepsTheSamplesOfTheImport)
 
     fs::remove (path ("blob"));
     write ("filters.xml", "<Veltra/>");
-    expectOneSentence (convert ("FIR", "96000", "9"), kExitConversion, "No filter response for channel FL at 96000 Hz.");
+    expectOneSentence (convert ("FIR", "96000", "9"), kExitConversion,
+                       "No filter response for channel FL at 96000 Hz.");
     expectOneSentence (convert ("FIR", "48000", "9", {}, "filters.xml"), kExitInput, "is no filter description");
     expectOneSentence (convert ("IIR", "48000", "9"), kExitUsage, "IIR");
     EXPECT_FALSE (fs::exists (path ("blob")));
@@ -204,15 +209,20 @@ TEST_F (Conversion, ToFIRKeepsTheSamplesOfTheImport)
 TEST_F (Conversion, TellsWhatTheDeviceWillPlay)
 {
     ASSERT_EQ (0, import ({ roomFile ("FL_48000"), roomFile ("SW_48000") }).status);
-    auto ending = convert ("VLFIR2", "48000", "2048", { "--plot", path ("plot.svg"), "--dump", path ("dump"), "--setting", "MaxFilterAttenuation=6" });
+    auto ending =
+        convert ("VLFIR2", "48000", "2048",
+                 { "--plot", path ("plot.svg"), "--dump", path ("dump"), "--setting", "MaxFilterAttenuation=6" });
     expectSuccess (ending);
-    expectParts (ending.out, { "\nFL            0    298     6.0        0   -74.0", "\nSW            0    298     6.0        0   -63.7" });
+    expectParts (ending.out, { "\nFL            0    298     6.0        0   -74.0",
+                               "\nSW            0    298     6.0        0   -63.7" });
     EXPECT_EQ (read (path ("blob")), read (path ("dump/blob_48000_2048.bin")));
     expectParts (read (path ("plot.svg")), { "</svg>" });
 
     ending = plainVeltra ({ "inspect", path ("blob") });
     EXPECT_EQ (0, ending.status);
-    EXPECT_TRUE (ending.out.starts_with (path ("blob").string() + ": VLFIR2, 32876 bytes, 48000 Hz, 2 channels\nchannel 0: word 0 (id 0), gain -6.00 dB, "))
+    EXPECT_TRUE (ending.out.starts_with (
+        path ("blob").string()
+        + ": VLFIR2, 32876 bytes, 48000 Hz, 2 channels\nchannel 0: word 0 (id 0), gain -6.00 dB, "))
         << ending.out;
     EXPECT_TRUE (ending.out.ends_with ("\nEvery offset and count fits the file.\n")) << ending.out;
 
@@ -221,14 +231,14 @@ TEST_F (Conversion, TellsWhatTheDeviceWillPlay)
     expectParts (ending.out, { "wrong: channel 1: low-rate taps, 2048 from 24684, reach beyond the end at 32000\n" });
     expectOneSentence (ending, kExitInput, "is no sound blob");
     expectOneSentence (plainVeltra ({ "inspect", path ("nothing") }), kExitInput, "nothing");
-    expectOneSentence (convert ("VLFIR2", "48000", "2048", { "--plot", path ("plot.jpg") }), kExitUsage, ".svg or .png");
+    expectOneSentence (convert ("VLFIR2", "48000", "2048", { "--plot", path ("plot.jpg") }), kExitUsage,
+                       ".svg or .png");
 }
 
 TEST_F (Conversion, AFilterThatBeginsAtOnceIsNotedForTheDualRateStructures)
 {
     writeFloatWav (path ("FL_48000.wav"), 48000, std::vector<float> { 0.5f, 0.25f });
-    const auto noteFor = [&] (const std::string& topology, const std::string& leadIn)
-    {
+    const auto noteFor = [&] (const std::string& topology, const std::string& leadIn) {
         EXPECT_EQ (0, import ({ path ("FL_48000.wav") }, { "--lead-in", leadIn }).status);
         return convert (topology, "48000", "1024").err;
     };
@@ -246,7 +256,8 @@ TEST_F (Conversion, AFilterThatBeginsAtOnceIsNotedForTheDualRateStructures)
 TEST_F (Conversion, TheSampleRoomImportsToTheSameTextWhateverTheOrderOfTheFiles)
 {
     const Words options { "--project", "Living room", "--channels", "FL,SW" };
-    const auto ending = import ({ roomFile ("FL_48000"), roomFile ("SW_48000"), roomFile ("FL_44100"), roomFile ("SW_44100") }, options);
+    const auto ending = import (
+        { roomFile ("FL_48000"), roomFile ("SW_48000"), roomFile ("FL_44100"), roomFile ("SW_44100") }, options);
     expectSuccess (ending);
     EXPECT_EQ (5, std::ranges::count (ending.out, '\n')) << ending.out;
     EXPECT_TRUE (ending.out.starts_with ("FL    44100 Hz   16384 samples, peak at ")) << ending.out;
@@ -255,17 +266,21 @@ TEST_F (Conversion, TheSampleRoomImportsToTheSameTextWhateverTheOrderOfTheFiles)
     import ({ roomFile ("SW_44100"), roomFile ("SW_48000"), roomFile ("FL_44100"), roomFile ("FL_48000") }, options);
     EXPECT_NE ("", text);
     EXPECT_EQ (text, read (path ("room.xml")));
-    expectOneSentence (plainVeltra ({ "import", "-o", path ("room.xml"), roomFile ("FL_48000") }), kExitOutput, "--force");
+    expectOneSentence (plainVeltra ({ "import", "-o", path ("room.xml"), roomFile ("FL_48000") }), kExitOutput,
+                       "--force");
 }
 
 // Once the design is made beforehand and copied, once it is made in the conversion, from a description of FIR sets.
 TEST_F (Conversion, BothRoadsToADesignGiveTheSameBytes)
 {
-    const Words design { "design", roomFile ("FL_48000"), roomFile ("SW_48000"), "-o", path ("designed.xml"), "--taps", "1000",
-                         "--sections", "12", "--plot", path ("it's.svg") };
+    const Words design { "design", roomFile ("FL_48000"), roomFile ("SW_48000"),
+                         "-o",     path ("designed.xml"), "--taps",
+                         "1000",   "--sections",          "12",
+                         "--plot", path ("it's.svg") };
     const auto ending = plainVeltra (design);
     ASSERT_EQ (0, ending.status) << ending.err;
-    expectParts (ending.out, { "FL at 48000 Hz: error -", "     31     62    125    250    500     1k     2k     4k     8k    16k  Hz\n" });
+    expectParts (ending.out, { "FL at 48000 Hz: error -",
+                               "     31     62    125    250    500     1k     2k     4k     8k    16k  Hz\n" });
     expectParts (read (path ("it's-FL_48000.svg")), { "</svg>" });
     expectOneSentence (plainVeltra (design), kExitOutput, "--force");
 
@@ -277,14 +292,14 @@ TEST_F (Conversion, BothRoadsToADesignGiveTheSameBytes)
     EXPECT_TRUE (copied == read (path ("blob")));
 
     const Words impossible { "design", roomFile ("FL_48000"), "-o", path ("none.xml") };
-    const auto with = [&] (const std::string& option, const std::string& value)
-    {
+    const auto with = [&] (const std::string& option, const std::string& value) {
         auto words = impossible;
         words.insert (words.end(), { option, value });
         return plainVeltra (words);
     };
-    expectOneSentence (with ("--taps", "48000"), kExitConversion, "No FIIR design for channel FL at 48000 Hz: the response has 48000 samples, "
-                                                                  "which does not exceed the 48000 taps to keep.\n");
+    expectOneSentence (with ("--taps", "48000"), kExitConversion,
+                       "No FIIR design for channel FL at 48000 Hz: the response has 48000 samples, "
+                       "which does not exceed the 48000 taps to keep.\n");
     expectOneSentence (with ("--sections", "300"), kExitUsage, "");
     EXPECT_FALSE (fs::exists (path ("none.xml")));
 }

@@ -24,7 +24,8 @@ protected:
     WithReceiver() { std::filesystem::create_directory (path ("tmp")); }
     ~WithReceiver() override { EXPECT_TRUE (std::filesystem::is_empty (path ("tmp"))); }
 
-    void startReceiver (receiver::Profile profile = receiver::shippedProfile ("seven-one"), receiver::Receiver::Options options = {})
+    void startReceiver (receiver::Profile profile = receiver::shippedProfile ("seven-one"),
+                        receiver::Receiver::Options options = {})
     {
         theReceiver = std::make_unique<receiver::Receiver> (std::move (profile), std::move (options));
     }

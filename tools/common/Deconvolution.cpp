@@ -38,8 +38,10 @@ Eigen::VectorXf deconvolve (const Eigen::VectorXf& capture, const Eigen::VectorX
     const auto played = transformed (fft, stimulus, size);
 
     double strongest = 0.0;
+
     for (const auto& bin : played)
         strongest = std::max (strongest, std::norm (bin));
+
     for (std::size_t i = 0; i < response.size(); ++i)
         response[i] = std::norm (played[i]) > kLeastEnergy * strongest ? response[i] / played[i] : 0.0;
 

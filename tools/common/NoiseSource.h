@@ -17,7 +17,10 @@ public:
 
     explicit NoiseSource (double level_dBFS, std::uint32_t seed = kSeed) noexcept
         // A uniform distribution between -p and p has an RMS value of p / sqrt (3).
-        : peak (static_cast<float> (std::sqrt (3.0) * std::pow (10.0, level_dBFS / 20.0))), state (seed) {}
+        : peak (static_cast<float> (std::sqrt (3.0) * std::pow (10.0, level_dBFS / 20.0))),
+          state (seed)
+    {
+    }
 
     float next() noexcept
     {

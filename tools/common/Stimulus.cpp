@@ -22,6 +22,7 @@ Stimulus defaults (Stimulus::Kind kind, std::uint32_t sampleRate)
     Stimulus stimulus;
     stimulus.kind = kind;
     stimulus.sampleRate = sampleRate;
+
     if (kind == Stimulus::Kind::sweep)
     {
         stimulus.seconds = 4.0;
@@ -35,6 +36,7 @@ Stimulus defaults (Stimulus::Kind kind, std::uint32_t sampleRate)
         stimulus.startFrequency = 30.0;
         stimulus.endFrequency = 90.0;
     }
+
     return stimulus;
 }
 
@@ -43,10 +45,7 @@ unsigned sampleCount (double seconds, const Stimulus& stimulus)
     return static_cast<unsigned> (std::lround (seconds * stimulus.sampleRate));
 }
 
-double levelGain (const Stimulus& stimulus)
-{
-    return std::pow (10.0, stimulus.level_dBFS / 20.0);
-}
+double levelGain (const Stimulus& stimulus) { return std::pow (10.0, stimulus.level_dBFS / 20.0); }
 
 Eigen::VectorXf makeSweep (const Stimulus& stimulus)
 {
@@ -73,16 +72,18 @@ Eigen::VectorXf makeSubwooferLevel (const Stimulus& stimulus)
     const auto octaves = std::log2 (stimulus.endFrequency / stimulus.startFrequency);
     const auto count = static_cast<int> (std::floor (12.0 * octaves)) + 1;
     const auto length = static_cast<Eigen::Index> (sampleCount (stimulus.seconds, stimulus));
-    const Eigen::ArrayXd time = Eigen::ArrayXd::LinSpaced (length, 0.0, static_cast<double> (length - 1))
-                                / stimulus.sampleRate;
+    const Eigen::ArrayXd time =
+        Eigen::ArrayXd::LinSpaced (length, 0.0, static_cast<double> (length - 1)) / stimulus.sampleRate;
 
     Eigen::ArrayXd sum = Eigen::ArrayXd::Zero (length);
+
     for (int k = 0; k < count; ++k)
     {
         const auto frequency = stimulus.startFrequency * std::exp2 (k / 12.0);
         const auto phase = -std::numbers::pi * k * (k + 1) / count;
         sum += (2.0 * std::numbers::pi * frequency * time + phase).sin();
     }
+
     // Each sine has an RMS value of sqrt (1/2), and together they add in power.
     return (levelGain (stimulus) / std::sqrt (0.5 * count) * sum).cast<float>().matrix();
 }
@@ -97,6 +98,7 @@ std::optional<Stimulus> parseStimulus (unsigned kind, std::uint32_t sampleRate, 
         error = "there is no stimulus of kind " + std::to_string (kind);
         return {};
     }
+
     if (sampleRate < kMinSampleRate || sampleRate > kMaxSampleRate)
     {
         error = "the sample rate is out of range";
@@ -106,17 +108,19 @@ std::optional<Stimulus> parseStimulus (unsigned kind, std::uint32_t sampleRate, 
     const auto items = topology::parseParameters (veltraio::peerText (information));
     auto stimulus = defaults (static_cast<Stimulus::Kind> (kind), sampleRate);
     bool isGood = true;
-    const auto read = [&] (const char* key, auto& value, double least, double most)
-    {
+    const auto read = [&] (const char* key, auto& value, double least, double most) {
         if (! items.containsKey (key))
             return;
+
         const auto number = toDouble (items[key].toStdString());
+
         if (! (number >= least && number <= most))
         {
             error = std::string (key) + " is out of range";
             isGood = false;
             return;
         }
+
         value = static_cast<std::remove_reference_t<decltype (value)>> (number);
     };
 
@@ -127,11 +131,13 @@ std::optional<Stimulus> parseStimulus (unsigned kind, std::uint32_t sampleRate, 
     read ("EndFrequency", stimulus.endFrequency, 1.0, nyquist);
     read ("Level_dBFS", stimulus.level_dBFS, -200.0, 0.0);
     read ("Seed", stimulus.seed, 1.0, UINT32_MAX);
+
     if (isGood && stimulus.kind != Stimulus::Kind::noise && ! (stimulus.startFrequency < stimulus.endFrequency))
     {
         error = "StartFrequency is not below EndFrequency";
         isGood = false;
     }
+
     return isGood ? std::optional (stimulus) : std::nullopt;
 }
 

@@ -18,14 +18,16 @@ constexpr int kLongestWait_s = 5; ///< what UPnP lets a device make of larger va
 std::string escaped (std::string_view text)
 {
     std::string result;
+
     for (const char c : text)
         switch (c)
         {
             case '<': result += "&lt;"; break;
             case '>': result += "&gt;"; break;
             case '&': result += "&amp;"; break;
-            default:  result += c;
+            default: result += c;
         }
+
     return result;
 }
 
@@ -55,9 +57,11 @@ std::string_view header (std::string_view message, std::string_view upperCaseNam
         const auto line = message.substr (0, message.find ('\n'));
         message.remove_prefix (std::min (line.size() + 1, message.size()));
         const auto colon = line.find (':');
+
         if (colon != line.npos && isSame (trimmed (line.substr (0, colon)), upperCaseName))
             return trimmed (line.substr (colon + 1));
     }
+
     return {};
 }
 
@@ -67,6 +71,7 @@ std::string Announcement::randomUuid()
 {
     std::random_device random;
     std::array<unsigned, 4> words;
+
     for (auto& word : words)
         word = random();
 
@@ -74,8 +79,8 @@ std::string Announcement::randomUuid()
     words[1] = (words[1] & 0xFFFF0FFFu) | 0x4000u;
     words[2] = (words[2] & 0x3FFFFFFFu) | 0x80000000u;
     std::array<char, 37> text;
-    std::snprintf (text.data(), text.size(), "%08x-%04x-%04x-%04x-%04x%08x", words[0], words[1] >> 16, words[1] & 0xFFFFu,
-                   words[2] >> 16, words[2] & 0xFFFFu, words[3]);
+    std::snprintf (text.data(), text.size(), "%08x-%04x-%04x-%04x-%04x%08x", words[0], words[1] >> 16,
+                   words[1] & 0xFFFFu, words[2] >> 16, words[2] & 0xFFFFu, words[3]);
     return text.data();
 }
 
@@ -86,13 +91,16 @@ std::string Announcement::description() const
 
     // The extension comes last: hosts stop there, and would not see the name behind it.
     return "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
-           "<root xmlns=\"urn:schemas-upnp-org:device-1-0\" xmlns:ext=\"" + std::string (isFeatures ? kFeaturesUrn : kPortUrn) + "\">\n"
-           "  <specVersion>\n    <major>1</major>\n    <minor>0</minor>\n  </specVersion>\n"
-           "  <device>\n"
-         + element ("deviceType", kDeviceType) + element ("friendlyName", friendlyName) + element ("manufacturer", manufacturer)
-         + element ("modelName", model) + element ("serialNumber", serialNumber) + element ("UDN", "uuid:" + uuid)
-         + (isFeatures ? element ("ext:x_features", "VeltraIO-" + number) : element ("ext:x_port", number))
-         + "  </device>\n</root>\n";
+           "<root xmlns=\"urn:schemas-upnp-org:device-1-0\" xmlns:ext=\""
+           + std::string (isFeatures ? kFeaturesUrn : kPortUrn)
+           + "\">\n"
+             "  <specVersion>\n    <major>1</major>\n    <minor>0</minor>\n  </specVersion>\n"
+             "  <device>\n"
+           + element ("deviceType", kDeviceType) + element ("friendlyName", friendlyName)
+           + element ("manufacturer", manufacturer) + element ("modelName", model)
+           + element ("serialNumber", serialNumber) + element ("UDN", "uuid:" + uuid)
+           + (isFeatures ? element ("ext:x_features", "VeltraIO-" + number) : element ("ext:x_port", number))
+           + "  </device>\n</root>\n";
 }
 
 std::optional<Announcement::Search> Announcement::parseSearch (std::string_view datagram)
@@ -102,9 +110,10 @@ std::optional<Announcement::Search> Announcement::parseSearch (std::string_view 
     std::from_chars (wait.data(), wait.data() + wait.size(), seconds);
     Search search { std::string (header (datagram, "ST")), std::chrono::seconds (std::min (seconds, kLongestWait_s)) };
 
-    if (! datagram.starts_with ("M-SEARCH * HTTP/1.1\r\n") || header (datagram, "MAN") != "\"ssdp:discover\"" || seconds < 1
-        || search.target.empty())
+    if (! datagram.starts_with ("M-SEARCH * HTTP/1.1\r\n") || header (datagram, "MAN") != "\"ssdp:discover\""
+        || seconds < 1 || search.target.empty())
         return std::nullopt;
+
     return search;
 }
 
@@ -118,6 +127,7 @@ std::vector<std::string> Announcement::answers (const Search& search, const std:
             result.push_back ("HTTP/1.1 200 OK\r\nCACHE-CONTROL: max-age=1800\r\nEXT:\r\nLOCATION: " + location
                               + "\r\nSERVER: POSIX UPnP/1.0 veltra-receiver/1.0\r\nST: " + name + "\r\nUSN: " + id
                               + (name == id ? "" : "::" + name) + "\r\n\r\n");
+
     return result;
 }
 

@@ -57,14 +57,18 @@ std::vector<std::string> interfaces (const std::string& address)
         return { address };
 
     std::vector<std::string> all;
+
     for (const auto& local : upnp::searchAddresses (upnp::adapterAddresses()))
         all.push_back (local.toStdString());
+
     return all;
 }
 
 Descriptor openSearchSocket (const std::string& address)
 {
-    const auto fail = [&address] { throw std::system_error (errno, std::generic_category(), "Cannot be found on " + address); };
+    const auto fail = [&address] {
+        throw std::system_error (errno, std::generic_category(), "Cannot be found on " + address);
+    };
     Descriptor result (::socket (AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     const auto name = socketName (numeric (kGroup), kSsdpPort);
     const int on = 1, off = 0;
@@ -73,17 +77,22 @@ Descriptor openSearchSocket (const std::string& address)
     ::setsockopt (result.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof (on));
     // Only the interfaces that are joined below, not those that other programs have joined.
     ::setsockopt (result.get(), IPPROTO_IP, IP_MULTICAST_ALL, &off, sizeof (off));
+
     if (! result.isOpen() || ::bind (result.get(), reinterpret_cast<const sockaddr*> (&name), sizeof (name)) != 0)
         fail();
 
     bool joined = false;
+
     for (const auto& local : interfaces (address))
     {
         const ip_mreq membership { numeric (kGroup), numeric (local) };
-        joined = ::setsockopt (result.get(), IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof (membership)) == 0 || joined;
+        joined =
+            ::setsockopt (result.get(), IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof (membership)) == 0 || joined;
     }
+
     if (! joined)
         fail();
+
     return result;
 }
 
@@ -94,10 +103,12 @@ bool waitFor (int socket, short events, Clock::time_point end, const StopSignal&
     for (;;)
     {
         const auto left = std::chrono::ceil<std::chrono::milliseconds> (end - Clock::now()).count();
+
         if (left <= 0 || stop.isRaised())
             return false;
 
         pollfd waiting[] = { { socket, events, 0 }, { stop.handle(), POLLIN, 0 } };
+
         if (::poll (waiting, 2, static_cast<int> (std::min<std::int64_t> (left, 60000))) > 0 && waiting[1].revents == 0)
             return true;
     }
@@ -106,7 +117,10 @@ bool waitFor (int socket, short events, Clock::time_point end, const StopSignal&
 }
 
 Announcer::Announcer (Announcement whatToSay, const std::string& bindAddress, Log logToUse)
-    : announcement (std::move (whatToSay)), address (bindAddress), log (std::move (logToUse)), listener (bindAddress, 0),
+    : announcement (std::move (whatToSay)),
+      address (bindAddress),
+      log (std::move (logToUse)),
+      listener (bindAddress, 0),
       searchSocket (openSearchSocket (bindAddress))
 {
     searches = std::thread ([this] { answerSearches(); });
@@ -125,11 +139,13 @@ void Announcer::answerSearches()
     while (! stop.isRaised())
     {
         auto next = Clock::now() + std::chrono::hours (1);
+
         for (const auto& answer : pending)
             next = std::min (next, answer.due);
 
         if (waitFor (searchSocket.get(), POLLIN, next, stop))
             takeSearch();
+
         sendDueAnswers();
     }
 }
@@ -139,17 +155,22 @@ void Announcer::takeSearch()
     std::array<char, 4096> bytes;
     sockaddr_in sender {};
     socklen_t size = sizeof (sender);
-    const auto count = ::recvfrom (searchSocket.get(), bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*> (&sender), &size);
+    const auto count =
+        ::recvfrom (searchSocket.get(), bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*> (&sender), &size);
+
     if (count <= 0)
         return;
 
     const auto search = Announcement::parseSearch ({ bytes.data(), static_cast<std::size_t> (count) });
+
     if (! search)
         return;
 
-    static thread_local std::mt19937 random { std::random_device{}() };
-    std::uniform_int_distribution<int> delay_ms (0, static_cast<int> (std::chrono::milliseconds (search->longestWait).count()) - 1);
+    static thread_local std::mt19937 random { std::random_device {}() };
+    std::uniform_int_distribution<int> delay_ms (
+        0, static_cast<int> (std::chrono::milliseconds (search->longestWait).count()) - 1);
     const auto due = Clock::now() + std::chrono::milliseconds (delay_ms (random));
+
     for (auto& answer : announcement.answers (*search, locationFor (sender.sin_addr.s_addr)))
         if (pending.size() < kMaxPending)
             pending.push_back ({ due, sender.sin_addr.s_addr, sender.sin_port, std::move (answer) });
@@ -158,15 +179,14 @@ void Announcer::takeSearch()
 void Announcer::sendDueAnswers()
 {
     const auto now = Clock::now();
-    std::erase_if (pending, [&] (const PendingAnswer& answer)
-    {
+    std::erase_if (pending, [&] (const PendingAnswer& answer) {
         if (answer.due > now)
             return false;
 
         auto name = socketName ({ answer.address }, 0);
         name.sin_port = answer.port;
-        ::sendto (searchSocket.get(), answer.text.data(), answer.text.size(), MSG_NOSIGNAL, reinterpret_cast<const sockaddr*> (&name),
-                  sizeof (name));
+        ::sendto (searchSocket.get(), answer.text.data(), answer.text.size(), MSG_NOSIGNAL,
+                  reinterpret_cast<const sockaddr*> (&name), sizeof (name));
         log ("answered the search of " + text (name.sin_addr));
         return true;
     });
@@ -183,6 +203,7 @@ std::string Announcer::locationFor (std::uint32_t peer) const
         const Descriptor probe (::socket (AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
         auto name = socketName ({ peer }, kSsdpPort);
         socklen_t size = sizeof (name);
+
         if (::connect (probe.get(), reinterpret_cast<const sockaddr*> (&name), sizeof (name)) == 0
             && ::getsockname (probe.get(), reinterpret_cast<sockaddr*> (&name), &size) == 0)
             local = name.sin_addr;
@@ -207,18 +228,25 @@ void Announcer::serve (const Descriptor& client) const
     {
         if (request.size() > kMaxRequest || ! waitFor (client.get(), POLLIN, end, stop))
             return;
+
         const auto count = ::recv (client.get(), bytes.data(), bytes.size(), MSG_DONTWAIT);
+
         if (count <= 0)
             return;
+
         request.append (bytes.data(), static_cast<std::size_t> (count));
     }
 
     const bool isGet = request.starts_with ("GET ");
     const bool isDescription = isGet && request.substr (4, request.find (' ', 4) - 4) == kPath;
     const auto body = isDescription ? announcement.description() : std::string();
-    const auto reply = std::string ("HTTP/1.1 ") + (isDescription ? "200 OK" : isGet ? "404 Not Found" : "405 Method Not Allowed")
-                     + "\r\nContent-Type: text/xml; charset=\"utf-8\"\r\nContent-Length: " + std::to_string (body.size())
-                     + "\r\nConnection: close\r\n\r\n" + body;
+    const auto reply = std::string ("HTTP/1.1 ")
+                       + (isDescription ? "200 OK"
+                          : isGet       ? "404 Not Found"
+                                        : "405 Method Not Allowed")
+                       + "\r\nContent-Type: text/xml; charset=\"utf-8\"\r\nContent-Length: "
+                       + std::to_string (body.size()) + "\r\nConnection: close\r\n\r\n" + body;
+
     if (isDescription)
         log ("served the description");
 
@@ -226,9 +254,12 @@ void Announcer::serve (const Descriptor& client) const
     {
         if (! waitFor (client.get(), POLLOUT, end, stop))
             return;
+
         const auto count = ::send (client.get(), rest.data(), rest.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+
         if (count < 0)
             return;
+
         rest.remove_prefix (static_cast<std::size_t> (count));
     }
 }

@@ -20,8 +20,10 @@ const veltraio::TopologyInfo::TopologyEntry& topologyAt (const veltraio::Topolog
 {
     const auto entry = std::find_if (info.topologies().begin(), info.topologies().end(),
                                      [&] (const auto& candidate) { return candidate.samplerate() == sampleRate; });
+
     if (entry == info.topologies().end())
         throw Refusal ("There is no topology at " + std::to_string (sampleRate) + " Hz");
+
     return *entry;
 }
 
@@ -32,11 +34,14 @@ Eigen::VectorXf equaliser (const RateBlock& block, const veltraio::TopologyInfo&
                                       topology::parseParameters (veltraio::peerText (entry.information())),
                                       block.sampleRate,
                                       static_cast<std::uint32_t> (block.channelIndices.size()),
-                                      { reinterpret_cast<const std::uint8_t*> (block.bytes.data()), block.bytes.size() } };
+                                      { reinterpret_cast<const std::uint8_t*> (block.bytes.data()),
+                                        block.bytes.size() } };
     std::string problem;
     const auto response = topology::deviceResponse (data, static_cast<std::uint32_t> (place), problem);
+
     if (! response)
         throw Refusal ("The filter at " + std::to_string (block.sampleRate) + " Hz cannot be applied: " + problem);
+
     return *response;
 }
 
@@ -46,20 +51,26 @@ std::optional<Eigen::VectorXf> correctionResponse (const Slot& slot, const veltr
                                                    std::uint32_t channelIndex, std::uint32_t sampleRate)
 {
     const auto* block = slot.findBlock (sampleRate);
+
     if (block == nullptr)
         return {};
+
     const auto& indices = block->channelIndices;
     const auto found = std::find (indices.begin(), indices.end(), channelIndex);
+
     if (found == indices.end())
         return {};
+
     const auto place = static_cast<std::size_t> (found - indices.begin());
 
     const auto channel = std::find_if (slot.channels.begin(), slot.channels.end(),
                                        [&] (const auto& candidate) { return candidate.channelindex() == place; });
+
     if (channel == slot.channels.end())
         return {};
 
     Eigen::VectorXf response = Eigen::VectorXf::Ones (1);
+
     if (! channel->noeq())
         response = equaliser (*block, topologyInfo, place);
 

@@ -16,10 +16,13 @@ Message parse (std::string_view body)
 {
     // The partial form is silent; what is missing is told to the host.
     Message message;
+
     if (! message.ParsePartialFromArray (body.data(), static_cast<int> (body.size())))
         throw Refusal (nameOf (message) + " cannot be read");
+
     if (! message.IsInitialized())
         throw Refusal (nameOf (message) + " lacks a required field");
+
     return message;
 }
 
@@ -34,8 +37,8 @@ void requireFraction (float value, const char* what)
 template <typename Message>
 void DeviceModel::command (void (DeviceModel::*operation) (Conversation&, const Message&))
 {
-    handlers[nameOf (Message::default_instance())] = [this, operation] (Conversation& conversation, std::string_view body)
-    {
+    handlers[nameOf (Message::default_instance())] = [this, operation] (Conversation& conversation,
+                                                                        std::string_view body) {
         (this->*operation) (conversation, parse<Message> (body));
         auto done = std::make_unique<veltraio::Acknowledge>();
         done->set_ok (true);
@@ -52,7 +55,9 @@ DeviceModel::DeviceModel (Profile description, const MeasurementOptions& measure
 {
     checkMeasurement();
 
-    handlers["Request"] = [this] (Conversation&, std::string_view body) { return answer (parse<veltraio::Request> (body)); };
+    handlers["Request"] = [this] (Conversation&, std::string_view body) {
+        return answer (parse<veltraio::Request> (body));
+    };
     handlers["Ping"] = [] (Conversation&, std::string_view) { return std::make_unique<veltraio::Pong>(); };
     handlers["Pong"] = handlers["Acknowledge"] = [] (Conversation&, std::string_view) { return Reply {}; };
 
@@ -77,6 +82,7 @@ std::unique_ptr<google::protobuf::MessageLite> DeviceModel::handle (Conversation
                                                                     std::string_view body)
 {
     const auto handler = handlers.find (type);
+
     if (handler == handlers.end())
         throw Refusal (type.empty() ? std::string ("Unknown message") : "Unexpected message " + std::string (type));
 
@@ -88,14 +94,17 @@ std::unique_ptr<google::protobuf::MessageLite> DeviceModel::handle (Conversation
         reply = handler->second (conversation, body);
         call = std::exchange (afterwards, nullptr);
     }
+
     if (call)
         call();
+
     return reply;
 }
 
 void DeviceModel::sessionEnded (const Conversation& conversation)
 {
     const std::scoped_lock guard (lock);
+
     if (mode.isMeasuring && mode.session == conversation.session)
         leaveMeasurement();
 }
@@ -116,6 +125,7 @@ DeviceModel::Device& DeviceModel::device (std::uint32_t index)
 {
     if (index >= devices.size())
         throw Refusal ("No device " + std::to_string (index) + ", the receiver has " + std::to_string (devices.size()));
+
     return devices[index];
 }
 
@@ -124,8 +134,10 @@ const veltraio::Unit::Device::ChannelInfo& DeviceModel::channel (std::uint32_t i
     const auto& channels = profile.unit.devices (static_cast<int> (index)).outputchannels();
     const auto found = std::find_if (channels.begin(), channels.end(),
                                      [&] (const auto& candidate) { return candidate.channelindex() == channelIndex; });
+
     if (found == channels.end())
         throw Refusal ("No channel " + std::to_string (channelIndex));
+
     return *found;
 }
 
@@ -133,16 +145,13 @@ DeviceModel::Reply DeviceModel::answer (const veltraio::Request& request)
 {
     using veltraio::Request;
     const auto index = request.deviceindex();
-    const auto copy = [] (const auto& message)
-    {
-        return std::make_unique<std::decay_t<decltype (message)>> (message);
-    };
+    const auto copy = [] (const auto& message) { return std::make_unique<std::decay_t<decltype (message)>> (message); };
 
     switch (request.requesttype())
     {
         // What a session opens with is told whatever the device index: a unit without devices answers too.
         case Request::RequestType_kGetProtocolInfo: return copy (profile.protocolInfo);
-        case Request::RequestType_kGetUnit:         return copy (describe());
+        case Request::RequestType_kGetUnit: return copy (describe());
         case Request::RequestType_kGetTopologyInfo: return copy (profile.topologyInfo);
         case Request::RequestType_kGetStimulusInfo: return copy (profile.stimulusInfo);
 
@@ -176,8 +185,10 @@ DeviceModel::Reply DeviceModel::answer (const veltraio::Request& request)
             const auto status = microphone != nullptr ? microphone->status() : MicrophoneStream::Status {};
             veltraio::StimulusState state;
             state.set_isplaying (status.isPlaying);
+
             if (status.isPlaying)
                 state.set_progress (status.progress);
+
             return copy (state);
         }
         case Request::RequestType_kGetFilteringState:
@@ -188,34 +199,41 @@ DeviceModel::Reply DeviceModel::answer (const veltraio::Request& request)
             return copy (state);
         }
     }
+
     throw Refusal ("Unknown request");
 }
 
 veltraio::Unit DeviceModel::describe() const
 {
     auto unit = profile.unit;
+
     for (std::size_t d = 0; d < devices.size(); ++d)
     {
         auto& slots = *unit.mutable_devices (static_cast<int> (d))->mutable_filterslots();
+
         for (std::size_t s = 0; s < devices[d].memory.slots().size(); ++s)
         {
             const auto& held = devices[d].memory.slots()[s];
             auto& slot = slots[static_cast<int> (s)];
             slot.set_isoccupied (held.state == Slot::State::occupied);
+
             if (held.name.empty() || ! slot.isoccupied())
                 slot.clear_name();
             else
                 slot.set_name (held.name);
         }
     }
+
     return unit;
 }
 
 void DeviceModel::setVolume (Conversation&, const veltraio::Volume& message)
 {
     auto& target = device (message.deviceindex());
+
     if ((profile.unit.capabilities() & veltraio::Unit::Caps_kVolume) == 0)
         throw Refusal ("The receiver has no volume control");
+
     requireFraction (message.volume(), "Volume");
     target.settings.volume = message.volume();
 }
@@ -224,7 +242,8 @@ void DeviceModel::setAttenuation (Conversation&, const veltraio::ChannelAttenuat
 {
     auto& target = device (message.deviceindex());
     requireFraction (message.attenuation(), "Attenuation");
-    target.settings.attenuation[channel (message.deviceindex(), message.channel()).channelindex()] = message.attenuation();
+    target.settings.attenuation[channel (message.deviceindex(), message.channel()).channelindex()] =
+        message.attenuation();
 }
 
 void DeviceModel::setActiveSlot (Conversation&, const veltraio::ActiveFilterSlot& message)

@@ -137,7 +137,8 @@ private:
     void enterMeasurement (const Conversation&, const veltraio::OperationModeInfo&);
     void leaveMeasurement();
     tools::Stimulus stimulus (unsigned kind, std::uint32_t sampleRate) const;
-    Eigen::VectorXf channelResponse (const Device&, const veltraio::Unit::Device::ChannelInfo&, std::uint32_t sampleRate);
+    Eigen::VectorXf channelResponse (const Device&, const veltraio::Unit::Device::ChannelInfo&,
+                                     std::uint32_t sampleRate);
     MicrophoneStream::Format streamFormat (std::uint32_t sampleRate) const;
 
     const Profile profile;

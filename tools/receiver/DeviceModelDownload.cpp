@@ -16,6 +16,7 @@ void DeviceModel::addChannel (Conversation& conversation, const veltraio::Filter
     // The message names no slot: it belongs to the filter that the session loads.
     if (conversation.download == 0)
         throw Refusal ("Filter channel before a filter was loaded");
+
     device (conversation.downloadDevice).memory.addChannel (conversation.download, conversation.downloadSlot, message);
 }
 
@@ -23,6 +24,7 @@ void DeviceModel::addBlock (Conversation& conversation, const veltraio::FilterDa
 {
     if (conversation.download == 0)
         throw Refusal ("Filter data before a filter was loaded");
+
     noteCompletion (conversation, device (message.deviceindex()).memory.addBlock (conversation.download, message));
 }
 
@@ -30,6 +32,7 @@ void DeviceModel::addChunk (Conversation& conversation, const veltraio::FilterDa
 {
     if (conversation.download == 0)
         throw Refusal ("Filter data chunk before a filter was loaded");
+
     noteCompletion (conversation, device (message.deviceindex()).memory.addChunk (conversation.download, message));
 }
 
@@ -37,6 +40,7 @@ void DeviceModel::noteCompletion (const Conversation& conversation, bool isCompl
 {
     if (! isComplete || ! onDownload)
         return;
+
     const auto index = conversation.downloadDevice;
     const auto slot = conversation.downloadSlot;
     afterwards = [this, index, slot, held = devices[index].memory.slots()[slot]] { onDownload (index, slot, held); };
@@ -47,8 +51,10 @@ void DeviceModel::cancelDownload (Conversation& conversation, const veltraio::Do
     // A session has one download under way at most, and hosts send 0 for both numbers whatever they load: so the
     // numbers have to exist, and what is cancelled is what this session loads.
     device (message.deviceindex()).memory.requireSlot (message.slotindex());
+
     if (conversation.download == 0)
         throw Refusal ("No download is under way");
+
     device (conversation.downloadDevice).memory.cancel (conversation.download, conversation.downloadSlot);
     conversation.download = 0;
 }

@@ -49,7 +49,7 @@ std::string_view argumentName (char kind)
         case 'b': return "N";
         case 'p': return "MS";
         case 'm': return "MESSAGE";
-        default:  return "FIELDS";
+        default: return "FIELDS";
     }
 }
 
@@ -58,13 +58,16 @@ std::string usage (const Form& form)
     std::string text { form.name };
     text += " TYPE WHICH";
     bool optional = false;
+
     for (const char kind : form.arguments)
     {
         if (kind == '?')
             optional = true;
         else
-            text += std::string (" ") + (optional ? "[" : "") + std::string (argumentName (kind)) + (optional ? "]" : "");
+            text +=
+                std::string (" ") + (optional ? "[" : "") + std::string (argumentName (kind)) + (optional ? "]" : "");
     }
+
     return text;
 }
 
@@ -78,10 +81,12 @@ struct Mistake
 std::vector<std::string> words (std::string_view line)
 {
     std::vector<std::string> result;
+
     for (std::size_t i = 0; i < line.size();)
     {
         if (line[i] == '#')
             break;
+
         if (line[i] == ' ' || line[i] == '\t' || line[i] == '\r')
         {
             ++i;
@@ -89,8 +94,10 @@ std::vector<std::string> words (std::string_view line)
         else if (line[i] == '\'' || line[i] == '"')
         {
             const auto end = line.find (line[i], i + 1);
+
             if (end == std::string_view::npos)
                 throw Mistake { "a quote is not closed" };
+
             result.emplace_back (line.substr (i + 1, end - i - 1));
             i = end + 1;
         }
@@ -101,6 +108,7 @@ std::vector<std::string> words (std::string_view line)
             i = end;
         }
     }
+
     return result;
 }
 
@@ -108,8 +116,10 @@ std::uint32_t readNumber (std::string_view text, std::string_view what)
 {
     std::uint32_t value = 0;
     const auto [end, error] = std::from_chars (text.data(), text.data() + text.size(), value);
+
     if (error != std::errc {} || end != text.data() + text.size())
         throw Mistake { "\"" + std::string (text) + "\" is no number for " + std::string (what) };
+
     return value;
 }
 
@@ -121,6 +131,7 @@ void readOccurrences (std::string_view text, Fault& fault)
         fault.last = Fault::kForEver;
         return;
     }
+
     if (text.ends_with ('+'))
     {
         text.remove_suffix (1);
@@ -135,7 +146,9 @@ void readOccurrences (std::string_view text, Fault& fault)
     {
         fault.last = readNumber (text, "WHICH");
     }
+
     fault.first = readNumber (text, "WHICH");
+
     if (fault.first == 0 || fault.last < fault.first)
         throw Mistake { "WHICH counts from 1: \"3\", \"3-5\", \"3+\" or \"*\"" };
 }
@@ -148,13 +161,14 @@ bool contains (const std::vector<std::string_view>& names, std::string_view name
 void checkType (const Fault& fault)
 {
     using enum Fault::Action;
-    const auto among = [&] (std::initializer_list<Action> actions)
-    {
+    const auto among = [&] (std::initializer_list<Action> actions) {
         return std::find (actions.begin(), actions.end(), fault.action) != actions.end();
     };
+
     if (fault.type != "*" && fault.type != "AudioData" && fault.type != "connect"
         && ! contains (hostMessages(), fault.type) && ! contains (requestNames(), fault.type))
         throw Mistake { "\"" + fault.type + "\" is no message of a host" };
+
     if ((fault.type == "connect" && ! among ({ delay, noise, close, reset }))
         || (fault.type == "AudioData" && among ({ refuse, answer, limit })))
         throw Mistake { "\"" + std::string (actionName (fault.action)) + "\" does not apply to " + fault.type };
@@ -165,10 +179,13 @@ void readAnswer (const std::string& fields, Fault& fault)
 {
     const auto message = createMessage (fault.text);
     std::string error;
+
     if (message == nullptr)
         throw Mistake { "\"" + fault.text + "\" is no message" };
+
     if (! fields.empty() && ! veltraio::fromText (fields, *message, error))
         throw Mistake { "the fields of " + fault.text + ": " + error };
+
     fault.body = message->SerializePartialAsString();
 }
 
@@ -177,6 +194,7 @@ void readArguments (const Form& form, const std::vector<std::string>& arguments,
     std::string fields;
     std::size_t next = 0;
     bool optional = false;
+
     for (const char kind : form.arguments)
     {
         if (kind == '?')
@@ -184,25 +202,32 @@ void readArguments (const Form& form, const std::vector<std::string>& arguments,
             optional = true;
             continue;
         }
+
         if (next == arguments.size())
         {
             if (! optional)
                 throw Mistake { "too few words for \"" + usage (form) + "\"" };
+
             break;
         }
+
         const auto& argument = arguments[next++];
+
         switch (kind)
         {
             case 'b': fault.bytes = readNumber (argument, "N"); break;
             case 'p': fault.pause = std::chrono::milliseconds (readNumber (argument, "MS")); break;
             case 'f': fields = argument; break;
-            default:  fault.text = argument; break;
+            default: fault.text = argument; break;
         }
     }
+
     if (next != arguments.size())
         throw Mistake { "too many words for \"" + usage (form) + "\"" };
+
     if (fault.action == Action::answer)
         readAnswer (fields, fault);
+
     if (fault.action == Action::pieces && fault.bytes == 0)
         throw Mistake { "pieces of 0 bytes" };
 }
@@ -210,8 +235,10 @@ void readArguments (const Form& form, const std::vector<std::string>& arguments,
 Fault readFault (const std::vector<std::string>& line)
 {
     const auto form = std::find_if (kForms.begin(), kForms.end(), [&] (const auto& f) { return f.name == line[0]; });
+
     if (form == kForms.end())
         throw Mistake { "\"" + line[0] + "\" is no fault" };
+
     if (line.size() < 3)
         throw Mistake { "too few words for \"" + usage (*form) + "\"" };
 
@@ -229,10 +256,12 @@ Fault readFault (const std::vector<std::string>& line)
 std::optional<std::vector<Fault>> parseFaults (std::string_view text, std::string& error)
 {
     std::vector<Fault> faults;
+
     for (int number = 1; ! text.empty(); ++number)
     {
         const auto line = text.substr (0, text.find ('\n'));
         text.remove_prefix (std::min (line.size() + 1, text.size()));
+
         try
         {
             if (const auto parts = words (line); ! parts.empty())
@@ -244,6 +273,7 @@ std::optional<std::vector<Fault>> parseFaults (std::string_view text, std::strin
             return {};
         }
     }
+
     return faults;
 }
 
@@ -255,12 +285,14 @@ std::string_view actionName (Fault::Action action)
 std::string faultHelp()
 {
     std::ostringstream help;
+
     for (const auto& form : kForms)
     {
         auto line = "  " + usage (form);
         line.resize (std::max<std::size_t> (line.size() + 1, 38), ' ');
         help << line << form.meaning << '\n';
     }
+
     return help.str();
 }
 
@@ -268,6 +300,7 @@ void FaultInjector::set (std::vector<Fault> faults)
 {
     const std::scoped_lock guard (lock);
     rules.clear();
+
     for (auto& fault : faults)
         rules.push_back ({ std::move (fault) });
 }
@@ -282,15 +315,19 @@ std::vector<Fault> FaultInjector::next (const std::vector<std::string_view>& nam
 {
     const std::scoped_lock guard (lock);
     std::vector<Fault> applying;
+
     for (auto& rule : rules)
     {
         if (std::find (names.begin(), names.end(), rule.fault.type) == names.end())
             continue;
+
         if (rule.seen < Fault::kForEver)
             ++rule.seen;
+
         if (rule.seen >= rule.fault.first && rule.seen <= std::max (rule.fault.first, rule.fault.last))
             applying.push_back (rule.fault);
     }
+
     return applying;
 }
 

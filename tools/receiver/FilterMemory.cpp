@@ -17,17 +17,17 @@ constexpr std::size_t kMaxStretches = 1024;
 
 std::size_t characterCount (std::string_view utf8)
 {
-    return static_cast<std::size_t> (std::count_if (utf8.begin(), utf8.end(),
-                                                    [] (char c) { return (static_cast<unsigned char> (c) & 0xC0) != 0x80; }));
+    return static_cast<std::size_t> (std::count_if (
+        utf8.begin(), utf8.end(), [] (char c) { return (static_cast<unsigned char> (c) & 0xC0) != 0x80; }));
 }
 
 bool supports (const veltraio::Unit::Device& device, std::uint32_t sampleRate)
 {
-    return std::any_of (device.configurations().begin(), device.configurations().end(), [&] (const auto& configuration)
-    {
-        const auto& rates = configuration.samplerates();
-        return std::find (rates.begin(), rates.end(), sampleRate) != rates.end();
-    });
+    return std::any_of (device.configurations().begin(), device.configurations().end(),
+                        [&] (const auto& configuration) {
+                            const auto& rates = configuration.samplerates();
+                            return std::find (rates.begin(), rates.end(), sampleRate) != rates.end();
+                        });
 }
 
 std::uint64_t announcedBytes (const Slot& slot)
@@ -40,7 +40,8 @@ std::uint64_t announcedBytes (const Slot& slot)
 bool isComplete (const Slot& slot)
 {
     return slot.channels.size() == slot.channelCount && ! slot.blocks.empty()
-           && std::all_of (slot.blocks.begin(), slot.blocks.end(), [] (const auto& block) { return block.isComplete(); })
+           && std::all_of (slot.blocks.begin(), slot.blocks.end(),
+                           [] (const auto& block) { return block.isComplete(); })
            && slot.totalBytes.value_or (announcedBytes (slot)) == announcedBytes (slot);
 }
 
@@ -56,6 +57,7 @@ bool RateBlock::isComplete() const
 {
     if (announcedBytes == 0)
         return true;
+
     return arrived.size() == 1 && arrived.begin()->first == 0 && arrived.begin()->second == announcedBytes;
 }
 
@@ -68,6 +70,7 @@ void RateBlock::add (std::uint32_t offset, std::string_view piece)
 {
     if (piece.empty())
         throw Refusal ("Filter data chunk without data");
+
     if (offset > announcedBytes || piece.size() > announcedBytes - offset)
         throw Refusal ("Filter data chunk of " + std::to_string (piece.size()) + " bytes at offset "
                        + std::to_string (offset) + " lies outside the announced " + std::to_string (announcedBytes)
@@ -78,16 +81,21 @@ void RateBlock::add (std::uint32_t offset, std::string_view piece)
 
     // Stretches that touch the new one from the first whose end reaches its start.
     auto first = arrived.upper_bound (start);
+
     if (first != arrived.begin() && std::prev (first)->second >= start)
         --first;
+
     auto last = first;
+
     for (; last != arrived.end() && last->first <= end; ++last)
     {
         start = std::min (start, last->first);
         end = std::max (end, last->second);
     }
+
     if (first == last && arrived.size() >= kMaxStretches)
         throw Refusal ("Filter data arrives with too many gaps");
+
     arrived.erase (first, last);
     arrived.emplace (start, end);
 
@@ -97,8 +105,8 @@ void RateBlock::add (std::uint32_t offset, std::string_view piece)
 
 const RateBlock* Slot::findBlock (std::uint32_t sampleRate) const
 {
-    const auto found = std::find_if (blocks.begin(), blocks.end(),
-                                     [&] (const auto& block) { return block.sampleRate == sampleRate; });
+    const auto found =
+        std::find_if (blocks.begin(), blocks.end(), [&] (const auto& block) { return block.sampleRate == sampleRate; });
     return found == blocks.end() ? nullptr : &*found;
 }
 
@@ -126,13 +134,17 @@ void FilterMemory::begin (DownloadId id, const veltraio::LoadFilter& message)
 {
     requireSlot (message.slotindex());
     const auto& filter = message.filter();
+
     if (characterCount (filter.name()) > kMaxNameLength)
         throw Refusal ("Filter name longer than " + std::to_string (kMaxNameLength) + " characters");
+
     if (filter.noofchannels() == 0)
         throw Refusal ("Filter without channels");
+
     if (filter.noofchannels() > static_cast<std::uint32_t> (device.outputchannels_size()))
         throw Refusal ("Filter with " + std::to_string (filter.noofchannels()) + " channels, the device has "
                        + std::to_string (device.outputchannels_size()));
+
     if (filter.has_totalnoofbytes() && filter.totalnoofbytes() > kSlotBytes)
         throw Refusal ("Filter of " + std::to_string (filter.totalnoofbytes()) + " bytes, a slot holds "
                        + std::to_string (kSlotBytes));
@@ -143,31 +155,40 @@ void FilterMemory::begin (DownloadId id, const veltraio::LoadFilter& message)
     slot.name = filter.name();
     slot.technology = filter.technology();
     slot.channelCount = filter.noofchannels();
+
     if (filter.has_totalnoofbytes())
         slot.totalBytes = filter.totalnoofbytes();
+
     owners[message.slotindex()] = id;
 }
 
 Slot& FilterMemory::loading (DownloadId id, std::uint32_t slot)
 {
     requireSlot (slot);
+
     if (id == 0 || owners[slot] != id)
         throw Refusal ("Filter slot " + std::to_string (slot) + " was not opened by this download");
+
     return slots_[slot];
 }
 
 void FilterMemory::addChannel (DownloadId id, std::uint32_t slotIndex, const veltraio::FilterChannel& channel)
 {
     auto& slot = loading (id, slotIndex);
+
     for (const auto value : { channel.gain_db(), channel.delay_ms(), channel.maxgain_db(), channel.latency_ms() })
         if (! std::isfinite (value))
-            throw Refusal ("Filter channel " + std::to_string (channel.channelindex()) + " has a value that is no number");
+            throw Refusal ("Filter channel " + std::to_string (channel.channelindex())
+                           + " has a value that is no number");
+
     if (channel.channelindex() >= slot.channelCount)
         throw Refusal ("Filter channel " + std::to_string (channel.channelindex()) + " of a filter with "
                        + std::to_string (slot.channelCount) + " channels");
+
     if (std::any_of (slot.channels.begin(), slot.channels.end(),
                      [&] (const auto& known) { return known.channelindex() == channel.channelindex(); }))
         throw Refusal ("Filter channel " + std::to_string (channel.channelindex()) + " was described twice");
+
     slot.channels.push_back (channel);
 }
 
@@ -175,21 +196,27 @@ bool FilterMemory::addBlock (DownloadId id, const veltraio::FilterData& message)
 {
     auto& slot = loading (id, message.slotindex());
     const auto rate = std::to_string (message.samplerate()) + " Hz";
+
     if (slot.channels.size() != slot.channelCount)
         throw Refusal ("Filter data after " + std::to_string (slot.channels.size()) + " of "
                        + std::to_string (slot.channelCount) + " filter channels");
+
     if (! supports (device, message.samplerate()))
         throw Refusal ("Filter data at " + rate + ", which no configuration of the device offers");
+
     if (slot.findBlock (message.samplerate()) != nullptr)
         throw Refusal ("Filter data at " + rate + " was announced twice");
+
     if (! slot.blocks.empty() && ! slot.blocks.back().isComplete())
         throw Refusal ("Filter data at " + rate + " before that at " + std::to_string (slot.blocks.back().sampleRate)
                        + " Hz is complete");
+
     for (const auto index : message.channelindices())
         if (! hasChannel (device, index))
             throw Refusal ("Filter data for channel " + std::to_string (index) + ", which the device does not have");
 
     const auto room = slot.totalBytes.value_or (kSlotBytes);
+
     if (announcedBytes (slot) + message.sizebytes() > room)
         throw Refusal ("Filter data of " + std::to_string (message.sizebytes()) + " bytes at " + rate
                        + " exceeds the filter's total of " + std::to_string (room) + " bytes");
@@ -206,10 +233,13 @@ bool FilterMemory::addBlock (DownloadId id, const veltraio::FilterData& message)
 bool FilterMemory::addChunk (DownloadId id, const veltraio::FilterDataChunk& message)
 {
     auto& slot = loading (id, message.slotindex());
+
     if (slot.blocks.empty())
         throw Refusal ("Filter data chunk before any filter data was announced");
+
     if (message.data_size() != 1)
         throw Refusal ("Filter data chunk with " + std::to_string (message.data_size()) + " pieces of data");
+
     slot.blocks.back().add (message.dataoffset(), message.data (0));
     return finish (slot);
 }
@@ -218,6 +248,7 @@ bool FilterMemory::finish (Slot& slot)
 {
     if (slot.state != Slot::State::loading || ! isComplete (slot))
         return false;
+
     slot.state = Slot::State::occupied;
     return true;
 }

@@ -17,7 +17,7 @@ struct RateBlock
     std::uint32_t sampleRate = 0;              ///< Hz
     std::vector<std::uint32_t> channelIndices; ///< the channels that it serves, in the order of its data
     std::uint32_t announcedBytes = 0;
-    std::string bytes;                         ///< assembled by offset; as long as what has arrived reaches
+    std::string bytes; ///< assembled by offset; as long as what has arrived reaches
 
     bool isComplete() const;
 
@@ -46,10 +46,10 @@ struct Slot
     State state = State::empty;
     std::string name;
     std::string technology;
-    std::uint32_t channelCount = 0;                   ///< as announced
-    std::optional<std::uint32_t> totalBytes;          ///< of all blocks, as announced
-    std::vector<veltraio::FilterChannel> channels;    ///< in the order of arrival
-    std::vector<RateBlock> blocks;                    ///< in the order of arrival
+    std::uint32_t channelCount = 0;                ///< as announced
+    std::optional<std::uint32_t> totalBytes;       ///< of all blocks, as announced
+    std::vector<veltraio::FilterChannel> channels; ///< in the order of arrival
+    std::vector<RateBlock> blocks;                 ///< in the order of arrival
 
     /** @returns null when there is none for this rate */
     const RateBlock* findBlock (std::uint32_t sampleRate) const;

@@ -7,7 +7,9 @@
 namespace veltra::receiver {
 
 MicrophoneStream::MicrophoneStream (const Format& wanted, Taker takes)
-    : format (wanted), taker (std::move (takes)), thread ([this] { run(); })
+    : format (wanted),
+      taker (std::move (takes)),
+      thread ([this] { run(); })
 {
 }
 
@@ -30,16 +32,15 @@ void MicrophoneStream::play (std::unique_ptr<Playback> playback)
     played = 0;
 }
 
-void MicrophoneStream::stop()
-{
-    play (nullptr);
-}
+void MicrophoneStream::stop() { play (nullptr); }
 
 MicrophoneStream::Status MicrophoneStream::status() const
 {
     const std::scoped_lock guard (lock);
+
     if (played >= length)
         return {};
+
     return { true, static_cast<float> (static_cast<double> (played) / static_cast<double> (length)) };
 }
 
@@ -59,22 +60,28 @@ void MicrophoneStream::run()
         const std::chrono::duration<double> due (static_cast<double> (position) / samplesPerSecond);
         {
             std::unique_lock guard (lock);
+
             if (ended.wait_until (guard, start + std::chrono::duration_cast<Clock::duration> (due),
                                   [this] { return isEnding; }))
                 return;
+
             if (std::exchange (hasNews, false))
                 playback = std::move (next);
         }
 
         std::generate (packet.begin(), packet.end(), [&] { return noise.next(); });
+
         if (playback != nullptr)
             playback->mix (packet);
+
         if (! taker (packet))
             return;
 
         const std::scoped_lock guard (lock);
+
         if (playback != nullptr && ! hasNews)
             played = std::min<std::uint64_t> (played + packet.size(), length);
+
         if (playback != nullptr && playback->isOver())
             playback = nullptr;
     }

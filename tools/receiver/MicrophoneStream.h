@@ -58,7 +58,7 @@ private:
     mutable std::mutex lock; // everything below but the thread
     std::condition_variable ended;
     bool isEnding = false;
-    bool hasNews = false;                // `next` takes the place of what is being played
+    bool hasNews = false; // `next` takes the place of what is being played
     std::unique_ptr<Playback> next;
     std::uint64_t length = 0, played = 0; // samples of the present playback
 

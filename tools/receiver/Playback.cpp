@@ -12,7 +12,8 @@ namespace {
     at least four times that of the response, so that little of the work goes into the overlap. */
 Eigen::Index blockSize (Eigen::Index responseSize)
 {
-    const auto transform = std::bit_ceil (std::max<std::uint64_t> (4u * static_cast<std::uint64_t> (responseSize), 16384));
+    const auto transform =
+        std::bit_ceil (std::max<std::uint64_t> (4u * static_cast<std::uint64_t> (responseSize), 16384));
     return static_cast<Eigen::Index> (transform) - responseSize + 1;
 }
 
@@ -35,6 +36,7 @@ void Playback::renderBlock()
 {
     taken = 0;
     const auto count = std::min (blockSize (responseSize), stimulus.size() - rendered);
+
     if (count == 0)
     {
         ready = std::exchange (decay, {});
@@ -55,6 +57,7 @@ void Playback::mix (std::span<float> out)
     while (! out.empty() && ! isOver())
     {
         auto count = static_cast<Eigen::Index> (out.size());
+
         if (position < latency)
         {
             count = std::min (count, static_cast<Eigen::Index> (latency - position));
@@ -63,10 +66,12 @@ void Playback::mix (std::span<float> out)
         {
             if (taken == ready.size())
                 renderBlock();
+
             count = std::min (count, ready.size() - taken);
             Eigen::Map<Eigen::VectorXf> (out.data(), count) += ready.segment (taken, count);
             taken += count;
         }
+
         position += static_cast<std::uint64_t> (count);
         out = out.subspan (static_cast<std::size_t> (count));
     }

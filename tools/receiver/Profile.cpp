@@ -39,22 +39,31 @@ public:
     bool next (Section& section)
     {
         skipBlanks();
+
         if (position == text.size())
             return false;
 
         const auto start = position;
-        while (position < text.size() && (std::isalnum (static_cast<unsigned char> (text[position])) || text[position] == '_'))
+
+        while (position < text.size()
+               && (std::isalnum (static_cast<unsigned char> (text[position])) || text[position] == '_'))
             ++position;
+
         section.name = text.substr (start, position - start);
+
         if (section.name.empty())
             fail (std::string ("\"") + text[start] + "\" stands where a section should begin");
 
         skipBlanks();
+
         if (position < text.size() && text[position] == ':')
             ++position;
+
         skipBlanks();
+
         if (position == text.size() || text[position] != '{')
             fail ("\"" + section.name + "\" is not followed by \"{\"");
+
         section.begin = ++position;
         skipToClosingBrace (section.name);
         section.end = position++;
@@ -84,9 +93,11 @@ private:
     void skipToClosingBrace (const std::string& name)
     {
         const auto start = position;
+
         for (int depth = 1; position < text.size(); ++position)
         {
             const auto c = text[position];
+
             if (c == '#')
                 position = std::min (text.find ('\n', position), text.size()) - 1;
             else if (c == '"' || c == '\'')
@@ -96,6 +107,7 @@ private:
             else if (c == '}' && --depth == 0)
                 return;
         }
+
         position = start;
         fail ("the brace of \"" + name + "\" is not closed");
     }
@@ -117,9 +129,11 @@ private:
 std::string isolate (std::string_view text, const Section& section)
 {
     std::string result (text);
+
     for (std::size_t i = 0; i < result.size(); ++i)
         if ((i < section.begin || i >= section.end) && result[i] != '\n' && result[i] != '\t')
             result[i] = ' ';
+
     return result;
 }
 
@@ -128,12 +142,15 @@ void checkReferences (const Profile& profile)
     for (const auto& device : profile.unit.devices())
     {
         std::vector<std::uint32_t> known;
+
         for (const auto& channel : device.outputchannels())
         {
             if (std::find (known.begin(), known.end(), channel.channelindex()) != known.end())
                 throw Mistake { "unit: two channels have the channelIndex " + std::to_string (channel.channelindex()) };
+
             known.push_back (channel.channelindex());
         }
+
         for (const auto& configuration : device.configurations())
             for (const auto index : configuration.channels())
                 if (std::find (known.begin(), known.end(), index) == known.end())
@@ -160,22 +177,30 @@ Profile read (std::string_view text)
                                   { "stimulusInfo", profile.stimulusInfo } } };
 
     SectionScanner scanner (text);
+
     for (Section section; scanner.next (section);)
     {
-        const auto part = std::find_if (parts.begin(), parts.end(), [&] (const auto& p) { return p.name == section.name; });
+        const auto part =
+            std::find_if (parts.begin(), parts.end(), [&] (const auto& p) { return p.name == section.name; });
+
         if (part == parts.end())
             scanner.fail ("\"" + section.name + "\" is none of protocolInfo, unit, topologyInfo and stimulusInfo");
+
         if (part->isThere)
             scanner.fail ("a second \"" + section.name + "\"");
+
         part->isThere = true;
 
         std::string error;
+
         if (! veltraio::fromText (isolate (text, section), part->message, error))
             throw Mistake { section.name + ": " + error };
     }
+
     for (const auto& part : parts)
         if (! part.isThere)
             throw Mistake { "\"" + std::string (part.name) + "\" is missing" };
+
     checkReferences (profile);
     return profile;
 }
@@ -198,15 +223,19 @@ std::optional<Profile> loadProfile (const std::filesystem::path& file, std::stri
     std::ifstream stream (file, std::ios::binary);
     std::string text (kMaxSize + 1, '\0');
     stream.read (text.data(), static_cast<std::streamsize> (text.size()));
+
     if (! stream.is_open() || stream.bad())
     {
         error = file.string() + " cannot be read";
         return {};
     }
+
     text.resize (static_cast<std::size_t> (stream.gcount()));
     auto profile = parseProfile (text, error);
+
     if (! profile)
         error = file.string() + ": " + error;
+
     return profile;
 }
 
@@ -215,16 +244,18 @@ Profile shippedProfile (std::string_view name)
     for (const auto& shipped : shippedProfiles())
         if (shipped.name == name)
             return read (shipped.text);
+
     throw std::out_of_range ("there is no profile " + std::string (name));
 }
 
 const std::vector<std::string>& shippedProfileNames()
 {
-    static const auto names = []
-    {
+    static const auto names = [] {
         std::vector<std::string> result;
+
         for (const auto& shipped : shippedProfiles())
             result.emplace_back (shipped.name);
+
         return result;
     }();
     return names;

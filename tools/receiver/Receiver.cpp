@@ -20,7 +20,8 @@ Receiver::Receiver (Profile profile) : Receiver (std::move (profile), Options())
 
 Receiver::Receiver (Profile profile, Options chosen)
     : options (std::move (chosen)),
-      messageLimit (profile.protocolInfo.has_messagelimit() ? profile.protocolInfo.messagelimit() : kDefaultMessageLimit),
+      messageLimit (profile.protocolInfo.has_messagelimit() ? profile.protocolInfo.messagelimit()
+                                                            : kDefaultMessageLimit),
       recorder (options.recordedBytes),
       model (std::move (profile), options.measurement, [this] (auto... download) { downloadEnded (download...); }),
       listener (options.bindAddress, options.port)
@@ -33,18 +34,17 @@ Receiver::~Receiver()
 {
     stop.raise();
     thread.join();
+
     for (const auto& session : sessions)
         session->end (Session::Ending::close);
 }
 
-std::string Receiver::address() const
-{
-    return options.bindAddress + ":" + std::to_string (port());
-}
+std::string Receiver::address() const { return options.bindAddress + ":" + std::to_string (port()); }
 
 void Receiver::log (LogDetail detail, const std::string& text)
 {
     const std::scoped_lock guard (logging);
+
     if (options.log)
         options.log (detail, text);
 }
@@ -54,9 +54,11 @@ void Receiver::downloadEnded (std::uint32_t device, std::uint32_t slotIndex, con
     if (! options.folder.empty())
     {
         std::string error;
+
         if (! writeSlot (options.folder, device, slotIndex, slot, error))
             log (LogDetail::events, error);
     }
+
     if (options.onDownload)
         options.onDownload (device, slotIndex, slot);
 }
@@ -65,15 +67,18 @@ void Receiver::listen()
 {
     const Shared shared { model, faults, recorder, messageLimit,
                           [this] (LogDetail detail, const std::string& text) { log (detail, text); } };
+
     while (auto socket = listener.accept (stop))
     {
         const std::scoped_lock guard (sessionsLock);
         std::erase_if (sessions, [] (const auto& session) { return session->isOver(); });
+
         if (sessions.size() >= kMaxSessions)
         {
             log (LogDetail::events, "a connection too many was closed");
             continue;
         }
+
         // Faults first: whoever sees the session may set new ones, which are not for it.
         auto connectFaults = faults.next ({ "connect" });
         sessions.push_back (std::make_unique<Session> (recorder.sessionBegan(), std::move (*socket), shared,
@@ -91,31 +96,31 @@ std::vector<ReceivedMessage> Receiver::messages (std::string_view type) const
 bool Receiver::waitFor (const std::function<bool()>& condition, std::chrono::milliseconds timeout) const
 {
     const auto end = std::chrono::steady_clock::now() + timeout;
+
     for (;;)
     {
         const auto seen = recorder.changes();
+
         if (condition())
             return true;
+
         const auto now = std::chrono::steady_clock::now();
+
         if (now >= end)
             return false;
+
         recorder.waitForChange (seen, std::min (end, now + kLongestLook));
     }
 }
 
-void Receiver::setFaults (std::vector<Fault> script)
-{
-    faults.set (std::move (script));
-}
+void Receiver::setFaults (std::vector<Fault> script) { faults.set (std::move (script)); }
 
-void Receiver::addFault (Fault fault)
-{
-    faults.add (std::move (fault));
-}
+void Receiver::addFault (Fault fault) { faults.add (std::move (fault)); }
 
 void Receiver::broadcast (const google::protobuf::MessageLite& message)
 {
     const std::scoped_lock guard (sessionsLock);
+
     for (const auto& session : sessions)
         session->send (message);
 }
@@ -123,6 +128,7 @@ void Receiver::broadcast (const google::protobuf::MessageLite& message)
 void Receiver::endSessions (Session::Ending ending)
 {
     const std::scoped_lock guard (sessionsLock);
+
     for (const auto& session : sessions)
         session->end (ending);
 }

@@ -28,26 +28,32 @@ void Recorder::sessionEnded()
 void Recorder::addBytes (std::uint32_t session, std::string_view bytes)
 {
     const std::scoped_lock guard (lock);
+
     if (rawBytes_ + bytes.size() <= capacity_)
     {
         rawBytes_ += bytes.size();
         bytes_[session].append (bytes);
     }
+
     noteChange();
 }
 
 void Recorder::addMessage (ReceivedMessage message)
 {
     const std::scoped_lock guard (lock);
+
     // Unknown types are a peer's invention, and there may be any number of them.
     if (! message.type.starts_with ("0x"))
         ++counts_[message.type];
+
     const auto size = sizeof (message) + message.type.size() + message.body.size();
+
     if (messageBytes_ + size <= capacity_)
     {
         messageBytes_ += size;
         messages_.push_back (std::move (message));
     }
+
     noteChange();
 }
 

@@ -20,8 +20,8 @@ using Action = Fault::Action;
 
 const Fault* find (const std::vector<Fault>& faults, Action action)
 {
-    const auto found = std::find_if (faults.begin(), faults.end(),
-                                     [&] (const auto& fault) { return fault.action == action; });
+    const auto found =
+        std::find_if (faults.begin(), faults.end(), [&] (const auto& fault) { return fault.action == action; });
     return found == faults.end() ? nullptr : &*found;
 }
 
@@ -37,10 +37,13 @@ std::string noise (std::uint32_t count)
 {
     constexpr std::string_view pattern ("\x21\x01\x00\x7F\x21\x55\xFF\x01\x33", 9);
     std::string bytes;
+
     while (bytes.size() < count)
         bytes += pattern[bytes.size() % pattern.size()];
+
     if (bytes.ends_with ('\x21') || bytes.ends_with ("\x21\x01"))
         bytes.back() = '\x33';
+
     return bytes;
 }
 
@@ -60,7 +63,8 @@ struct Session::Outgoing
     std::string body;
 
     explicit Outgoing (const google::protobuf::MessageLite& message)
-        : messageId (veltraio::envelopeHash (message.GetTypeName())), body (message.SerializePartialAsString())
+        : messageId (veltraio::envelopeHash (message.GetTypeName())),
+          body (message.SerializePartialAsString())
     {
     }
 
@@ -76,7 +80,8 @@ struct Session::Outgoing
 };
 
 Session::Session (std::uint32_t number, Descriptor socket, const Shared& sharedParts, std::vector<Fault> faults)
-    : shared (sharedParts), connection (std::move (socket), stop)
+    : shared (sharedParts),
+      connection (std::move (socket), stop)
 {
     conversation.session = number;
     conversation.send = [this] (const auto& message) { return send (message); };
@@ -104,24 +109,32 @@ void Session::log (LogDetail detail, const std::string& text) const
 std::vector<Fault> Session::nextFaults (const std::vector<std::string_view>& names)
 {
     auto faults = shared.faults.next (names);
+
     for (const auto& fault : faults)
-        log (LogDetail::events, "fault \"" + std::string (actionName (fault.action)) + "\" at " + std::string (names.back()));
+        log (LogDetail::events,
+             "fault \"" + std::string (actionName (fault.action)) + "\" at " + std::string (names.back()));
+
     return faults;
 }
 
 void Session::run (const std::vector<Fault>& connectFaults)
 {
     log (LogDetail::events, "connected");
+
     if (const auto* delay = find (connectFaults, Action::delay))
         stop.pause (delay->pause);
+
     if (const auto* fault = find (connectFaults, Action::noise))
         connection.send (noise (fault->bytes));
+
     if (find (connectFaults, Action::close) != nullptr)
         end (Ending::close);
+
     if (find (connectFaults, Action::reset) != nullptr)
         end (Ending::reset);
 
     char bytes[4096];
+
     while (const auto received = connection.receive (bytes, sizeof (bytes)))
     {
         shared.recorder.addBytes (conversation.session, { bytes, received });
@@ -133,6 +146,7 @@ void Session::run (const std::vector<Fault>& connectFaults)
     shared.model.sessionEnded (conversation);
     {
         const std::scoped_lock guard (sending);
+
         if (ending == Ending::reset)
             connection.reset();
         else
@@ -147,7 +161,9 @@ void Session::onEnvelope (const juce::MemoryBlock& block)
 {
     if (stop.isRaised())
         return;
+
     const auto envelope = veltraio::getEnvelope (block);
+
     if (! envelope)
     {
         log (LogDetail::events, "dropped an envelope with a wrong checksum");
@@ -157,12 +173,15 @@ void Session::onEnvelope (const juce::MemoryBlock& block)
     const auto name = messageName (static_cast<std::uint32_t> (envelope->messageId));
     const std::string body (static_cast<const char*> (envelope->body), envelope->bodySize);
     std::vector<std::string_view> names { "*", name };
+
     if (name == "Request")
     {
         veltraio::Request request;
+
         if (request.ParsePartialFromString (body) && request.has_requesttype())
             names.push_back (requestName (request.requesttype()));
     }
+
     handle (name.empty() ? unknownName (envelope->messageId) : std::string (name), body, nextFaults (names));
 }
 
@@ -172,6 +191,7 @@ void Session::handle (const std::string& type, const std::string& body, const st
         shared.messageLimit = limit->bytes;
 
     ReceivedMessage record { conversation.session, type, body, false, {} };
+
     if (find (faults, Action::lose) != nullptr)
     {
         shared.recorder.addMessage (std::move (record));
@@ -179,15 +199,19 @@ void Session::handle (const std::string& type, const std::string& body, const st
     }
 
     std::unique_ptr<google::protobuf::MessageLite> reply;
+
     try
     {
         const auto limit = shared.messageLimit.load();
         const auto size = kHeaderSize + body.size();
+
         if (const auto* refuse = find (faults, Action::refuse))
             throw Refusal (refuse->text);
+
         if (limit != 0 && size > limit)
             throw Refusal ("Envelope of " + std::to_string (size) + " bytes exceeds the limit of "
                            + std::to_string (limit));
+
         reply = shared.model.handle (conversation, type.starts_with ("0x") ? std::string_view {} : type, body);
         record.wasCarriedOut = true;
         log (LogDetail::messages, type + " (" + std::to_string (body.size()) + " bytes) carried out");
@@ -198,12 +222,15 @@ void Session::handle (const std::string& type, const std::string& body, const st
         record.refusal = refusal.what();
         auto refused = std::make_unique<veltraio::Acknowledge>();
         refused->set_ok (false);
+
         if (! record.refusal->empty())
             refused->set_errormessage (*record.refusal);
+
         reply = std::move (refused);
     }
 
     shared.recorder.addMessage (std::move (record));
+
     if (reply != nullptr)
         deliver (Outgoing (*reply), faults);
 }
@@ -212,6 +239,7 @@ bool Session::send (const google::protobuf::MessageLite& message)
 {
     if (stop.isRaised())
         return false;
+
     const auto name = nameOf (message);
     deliver (Outgoing (message), nextFaults ({ name }));
     return ! stop.isRaised();
@@ -224,22 +252,29 @@ void Session::deliver (Outgoing message, const std::vector<Fault>& faults)
         message.messageId = veltraio::envelopeHash ("veltraio." + answer->text);
         message.body = answer->body;
     }
+
     if (const auto* truncate = find (faults, Action::truncate))
         message.body.resize (std::min<std::size_t> (message.body.size(), truncate->bytes));
 
     std::string bytes;
+
     if (const auto* fault = find (faults, Action::noise))
         bytes = noise (fault->bytes);
+
     const auto* duplicate = find (faults, Action::duplicate);
     const auto copies = duplicate == nullptr ? 1 : duplicate->bytes == 0 ? 2 : duplicate->bytes;
     const auto* wrongLength = find (faults, Action::wrongLength);
+
     for (std::uint32_t copy = 0; copy < copies; ++copy)
-        bytes += message.write (find (faults, Action::wrongChecksum) != nullptr, wrongLength == nullptr ? 0 : wrongLength->bytes);
+        bytes += message.write (find (faults, Action::wrongChecksum) != nullptr,
+                                wrongLength == nullptr ? 0 : wrongLength->bytes);
+
     if (find (faults, Action::lose) != nullptr || find (faults, Action::loseReply) != nullptr)
         bytes.clear();
 
     if (const auto* delay = find (faults, Action::delay); delay != nullptr && ! stop.pause (delay->pause))
         return;
+
     transmit (bytes, faults);
 }
 
@@ -247,6 +282,7 @@ void Session::transmit (std::string_view bytes, const std::vector<Fault>& faults
 {
     const auto* close = find (faults, Action::close);
     const auto* reset = find (faults, Action::reset);
+
     if (close != nullptr || reset != nullptr)
         bytes = bytes.substr (0, (close != nullptr ? close : reset)->bytes);
 
@@ -254,16 +290,20 @@ void Session::transmit (std::string_view bytes, const std::vector<Fault>& faults
     const auto size = pieces != nullptr ? std::max<std::size_t> (pieces->bytes, 1) : bytes.size();
     {
         const std::scoped_lock guard (sending);
+
         while (! bytes.empty())
         {
             const auto piece = bytes.substr (0, size);
             bytes.remove_prefix (piece.size());
+
             if (! connection.send (piece) || (pieces != nullptr && ! bytes.empty() && ! stop.pause (pieces->pause)))
                 break;
         }
+
         if (! bytes.empty())
             stop.raise();
     }
+
     if (close != nullptr)
         end (Ending::close);
     else if (reset != nullptr)

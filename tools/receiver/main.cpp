@@ -22,8 +22,8 @@ namespace {
 
 using namespace veltra::receiver;
 
-constexpr int kUsage = 2;      ///< the command line is wrong
-constexpr int kInput = 3;      ///< a profile, a fault or a room cannot be used
+constexpr int kUsage = 2;       ///< the command line is wrong
+constexpr int kInput = 3;       ///< a profile, a fault or a room cannot be used
 constexpr int kNoListening = 4; ///< address and port cannot be had
 
 /** What the command line asks for. */
@@ -54,7 +54,8 @@ void readArguments (CLI::App& app, Arguments& arguments)
     auto& measurement = options.measurement;
     app.add_option ("--port", options.port, "TCP port; 0 picks a free one, which is printed")->capture_default_str();
     app.add_option ("--bind", options.bindAddress, "IPv4 address to listen on")->capture_default_str();
-    app.add_option ("--profile", arguments.profile, "What the receiver is: a profile's file, or stereo, seven-one or twelve")
+    app.add_option ("--profile", arguments.profile,
+                    "What the receiver is: a profile's file, or stereo, seven-one or twelve")
         ->capture_default_str();
     app.add_option ("--folder", options.folder, "Write each slot here when it has been downloaded");
     app.add_option ("--fault", arguments.faults, "Something that goes wrong, see below; may be repeated");
@@ -70,8 +71,10 @@ void readArguments (CLI::App& app, Arguments& arguments)
     app.add_option ("--name", arguments.name, "Its owner's name for it, in what it announces; by default its model");
     app.add_option ("--extension", arguments.extension, "How its description names the port: features or port")
         ->transform (CLI::CheckedTransformer (std::map<std::string, Extension> { { "features", Extension::features },
-                                                                                 { "port", Extension::port } }).description (""))
-        ->type_name ("FORM")->default_str ("features");
+                                                                                 { "port", Extension::port } })
+                         .description (""))
+        ->type_name ("FORM")
+        ->default_str ("features");
     app.add_option ("--log", arguments.log, "What to tell on standard error: nothing, events or messages")
         ->check (CLI::IsMember ({ "nothing", "events", "messages" }))
         ->capture_default_str();
@@ -85,12 +88,17 @@ void readArguments (CLI::App& app, Arguments& arguments)
 Profile chooseProfile (const std::string& name)
 {
     const auto& shipped = shippedProfileNames();
+
     if (std::find (shipped.begin(), shipped.end(), name) != shipped.end())
         return shippedProfile (name);
+
     std::string error;
     auto loaded = loadProfile (name, error);
+
     if (! loaded)
-        throw Failure { kInput, error + (std::filesystem::exists (name) ? "" : ", and no profile of that name comes along") };
+        throw Failure { kInput,
+                        error + (std::filesystem::exists (name) ? "" : ", and no profile of that name comes along") };
+
     return *loaded;
 }
 
@@ -98,25 +106,32 @@ void addFaults (const std::string& text, const std::string& origin, std::vector<
 {
     std::string error;
     const auto parsed = parseFaults (text, error);
+
     if (! parsed)
         throw Failure { kInput, origin + ": " + error };
+
     faults.insert (faults.end(), parsed->begin(), parsed->end());
 }
 
 std::vector<Fault> chooseFaults (const Arguments& arguments)
 {
     std::vector<Fault> faults;
+
     for (const auto& fault : arguments.faults)
         addFaults (fault, "--fault \"" + fault + "\"", faults);
+
     if (! arguments.faultFile.empty())
     {
         std::ifstream stream (arguments.faultFile);
         std::ostringstream text;
         text << stream.rdbuf();
+
         if (! stream)
             throw Failure { kInput, arguments.faultFile + " cannot be read" };
+
         addFaults (text.str(), arguments.faultFile, faults);
     }
+
     return faults;
 }
 
@@ -125,16 +140,19 @@ void print (const std::vector<std::string>& lines)
 {
     for (const auto& line : lines)
         std::cout << line << '\n';
+
     std::cout << std::flush;
 }
 
 void printAllSlots (const Receiver& receiver, int deviceCount)
 {
     bool isEmpty = true;
+
     for (int device = 0; device < deviceCount; ++device)
     {
         const auto index = static_cast<std::uint32_t> (device);
         std::uint32_t slotIndex = 0;
+
         for (const auto& slot : receiver.slots (index))
         {
             const auto lines = describeSlot (index, slotIndex++, slot);
@@ -142,6 +160,7 @@ void printAllSlots (const Receiver& receiver, int deviceCount)
             print (lines);
         }
     }
+
     if (isEmpty)
         print ({ "all slots are empty" });
 }
@@ -149,8 +168,12 @@ void printAllSlots (const Receiver& receiver, int deviceCount)
 Announcement announcementOf (const Profile& profile, const Arguments& arguments, std::uint16_t port)
 {
     const auto& unit = profile.unit;
-    return { .friendlyName = arguments.name.empty() ? unit.name() : arguments.name, .manufacturer = unit.manufacturer(),
-             .model = unit.name(), .serialNumber = unit.serialnumber(), .port = port, .extension = arguments.extension };
+    return { .friendlyName = arguments.name.empty() ? unit.name() : arguments.name,
+             .manufacturer = unit.manufacturer(),
+             .model = unit.name(),
+             .serialNumber = unit.serialnumber(),
+             .port = port,
+             .extension = arguments.extension };
 }
 
 void run (Arguments& arguments)
@@ -159,19 +182,19 @@ void run (Arguments& arguments)
     auto& options = arguments.options;
     options.faults = chooseFaults (arguments);
     options.recordedBytes = 0;
+
     if (std::error_code error; ! options.folder.empty() && ! std::filesystem::is_directory (options.folder)
                                && ! std::filesystem::create_directories (options.folder, error))
         throw Failure { kInput, options.folder.string() + " cannot be made a folder" };
 
     std::mutex printing;
-    options.onDownload = [&] (std::uint32_t device, std::uint32_t slotIndex, const Slot& slot)
-    {
+    options.onDownload = [&] (std::uint32_t device, std::uint32_t slotIndex, const Slot& slot) {
         const std::scoped_lock guard (printing);
         print (describeSlot (device, slotIndex, slot));
     };
+
     if (arguments.log != "nothing")
-        options.log = [all = arguments.log == "messages"] (LogDetail detail, const std::string& text)
-        {
+        options.log = [all = arguments.log == "messages"] (LogDetail detail, const std::string& text) {
             if (all || detail == LogDetail::events)
                 std::cerr << text + '\n' << std::flush;
         };
@@ -186,10 +209,14 @@ void run (Arguments& arguments)
     print ({ "Listening on " + receiver.address() });
 
     std::optional<Announcer> announcer;
+
     if (arguments.announce)
     {
         announcer.emplace (announcementOf (profile, arguments, receiver.port()), options.bindAddress,
-                           [&] (const std::string& text) { if (options.log) options.log (LogDetail::events, text); });
+                           [&] (const std::string& text) {
+                               if (options.log)
+                                   options.log (LogDetail::events, text);
+                           });
         print ({ "Announced as " + (arguments.name.empty() ? profile.unit.name() : arguments.name) });
     }
 
@@ -210,10 +237,12 @@ void run (Arguments& arguments)
 
 int main (int argc, char** argv)
 {
-    CLI::App app ("A simulated audio/video receiver: it speaks the device's side of the protocol, keeps the filters that it\n"
-                  "is given, and plays stimuli through a simulated room to a simulated microphone.");
+    CLI::App app (
+        "A simulated audio/video receiver: it speaks the device's side of the protocol, keeps the filters that it\n"
+        "is given, and plays stimuli through a simulated room to a simulated microphone.");
     Arguments arguments;
     readArguments (app, arguments);
+
     try
     {
         app.parse (argc, argv);

@@ -50,7 +50,9 @@ MonoAudio readMonoAudio (const std::filesystem::path& file)
 
 void writeFloatWav (const std::filesystem::path& file, unsigned sampleRate, std::span<const float> samples)
 {
-    const auto refuse = [&] (const char* why) { return Failure (kExitOutput, file.string() + " cannot be written: " + why + "."); };
+    const auto refuse = [&] (const char* why) {
+        return Failure (kExitOutput, file.string() + " cannot be written: " + why + ".");
+    };
 
     SF_INFO info = {};
     info.samplerate = static_cast<int> (sampleRate);

@@ -9,7 +9,7 @@ namespace veltra::host {
 /** The samples of a file of one channel. */
 struct MonoAudio
 {
-    unsigned sampleRate = 0;  ///< Hz
+    unsigned sampleRate = 0; ///< Hz
     std::vector<float> samples;
 };
 

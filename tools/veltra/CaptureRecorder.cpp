@@ -19,8 +19,7 @@ std::optional<double> missingSeconds (std::span<const Arrival> arrivals, double 
         return {};
 
     // A packet's lateness grows for good when packets before it are lost, and for a while when it is delayed.
-    const auto leastLateness = [sampleRate] (std::span<const Arrival> some)
-    {
+    const auto leastLateness = [sampleRate] (std::span<const Arrival> some) {
         double least = std::numeric_limits<double>::infinity();
 
         for (const auto& arrival : some)

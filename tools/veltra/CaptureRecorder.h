@@ -14,8 +14,8 @@ namespace veltra::host {
 /** When a packet of audio came. */
 struct Arrival
 {
-    double seconds = 0.0;       ///< on any clock
-    std::uint64_t samples = 0;  ///< received by then, this packet included
+    double seconds = 0.0;      ///< on any clock
+    std::uint64_t samples = 0; ///< received by then, this packet included
 };
 
 /** How much audio a receiver did not deliver, judged by the clock: the seconds by which the packets fell behind
@@ -41,10 +41,16 @@ public:
     explicit CaptureRecorder (std::size_t capacity);
 
     /** What has been captured so far. The samples stay where they are; a later call sees more of them. */
-    std::span<const float> samples() const noexcept { return { storage.get(), written.load (std::memory_order_acquire) }; }
+    std::span<const float> samples() const noexcept
+    {
+        return { storage.get(), written.load (std::memory_order_acquire) };
+    }
 
     /** When the packets came; the first 131072 of them. */
-    std::span<const Arrival> arrivals() const noexcept { return { arrivalTimes.get(), packets.load (std::memory_order_acquire) }; }
+    std::span<const Arrival> arrivals() const noexcept
+    {
+        return { arrivalTimes.get(), packets.load (std::memory_order_acquire) };
+    }
 
     /** Samples for which there was no room. */
     std::uint64_t overflow() const noexcept { return lost; }

@@ -57,10 +57,8 @@ std::vector<Channel> channelsOf (const veltratune_io::Device& device)
     std::vector<Channel> channels;
 
     for (std::uint32_t i = 0; i < device.GetChannelCount(); ++i)
-        channels.push_back (channelFromText (textFrom ([&] (char* buffer, std::uint32_t size)
-        {
-            device.GetChannelName (i, buffer, size);
-        })));
+        channels.push_back (channelFromText (
+            textFrom ([&] (char* buffer, std::uint32_t size) { device.GetChannelName (i, buffer, size); })));
 
     return channels;
 }

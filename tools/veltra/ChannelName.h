@@ -13,7 +13,7 @@ namespace veltra::host {
 struct Channel
 {
     std::string name;
-    std::uint32_t number = 0;  ///< the number by which the device knows it, modulo 256: the text has no more
+    std::uint32_t number = 0; ///< the number by which the device knows it, modulo 256: the text has no more
     bool subwoofer = false;
     bool takesFilter = true;
 };

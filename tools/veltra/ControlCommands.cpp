@@ -82,8 +82,7 @@ CLI::Option* addValueCommand (CLI::App& program, const SessionOptions& options, 
     auto* const command = program.add_subcommand (name, help);
     command->footer ("");
 
-    command->callback ([&options, value, run]
-    {
+    command->callback ([&options, value, run] {
         Session session (options);
         run (session, *value);
     });
@@ -95,12 +94,16 @@ CLI::Option* addValueCommand (CLI::App& program, const SessionOptions& options, 
 
 void addControlCommands (CLI::App& program, const SessionOptions& options)
 {
-    addValueCommand<float> (program, options, "volume", "Set or tell the volume; 1 is the loudest that a measurement uses",
-                            "value", volume)->check (CLI::NonNegativeNumber)->type_name ("VALUE");
+    addValueCommand<float> (program, options, "volume",
+                            "Set or tell the volume; 1 is the loudest that a measurement uses", "value", volume)
+        ->check (CLI::NonNegativeNumber)
+        ->type_name ("VALUE");
     addValueCommand<std::uint32_t> (program, options, "slot", "Set or tell the filter slot in use", "slot", activeSlot)
         ->type_name ("N");
-    addValueCommand<std::string> (program, options, "filtering", "Turn filtering on or off, or tell which", "state", filtering)
-        ->check (CLI::IsMember ({ "on", "off" }).description (""))->type_name ("on|off");
+    addValueCommand<std::string> (program, options, "filtering", "Turn filtering on or off, or tell which", "state",
+                                  filtering)
+        ->check (CLI::IsMember ({ "on", "off" }).description (""))
+        ->type_name ("on|off");
 
     const auto channel = std::make_shared<std::string>();
     const auto value = std::make_shared<std::optional<float>>();
@@ -109,8 +112,7 @@ void addControlCommands (CLI::App& program, const SessionOptions& options)
     command->add_option ("channel", *channel, "Name or number of the channel")->required()->type_name ("CHANNEL");
     command->add_option ("dB", *value, "What to set; without it nothing is changed")->type_name ("DB");
 
-    command->callback ([&options, channel, value]
-    {
+    command->callback ([&options, channel, value] {
         Session session (options);
         attenuation (session, *channel, *value);
     });

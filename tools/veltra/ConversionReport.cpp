@@ -56,7 +56,8 @@ std::string padded (const std::string& text, std::size_t width)
 std::vector<ConvertedChannel> examineConversion (topology::IFIRSource& source, const topology::DeviceData& data)
 {
     const bool dualRate = data.topologyName.startsWith ("VLFIR");
-    const auto generation = data.topologyName == "VLFIR" ? topology::VLFIRGeneration::first : topology::VLFIRGeneration::second;
+    const auto generation =
+        data.topologyName == "VLFIR" ? topology::VLFIRGeneration::first : topology::VLFIRGeneration::second;
     const auto contents = dualRate ? topology::readVLFIRBlob (data.bytes, generation) : topology::VLFIRBlobContents();
 
     std::vector<ConvertedChannel> channels;
@@ -108,7 +109,8 @@ void printConversion (std::ostream& stream, const std::vector<ConvertedChannel>&
 
         if (const auto& structure = channel.dualRate)
             stream << padded (std::to_string (structure->offset), 8) << padded (std::to_string (structure->delay), 7)
-                   << padded (formatted ("%.1f", structure->attenuation_dB), 8) << padded (std::to_string (structure->clipped), 9);
+                   << padded (formatted ("%.1f", structure->attenuation_dB), 8)
+                   << padded (std::to_string (structure->clipped), 9);
 
         stream << level ("%8.1f", channel.error.overall_dB) << "  ";
 

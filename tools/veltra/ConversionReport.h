@@ -19,17 +19,17 @@ struct ConvertedChannel
     /** What only the dual-rate structures have. */
     struct DualRate
     {
-        unsigned offset = 0;          ///< start of the high-rate cut-out in the response, samples
-        unsigned delay = 0;           ///< of the high-rate path, samples
-        double attenuation_dB = 0.0;  ///< by which all channels were scaled down
-        unsigned clipped = 0;         ///< coefficients at the end of the number range
+        unsigned offset = 0;         ///< start of the high-rate cut-out in the response, samples
+        unsigned delay = 0;          ///< of the high-rate path, samples
+        double attenuation_dB = 0.0; ///< by which all channels were scaled down
+        unsigned clipped = 0;        ///< coefficients at the end of the number range
     };
 
     std::string name;
-    Eigen::VectorXf wanted;           ///< the filter that was asked for, scaled down as the conversion scaled it
-    Eigen::VectorXf played;           ///< what the device makes of an impulse
-    unsigned playedDelay = 0;         ///< samples by which the structure is late
-    dsp::ResponseError error;         ///< of what is played
+    Eigen::VectorXf wanted;   ///< the filter that was asked for, scaled down as the conversion scaled it
+    Eigen::VectorXf played;   ///< what the device makes of an impulse
+    unsigned playedDelay = 0; ///< samples by which the structure is late
+    dsp::ResponseError error; ///< of what is played
     std::optional<DualRate> dualRate;
 };
 

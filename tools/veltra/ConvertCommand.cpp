@@ -101,8 +101,7 @@ bool holdsSections (const filters::FilterSetsImpl& set)
 class ConversionSource final : public filters::FIIRSourceImpl
 {
 public:
-    ConversionSource (filters::FilterSetsImpl& set, std::uint32_t rate)
-        : FIIRSourceImpl (set, channelsOf (set), rate)
+    ConversionSource (filters::FilterSetsImpl& set, std::uint32_t rate) : FIIRSourceImpl (set, channelsOf (set), rate)
     {
     }
 
@@ -145,8 +144,8 @@ std::vector<ComparedResponse> responsesOf (const std::vector<ConvertedChannel>& 
 
 std::string titleOf (const ConvertOptions& options)
 {
-    return options.topology + " at " + std::to_string (options.sampleRate) + " Hz, " + std::to_string (options.taps) + " taps"
-           + (options.sections ? ", " + std::to_string (*options.sections) + " sections" : "");
+    return options.topology + " at " + std::to_string (options.sampleRate) + " Hz, " + std::to_string (options.taps)
+           + " taps" + (options.sections ? ", " + std::to_string (*options.sections) + " sections" : "");
 }
 
 void convert (const ConvertOptions& options, const SessionOptions& session)
@@ -165,8 +164,7 @@ void convert (const ConvertOptions& options, const SessionOptions& session)
     const auto parameters = parametersOf (options);
     auto settings = settingsOf (options, session);
     Progress progress (stdout, isTerminal (stdout));
-    const auto handler = topology::createTopology (options.topology, [&progress] (float fraction, const juce::String&)
-    {
+    const auto handler = topology::createTopology (options.topology, [&progress] (float fraction, const juce::String&) {
         progress.show (static_cast<double> (fraction), [] { return std::string ("designing"); });
         return true;
     });
@@ -190,9 +188,12 @@ void convert (const ConvertOptions& options, const SessionOptions& session)
     std::printf ("%s: %s at %u Hz, %u channels, %zu bytes, crc32 %08lx\n", options.output.string().c_str(),
                  options.topology.c_str(), options.sampleRate, source.getChannelCount(), blob.getSize(), checksum);
 
-    const auto channels = examineConversion (source, { juce::String (options.topology), parameters, options.sampleRate,
-                                                       source.getChannelCount(),
-                                                       { static_cast<const std::uint8_t*> (blob.getData()), blob.getSize() } });
+    const auto channels =
+        examineConversion (source, { juce::String (options.topology),
+                                     parameters,
+                                     options.sampleRate,
+                                     source.getChannelCount(),
+                                     { static_cast<const std::uint8_t*> (blob.getData()), blob.getSize() } });
     printConversion (std::cout, channels);
     std::cerr << leadInNote ("with the structure " + options.topology + ",", channelsThatNeedLeadIn (channels));
 
@@ -209,21 +210,33 @@ void addConvertCommand (CLI::App& program, const SessionOptions& session)
 
     command->add_option ("file", options->input, "The filter description (XML)")->required()->type_name ("FILE");
     command->add_option ("--topology", options->topology, "The receiver's filter structure: FIR, FIIR, VLFIR or VLFIR2")
-        ->required()->check (CLI::IsMember ({ "FIR", "FIIR", "VLFIR", "VLFIR2" }).description (""))->type_name ("NAME");
+        ->required()
+        ->check (CLI::IsMember ({ "FIR", "FIIR", "VLFIR", "VLFIR2" }).description (""))
+        ->type_name ("NAME");
     command->add_option ("--rate", options->sampleRate, "Sample rate in Hz")
-        ->required()->check (CLI::Range (1u, 1536000u).description (""))->type_name ("HZ");
+        ->required()
+        ->check (CLI::Range (1u, 1536000u).description (""))
+        ->type_name ("HZ");
     command->add_option ("--taps", options->taps, "FIR taps that the structure has for each channel")
-        ->required()->type_name ("N");
-    command->add_option ("--sections", options->sections, "Second-order sections for each channel (FIIR)")->type_name ("N");
+        ->required()
+        ->type_name ("N");
+    command->add_option ("--sections", options->sections, "Second-order sections for each channel (FIIR)")
+        ->type_name ("N");
     command->add_option ("--latency", options->latency, "Latency in samples (VLFIR, VLFIR2)")->type_name ("SAMPLES");
-    command->add_option ("-o,--output", options->output, "The bytes that a receiver would load")->required()->type_name ("FILE");
-    command->add_option ("--dump", options->dump, "Folder for diagnostic files of the conversion (VLFIR, VLFIR2)")->type_name ("DIR");
-    command->add_option ("--plot", options->plot, "Draw wanted and played magnitude and the error, one panel a channel (.svg or .png)")
+    command->add_option ("-o,--output", options->output, "The bytes that a receiver would load")
+        ->required()
+        ->type_name ("FILE");
+    command->add_option ("--dump", options->dump, "Folder for diagnostic files of the conversion (VLFIR, VLFIR2)")
+        ->type_name ("DIR");
+    command
+        ->add_option ("--plot", options->plot,
+                      "Draw wanted and played magnitude and the error, one panel a channel (.svg or .png)")
         ->type_name ("FILE");
     command->add_flag ("--force", options->force, "Replace an output file that exists");
-    command->footer ("\nThe bytes are those that a download sends for this rate to a receiver whose channels are the filters' channels.\n"
-                     "The printed CRC-32 is zlib's. For FIIR, a description without sections has them designed. Settings given by\n"
-                     "--setting hold as they do for the module.\n");
+    command->footer (
+        "\nThe bytes are those that a download sends for this rate to a receiver whose channels are the filters' channels.\n"
+        "The printed CRC-32 is zlib's. For FIIR, a description without sections has them designed. Settings given by\n"
+        "--setting hold as they do for the module.\n");
     command->callback ([options, &session] { convert (*options, session); });
 }
 

@@ -70,8 +70,7 @@ void design (const DesignOptions& options)
 
     {
         Progress progress (stdout, isTerminal (stdout));
-        designs = designFilters (description, options.size, [&progress] (double fraction)
-        {
+        designs = designFilters (description, options.size, [&progress] (double fraction) {
             progress.show (fraction, [] { return std::string ("designing"); });
         });
         progress.endLine();
@@ -86,8 +85,8 @@ void design (const DesignOptions& options)
     }
 
     writeFilterDescription (options.output, description);
-    std::printf ("%s: \"%s\", %zu channels, %zu designs\n", options.output.string().c_str(), description.project.c_str(),
-                 description.channels.size(), designs.size());
+    std::printf ("%s: \"%s\", %zu channels, %zu designs\n", options.output.string().c_str(),
+                 description.project.c_str(), description.channels.size(), designs.size());
 }
 
 }
@@ -97,12 +96,18 @@ void addDesignCommand (CLI::App& program)
     const auto options = std::make_shared<DesignOptions>();
     auto* const command = program.add_subcommand ("design", "Design FIIR filters after impulse responses");
 
-    command->add_option ("-o,--output", options->output, "The filter description (XML)")->required()->type_name ("FILE");
+    command->add_option ("-o,--output", options->output, "The filter description (XML)")
+        ->required()
+        ->type_name ("FILE");
     command->add_option ("--taps", options->size.taps, "Taps to keep; without it the sample rate divided by 48")
-        ->check (CLI::Range (1u, 1u << 20).description (""))->type_name ("N");
+        ->check (CLI::Range (1u, 1u << 20).description (""))
+        ->type_name ("N");
     command->add_option ("--sections", options->size.sections, "Parallel second-order sections for the rest")
-        ->check (CLI::Range (1u, dsp::maxDesignSections).description (""))->type_name ("N")->capture_default_str();
-    command->add_option ("--plot", options->plot, "Draw wanted and designed response (.svg or .png)")->type_name ("FILE");
+        ->check (CLI::Range (1u, dsp::maxDesignSections).description (""))
+        ->type_name ("N")
+        ->capture_default_str();
+    command->add_option ("--plot", options->plot, "Draw wanted and designed response (.svg or .png)")
+        ->type_name ("FILE");
     addImportOptions (*command, options->import, "FIIR");
     command->add_flag ("--force", options->force, "Replace output files that exist");
     command->footer (std::string (kImportNotes) + kFooter);

@@ -20,10 +20,7 @@ constexpr double kLowestOctave = 31.25, kHighestOctave = 16000.0;
 constexpr double kLowestCurve = 10.0;
 constexpr double kCurveBandsPerOctave = 24.0;
 
-double decibels (double energy)
-{
-    return 10.0 * std::log10 (std::max (energy, 1e-30));
-}
+double decibels (double energy) { return 10.0 * std::log10 (std::max (energy, 1e-30)); }
 
 /** Power spectra of the responses and of their difference, up to half the sample rate. */
 struct Spectra
@@ -34,8 +31,7 @@ struct Spectra
     /** The band from `factor` below to `factor` above its centre; at low frequencies at least the nearest bin. */
     BandError band (double frequency, double factor) const
     {
-        const auto bin = [this] (double f)
-        {
+        const auto bin = [this] (double f) {
             return std::clamp<Index> (static_cast<Index> (std::ceil (f / binWidth - 0.5)), 0, wanted.size() - 1);
         };
         const Index first = bin (frequency / factor), count = std::max<Index> (bin (frequency * factor) - first, 1);
@@ -49,8 +45,7 @@ struct Spectra
 Spectra spectraOf (const VectorXd& wanted, const VectorXd& designed, unsigned sampleRate)
 {
     const dsp::RealFft fft (static_cast<int> (wanted.size()));
-    const auto power = [&fft] (const VectorXd& response)
-    {
+    const auto power = [&fft] (const VectorXd& response) {
         VectorXcf spectrum (fft.bins());
         fft.forward (response.cast<float>(), spectrum);
         return VectorXd (spectrum.cast<std::complex<double>>().cwiseAbs2());
@@ -74,8 +69,8 @@ DesignReport examineDesign (std::span<const float> wanted, const dsp::FIIRDesign
     // Twice the response, so that what rings on behind its end counts as well.
     const auto length = static_cast<Index> (std::bit_ceil (2 * wanted.size()));
     VectorXd target = VectorXd::Zero (length);
-    target.head (static_cast<Index> (wanted.size()))
-        = Eigen::Map<const VectorXf> (wanted.data(), static_cast<Index> (wanted.size())).cast<double>();
+    target.head (static_cast<Index> (wanted.size())) =
+        Eigen::Map<const VectorXf> (wanted.data(), static_cast<Index> (wanted.size())).cast<double>();
 
     const VectorXd designed = wholeResponse (design, length);
     const Spectra spectra = spectraOf (target, designed, sampleRate);

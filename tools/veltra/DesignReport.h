@@ -14,14 +14,14 @@ struct BandError
     double frequency = 0.0; ///< centre, in Hz
     double wanted_dB = 0.0; ///< mean power of the response that was wanted
     double designed_dB = 0.0;
-    double error_dB = 0.0;  ///< energy of the difference against that of the wanted response in this band
+    double error_dB = 0.0; ///< energy of the difference against that of the wanted response in this band
 };
 
 /** How well a FIIR filter plays the response that it was designed from. */
 struct DesignReport
 {
-    double error_dB = 0.0;        ///< energy of the difference against that of the wanted response
-    double poleRadius = 0.0;      ///< of the outermost pole
+    double error_dB = 0.0;   ///< energy of the difference against that of the wanted response
+    double poleRadius = 0.0; ///< of the outermost pole
     std::vector<BandError> octaves;
     std::vector<BandError> curve; ///< narrow bands, for a picture
 };

@@ -56,7 +56,8 @@ public:
         char time[32];
         std::snprintf (time, sizeof (time), "%.2f s", elapsed());
         const auto sent = bytes();
-        return (sent ? readableBytes (*sent) + " on the wire in " : std::to_string (pieces) + " pieces in ") + time + ", " + rate();
+        return (sent ? readableBytes (*sent) + " on the wire in " : std::to_string (pieces) + " pieces in ") + time
+               + ", " + rate();
     }
 
 private:
@@ -67,7 +68,8 @@ private:
     std::optional<double> bytes() const
     {
         const auto now = acknowledgedBytes();
-        return now && startBytes && *now > *startBytes ? std::optional (static_cast<double> (*now - *startBytes)) : std::nullopt;
+        return now && startBytes && *now > *startBytes ? std::optional (static_cast<double> (*now - *startBytes))
+                                                       : std::nullopt;
     }
 
     Clock::time_point startTime = Clock::now();
@@ -101,17 +103,15 @@ public:
         meter.countPiece();
         cancelled = cancelled || (cancel && cancel->requested());
 
-        progress.show (static_cast<double> (fraction), [this]
-        {
-            return meter.rate() + (cancelled ? ", cancelling after this sample rate" : "");
-        });
+        progress.show (static_cast<double> (fraction),
+                       [this] { return meter.rate() + (cancelled ? ", cancelling after this sample rate" : ""); });
 
         return ! cancelled;
     }
 
-    bool transferBegun() const noexcept  { return cancel.has_value(); }
-    bool wasCancelled() const noexcept   { return cancelled; }
-    std::string summary() const          { return meter.summary(); }
+    bool transferBegun() const noexcept { return cancel.has_value(); }
+    bool wasCancelled() const noexcept { return cancelled; }
+    std::string summary() const { return meter.summary(); }
 
 private:
     static std::string readable (const std::string& text)
@@ -125,7 +125,8 @@ private:
     bool cancelled = false;
 };
 
-Failure downloadFailure (veltratune_io::EResult result, bool transferBegun, Session& session, const DownloadOptions& options)
+Failure downloadFailure (veltratune_io::EResult result, bool transferBegun, Session& session,
+                         const DownloadOptions& options)
 {
     const auto slot = std::to_string (options.slot);
 
@@ -139,8 +140,8 @@ Failure downloadFailure (veltratune_io::EResult result, bool transferBegun, Sess
 
         default:
             return transferBegun
-                     ? Failure (kExitReceiver, "The receiver did not take the filters: " + session.words() + ".")
-                     : Failure (kExitConversion, "The filters do not fit this receiver: " + session.words() + ".");
+                       ? Failure (kExitReceiver, "The receiver did not take the filters: " + session.words() + ".")
+                       : Failure (kExitConversion, "The filters do not fit this receiver: " + session.words() + ".");
     }
 }
 
@@ -171,7 +172,8 @@ void download (const SessionOptions& sessionOptions, const DownloadOptions& opti
         throw downloadFailure (result, follower.transferBegun(), session, options);
 
     if (follower.wasCancelled())
-        throw Failure (kExitCancelled, "Cancelled; slot " + std::to_string (options.slot) + " of the receiver is incomplete.");
+        throw Failure (kExitCancelled,
+                       "Cancelled; slot " + std::to_string (options.slot) + " of the receiver is incomplete.");
 
     for (auto* const set : setsIn (session.device(), options.slot))
         std::printf ("Slot %u holds \"%s\": %s\n", options.slot, set->GetName(), filterNames (*set).c_str());
@@ -182,12 +184,16 @@ void download (const SessionOptions& sessionOptions, const DownloadOptions& opti
 void addDownloadCommand (CLI::App& program, const SessionOptions& session)
 {
     const auto options = std::make_shared<DownloadOptions>();
-    auto* const command = program.add_subcommand ("download", "Convert filters for a receiver and load them into a slot");
+    auto* const command =
+        program.add_subcommand ("download", "Convert filters for a receiver and load them into a slot");
 
     command->add_option ("file", options->file, "The filter description (XML)")->required()->type_name ("FILE");
-    command->add_option ("--slot", options->slot, "Number of the slot, as `veltra slots` lists it")->required()->type_name ("N");
+    command->add_option ("--slot", options->slot, "Number of the slot, as `veltra slots` lists it")
+        ->required()
+        ->type_name ("N");
     command->add_flag ("--replace", options->replace, "Empty the slot first");
-    command->footer ("\nCtrl-C cancels when the data for one sample rate is through; a second Ctrl-C does not wait for that.\n");
+    command->footer (
+        "\nCtrl-C cancels when the data for one sample rate is through; a second Ctrl-C does not wait for that.\n");
     command->callback ([options, &session] { download (session, *options); });
 }
 

@@ -9,24 +9,23 @@ namespace veltra::host {
 enum ExitStatus
 {
     kExitOk = 0,
-    kExitInternal = 1,    ///< a fault of the program itself
-    kExitUsage = 2,       ///< the command line cannot be carried out
-    kExitModule = 3,      ///< the module was not found or could not be loaded
-    kExitNoReceiver = 4,  ///< no receiver opened a session, or several did
-    kExitReceiver = 5,    ///< the receiver refused or did not answer
-    kExitInput = 6,       ///< an input file cannot be read or is not what it should be
-    kExitOutput = 7,      ///< an output file cannot be written
-    kExitSlotInUse = 8,   ///< the filter slot holds other filters
-    kExitConversion = 9,  ///< the filters do not fit what the receiver can run
-    kExitCancelled = 130  ///< Ctrl-C, as a shell reports it
+    kExitInternal = 1,   ///< a fault of the program itself
+    kExitUsage = 2,      ///< the command line cannot be carried out
+    kExitModule = 3,     ///< the module was not found or could not be loaded
+    kExitNoReceiver = 4, ///< no receiver opened a session, or several did
+    kExitReceiver = 5,   ///< the receiver refused or did not answer
+    kExitInput = 6,      ///< an input file cannot be read or is not what it should be
+    kExitOutput = 7,     ///< an output file cannot be written
+    kExitSlotInUse = 8,  ///< the filter slot holds other filters
+    kExitConversion = 9, ///< the filters do not fit what the receiver can run
+    kExitCancelled = 130 ///< Ctrl-C, as a shell reports it
 };
 
 /** Ends a command: one sentence for a person, and the program's exit status. */
 class Failure : public std::runtime_error
 {
 public:
-    Failure (ExitStatus statusToUse, const std::string& sentence)
-        : std::runtime_error (sentence), status (statusToUse)
+    Failure (ExitStatus statusToUse, const std::string& sentence) : std::runtime_error (sentence), status (statusToUse)
     {
     }
 

@@ -52,7 +52,8 @@ void writeSections (std::ostream& stream, const std::vector<dsp::FIIRSection>& s
 
 void writeResponse (std::ostream& stream, const DescribedResponse& response)
 {
-    stream << "      <Coefficients Topology=\"" << (response.sections.empty() ? "FIR" : "FIIR") << "\" Fs=\"" << response.sampleRate << "\" MinPhase=\"0\">\n"
+    stream << "      <Coefficients Topology=\"" << (response.sections.empty() ? "FIR" : "FIIR") << "\" Fs=\""
+           << response.sampleRate << "\" MinPhase=\"0\">\n"
            << "        <FIR NbrOfTaps=\"" << response.taps.size() << "\">\n          <taps>";
 
     std::string_view separator;
@@ -74,8 +75,9 @@ void writeResponse (std::ostream& stream, const DescribedResponse& response)
 void writeChannel (std::ostream& stream, const DescribedChannel& channel)
 {
     stream << "    <Channel Name=\"" << escapedXml (channel.name) << "\" Number=\"" << channel.number
-           << "\" GaindB=\"0\" Delayms=\"0\" MaxFilterGaindB=\"" << std::string_view (NumberText (channel.maxFilterGain_dB))
-           << "\" Subwoofer=\"" << (channel.subwoofer ? 1 : 0) << "\">\n";
+           << "\" GaindB=\"0\" Delayms=\"0\" MaxFilterGaindB=\""
+           << std::string_view (NumberText (channel.maxFilterGain_dB)) << "\" Subwoofer=\""
+           << (channel.subwoofer ? 1 : 0) << "\">\n";
 
     for (const auto& response : channel.responses)
         writeResponse (stream, response);
@@ -99,8 +101,9 @@ bool isSubwooferName (const std::string& channel)
 void writeFilterDescription (std::ostream& stream, const FilterDescription& description)
 {
     stream << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<Veltra>\n"
-           << "  <Tune ChannelCount=\"" << description.channels.size() << "\" ProjectName=\"" << escapedXml (description.project)
-           << "\" Technology=\"" << escapedXml (description.technology) << "\" Creator=\"veltra import\">\n";
+           << "  <Tune ChannelCount=\"" << description.channels.size() << "\" ProjectName=\""
+           << escapedXml (description.project) << "\" Technology=\"" << escapedXml (description.technology)
+           << "\" Creator=\"veltra import\">\n";
 
     for (const auto& channel : description.channels)
         writeChannel (stream, channel);

@@ -12,8 +12,8 @@ namespace veltra::host {
 /** The filter of a channel at one sample rate: FIR, or FIIR when there are sections. */
 struct DescribedResponse
 {
-    unsigned sampleRate = 0;  ///< Hz
-    std::vector<float> taps;  ///< at least one
+    unsigned sampleRate = 0; ///< Hz
+    std::vector<float> taps; ///< at least one
     std::vector<dsp::FIIRSection> sections {};
 };
 

@@ -58,8 +58,7 @@ void runAll (std::vector<Task>& tasks, const DesignSize& size, const std::functi
     const auto count = std::min<std::size_t> (std::max (1u, std::thread::hardware_concurrency()), tasks.size());
 
     for (std::size_t t = 0; t < count; ++t)
-        threads.emplace_back ([&]
-        {
+        threads.emplace_back ([&] {
             for (std::size_t i = next++; i < tasks.size(); i = next++)
             {
                 design (tasks[i], size);
@@ -90,7 +89,8 @@ std::vector<DesignedResponse> designFilters (FilterDescription& description, con
 
     for (auto& channel : description.channels)
         for (auto& response : channel.responses)
-            tasks.push_back ({ &response, { .channel = channel.name, .sampleRate = response.sampleRate, .report = {} }, {} });
+            tasks.push_back (
+                { &response, { .channel = channel.name, .sampleRate = response.sampleRate, .report = {} }, {} });
 
     runAll (tasks, size, progress);
     std::vector<DesignedResponse> outcomes;
@@ -99,7 +99,8 @@ std::vector<DesignedResponse> designFilters (FilterDescription& description, con
     {
         if (! task.refusal.empty())
             throw Failure (kExitConversion, "No FIIR design for channel " + task.outcome.channel + " at "
-                                            + std::to_string (task.outcome.sampleRate) + " Hz: " + task.refusal + ".");
+                                                + std::to_string (task.outcome.sampleRate) + " Hz: " + task.refusal
+                                                + ".");
 
         outcomes.push_back (std::move (task.outcome));
     }

@@ -12,7 +12,7 @@ namespace veltra::host {
 /** What a receiver of the FIIR technology has room for. */
 struct DesignSize
 {
-    unsigned taps = 0;      ///< 0 stands for the usual number, the sample rate divided by 48
+    unsigned taps = 0; ///< 0 stands for the usual number, the sample rate divided by 48
     unsigned sections = 30;
 };
 
@@ -23,7 +23,7 @@ struct DesignedResponse
     unsigned sampleRate = 0; ///< Hz
     unsigned taps = 0;
     DesignReport report;
-    double seconds = 0.0;    ///< the design alone
+    double seconds = 0.0; ///< the design alone
 };
 
 /** Replaces each FIR response of a description by its FIIR design, as many at once as the machine has processors.

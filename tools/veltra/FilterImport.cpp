@@ -70,8 +70,9 @@ void importFile (const ImpulseFile& file, unsigned leadIn, DescribedChannel& cha
            << std::fixed << std::setprecision (2) << 1000.0 * static_cast<double> (place) / file.sampleRate
            << " ms), largest gain " << std::showpos << gain_dB << std::noshowpos << " dB\n";
 
-    channel.maxFilterGain_dB = channel.responses.empty() ? static_cast<float> (gain_dB)
-                                                         : std::max (channel.maxFilterGain_dB, static_cast<float> (gain_dB));
+    channel.maxFilterGain_dB = channel.responses.empty()
+                                   ? static_cast<float> (gain_dB)
+                                   : std::max (channel.maxFilterGain_dB, static_cast<float> (gain_dB));
     channel.responses.push_back ({ file.sampleRate, std::move (audio.samples) });
 }
 

@@ -12,12 +12,12 @@ namespace veltra::host {
 /** What to make a filter description of. */
 struct ImportOptions
 {
-    std::vector<std::filesystem::path> files;  ///< their names tell channel and rate
-    std::filesystem::path mapping;             ///< lists further files; may be empty
-    std::string channelOrder;                  ///< see numberChannels
+    std::vector<std::filesystem::path> files; ///< their names tell channel and rate
+    std::filesystem::path mapping;            ///< lists further files; may be empty
+    std::string channelOrder;                 ///< see numberChannels
     std::string project;
     std::string technology;
-    unsigned leadIn = 0;                       ///< zeros in front of every response
+    unsigned leadIn = 0; ///< zeros in front of every response
 };
 
 /** Makes a filter description out of impulse responses.

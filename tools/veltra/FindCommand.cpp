@@ -12,14 +12,15 @@ void addFindCommand (CLI::App& program, const SessionOptions& session)
     auto* const command = program.add_subcommand ("find", "Search the network for receivers");
     const auto timeout_ms = std::make_shared<int> (-1);
 
-    command->add_option ("--timeout", *timeout_ms, "How long to search")->type_name ("MS")->check (CLI::Range (0, 600000))
+    command->add_option ("--timeout", *timeout_ms, "How long to search")
+        ->type_name ("MS")
+        ->check (CLI::Range (0, 600000))
         ->default_str ("6000");
-    command->footer ("\nOne line a receiver, as it is found: its name, its address for --device, and maker and model.\n");
-    command->callback ([&session, timeout_ms]
-    {
+    command->footer (
+        "\nOne line a receiver, as it is found: its name, its address for --device, and maker and model.\n");
+    command->callback ([&session, timeout_ms] {
         const auto duration = *timeout_ms < 0 ? searchTime (session) : std::chrono::milliseconds (*timeout_ms);
-        const auto found = searchReceivers (duration, session, [] (const FoundReceiver& receiver)
-        {
+        const auto found = searchReceivers (duration, session, [] (const FoundReceiver& receiver) {
             std::printf ("%s\n", lineOf (receiver).c_str());
             std::fflush (stdout);
         });

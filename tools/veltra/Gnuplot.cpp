@@ -70,8 +70,8 @@ void drawPicture (const std::filesystem::path& file, unsigned width, unsigned he
     const auto terminal = terminalFor (file, width, height);
     OutputFile output (file);
 
-    if (! runGnuplot ("set terminal " + terminal + "\nset output " + gnuplotText (output.temporaryPath().string()) + "\n"
-                      + commands + "\nunset output\n"))
+    if (! runGnuplot ("set terminal " + terminal + "\nset output " + gnuplotText (output.temporaryPath().string())
+                      + "\n" + commands + "\nunset output\n"))
         throw Failure (kExitOutput, file.string() + " could not be drawn: is gnuplot installed?");
 
     output.complete();

@@ -23,13 +23,16 @@ void addImportOptions (CLI::App& command, ImportOptions& import, const char* tec
 {
     command.add_option ("files", import.files, "Mono WAV files, named after channel and sample rate: FL_48000.wav")
         ->type_name ("WAV");
-    command.add_option ("--project", import.project, "Name of the project, which the receiver shows")->type_name ("NAME");
+    command.add_option ("--project", import.project, "Name of the project, which the receiver shows")
+        ->type_name ("NAME");
     command.add_option ("--technology", import.technology, "What the filters were designed for")
-        ->type_name ("NAME")->default_val (technology);
+        ->type_name ("NAME")
+        ->default_val (technology);
     command.add_option ("--map", import.mapping, "A text file that lists further responses")->type_name ("FILE");
     command.add_option ("--channels", import.channelOrder, "The channels in the receiver's order")->type_name ("LIST");
     command.add_option ("--lead-in", import.leadIn, "Silence to put in front of every response alike")
-        ->check (CLI::Range (0u, kLongestLeadIn).description (""))->type_name ("SAMPLES");
+        ->check (CLI::Range (0u, kLongestLeadIn).description (""))
+        ->type_name ("SAMPLES");
 }
 
 void addImportCommand (CLI::App& program)
@@ -44,13 +47,14 @@ void addImportCommand (CLI::App& program)
     const auto options = std::make_shared<Options>();
     auto* const command = program.add_subcommand ("import", "Make a filter description out of impulse responses");
 
-    command->add_option ("-o,--output", options->output, "The filter description (XML)")->required()->type_name ("FILE");
+    command->add_option ("-o,--output", options->output, "The filter description (XML)")
+        ->required()
+        ->type_name ("FILE");
     addImportOptions (*command, options->import, "FIR");
     command->add_flag ("--force", options->force, "Replace an output file that exists");
     command->footer (kImportNotes);
 
-    command->callback ([options]
-    {
+    command->callback ([options] {
         checkMayWrite (options->output, options->force);
 
         if (options->import.project.empty())

@@ -68,7 +68,8 @@ std::vector<ChannelPlace> readOrder (std::string_view order)
 
         const auto equals = item.find ('=');
         const auto name = trimmed (item.substr (0, equals));
-        const auto given = equals == item.npos ? std::optional (next) : number (trimmed (item.substr (equals + 1)), kHighestChannel);
+        const auto given =
+            equals == item.npos ? std::optional (next) : number (trimmed (item.substr (equals + 1)), kHighestChannel);
 
         if (name.empty() || ! given)
             throw Failure (kExitUsage, "'" + std::string (item) + "' in the channel order is no NAME or NAME=NUMBER.");
@@ -91,8 +92,9 @@ ImpulseFile impulseFileFromName (const fs::path& file)
         if (const auto rate = number (std::string_view (stem).substr (mark + 1), kHighestRate))
             return { stem.substr (0, mark), *rate, file };
 
-    throw Failure (kExitInput, "The name of " + file.string() + " does not tell channel and rate as FL_48000.wav does; "
-                                   "a mapping file can (--map FILE).");
+    throw Failure (kExitInput, "The name of " + file.string()
+                                   + " does not tell channel and rate as FL_48000.wav does; "
+                                     "a mapping file can (--map FILE).");
 }
 
 std::vector<ImpulseFile> readMapping (const fs::path& file)

@@ -11,7 +11,7 @@ namespace veltra::host {
 struct ImpulseFile
 {
     std::string channel;
-    unsigned sampleRate = 0;  ///< Hz
+    unsigned sampleRate = 0; ///< Hz
     std::filesystem::path path;
 };
 
@@ -32,7 +32,7 @@ std::vector<ImpulseFile> readMapping (const std::filesystem::path& file);
 struct ChannelPlace
 {
     std::string name;
-    unsigned number = 0;  ///< from 1; the receiver's own number of the channel plus 1
+    unsigned number = 0; ///< from 1; the receiver's own number of the channel plus 1
 };
 
 /** Numbers the channels of an import.

@@ -89,12 +89,9 @@ void printTopologies (const Device2& device)
 {
     std::printf ("\nParameters of topology FIIR\n");
 
-    printByRate (device, "", [&] (std::uint32_t rate)
-    {
-        return std::optional (textFrom ([&] (char* buffer, std::uint32_t size)
-        {
-            device.GetTopologyParameters ("FIIR", rate, buffer, size);
-        }));
+    printByRate (device, "", [&] (std::uint32_t rate) {
+        return std::optional (textFrom (
+            [&] (char* buffer, std::uint32_t size) { device.GetTopologyParameters ("FIIR", rate, buffer, size); }));
     });
 }
 
@@ -103,11 +100,9 @@ void printStimuli (const Device2& device)
     std::printf ("\nStimuli\n");
 
     for (const auto& [name, stimulus] : stimulusNames())
-        printByRate (device, name + ", ", [&, kind = stimulus] (std::uint32_t rate)
-        {
+        printByRate (device, name + ", ", [&, kind = stimulus] (std::uint32_t rate) {
             auto result = veltratune_io::kResultOk;
-            const auto text = textFrom ([&] (char* buffer, std::uint32_t size)
-            {
+            const auto text = textFrom ([&] (char* buffer, std::uint32_t size) {
                 result = device.GetStimulusInformation (kind, rate, buffer, size);
             });
             return result == veltratune_io::kResultOk ? std::optional (text) : std::nullopt;
@@ -121,8 +116,7 @@ void addInfoCommand (CLI::App& program, const SessionOptions& options)
     auto* const command = program.add_subcommand ("info", "Say what a receiver is and what it can do");
 
     command->footer ("");
-    command->callback ([&options]
-    {
+    command->callback ([&options] {
         Session session (options);
         printIdentity (session.device());
         printChannels (session.device());

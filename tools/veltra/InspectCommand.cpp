@@ -49,14 +49,15 @@ std::string gain_dB (std::uint32_t word)
 void printRecord (std::size_t place, const VLFIRRecord& record, VLFIRGeneration generation)
 {
     std::printf ("channel %zu: word %u (id %u), gain %s, high-rate delay %u, reserved %u\n", place, record.channelWord,
-                 record.channelWord / layoutOf (generation).channelFactor, gain_dB (record.gain).c_str(), record.highRateDelay,
-                 record.reserved);
+                 record.channelWord / layoutOf (generation).channelFactor, gain_dB (record.gain).c_str(),
+                 record.highRateDelay, record.reserved);
     std::printf ("  high-rate taps %u from byte %u, low-rate taps %u from byte %u\n", record.highRateTapCount,
                  record.highRateOffset, record.lowRateTapCount, record.lowRateOffset);
 
     if (generation == VLFIRGeneration::second)
-        std::printf ("  stage gains 1 to 4: %s, %s, %s, %s\n", gain_dB (record.stageGain1).c_str(), gain_dB (record.stageGain2).c_str(),
-                     gain_dB (record.stageGain3).c_str(), gain_dB (record.stageGain4).c_str());
+        std::printf ("  stage gains 1 to 4: %s, %s, %s, %s\n", gain_dB (record.stageGain1).c_str(),
+                     gain_dB (record.stageGain2).c_str(), gain_dB (record.stageGain3).c_str(),
+                     gain_dB (record.stageGain4).c_str());
 }
 
 void inspect (const std::filesystem::path& file, const std::string& topology)
@@ -64,8 +65,8 @@ void inspect (const std::filesystem::path& file, const std::string& topology)
     const auto bytes = readBlob (file);
     const auto contents = readVLFIRBlob (bytes, chooseGeneration (topology, bytes));
 
-    std::printf ("%s: %s, %zu bytes, %u Hz, %u channels\n", file.string().c_str(), layoutOf (contents.generation).topologyName,
-                 bytes.size(), contents.sampleRate, contents.channelCount);
+    std::printf ("%s: %s, %zu bytes, %u Hz, %u channels\n", file.string().c_str(),
+                 layoutOf (contents.generation).topologyName, bytes.size(), contents.sampleRate, contents.channelCount);
 
     for (std::size_t i = 0; i < contents.records.size(); ++i)
         printRecord (i, contents.records[i], contents.generation);
@@ -92,9 +93,12 @@ void addInspectCommand (CLI::App& program)
     const auto options = std::make_shared<Options>();
     auto* const command = program.add_subcommand ("inspect", "Take a dual-rate receiver's filter data apart");
 
-    command->add_option ("file", options->file, "The bytes that `veltra convert` or a download made")->required()->type_name ("FILE");
+    command->add_option ("file", options->file, "The bytes that `veltra convert` or a download made")
+        ->required()
+        ->type_name ("FILE");
     command->add_option ("--topology", options->topology, "VLFIR or VLFIR2; without it the layout of the bytes tells")
-        ->check (CLI::IsMember ({ "VLFIR", "VLFIR2" }).description (""))->type_name ("NAME");
+        ->check (CLI::IsMember ({ "VLFIR", "VLFIR2" }).description (""))
+        ->type_name ("NAME");
     command->callback ([options] { inspect (options->file, options->topology); });
 }
 

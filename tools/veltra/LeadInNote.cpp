@@ -32,8 +32,7 @@ std::vector<std::string> channelsThatNeedLeadIn (const std::string& description)
     std::vector<std::string> channels;
 
     if (parser::FIIR::parse (description.c_str(), &set, "Veltra") == parser::FIIR::Success)
-        set.forEachFilter ([&channels] (unsigned, const filters::FilterImpl& filter)
-        {
+        set.forEachFilter ([&channels] (unsigned, const filters::FilterImpl& filter) {
             if (hasFilterThatNeedsLeadIn (filter))
                 channels.push_back (filter.GetName());
 
@@ -54,8 +53,8 @@ std::string leadInNote (const std::string& condition, const std::vector<std::str
         names += (names.empty() ? "" : ", ") + channel;
 
     return "Note: " + condition + " what it would have to play before the first sample of " + names
-           + " is lost, and the filter becomes less exact; `veltra import --lead-in " + std::to_string (dsp::kBandSplitDelay)
-           + "` puts enough silence in front of all channels.\n";
+           + " is lost, and the filter becomes less exact; `veltra import --lead-in "
+           + std::to_string (dsp::kBandSplitDelay) + "` puts enough silence in front of all channels.\n";
 }
 
 }

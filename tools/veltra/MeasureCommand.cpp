@@ -49,7 +49,9 @@ class LevelMeter
 {
 public:
     LevelMeter (CaptureRecorder& recorderToUse, double rateToUse)
-        : recorder (recorderToUse), rate (rateToUse), line (stdout, isTerminal (stdout))
+        : recorder (recorderToUse),
+          rate (rateToUse),
+          line (stdout, isTerminal (stdout))
     {
     }
 
@@ -99,20 +101,23 @@ void checkDevice (const veltratune_io::Device2& device, const MeasureOptions& op
     const auto result = device.GetStimulusInformation (options.plan.stimulus, rate, nullptr, 0);
 
     if (result != veltratune_io::kResultOk)
-        throw Failure (kExitUsage, "The receiver has no stimulus " + options.stimulus
-                                       + (result == veltratune_io::kResultBadSampleRate ? " at " + std::to_string (rate) + " Hz" : "")
-                                       + "; `veltra info` lists them.");
+        throw Failure (
+            kExitUsage,
+            "The receiver has no stimulus " + options.stimulus
+                + (result == veltratune_io::kResultBadSampleRate ? " at " + std::to_string (rate) + " Hz" : "")
+                + "; `veltra info` lists them.");
 }
 
 void report (const CaptureRecorder& recorder, float peak, const MeasureOptions& options)
 {
     const auto rate = static_cast<double> (options.plan.sampleRate);
     std::printf ("%s: %.2f s at %u Hz in %zu packets, %s\n", options.output.string().c_str(),
-                 static_cast<double> (recorder.samples().size()) / rate, options.plan.sampleRate, recorder.arrivals().size(),
-                 levelText (peak).c_str());
+                 static_cast<double> (recorder.samples().size()) / rate, options.plan.sampleRate,
+                 recorder.arrivals().size(), levelText (peak).c_str());
 
     if (const auto missing = missingSeconds (recorder.arrivals(), rate); missing && *missing > kNotableGap_s)
-        std::printf ("Note: about %.0f ms of audio are missing; packets were lost, or the receiver stalled.\n", 1000.0 * *missing);
+        std::printf ("Note: about %.0f ms of audio are missing; packets were lost, or the receiver stalled.\n",
+                     1000.0 * *missing);
 }
 
 void runMeasurement (const SessionOptions& sessionOptions, MeasureOptions& options)
@@ -130,8 +135,7 @@ void runMeasurement (const SessionOptions& sessionOptions, MeasureOptions& optio
     LevelMeter meter (recorder, options.plan.sampleRate);
     const CancelScope cancel;
 
-    const bool complete = measure (session, options.plan, recorder, [&]
-    {
+    const bool complete = measure (session, options.plan, recorder, [&] {
         meter.update();
         return ! cancel.requested();
     });
@@ -163,21 +167,34 @@ void addMeasureCommand (CLI::App& program, const SessionOptions& session)
     auto* const command = program.add_subcommand ("measure", "Play a test signal and record the receiver's microphone");
 
     command->add_option ("--channel", options->channels, "Names or numbers of the channels that play, apart by \",\"")
-        ->delimiter (',')->required()->allow_extra_args (false)->type_name ("N[,N]");
+        ->delimiter (',')
+        ->required()
+        ->allow_extra_args (false)
+        ->type_name ("N[,N]");
     command->add_option ("--stimulus", options->stimulus, "sweep, noise or sub (the level signal for subwoofers)")
-        ->check (CLI::IsMember (stimulusNames()).description (""))->default_val ("sweep")->type_name ("NAME");
-    command->add_option ("--rate", options->plan.sampleRate, "Sample rate in Hz")->default_val (48000u)->type_name ("HZ");
+        ->check (CLI::IsMember (stimulusNames()).description (""))
+        ->default_val ("sweep")
+        ->type_name ("NAME");
+    command->add_option ("--rate", options->plan.sampleRate, "Sample rate in Hz")
+        ->default_val (48000u)
+        ->type_name ("HZ");
     command->add_option ("--tail", options->plan.tail_s, "Seconds to record after the signal")
-        ->default_val (1.0)->check (CLI::Range (0.0, 60.0).description (""))->type_name ("SECONDS");
+        ->default_val (1.0)
+        ->check (CLI::Range (0.0, 60.0).description (""))
+        ->type_name ("SECONDS");
     command->add_option ("--longest", options->plan.longest_s, "Give up when the signal has not ended by then")
-        ->default_val (60.0)->check (CLI::Range (0.1, 600.0).description (""))->type_name ("SECONDS");
-    command->add_option ("-o,--output", options->output, "The recording: WAV, 32-bit float, mono")->required()->type_name ("FILE");
+        ->default_val (60.0)
+        ->check (CLI::Range (0.1, 600.0).description (""))
+        ->type_name ("SECONDS");
+    command->add_option ("-o,--output", options->output, "The recording: WAV, 32-bit float, mono")
+        ->required()
+        ->type_name ("FILE");
     command->add_flag ("--force", options->force, "Replace an output file that exists");
-    command->footer ("\nThe module does not pass on the numbers of audio packets, so lost ones cannot be named; a note tells when less\n"
-                     "audio came than time passed. Ctrl-C stops the signal and puts the receiver back into listening mode.\n");
+    command->footer (
+        "\nThe module does not pass on the numbers of audio packets, so lost ones cannot be named; a note tells when less\n"
+        "audio came than time passed. Ctrl-C stops the signal and puts the receiver back into listening mode.\n");
 
-    command->callback ([options, &session]
-    {
+    command->callback ([options, &session] {
         options->plan.stimulus = stimulusNames().at (options->stimulus);
         runMeasurement (session, *options);
     });

@@ -25,7 +25,8 @@ std::size_t samplesOf (double seconds, std::uint32_t rate) { return static_cast<
 class MeasurementMode
 {
 public:
-    MeasurementMode (Session& sessionToUse, const MeasurementPlan& plan, CaptureRecorder& recorder) : session (sessionToUse)
+    MeasurementMode (Session& sessionToUse, const MeasurementPlan& plan, CaptureRecorder& recorder)
+        : session (sessionToUse)
     {
         const auto channels = static_cast<std::uint32_t> (plan.channels.size());
         const auto result = session.device().EnterMeasurementMode (plan.sampleRate, 0, channels, &recorder);
@@ -39,13 +40,13 @@ public:
         switch (result)
         {
             case veltratune_io::kResultBadSampleRate:
-                throw Failure (kExitUsage, "The receiver does not work at " + std::to_string (plan.sampleRate) + " Hz.");
+                throw Failure (kExitUsage,
+                               "The receiver does not work at " + std::to_string (plan.sampleRate) + " Hz.");
 
             case veltratune_io::kResultTooManyChannels:
                 throw Failure (kExitUsage, "The receiver does not have " + std::to_string (channels) + " channels.");
 
-            default:
-                throw Failure (kExitReceiver, "The receiver does not enter measurement mode: " + words + ".");
+            default: throw Failure (kExitReceiver, "The receiver does not enter measurement mode: " + words + ".");
         }
     }
 
@@ -130,7 +131,8 @@ std::size_t captureCapacity (const MeasurementPlan& plan)
     return samplesOf (plan.longest_s + plan.tail_s + spare_s, plan.sampleRate);
 }
 
-bool measure (Session& session, const MeasurementPlan& plan, CaptureRecorder& recorder, const std::function<bool()>& goOn)
+bool measure (Session& session, const MeasurementPlan& plan, CaptureRecorder& recorder,
+              const std::function<bool()>& goOn)
 {
     MeasurementMode mode (session, plan, recorder);
     bool complete = false;

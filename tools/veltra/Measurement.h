@@ -13,10 +13,10 @@ namespace veltra::host {
 struct MeasurementPlan
 {
     veltratune_io::EStimulus stimulus = veltratune_io::kStimulusSineLogSweep;
-    std::vector<std::uint32_t> channels;  ///< numbers of the channels that play
-    std::uint32_t sampleRate = 48000;     ///< Hz
-    double tail_s = 1.0;                  ///< audio to keep after the stimulus has ended
-    double longest_s = 60.0;              ///< audio after which a stimulus that does not end is given up
+    std::vector<std::uint32_t> channels; ///< numbers of the channels that play
+    std::uint32_t sampleRate = 48000;    ///< Hz
+    double tail_s = 1.0;                 ///< audio to keep after the stimulus has ended
+    double longest_s = 60.0;             ///< audio after which a stimulus that does not end is given up
 };
 
 /** Samples that a recorder needs room for to carry out a plan. */
@@ -31,6 +31,7 @@ std::size_t captureCapacity (const MeasurementPlan& plan);
     @returns         whether the stimulus came to its end
     @throws          Failure (kExitReceiver) with the receiver's words
 */
-bool measure (Session& session, const MeasurementPlan& plan, CaptureRecorder& recorder, const std::function<bool()>& goOn);
+bool measure (Session& session, const MeasurementPlan& plan, CaptureRecorder& recorder,
+              const std::function<bool()>& goOn);
 
 }

@@ -6,9 +6,9 @@
 #include "tools/veltra/XmlText.h"
 
 #if defined(_WIN32)
- #include <windows.h>
+#include <windows.h>
 #elif defined(__APPLE__)
- #include <mach-o/dyld.h>
+#include <mach-o/dyld.h>
 #endif
 
 namespace fs = std::filesystem;
@@ -19,24 +19,24 @@ const char* moduleFileName() noexcept { return VELTRA_MODULE_FILE_NAME; }
 
 fs::path programFolder()
 {
-   #if defined(_WIN32)
+#if defined(_WIN32)
     wchar_t name[32768];
     const auto length = GetModuleFileNameW (nullptr, name, 32768);
     return fs::path (std::wstring (name, length)).parent_path();
-   #else
+#else
     std::error_code error;
 
-   #if defined(__APPLE__)
+#if defined(__APPLE__)
     char name[4096];
     std::uint32_t size = sizeof (name);
     const fs::path program = _NSGetExecutablePath (name, &size) == 0 ? fs::path (name) : fs::path();
-   #else
+#else
     const fs::path program = "/proc/self/exe";
-   #endif
+#endif
 
     const auto real = fs::canonical (program, error);
     return error ? fs::path() : real.parent_path();
-   #endif
+#endif
 }
 
 fs::path findModule (const fs::path& given, const fs::path& programFolder)

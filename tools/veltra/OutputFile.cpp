@@ -24,10 +24,7 @@ fs::path makeTemporary (const fs::path& target)
 
 }
 
-OutputFile::OutputFile (const fs::path& file)
-    : target (file), temporary ([&file] { return makeTemporary (file); })
-{
-}
+OutputFile::OutputFile (const fs::path& file) : target (file), temporary ([&file] { return makeTemporary (file); }) {}
 
 std::ofstream& OutputFile::stream()
 {

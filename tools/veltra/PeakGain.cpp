@@ -17,9 +17,9 @@ constexpr std::size_t kPointsPerSample = 8;
 
 struct FreeWithFftw
 {
-    void operator() (float* samples) const noexcept         { fftwf_free (samples); }
-    void operator() (fftwf_complex* points) const noexcept  { fftwf_free (points); }
-    void operator() (fftwf_plan_s* plan) const noexcept     { fftwf_destroy_plan (plan); }
+    void operator() (float* samples) const noexcept { fftwf_free (samples); }
+    void operator() (fftwf_complex* points) const noexcept { fftwf_free (points); }
+    void operator() (fftwf_plan_s* plan) const noexcept { fftwf_destroy_plan (plan); }
 };
 
 template <typename T>
@@ -38,7 +38,8 @@ double peakGain_dB (std::span<const float> response)
     // FFTW's arrays are not C++ arrays of objects with lifetimes of their own: plain floats, released as a block.
     const auto padded = orThrow (fftwf_alloc_real (size));
     const auto spectrum = orThrow (fftwf_alloc_complex (points));
-    const auto plan = orThrow (fftwf_plan_dft_r2c_1d (static_cast<int> (size), padded.get(), spectrum.get(), FFTW_ESTIMATE));
+    const auto plan =
+        orThrow (fftwf_plan_dft_r2c_1d (static_cast<int> (size), padded.get(), spectrum.get(), FFTW_ESTIMATE));
 
     std::fill (std::ranges::copy (response, padded.get()).out, padded.get() + size, 0.0f);
     fftwf_execute (plan.get());

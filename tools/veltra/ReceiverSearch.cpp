@@ -74,7 +74,8 @@ public:
     {
         {
             const std::lock_guard guard (mutex);
-            waiting.push_back ({ friendlyName.toStdString(), address.fromFirstOccurrenceOf (":", false, false).toStdString(), {} });
+            waiting.push_back (
+                { friendlyName.toStdString(), address.fromFirstOccurrenceOf (":", false, false).toStdString(), {} });
         }
 
         changed.notify_one();
@@ -131,9 +132,9 @@ std::vector<FoundReceiver> searchReceivers (std::chrono::milliseconds duration, 
     Arrivals arrivals;
     auto scan = connections.CreateScanner (&arrivals, {});
 
-    const auto take = [&] (FoundReceiver receiver)
-    {
-        if (std::any_of (found.begin(), found.end(), [&] (const auto& known) { return known.address == receiver.address; }))
+    const auto take = [&] (FoundReceiver receiver) {
+        if (std::any_of (found.begin(), found.end(),
+                         [&] (const auto& known) { return known.address == receiver.address; }))
             return;
 
         receiver.model = modelAt (connections, receiver.address);
@@ -156,7 +157,8 @@ std::vector<FoundReceiver> searchReceivers (std::chrono::milliseconds duration, 
 std::chrono::milliseconds searchTime (const SessionOptions& options)
 {
     const auto setting = options.settings.find ("UPnPTimeout");
-    return std::chrono::milliseconds (setting == options.settings.end() ? 6000 : std::clamp (toInt (setting->second), 0, 600000));
+    return std::chrono::milliseconds (
+        setting == options.settings.end() ? 6000 : std::clamp (toInt (setting->second), 0, 600000));
 }
 
 std::string lineOf (const FoundReceiver& receiver)
@@ -172,16 +174,16 @@ std::string onlyReceiver (const SessionOptions& options)
 {
     const auto duration = searchTime (options);
     std::fprintf (stderr, "Searching the network for %g s ...\n", static_cast<double> (duration.count()) / 1000.0);
-    const auto found = searchReceivers (duration, options, [] (const auto& receiver)
-    {
-        std::fprintf (stderr, "  %s\n", lineOf (receiver).c_str());
-    });
+    const auto found = searchReceivers (
+        duration, options, [] (const auto& receiver) { std::fprintf (stderr, "  %s\n", lineOf (receiver).c_str()); });
 
     if (found.empty())
-        throw Failure (kExitNoReceiver, "No receiver was found on the network; give an address with --device HOST:PORT.");
+        throw Failure (kExitNoReceiver,
+                       "No receiver was found on the network; give an address with --device HOST:PORT.");
 
     if (found.size() > 1)
-        throw Failure (kExitNoReceiver, "Several receivers were found on the network; choose one with --device HOST:PORT.");
+        throw Failure (kExitNoReceiver,
+                       "Several receivers were found on the network; choose one with --device HOST:PORT.");
 
     return found.front().address;
 }

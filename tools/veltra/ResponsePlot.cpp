@@ -69,7 +69,8 @@ struct Layout
     static constexpr unsigned width = 960, titleHeight = 40, panelHeight = 230;
 
     explicit Layout (std::size_t panels)
-        : columns (panels > 1 ? 2 : 1), height (titleHeight + static_cast<unsigned> ((panels + columns - 1) / columns) * panelHeight)
+        : columns (panels > 1 ? 2 : 1),
+          height (titleHeight + static_cast<unsigned> ((panels + columns - 1) / columns) * panelHeight)
     {
     }
 
@@ -101,8 +102,8 @@ std::string dataBlock (std::size_t number, const Curves& curves)
     text << std::fixed << "$c" << number << " << EOD\n";
 
     for (std::size_t point = 0; point < curves.wanted.size(); ++point)
-        text << kLowest_Hz * std::exp2 (static_cast<double> (point) / kPointsPerOctave) << ' ' << curves.wanted[point] << ' '
-             << curves.played[point] << ' ' << curves.error[point] << '\n';
+        text << kLowest_Hz * std::exp2 (static_cast<double> (point) / kPointsPerOctave) << ' ' << curves.wanted[point]
+             << ' ' << curves.played[point] << ' ' << curves.error[point] << '\n';
 
     text << "EOD\n";
     return text.str();
@@ -111,12 +112,14 @@ std::string dataBlock (std::size_t number, const Curves& curves)
 /** Marks on the axis of frequencies; the upper plot of a panel leaves the words to the lower one. */
 std::string frequencyTics (bool labelled)
 {
-    const std::pair<const char*, int> marks[] { { "20 Hz", 20 }, { "50", 50 }, { "100", 100 }, { "200", 200 }, { "500", 500 }, { "1k", 1000 },
-                                                { "2k", 2000 }, { "5k", 5000 }, { "10k", 10000 }, { "20k", 20000 } };
+    const std::pair<const char*, int> marks[] { { "20 Hz", 20 },  { "50", 50 },    { "100", 100 }, { "200", 200 },
+                                                { "500", 500 },   { "1k", 1000 },  { "2k", 2000 }, { "5k", 5000 },
+                                                { "10k", 10000 }, { "20k", 20000 } };
     std::string text;
 
     for (const auto& [label, frequency] : marks)
-        text += (text.empty() ? "set xtics (" : ", ") + gnuplotText (labelled ? label : "") + " " + std::to_string (frequency);
+        text += (text.empty() ? "set xtics (" : ", ") + gnuplotText (labelled ? label : "") + " "
+                + std::to_string (frequency);
 
     return text + ")\n";
 }
@@ -152,27 +155,27 @@ void plotResponses (const std::filesystem::path& file, const std::string& title,
 
     for (std::size_t i = 0; i < responses.size(); ++i)
     {
-        const auto curve = [i] (int column, const char* look)
-        {
+        const auto curve = [i] (int column, const char* look) {
             return "$c" + std::to_string (i) + " using 1:" + std::to_string (column) + " with lines " + look;
         };
 
-        panels += layout.margins (i, 8, 124) + range (top, 60.0)
-                  + frequencyTics (false) + "set ytics 20\nset label 1 " + gnuplotText (responses[i].channel)
-                  + " at graph 0.02,0.1 font ',13' noenhanced\n"
-                  + (i == 0 ? "set key at screen 0.99,screen " + layout.fromTop (20) + " samplen 2 horizontal\n" : "unset key\n")
-                  + "plot " + curve (2, "lw 4 lc '#c0c0c0' title 'wanted', ") + curve (3, "lw 1.3 lc '#1f4e8c' title 'played', ")
-                  + "NaN with lines lw 1.3 lc '#b03020' title 'error'\n"
-                  + "unset label 1\nunset key\n"
-                  + layout.margins (i, 130, 204) + range (errorTop, 80.0)
-                  + frequencyTics (true) + "set ytics 40\nplot " + curve (4, "lw 1.3 lc '#b03020' notitle\n");
+        panels += layout.margins (i, 8, 124) + range (top, 60.0) + frequencyTics (false) + "set ytics 20\nset label 1 "
+                  + gnuplotText (responses[i].channel) + " at graph 0.02,0.1 font ',13' noenhanced\n"
+                  + (i == 0 ? "set key at screen 0.99,screen " + layout.fromTop (20) + " samplen 2 horizontal\n"
+                            : "unset key\n")
+                  + "plot " + curve (2, "lw 4 lc '#c0c0c0' title 'wanted', ")
+                  + curve (3, "lw 1.3 lc '#1f4e8c' title 'played', ")
+                  + "NaN with lines lw 1.3 lc '#b03020' title 'error'\n" + "unset label 1\nunset key\n"
+                  + layout.margins (i, 130, 204) + range (errorTop, 80.0) + frequencyTics (true) + "set ytics 40\nplot "
+                  + curve (4, "lw 1.3 lc '#b03020' notitle\n");
     }
 
-    drawPicture (file, layout.width, layout.height,
-                 data + "set multiplot title " + gnuplotText (title) + " noenhanced font ',14'\n"
-                     + "set logscale x\nset xrange [" + std::to_string (kLowest_Hz) + ":" + std::to_string (sampleRate / 2)
-                     + "]\nset grid lt 1 lc '#d8d8d8' lw 0.6\nset tics scale 0.5\nset border lw 0.6\nset ylabel 'dB' offset 1.5\n"
-                     + panels + "unset multiplot\n");
+    drawPicture (
+        file, layout.width, layout.height,
+        data + "set multiplot title " + gnuplotText (title) + " noenhanced font ',14'\n"
+            + "set logscale x\nset xrange [" + std::to_string (kLowest_Hz) + ":" + std::to_string (sampleRate / 2)
+            + "]\nset grid lt 1 lc '#d8d8d8' lw 0.6\nset tics scale 0.5\nset border lw 0.6\nset ylabel 'dB' offset 1.5\n"
+            + panels + "unset multiplot\n");
 }
 
 }

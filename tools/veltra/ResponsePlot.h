@@ -14,7 +14,7 @@ struct ComparedResponse
     std::string channel;
     Eigen::VectorXf wanted;
     Eigen::VectorXf played;
-    unsigned delay = 0;   ///< samples by which the played response comes later
+    unsigned delay = 0; ///< samples by which the played response comes later
 };
 
 /** Draws one panel a channel: above the magnitude of both responses, below that of their difference, each as the

@@ -58,7 +58,8 @@ Session::Session (const SessionOptions& options)
 
     if (plugin == nullptr)
         throw Failure (kExitModule, "The module does not offer version "
-                                        + std::to_string (veltratune_io::kPluginInterfaceVersion) + " of its interface.");
+                                        + std::to_string (veltratune_io::kPluginInterfaceVersion)
+                                        + " of its interface.");
 
     try
     {
@@ -77,7 +78,8 @@ Session::Session (const SessionOptions& options)
 
         if (plugin->GetDevice (1, &second))
             throw Failure (kExitNoReceiver, std::string ("Several receivers answer, among them ") + first->GetName()
-                                                + " and " + second->GetName() + "; choose one with --device HOST:PORT.");
+                                                + " and " + second->GetName()
+                                                + "; choose one with --device HOST:PORT.");
 
         theDevice = static_cast<veltratune_io::Device2*> (first);
     }

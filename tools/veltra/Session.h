@@ -14,11 +14,11 @@ namespace veltra::host {
 /** What every command that talks to a receiver is given. */
 struct SessionOptions
 {
-    std::filesystem::path module;  ///< empty: search for it
-    std::string device;            ///< HOST:PORT; empty: the network is searched
-    ModuleSettings settings;       ///< further settings of the module
-    std::filesystem::path log;     ///< empty: no log
-    int logLevel = 20000;          ///< of log4cplus
+    std::filesystem::path module; ///< empty: search for it
+    std::string device;           ///< HOST:PORT; empty: the network is searched
+    ModuleSettings settings;      ///< further settings of the module
+    std::filesystem::path log;    ///< empty: no log
+    int logLevel = 20000;         ///< of log4cplus
 };
 
 /** The setting "Device" for a receiver's address.
@@ -53,7 +53,7 @@ public:
     std::string words();
 
 private:
-    using GetPlugin = veltratune_io::Plugin* (std::uint32_t);
+    using GetPlugin = veltratune_io::Plugin*(std::uint32_t);
     using ReleasePlugin = void (veltratune_io::Plugin*);
     using SetLog = void (const char*, std::int32_t, std::int32_t);
 

@@ -5,9 +5,9 @@
 #include "tools/veltra/ExitStatus.h"
 
 #if defined(_WIN32)
- #include <windows.h>
+#include <windows.h>
 #else
- #include <dlfcn.h>
+#include <dlfcn.h>
 #endif
 
 namespace veltra::host {
@@ -16,7 +16,7 @@ namespace {
 
 #if defined(_WIN32)
 void* load (const std::filesystem::path& file) { return LoadLibraryW (file.c_str()); }
-void unload (void* handle)                     { FreeLibrary (static_cast<HMODULE> (handle)); }
+void unload (void* handle) { FreeLibrary (static_cast<HMODULE> (handle)); }
 
 void* find (void* handle, const char* name)
 {
@@ -26,8 +26,8 @@ void* find (void* handle, const char* name)
 std::string reason() { return "error " + std::to_string (GetLastError()); }
 #else
 void* load (const std::filesystem::path& file) { return dlopen (file.c_str(), RTLD_NOW | RTLD_LOCAL); }
-void unload (void* handle)                     { dlclose (handle); }
-void* find (void* handle, const char* name)    { return dlsym (handle, name); }
+void unload (void* handle) { dlclose (handle); }
+void* find (void* handle, const char* name) { return dlsym (handle, name); }
 
 std::string reason()
 {
@@ -38,8 +38,7 @@ std::string reason()
 
 }
 
-SharedLibrary::SharedLibrary (const std::filesystem::path& fileToLoad)
-    : file (fileToLoad), handle (load (fileToLoad))
+SharedLibrary::SharedLibrary (const std::filesystem::path& fileToLoad) : file (fileToLoad), handle (load (fileToLoad))
 {
     if (handle == nullptr)
         throw Failure (kExitModule, "The module could not be loaded: " + reason() + ".");

@@ -5,22 +5,27 @@
 #include "tools/veltra/Transient.h"
 
 #if ! defined(_WIN32)
- #include <csignal>
- #include <pthread.h>
+#include <csignal>
+#include <pthread.h>
 #endif
 
 namespace veltra::host {
 
 namespace {
 
-enum State { kFatal, kCancellable, kCancelled };
+enum State
+{
+    kFatal,
+    kCancellable,
+    kCancelled
+};
 
 std::atomic<State> state { kFatal };
 
 }
 
 CancelScope::CancelScope() noexcept { state = kCancellable; }
-CancelScope::~CancelScope()         { state = kFatal; }
+CancelScope::~CancelScope() { state = kFatal; }
 
 bool CancelScope::requested() const noexcept { return state == kCancelled; }
 

@@ -11,8 +11,7 @@ void addSlotCommands (CLI::App& program, const SessionOptions& options)
     auto* const list = program.add_subcommand ("slots", "List the filter slots of a receiver");
 
     list->footer ("");
-    list->callback ([&options]
-    {
+    list->callback ([&options] {
         Session session (options);
         printSlots (session.device());
     });
@@ -22,8 +21,7 @@ void addSlotCommands (CLI::App& program, const SessionOptions& options)
     remove->add_option ("--slot", *slot, "Number of the slot, as `veltra slots` lists it")->required()->type_name ("N");
     remove->footer ("");
 
-    remove->callback ([&options, slot]
-    {
+    remove->callback ([&options, slot] {
         Session session (options);
         checkSlot (session.device(), *slot);
         std::printf (emptySlot (session, *slot) ? "Slot %u is empty now.\n" : "Slot %u was empty already.\n", *slot);

@@ -4,15 +4,16 @@
 #include <cmath>
 
 #if defined(_WIN32)
- #include <io.h>
+#include <io.h>
 #else
- #include <unistd.h>
+#include <unistd.h>
 #endif
 
 namespace veltra::host {
 
 StatusLine::StatusLine (std::FILE* streamToUse, bool isForATerminal) noexcept
-    : stream (streamToUse), terminal (isForATerminal)
+    : stream (streamToUse),
+      terminal (isForATerminal)
 {
 }
 
@@ -45,11 +46,11 @@ void StatusLine::endLine()
 
 bool isTerminal (std::FILE* stream) noexcept
 {
-   #if defined(_WIN32)
+#if defined(_WIN32)
     return _isatty (_fileno (stream)) != 0;
-   #else
+#else
     return isatty (fileno (stream)) != 0;
-   #endif
+#endif
 }
 
 std::string bar (double fraction, int width)

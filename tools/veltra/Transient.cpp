@@ -7,11 +7,11 @@
 #include "tools/veltra/ExitStatus.h"
 
 #if defined(_WIN32)
- #include <random>
+#include <random>
 #else
- #include <cerrno>
- #include <cstdlib>
- #include <cstring>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
 #endif
 
 namespace veltra::host {
@@ -96,7 +96,7 @@ std::filesystem::path makePrivateFolder()
     if (error)
         throw Failure (kExitOutput, "There is no folder for temporary files: " + error.message() + ".");
 
-   #if defined(_WIN32)
+#if defined(_WIN32)
     // The temporary folder of a Windows account is private already.
     std::random_device random;
     folder /= "veltra-" + std::to_string (random()) + std::to_string (random());
@@ -105,14 +105,15 @@ std::filesystem::path makePrivateFolder()
         throw Failure (kExitOutput, "No folder could be made in " + folder.parent_path().string() + ".");
 
     return folder;
-   #else
+#else
     auto name = (folder / "veltra-XXXXXX").string();
 
     if (::mkdtemp (name.data()) == nullptr) // mode 0700
-        throw Failure (kExitOutput, "No folder could be made in " + folder.string() + ": " + std::strerror (errno) + ".");
+        throw Failure (kExitOutput,
+                       "No folder could be made in " + folder.string() + ": " + std::strerror (errno) + ".");
 
     return name;
-   #endif
+#endif
 }
 
 }

@@ -2,8 +2,8 @@
 
 #if defined(__linux__)
 
-#include <cstddef>
 #include <charconv>
+#include <cstddef>
 #include <filesystem>
 
 #include <linux/tcp.h>
@@ -33,7 +33,8 @@ std::optional<std::uint64_t> acknowledgedBytes()
     std::optional<std::uint64_t> sum;
     std::error_code error;
 
-    for (std::filesystem::directory_iterator entry ("/proc/self/fd", error), end; ! error && entry != end; entry.increment (error))
+    for (std::filesystem::directory_iterator entry ("/proc/self/fd", error), end; ! error && entry != end;
+         entry.increment (error))
     {
         const auto name = entry->path().filename().string();
         int handle = -1;

@@ -13,10 +13,10 @@ std::string escapedXml (std::string_view text)
     {
         switch (c)
         {
-            case '&':  escaped += "&amp;"; break;
-            case '<':  escaped += "&lt;"; break;
-            case '>':  escaped += "&gt;"; break;
-            case '"':  escaped += "&quot;"; break;
+            case '&': escaped += "&amp;"; break;
+            case '<': escaped += "&lt;"; break;
+            case '>': escaped += "&gt;"; break;
+            case '"': escaped += "&quot;"; break;
             case '\'': escaped += "&apos;"; break;
             case '\t': escaped += "&#9;"; break;
             case '\n': escaped += "&#10;"; break;

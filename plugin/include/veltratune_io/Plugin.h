@@ -52,36 +52,35 @@ public:
 }
 
 #if defined(_WIN32)
- #if defined(VELTRATUNE_IO_BUILDS_MODULE)
-  #define VELTRATUNE_IO_EXPORT __declspec (dllexport)
- #else
-  #define VELTRATUNE_IO_EXPORT
- #endif
+#if defined(VELTRATUNE_IO_BUILDS_MODULE)
+#define VELTRATUNE_IO_EXPORT __declspec(dllexport)
 #else
- #define VELTRATUNE_IO_EXPORT __attribute__ ((visibility ("default")))
+#define VELTRATUNE_IO_EXPORT
+#endif
+#else
+#define VELTRATUNE_IO_EXPORT __attribute__ ((visibility ("default")))
 #endif
 
-extern "C" {
-
-/** Makes a plug-in object, which stays the module's.
+extern "C"
+{
+    /** Makes a plug-in object, which stays the module's.
 
     @param version  veltratune_io::kPluginInterfaceVersion
     @returns        null for any other version
 */
-VELTRATUNE_IO_EXPORT veltratune_io::Plugin* GetVersionedPluginObject (std::uint32_t version);
+    VELTRATUNE_IO_EXPORT veltratune_io::Plugin* GetVersionedPluginObject (std::uint32_t version);
 
-/** Ends an object's life, with its devices and their connections, and ends logging for the whole module.
+    /** Ends an object's life, with its devices and their connections, and ends logging for the whole module.
     @param plugin  may be null, which does nothing at all
 */
-VELTRATUNE_IO_EXPORT void ReleaseVersionedPluginObject (veltratune_io::Plugin* plugin);
+    VELTRATUNE_IO_EXPORT void ReleaseVersionedPluginObject (veltratune_io::Plugin* plugin);
 
-/** Starts a log file, appending to what is there. Its folder is made; when that fails, or the path is a
+    /** Starts a log file, appending to what is there. Its folder is made; when that fails, or the path is a
     folder, nothing changes and nothing is reported.
 
     @param path    UTF-8
     @param length  of the path in bytes; -1 for a NUL-terminated one
     @param level   of log4cplus: TRACE 0, DEBUG 10000, INFO 20000, WARN 30000, ERROR 40000, FATAL 50000, OFF 60000
 */
-VELTRATUNE_IO_EXPORT void SetLogPath (const char* path, std::int32_t length, std::int32_t level);
-
+    VELTRATUNE_IO_EXPORT void SetLogPath (const char* path, std::int32_t length, std::int32_t level);
 }

@@ -6,16 +6,16 @@ namespace veltratune_io {
 enum EResult
 {
     kResultOk = 0,
-    kResultFailed = 1,           ///< not sent, refused, timed out or nothing there; GetLastError may have words
-    kResultBadIndex = 3,         ///< channel index out of range
-    kResultBadArgument = 4,      ///< null pointer
-    kResultNotSupported = 5,     ///< the operation exists and does nothing here
-    kResultChannelConflict = 7,  ///< a filter set for the same channel already lies in the slot
-    kResultBadFilterText = 8,    ///< the filter description could not be parsed
-    kResultBadTechnology = 9,    ///< a topology technology other than "FIIR" was asked for
-    kResultBufferTooSmall = 10,  ///< the text did not fit the caller's buffer
-    kResultBadSampleRate = 11,   ///< the device does not offer this sample rate
-    kResultTooManyChannels = 12  ///< more channels than the device has
+    kResultFailed = 1,          ///< not sent, refused, timed out or nothing there; GetLastError may have words
+    kResultBadIndex = 3,        ///< channel index out of range
+    kResultBadArgument = 4,     ///< null pointer
+    kResultNotSupported = 5,    ///< the operation exists and does nothing here
+    kResultChannelConflict = 7, ///< a filter set for the same channel already lies in the slot
+    kResultBadFilterText = 8,   ///< the filter description could not be parsed
+    kResultBadTechnology = 9,   ///< a topology technology other than "FIIR" was asked for
+    kResultBufferTooSmall = 10, ///< the text did not fit the caller's buffer
+    kResultBadSampleRate = 11,  ///< the device does not offer this sample rate
+    kResultTooManyChannels = 12 ///< more channels than the device has
 };
 
 }
