@@ -12,7 +12,7 @@
 #include "dsp/ResidueFit.h"
 #include "dsp/WarpedModes.h"
 #include "dsp/WarpSequence.h"
-#include "tests/dsp/ReferenceFIIRDesign.h"
+#include "tests/support/ReferenceFIIRDesign.h"
 
 namespace veltra::bench {
 

@@ -6,7 +6,6 @@
 #include <juce_core/juce_core.h>
 
 #include "protocol/Envelope.h"
-#include "protocol/MessageId.h"
 #include "protocol/veltraio.pb.h"
 
 namespace veltra::bench {

@@ -13,7 +13,7 @@
 #include "filters/FIIREngine.h"
 #include "filters/FilterDescriptionParser.h"
 #include "filters/FilterSetsImpl.h"
-#include "tools/veltra/FilterImport.h"
+#include "tools/veltra/filters/FilterImport.h"
 
 /** @file
     From filter text to impulse responses. A description is to be parsed in at most 1.3 times the time of its

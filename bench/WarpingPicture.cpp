@@ -9,7 +9,7 @@
 #include <numbers>
 
 #include "dsp/WarpSequence.h"
-#include "tests/dsp/ImpulseResponses.h"
+#include "tests/support/ImpulseResponses.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <string_view>
 
 #include "common/Log.h"
-#include "common/LogText.h"
-#include "common/XmlDocument.h"
+#include "common/Text.h"
+#include "common/Xml.h"
 #include "discovery/HttpGet.h"
 
 namespace upnp {

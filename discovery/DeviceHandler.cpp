@@ -5,8 +5,8 @@
 #include <utility>
 
 #include "common/Clock.h"
+#include "common/Contain.h"
 #include "common/Log.h"
-#include "protocol/Contain.h"
 #include "protocol/SocketPlatform.h"
 
 namespace upnp {
@@ -119,7 +119,7 @@ void DeviceHandler::TimerThread::run()
         if (const auto now = veltra::steadyMilliseconds(); now >= next)
         {
             next = now + interval_ms;
-            veltra::ipc::contain ("A search", tick);
+            veltra::contain ("A search", tick);
         }
 
         wait (wait_ms);

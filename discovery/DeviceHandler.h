@@ -6,7 +6,7 @@
 
 #include <juce_core/juce_core.h>
 
-#include "common/JuceThreads.h"
+#include "common/Threads.h"
 #include "discovery/SsdpMessages.h"
 #include "protocol/UdpConnection.h"
 

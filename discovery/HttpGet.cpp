@@ -7,7 +7,7 @@
 
 #include <curl/curl.h>
 
-#include "common/HostLookup.h"
+#include "protocol/HostLookup.h"
 
 #if ! defined(_WIN32)
 #include <csignal>

@@ -6,14 +6,14 @@
 #include <utility>
 #include <vector>
 
-#include "common/JuceThreadPool.h"
+#include "common/Contain.h"
 #include "common/Log.h"
-#include "common/LogText.h"
+#include "common/Text.h"
+#include "common/Threads.h"
 #include "discovery/DeviceDescription.h"
 #include "discovery/DeviceHandler.h"
 #include "discovery/LocalAddresses.h"
 #include "discovery/RecentTexts.h"
-#include "protocol/Contain.h"
 
 namespace upnp {
 
@@ -37,7 +37,7 @@ public:
 
     JobStatus runJob() override
     {
-        veltra::ipc::contain ("A look at a device", [this] {
+        veltra::contain ("A look at a device", [this] {
             juce::String address, friendlyName;
 
             if (getDeviceInfo (location, address, friendlyName, [this] { return shouldExit(); }))
@@ -150,8 +150,8 @@ ScanHandler::~ScanHandler()
 void ScanHandler::run()
 {
     threadEnd.started();
-    veltra::ipc::contain ("A scan", [this] { scan(); });
-    veltra::ipc::contain ("The end of a scan", [this] { callback->OnScanEnded(); });
+    veltra::contain ("A scan", [this] { scan(); });
+    veltra::contain ("The end of a scan", [this] { callback->OnScanEnded(); });
     VELTRA_LOG (DEBUG, "UPnP scanning thread stopped");
 }
 

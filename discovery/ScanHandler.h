@@ -2,7 +2,7 @@
 
 #include <juce_core/juce_core.h>
 
-#include "common/JuceThreads.h"
+#include "common/Threads.h"
 #include "discovery/Scanner.h"
 
 namespace upnp {

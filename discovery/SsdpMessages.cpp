@@ -4,8 +4,7 @@
 #include <utility>
 
 #include "common/Log.h"
-#include "common/LogText.h"
-#include "protocol/PeerText.h"
+#include "common/Text.h"
 
 namespace upnp {
 
@@ -127,7 +126,7 @@ void AnswerReader::takeAnswer (std::string_view answer) const
         return;
     }
 
-    const auto usn = veltraio::peerText (headers.usn), location = veltraio::peerText (headers.location);
+    const auto usn = veltra::juceText (headers.usn), location = veltra::juceText (headers.location);
 
     if (usn.isEmpty() || location.isEmpty()) // also for bytes that begin with NUL
     {

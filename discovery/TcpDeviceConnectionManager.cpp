@@ -3,8 +3,8 @@
 #include <utility>
 
 #include "common/Log.h"
-#include "common/LogText.h"
 #include "common/Numbers.h"
+#include "common/Text.h"
 #include "discovery/ScanHandler.h"
 #include "protocol/TcpDeviceConnection.h"
 

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "common/Log.h"
-#include "common/LogText.h"
+#include "common/Text.h"
 
 namespace veltra::filters {
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "common/Numbers.h"
-#include "common/XmlDocument.h"
+#include "common/Xml.h"
 
 namespace veltra::parser::FIIR {
 

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "common/Numbers.h"
-#include "common/Utf8.h"
+#include "common/Text.h"
 #include "topology/Topology.h"
 
 namespace veltra::filters {

@@ -11,7 +11,6 @@
 #include <string>
 
 #include "protocol/Envelope.h"
-#include "protocol/MessageId.h"
 #include "protocol/TextForm.h"
 #include "protocol/veltraio.pb.h"
 

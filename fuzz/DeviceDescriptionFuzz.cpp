@@ -2,17 +2,17 @@
     The description of a device. The first line of the input is where it came from, the rest is the document.
 */
 
-#include "common/XmlDocument.h"
+#include "common/Text.h"
+#include "common/Xml.h"
 #include "discovery/DeviceDescription.h"
 #include "fuzz/FuzzTarget.h"
-#include "protocol/PeerText.h"
 
 extern "C" int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t size)
 {
     using veltra::fuzz::require;
 
     auto body = veltra::fuzz::asText (data, size);
-    const auto location = veltraio::peerText (veltra::fuzz::cutUpTo ('\n', body));
+    const auto location = veltra::juceText (veltra::fuzz::cutUpTo ('\n', body));
 
     juce::String address, friendlyName;
     const bool isDevice = upnp::readDescription (veltra::xmlText (body), location, address, friendlyName);

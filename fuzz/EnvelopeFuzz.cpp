@@ -10,7 +10,7 @@
 #include "protocol/EnvelopeParser.h"
 #include "protocol/PingHandler.h"
 #include "protocol/ReplyHandlers.h"
-#include "tests/protocol/LocalConnection.h"
+#include "tests/support/LocalConnection.h"
 
 namespace {
 

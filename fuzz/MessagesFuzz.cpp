@@ -9,7 +9,7 @@
 #include "protocol/Envelope.h"
 #include "protocol/ReplyHandlers.h"
 #include "protocol/TextForm.h"
-#include "tests/protocol/LocalConnection.h"
+#include "tests/support/LocalConnection.h"
 
 namespace {
 

@@ -11,9 +11,9 @@
 #include <vector>
 
 #include "common/Numbers.h"
-#include "common/Utf8.h"
+#include "common/Text.h"
 #include "fuzz/FuzzTarget.h"
-#include "tests/topology/TestSource.h"
+#include "tests/support/TestSource.h"
 #include "topology/Conversion.h"
 #include "topology/Topology.h"
 

@@ -1,8 +1,8 @@
 #include "plugin/AudioCapture.h"
 
 #include "common/Clock.h"
+#include "common/Contain.h"
 #include "common/Log.h"
-#include "plugin/Guard.h"
 
 namespace veltra::plugin {
 

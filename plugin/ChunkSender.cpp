@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "common/Log.h"
-#include "common/LogText.h"
+#include "common/Text.h"
 #include "plugin/Exchange.h"
 #include "plugin/Settings.h"
 

@@ -6,9 +6,9 @@
 
 #include <set>
 
+#include "common/Contain.h"
 #include "filters/FilterDescriptionParser.h"
 #include "plugin/FilterDownload.h"
-#include "plugin/Guard.h"
 #include "plugin/Progress.h"
 
 namespace veltra::plugin {
@@ -84,8 +84,7 @@ EResult DeviceImpl::loadFilterSet (std::uint32_t slot, const char* text)
 
 EResult DeviceImpl::LoadFilterSet (std::uint32_t slot, const char* text, std::uint64_t)
 {
-    return guarded (
-        kResultFailed, [=, this] { return loadFilterSet (slot, text); }, &lastError);
+    return guarded (kResultFailed, &lastError, [=, this] { return loadFilterSet (slot, text); });
 }
 
 std::optional<DeviceImpl::Place> DeviceImpl::findSet (const FilterSet* set)
@@ -122,33 +121,27 @@ bool DeviceImpl::RemoveFilterSet2 (FilterSet* set, std::uint64_t) { return Remov
 
 EResult DeviceImpl::DownloadFilterSet (std::uint32_t slot, const char* text, std::uint64_t, ProgressCallback* callback)
 {
-    return guarded (
-        kResultFailed,
-        [=, this] {
-            Progress progress (callback);
-            progress.say ("#Preprocessing filters...");
+    return guarded (kResultFailed, &lastError, [=, this] {
+        Progress progress (callback);
+        progress.say ("#Preprocessing filters...");
 
-            if (const auto result = loadFilterSet (slot, text); result != kResultOk)
-                return result;
-
-            // Not always the one just parsed: when the slot held sets for other channels, the oldest goes to the device.
-            auto& workingSet = *filterSets[slot].front();
-            const auto result = guarded (
-                kResultFailed,
-                [&] {
-                    const DownloadTarget target { dispatcher, deviceIndex, deviceInfo, descriptions.topologyInfo,
-                                                  settings,   lastError };
-                    return FilterDownload (target, workingSet, slot, progress).run();
-                },
-                &lastError);
-
-            if (result != kResultOk)
-                if (const auto place = findSet (&workingSet))
-                    place->sets.erase (place->at);
-
+        if (const auto result = loadFilterSet (slot, text); result != kResultOk)
             return result;
-        },
-        &lastError);
+
+        // Not always the one just parsed: when the slot held sets for other channels, the oldest goes to the device.
+        auto& workingSet = *filterSets[slot].front();
+        const auto result = guarded (kResultFailed, &lastError, [&] {
+            const DownloadTarget target { dispatcher, deviceIndex, deviceInfo, descriptions.topologyInfo,
+                                          settings,   lastError };
+            return FilterDownload (target, workingSet, slot, progress).run();
+        });
+
+        if (result != kResultOk)
+            if (const auto place = findSet (&workingSet))
+                place->sets.erase (place->at);
+
+        return result;
+    });
 }
 
 }

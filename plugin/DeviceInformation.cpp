@@ -8,7 +8,7 @@
 #include <array>
 #include <charconv>
 
-#include "plugin/Guard.h"
+#include "common/Contain.h"
 #include "plugin/Text.h"
 
 namespace veltra::plugin {

@@ -7,8 +7,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "common/Contain.h"
 #include "common/Log.h"
-#include "plugin/Guard.h"
 #include "plugin/ProductProfile.h"
 #include "plugin/Text.h"
 
@@ -40,70 +40,61 @@ EResult DeviceImpl::resultOf (const CommandResult& command)
 EResult DeviceImpl::EnterMeasurementMode (std::uint32_t rate, std::uint64_t, std::uint32_t channels,
                                           CaptureCallback* callback)
 {
-    return guarded (
-        kResultFailed,
-        [=, this] {
-            if (! offersSampleRate (rate))
-                return kResultBadSampleRate;
+    return guarded (kResultFailed, &lastError, [=, this] {
+        if (! offersSampleRate (rate))
+            return kResultBadSampleRate;
 
-            if (channels > GetChannelCount())
-                return kResultTooManyChannels;
+        if (channels > GetChannelCount())
+            return kResultTooManyChannels;
 
-            veltraio::OperationModeInfo message;
-            message.set_mode (veltraio::OperationMode_kMeasurement);
-            sampleRate = rate;
+        veltraio::OperationModeInfo message;
+        message.set_mode (veltraio::OperationMode_kMeasurement);
+        sampleRate = rate;
 
-            if (hasCapability (veltraio::Unit::Caps_kAudioDataCallback))
-            {
-                capture.start (callback); // before the device can send its first packet; stays, also when it refuses
-                message.set_samplerate (rate);
-            }
+        if (hasCapability (veltraio::Unit::Caps_kAudioDataCallback))
+        {
+            capture.start (callback); // before the device can send its first packet; stays, also when it refuses
+            message.set_samplerate (rate);
+        }
 
-            return resultOf (sendCommand (dispatcher, message, kModeTimeout_ms));
-        },
-        &lastError);
+        return resultOf (sendCommand (dispatcher, message, kModeTimeout_ms));
+    });
 }
 
 bool DeviceImpl::LeaveMeasurementMode()
 {
     capture.stop();
 
-    return guarded (
-        false,
-        [this] {
-            veltraio::OperationModeInfo message;
-            message.set_mode (veltraio::OperationMode_kAudition);
-            return resultOf (sendCommand (dispatcher, message, kModeTimeout_ms)) == kResultOk;
-        },
-        &lastError);
+    return guarded (false, &lastError, [this] {
+        veltraio::OperationModeInfo message;
+        message.set_mode (veltraio::OperationMode_kAudition);
+        return resultOf (sendCommand (dispatcher, message, kModeTimeout_ms)) == kResultOk;
+    });
 }
 
 EResult DeviceImpl::StartStimulus (EStimulus stimulus, const std::uint32_t* channelList, std::uint32_t count,
                                    std::uint64_t)
 {
-    return guarded (
-        kResultFailed,
-        [=, this] {
-            if (channelList == nullptr && count > 0)
-                return kResultBadArgument;
+    return guarded (kResultFailed, &lastError, [=, this] {
+        if (channelList == nullptr && count > 0)
+            return kResultBadArgument;
 
-            if (! veltraio::Stimulus_IsValid (stimulus)) // the message classes abort on a value that they do not know
-            {
-                lastError = "Unknown stimulus";
-                return kResultFailed;
-            }
+        if (! veltraio::Stimulus_IsValid (stimulus)) // the message classes abort on a value that they do not know
+        {
+            lastError = "Unknown stimulus";
+            return kResultFailed;
+        }
 
-            veltraio::StartStimulus message;
-            message.set_deviceindex (deviceIndex);
-            message.set_stimulustype (static_cast<veltraio::Stimulus> (stimulus));
-            message.set_samplerate (sampleRate);
+        veltraio::StartStimulus message;
+        message.set_deviceindex (deviceIndex);
+        message.set_stimulustype (static_cast<veltraio::Stimulus> (stimulus));
+        message.set_samplerate (sampleRate);
 
-            for (std::uint32_t i = 0; i < std::min (count, 2 * GetChannelCount()); ++i)
-                message.add_channels (channelList[i]);
+        for (std::uint32_t i = 0; i < std::min (count, 2 * GetChannelCount()); ++i)
+            message.add_channels (channelList[i]);
 
-            return resultOf (sendCommand (dispatcher, message, kStimulusTimeout_ms));
-        },
-        &lastError);
+        return resultOf (sendCommand (dispatcher, message, kStimulusTimeout_ms));
+    });
 }
 
 void DeviceImpl::StopStimulus()

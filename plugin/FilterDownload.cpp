@@ -4,8 +4,8 @@
 #include <cmath>
 
 #include "common/Log.h"
-#include "common/LogText.h"
 #include "common/Numbers.h"
+#include "common/Text.h"
 #include "plugin/ChunkSender.h"
 #include "plugin/ProductProfile.h"
 #include "plugin/Text.h"

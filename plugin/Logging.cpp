@@ -7,7 +7,7 @@
 #include <log4cplus/layout.h>
 
 #include "common/Log.h"
-#include "common/Utf8.h"
+#include "common/Text.h"
 #include "plugin/Files.h"
 
 namespace veltra::plugin {

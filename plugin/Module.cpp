@@ -4,8 +4,8 @@
 
 #include <cstring>
 
+#include "common/Contain.h"
 #include "plugin/Files.h"
-#include "plugin/Guard.h"
 #include "plugin/Logging.h"
 #include "plugin/PluginList.h"
 
@@ -19,7 +19,7 @@ using namespace veltra::plugin;
 
 void onLoad() noexcept
 {
-    guarded ([] {
+    veltra::guarded ([] {
         moduleFile();
         silenceUnusedLog();
     });
@@ -69,8 +69,8 @@ void ReleaseVersionedPluginObject (veltratune_io::Plugin* plugin)
     if (plugin == nullptr)
         return;
 
-    guarded ([plugin] { state().plugins.destroy (plugin); });
-    guarded ([] { state().log.stop(); });
+    veltra::guarded ([plugin] { state().plugins.destroy (plugin); });
+    veltra::guarded ([] { state().log.stop(); });
 }
 
 void SetLogPath (const char* path, std::int32_t length, std::int32_t level)
@@ -81,5 +81,5 @@ void SetLogPath (const char* path, std::int32_t length, std::int32_t level)
         return;
 
     const auto bytes = length == nulTerminated ? std::strlen (path) : static_cast<std::size_t> (length);
-    guarded ([=] { state().log.add ({ path, bytes }, level); });
+    veltra::guarded ([=] { state().log.add ({ path, bytes }, level); });
 }

@@ -1,8 +1,8 @@
 #include "plugin/PluginImpl.h"
 
+#include "common/Contain.h"
 #include "common/Log.h"
-#include "common/LogText.h"
-#include "plugin/Guard.h"
+#include "common/Text.h"
 #include "plugin/ScanCallback.h"
 #include "plugin/Settings.h"
 

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "plugin/Guard.h"
+#include "common/Contain.h"
 #include "veltratune_io/Callbacks.h"
 
 namespace veltra::plugin {

@@ -1,7 +1,7 @@
 #include "plugin/ScanCallback.h"
 
 #include "common/Log.h"
-#include "common/LogText.h"
+#include "common/Text.h"
 
 namespace veltra::plugin {
 

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "common/Numbers.h"
-#include "common/XmlDocument.h"
+#include "common/Xml.h"
 #include "plugin/Files.h"
 
 namespace veltra::plugin {

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "common/Utf8.h"
+#include "common/Text.h"
 
 /** @file
     Texts of a device or a filter description on their way to the host. Neither is trusted to be valid UTF-8; what

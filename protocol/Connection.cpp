@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "common/Clock.h"
-#include "protocol/Contain.h"
+#include "common/Contain.h"
 
 namespace veltra::ipc {
 

@@ -8,7 +8,7 @@
 #include <juce_core/juce_core.h>
 
 #include "protocol/Connection.h"
-#include "protocol/MessageId.h"
+#include "protocol/Envelope.h"
 #include "protocol/veltraio.pb.h"
 
 namespace veltraio {

@@ -2,8 +2,6 @@
 
 #include <limits>
 
-#include "protocol/EnvelopeHash.h"
-
 namespace veltraio {
 
 bool putEnvelope (juce::MemoryOutputStream& stream, const juce::MemoryBlock& marker, std::int32_t messageId,

@@ -4,8 +4,8 @@
 
 #include <juce_core/juce_core.h>
 
+#include "protocol/Envelope.h"
 #include "protocol/EventHandlerBase.h"
-#include "protocol/MessageId.h"
 #include "protocol/StreamAdaptors.h"
 
 namespace veltra::ipc {

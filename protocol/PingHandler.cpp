@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "protocol/Contain.h"
+#include "common/Contain.h"
 
 namespace veltraio {
 
@@ -41,7 +41,7 @@ void PingHandler::run()
         if (clock() < nextPing)
             wait (poll_ms);
         else
-            veltra::ipc::contain ("A keep-alive", [this] { checkAndPing(); });
+            veltra::contain ("A keep-alive", [this] { checkAndPing(); });
     }
 }
 
@@ -65,7 +65,7 @@ void PingHandler::callBack()
     }();
 
     for (const auto& callback : copy)
-        veltra::ipc::contain ("A keep-alive callback", callback);
+        veltra::contain ("A keep-alive callback", callback);
 }
 
 void PingHandler::onEvent (const Pong&) { pongSeen = true; }

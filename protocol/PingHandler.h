@@ -9,7 +9,7 @@
 #include <juce_core/juce_core.h>
 
 #include "common/Clock.h"
-#include "common/JuceThreads.h"
+#include "common/Threads.h"
 #include "protocol/Dispatcher.h"
 #include "protocol/EventHandler.h"
 

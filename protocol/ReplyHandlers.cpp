@@ -3,7 +3,7 @@
 #include <chrono>
 
 #include "common/Clock.h"
-#include "protocol/PeerText.h"
+#include "common/Text.h"
 
 namespace veltraio {
 
@@ -52,7 +52,7 @@ void AcknowledgeHandler::onEvent (const Acknowledge& message)
     if (message.has_errormessage())
     {
         const std::lock_guard guard (errorTextLock);
-        errorText = peerText (message.errormessage());
+        errorText = veltra::juceText (message.errormessage());
     }
 
     setState (message.ok() ? ReplyState::acknowledged : ReplyState::refused);

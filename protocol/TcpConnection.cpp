@@ -4,10 +4,10 @@
 #include <chrono>
 #include <utility>
 
-#include "common/HostLookup.h"
-#include "common/JuceThreads.h"
+#include "common/Contain.h"
 #include "common/Log.h"
-#include "protocol/Contain.h"
+#include "common/Threads.h"
+#include "protocol/HostLookup.h"
 #include "protocol/SocketPlatform.h"
 
 namespace veltra::ipc {
@@ -62,7 +62,7 @@ private:
         {
             // After a failure, of memory for example, the message is lost and the connection is not.
             bool more = true;
-            veltra::ipc::contain ("A received message", [&] { more = connection.poll(); });
+            contain ("A received message", [&] { more = connection.poll(); });
 
             if (! more)
                 break;

@@ -4,7 +4,7 @@
 #include <array>
 #include <stdexcept>
 
-#include "protocol/Contain.h"
+#include "common/Contain.h"
 
 namespace veltra::ipc {
 

@@ -4,7 +4,7 @@
 
 #include <juce_core/juce_core.h>
 
-#include "common/JuceThreads.h"
+#include "common/Threads.h"
 #include "protocol/Connection.h"
 
 namespace veltra::ipc {

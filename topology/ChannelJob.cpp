@@ -4,8 +4,8 @@
 #include <exception>
 #include <utility>
 
-#include "common/JuceThreadPool.h"
-#include "common/Utf8.h"
+#include "common/Text.h"
+#include "common/Threads.h"
 
 namespace veltra::topology {
 

@@ -1,7 +1,7 @@
 #include "topology/Conversion.h"
 
 #include "common/Numbers.h"
-#include "common/Utf8.h"
+#include "common/Text.h"
 
 namespace veltra::topology {
 

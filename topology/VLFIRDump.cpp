@@ -4,7 +4,7 @@
 #include <array>
 #include <charconv>
 
-#include "common/Utf8.h"
+#include "common/Text.h"
 #include "dsp/BandSplitFilters.h"
 #include "dsp/ExponentialSweep.h"
 #include "dsp/FftConvolve.h"

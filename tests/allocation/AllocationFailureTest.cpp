@@ -11,16 +11,16 @@
 #include <thread>
 #include <utility>
 
+#include "common/Contain.h"
 #include "dsp/FIIRDesign.h"
 #include "filters/FIIRSourceImpl.h"
 #include "filters/FilterDescriptionParser.h"
 #include "plugin/Session.h"
-#include "protocol/Contain.h"
 #include "protocol/EventHandler.h"
 #include "protocol/ReplyHandlers.h"
 #include "tests/allocation/AnsweringConnection.h"
-#include "tests/plugin/DeviceFixture.h"
-#include "tests/topology/TestSource.h"
+#include "tests/support/DeviceFixture.h"
+#include "tests/support/TestSource.h"
 #include "topology/Topology.h"
 
 #ifdef __SANITIZE_ADDRESS__
@@ -283,7 +283,7 @@ TEST_F (AllocationFailure, AFailureOnAThreadOfOursIsContained)
     bool hasRun = false;
 
     const auto fail = [&] {
-        ipc::contain ("A message", [&] {
+        contain ("A message", [&] {
             hasRun = true;
             throw std::runtime_error ("A reason that is long enough to need an allocation of its own");
         });

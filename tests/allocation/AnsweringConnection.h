@@ -4,8 +4,6 @@
 
 #include "protocol/Connection.h"
 #include "protocol/Envelope.h"
-#include "protocol/EnvelopeHash.h"
-#include "protocol/MessageId.h"
 #include "protocol/veltraio.pb.h"
 #include "tests/allocation/FailingAllocation.h"
 

@@ -1,4 +1,4 @@
-#include "common/LogText.h"
+#include "common/Text.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "common/Utf8.h"
+#include "common/Text.h"
 
 namespace {
 

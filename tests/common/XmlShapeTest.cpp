@@ -1,4 +1,4 @@
-#include "common/XmlShape.h"
+#include "common/Xml.h"
 
 #include <string>
 

@@ -5,9 +5,9 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/discovery/ScriptedHttpServer.h"
 #include "tests/support/LogLines.h"
 #include "tests/support/Repeated.h"
+#include "tests/support/ScriptedHttpServer.h"
 
 namespace {
 

@@ -12,10 +12,10 @@
 #include <unistd.h>
 
 #include "discovery/ScanHandler.h"
-#include "tests/discovery/FakeDevice.h"
-#include "tests/discovery/NetworkNamespace.h"
 #include "tests/discovery/RecordingCallback.h"
+#include "tests/support/FakeDevice.h"
 #include "tests/support/LogLines.h"
+#include "tests/support/NetworkNamespace.h"
 #include "tests/support/Repeated.h"
 
 namespace {

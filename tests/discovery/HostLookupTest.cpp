@@ -1,4 +1,4 @@
-#include "common/HostLookup.h"
+#include "protocol/HostLookup.h"
 
 #include <chrono>
 #include <filesystem>
@@ -18,9 +18,9 @@
 
 #include "discovery/HttpGet.h"
 #include "discovery/ScanHandler.h"
-#include "tests/discovery/FakeDevice.h"
-#include "tests/discovery/NetworkNamespace.h"
 #include "tests/discovery/RecordingCallback.h"
+#include "tests/support/FakeDevice.h"
+#include "tests/support/NetworkNamespace.h"
 
 namespace {
 

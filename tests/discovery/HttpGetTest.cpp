@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/discovery/ScriptedHttpServer.h"
+#include "tests/support/ScriptedHttpServer.h"
 
 namespace {
 

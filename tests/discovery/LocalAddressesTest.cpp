@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/discovery/NetworkNamespace.h"
+#include "tests/support/NetworkNamespace.h"
 
 namespace {
 

@@ -12,11 +12,11 @@
 #include <unistd.h>
 
 #include "discovery/ScanHandler.h"
-#include "tests/discovery/FakeDevice.h"
-#include "tests/discovery/NetworkNamespace.h"
 #include "tests/discovery/RecordingCallback.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/FakeDevice.h"
 #include "tests/support/LogLines.h"
+#include "tests/support/NetworkNamespace.h"
 
 namespace {
 

@@ -10,10 +10,10 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/discovery/FakeDevice.h"
-#include "tests/discovery/NetworkNamespace.h"
 #include "tests/discovery/RecordingCallback.h"
+#include "tests/support/FakeDevice.h"
 #include "tests/support/LogLines.h"
+#include "tests/support/NetworkNamespace.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 
 #include "dsp/FIIRDesign.h"
 #include "dsp/ParallelSections.h"
-#include "tests/dsp/ImpulseResponses.h"
-#include "tests/dsp/ReferenceFIIRDesign.h"
+#include "tests/support/ImpulseResponses.h"
+#include "tests/support/ReferenceFIIRDesign.h"
 
 /** @file The shipped design against the straightforward one, whose decompositions take seconds each. */
 

@@ -9,7 +9,7 @@
 #include "dsp/FIIRDesign.h"
 #include "dsp/ParallelSections.h"
 #include "dsp/WarpSequence.h"
-#include "tests/dsp/ImpulseResponses.h"
+#include "tests/support/ImpulseResponses.h"
 
 namespace {
 

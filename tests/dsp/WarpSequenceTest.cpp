@@ -2,8 +2,8 @@
 
 #include "dsp/HankelMatrix.h"
 #include "dsp/WarpSequence.h"
-#include "tests/dsp/ImpulseResponses.h"
-#include "tests/dsp/ReferenceFIIRDesign.h"
+#include "tests/support/ImpulseResponses.h"
+#include "tests/support/ReferenceFIIRDesign.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 #include <rapidxml/rapidxml.hpp>
 
-#include "common/XmlShape.h"
+#include "common/Xml.h"
 
 namespace {
 

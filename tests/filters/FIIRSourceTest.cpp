@@ -2,7 +2,7 @@
 
 #include "filters/FIIRSourceImpl.h"
 #include "filters/FilterDescriptionParser.h"
-#include "tests/filters/DescriptionBuilder.h"
+#include "tests/support/DescriptionBuilder.h"
 #include "tests/support/LogLines.h"
 
 namespace {

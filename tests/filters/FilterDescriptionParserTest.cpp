@@ -8,7 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "filters/FilterDescriptionParser.h"
-#include "tests/filters/DescriptionBuilder.h"
+#include "tests/support/DescriptionBuilder.h"
 #include "tests/support/Repeated.h"
 
 namespace {

@@ -6,7 +6,7 @@
 
 #include "dsp/Resampling.h"
 #include "filters/FilterSetsImpl.h"
-#include "tests/filters/DescriptionBuilder.h"
+#include "tests/support/DescriptionBuilder.h"
 
 namespace {
 

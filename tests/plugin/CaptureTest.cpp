@@ -2,7 +2,7 @@
     The audio that a device sends unasked, on its way to the host's callback.
 */
 
-#include "tests/plugin/DeviceFixture.h"
+#include "tests/support/DeviceFixture.h"
 
 #include <atomic>
 #include <condition_variable>

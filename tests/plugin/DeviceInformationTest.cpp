@@ -2,7 +2,7 @@
     What a device answers from its descriptions.
 */
 
-#include "tests/plugin/DeviceFixture.h"
+#include "tests/support/DeviceFixture.h"
 
 #include <algorithm>
 

@@ -3,7 +3,7 @@
     again. Stages that fail by waiting for seconds stand in WaitsTest.cpp.
 */
 
-#include "tests/plugin/DeviceFixture.h"
+#include "tests/support/DeviceFixture.h"
 
 #include "plugin/ChunkSender.h"
 

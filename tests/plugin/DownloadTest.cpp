@@ -2,7 +2,7 @@
     Downloads that arrive, and what they send.
 */
 
-#include "tests/plugin/DeviceFixture.h"
+#include "tests/support/DeviceFixture.h"
 
 #include <stdexcept>
 

@@ -2,7 +2,7 @@
     Filter sets in the slots, without and with the device.
 */
 
-#include "tests/plugin/DeviceFixture.h"
+#include "tests/support/DeviceFixture.h"
 
 namespace veltra::test {
 

@@ -5,8 +5,8 @@
 
 #include <dlfcn.h>
 
-#include "tools/veltra/ModuleFile.h"
-#include "tools/veltra/SharedLibrary.h"
+#include "tools/veltra/session/ModuleFile.h"
+#include "tools/veltra/session/SharedLibrary.h"
 #include "veltratune_io/Device.h"
 #include "veltratune_io/Plugin.h"
 

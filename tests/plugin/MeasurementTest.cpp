@@ -3,12 +3,12 @@
     do when no reply comes stands in WaitsTest.cpp.
 */
 
-#include "tests/plugin/DeviceFixture.h"
+#include "tests/support/DeviceFixture.h"
 
 #include <cmath>
 #include <limits>
 
-#include "tests/plugin/Operations.h"
+#include "tests/support/Operations.h"
 
 namespace veltra::test {
 

@@ -9,10 +9,10 @@
 #include <gtest/gtest.h>
 
 #include "plugin/PluginImpl.h"
-#include "tests/discovery/FakeDevice.h"
-#include "tests/discovery/NetworkNamespace.h"
+#include "tests/support/FakeDevice.h"
 #include "tests/support/LogLines.h"
-#include "tools/receiver/Receiver.h"
+#include "tests/support/NetworkNamespace.h"
+#include "tools/receiver/network/Receiver.h"
 #include "veltratune_io/Device.h"
 
 namespace veltra {

@@ -3,7 +3,7 @@
     A description that never comes is among the faults of the reliability tests.
 */
 
-#include "tests/plugin/DeviceFixture.h"
+#include "tests/support/DeviceFixture.h"
 
 #include "plugin/Session.h"
 

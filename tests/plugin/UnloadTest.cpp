@@ -8,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tools/receiver/Receiver.h"
+#include "tools/receiver/network/Receiver.h"
 
 namespace veltra::test {
 

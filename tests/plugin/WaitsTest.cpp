@@ -3,11 +3,11 @@
     the other descriptions and to the later stages of a download is among the faults of the reliability tests.
 */
 
-#include "tests/plugin/DeviceFixture.h"
+#include "tests/support/DeviceFixture.h"
 
 #include <future>
 
-#include "tests/plugin/Operations.h"
+#include "tests/support/Operations.h"
 
 namespace veltra::test {
 

@@ -8,7 +8,7 @@
 
 #include "common/Clock.h"
 #include "protocol/Connection.h"
-#include "tests/protocol/LocalConnection.h"
+#include "tests/support/LocalConnection.h"
 #include "tests/support/LogLines.h"
 
 namespace {

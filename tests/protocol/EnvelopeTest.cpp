@@ -5,9 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "protocol/Envelope.h"
-#include "protocol/EnvelopeHash.h"
 #include "protocol/EnvelopeParser.h"
-#include "protocol/MessageId.h"
 #include "protocol/veltraio.pb.h"
 #include "tests/support/Envelope.h"
 

@@ -5,8 +5,8 @@
 #include <gtest/gtest.h>
 
 #include "protocol/PingHandler.h"
-#include "tests/protocol/LocalConnection.h"
 #include "tests/support/Envelope.h"
+#include "tests/support/LocalConnection.h"
 
 namespace {
 

@@ -11,8 +11,8 @@
 #include "common/Clock.h"
 #include "protocol/Dispatcher.h"
 #include "protocol/ReplyHandlers.h"
-#include "tests/protocol/LocalConnection.h"
 #include "tests/support/Envelope.h"
+#include "tests/support/LocalConnection.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "tools/receiver/Connection.h"
+#include "tools/receiver/network/Connection.h"
 
 /** A device in bytes of the test's own making: it listens on a loopback port. */
 class TestPeer

@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "protocol/PeerText.h"
+#include "common/Text.h"
 #include "protocol/StreamAdaptors.h"
 #include "protocol/TextForm.h"
 #include "protocol/veltraio.pb.h"
@@ -32,11 +32,11 @@ TEST (TextForm, AnIncompleteMessageIsShownAndATextWithAFaultIsExplained)
 
 TEST (PeerText, IsAlwaysWellFormedAndEndsAtANul)
 {
-    EXPECT_EQ (juce::String (juce::CharPointer_UTF8 ("gr\xc3\xbc\xc3\x9f")), veltraio::peerText ("gr\xc3\xbc\xc3\x9f"));
-    EXPECT_EQ (juce::String ("a?b?"), veltraio::peerText ("a\xff"
-                                                          "b\xe2"));
-    EXPECT_EQ (juce::String ("a"), veltraio::peerText ("a\0b"s));
-    EXPECT_TRUE (veltraio::peerText ("").isEmpty());
+    EXPECT_EQ (juce::String (juce::CharPointer_UTF8 ("gr\xc3\xbc\xc3\x9f")), veltra::juceText ("gr\xc3\xbc\xc3\x9f"));
+    EXPECT_EQ (juce::String ("a?b?"), veltra::juceText ("a\xff"
+                                                        "b\xe2"));
+    EXPECT_EQ (juce::String ("a"), veltra::juceText ("a\0b"s));
+    EXPECT_TRUE (veltra::juceText ("").isEmpty());
 }
 
 TEST (StreamAdaptors, CarryMoreThanTheirBufferAndDoNotSeek)

@@ -1,4 +1,4 @@
-#include "tools/receiver/Announcement.h"
+#include "tools/receiver/network/Announcement.h"
 
 #include <gtest/gtest.h>
 

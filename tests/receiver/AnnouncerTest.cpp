@@ -1,4 +1,4 @@
-#include "tools/receiver/Announcer.h"
+#include "tools/receiver/network/Announcer.h"
 
 #include <algorithm>
 #include <chrono>
@@ -8,8 +8,8 @@
 #include <gtest/gtest.h>
 
 #include "discovery/HttpGet.h"
-#include "tests/discovery/FakeDevice.h"
-#include "tests/discovery/NetworkNamespace.h"
+#include "tests/support/FakeDevice.h"
+#include "tests/support/NetworkNamespace.h"
 
 namespace veltra::receiver {
 

@@ -3,8 +3,8 @@
 
 #include "tests/receiver/Sender.h"
 #include "tests/support/Scratch.h"
-#include "tools/receiver/Receiver.h"
-#include "tools/receiver/SlotReport.h"
+#include "tools/receiver/device/SlotReport.h"
+#include "tools/receiver/network/Receiver.h"
 
 namespace veltra::receiver {
 namespace {

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "protocol/veltraio.pb.h"
-#include "tools/receiver/FaultScript.h"
+#include "tools/receiver/device/FaultScript.h"
 
 namespace veltra::receiver {
 namespace {

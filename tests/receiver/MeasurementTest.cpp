@@ -6,9 +6,9 @@
 #include "dsp/FftConvolve.h"
 #include "tests/receiver/Sender.h"
 #include "tests/support/Measured.h"
-#include "tools/common/Deconvolution.h"
-#include "tools/common/NoiseSource.h"
-#include "tools/receiver/Receiver.h"
+#include "tools/receiver/network/Receiver.h"
+#include "tools/receiver/sound/NoiseSource.h"
+#include "tools/veltra/measure/Deconvolution.h"
 
 namespace veltra::receiver {
 namespace {

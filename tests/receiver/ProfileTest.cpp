@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "tools/receiver/Profile.h"
+#include "tools/receiver/device/Profile.h"
 
 namespace veltra::receiver {
 namespace {

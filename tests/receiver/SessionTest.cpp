@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/receiver/TestHost.h"
-#include "tools/receiver/Receiver.h"
+#include "tools/receiver/network/Receiver.h"
 
 namespace veltra::receiver {
 namespace {

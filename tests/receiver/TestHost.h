@@ -8,7 +8,7 @@
 
 #include <google/protobuf/message_lite.h>
 
-#include "tools/receiver/Connection.h"
+#include "tools/receiver/network/Connection.h"
 
 namespace veltra::receiver {
 

@@ -2,9 +2,9 @@
     What a host sees of each kind of misbehaviour in each kind of operation. docs/reliability.md shows the table.
 */
 
-#include "tests/discovery/NetworkNamespace.h"
-#include "tests/plugin/DeviceFixture.h"
 #include "tests/reliability/CaptureCount.h"
+#include "tests/support/DeviceFixture.h"
+#include "tests/support/NetworkNamespace.h"
 
 #include <chrono>
 #include <future>

@@ -2,8 +2,8 @@
     Objects that go at the worst moment, and a process that has much open already.
 */
 
-#include "tests/plugin/DeviceFixture.h"
 #include "tests/reliability/CaptureCount.h"
+#include "tests/support/DeviceFixture.h"
 
 #include <atomic>
 #include <thread>

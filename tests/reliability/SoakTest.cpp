@@ -2,8 +2,8 @@
     Thousands of sessions with whatever may happen in them. What a session takes must come back when it ends.
 */
 
-#include "tests/plugin/DeviceFixture.h"
 #include "tests/reliability/CaptureCount.h"
+#include "tests/support/DeviceFixture.h"
 
 #include <filesystem>
 #include <fstream>

@@ -5,8 +5,8 @@
 #include <Eigen/Core>
 #include <gtest/gtest.h>
 
-#include "tools/common/Stimulus.h"
-#include "tools/receiver/Profile.h"
+#include "tools/receiver/device/Profile.h"
+#include "tools/receiver/sound/Stimulus.h"
 
 /** @file What measurements of a simulated receiver are compared with. */
 

@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tools/veltra/Transient.h"
+#include "tools/veltra/terminal/Transient.h"
 
 namespace veltra::host {
 

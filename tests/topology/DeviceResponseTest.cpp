@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "tests/topology/TestSource.h"
+#include "tests/support/TestSource.h"
 #include "topology/DeviceResponse.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "dsp/FIIRDesign.h"
-#include "tests/topology/TestSource.h"
+#include "tests/support/TestSource.h"
 
 /** @file The FIIR structure filled from impulse responses alone. */
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/topology/TestSource.h"
+#include "tests/support/TestSource.h"
 
 namespace {
 

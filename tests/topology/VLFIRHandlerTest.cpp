@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/topology/TestSource.h"
+#include "tests/support/TestSource.h"
 #include "topology/VLFIRBlobReader.h"
 
 namespace {

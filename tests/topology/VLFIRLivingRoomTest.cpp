@@ -5,8 +5,8 @@
 
 #include "dsp/BandSplitFilters.h"
 #include "dsp/ResponseError.h"
-#include "tests/dsp/ImpulseResponses.h"
-#include "tests/topology/TestSource.h"
+#include "tests/support/ImpulseResponses.h"
+#include "tests/support/TestSource.h"
 #include "topology/VLFIRBlobReader.h"
 #include "topology/VLFIRModel.h"
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tools/veltra/CaptureRecorder.h"
+#include "tools/veltra/measure/CaptureRecorder.h"
 
 namespace veltra::host {
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tools/veltra/DesignReport.h"
+#include "tools/veltra/report/DesignReport.h"
 
 namespace veltra::host {
 

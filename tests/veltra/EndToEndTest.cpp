@@ -5,7 +5,7 @@
 #include "dsp/ParallelSections.h"
 #include "tests/support/Measured.h"
 #include "tests/veltra/WithReceiver.h"
-#include "tools/common/Deconvolution.h"
+#include "tools/veltra/measure/Deconvolution.h"
 
 namespace veltra::host {
 

@@ -5,10 +5,10 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/discovery/FakeDevice.h"
-#include "tests/discovery/NetworkNamespace.h"
+#include "tests/support/FakeDevice.h"
+#include "tests/support/NetworkNamespace.h"
 #include "tests/support/Program.h"
-#include "tools/veltra/ExitStatus.h"
+#include "tools/veltra/commands/ExitStatus.h"
 
 namespace veltra::host {
 

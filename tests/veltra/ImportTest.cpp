@@ -6,13 +6,13 @@
 #include "filters/FilterDescriptionParser.h"
 #include "filters/FilterSetsImpl.h"
 #include "tests/support/Scratch.h"
-#include "tools/veltra/AudioFile.h"
-#include "tools/veltra/ExitStatus.h"
-#include "tools/veltra/FilterDescription.h"
-#include "tools/veltra/FilterImport.h"
-#include "tools/veltra/ImportFiles.h"
-#include "tools/veltra/OutputFile.h"
-#include "tools/veltra/PeakGain.h"
+#include "tools/veltra/commands/ExitStatus.h"
+#include "tools/veltra/filters/AudioFile.h"
+#include "tools/veltra/filters/FilterDescription.h"
+#include "tools/veltra/filters/FilterImport.h"
+#include "tools/veltra/filters/ImportFiles.h"
+#include "tools/veltra/filters/PeakGain.h"
+#include "tools/veltra/terminal/OutputFile.h"
 
 namespace veltra::host {
 

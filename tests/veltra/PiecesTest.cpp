@@ -5,11 +5,11 @@
 #include <tuple>
 
 #include "tests/support/Scratch.h"
-#include "tools/veltra/ChannelName.h"
-#include "tools/veltra/ExitStatus.h"
-#include "tools/veltra/ModuleFile.h"
-#include "tools/veltra/Progress.h"
-#include "tools/veltra/Session.h"
+#include "tools/veltra/commands/ExitStatus.h"
+#include "tools/veltra/session/ChannelName.h"
+#include "tools/veltra/session/ModuleFile.h"
+#include "tools/veltra/session/Session.h"
+#include "tools/veltra/terminal/Progress.h"
 
 namespace fs = std::filesystem;
 

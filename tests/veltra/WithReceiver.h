@@ -4,9 +4,9 @@
 #include <memory>
 
 #include "tests/support/Program.h"
-#include "tools/receiver/Receiver.h"
-#include "tools/veltra/AudioFile.h"
-#include "tools/veltra/ExitStatus.h"
+#include "tools/receiver/network/Receiver.h"
+#include "tools/veltra/commands/ExitStatus.h"
+#include "tools/veltra/filters/AudioFile.h"
 
 namespace veltra::host {
 

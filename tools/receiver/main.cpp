@@ -14,9 +14,9 @@
 
 #include <CLI/CLI.hpp>
 
-#include "tools/receiver/Announcer.h"
-#include "tools/receiver/Receiver.h"
-#include "tools/receiver/SlotReport.h"
+#include "tools/receiver/device/SlotReport.h"
+#include "tools/receiver/network/Announcer.h"
+#include "tools/receiver/network/Receiver.h"
 
 namespace {
 

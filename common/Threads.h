@@ -1,0 +1,158 @@
+#pragma once
+
+/** @file
+    What has to be known to run juce::Thread inside a module that is unloaded one day. Header only: whoever
+    includes it links JUCE.
+*/
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+#include <juce_core/juce_core.h>
+
+#if JUCE_LINUX
+#include <csignal>
+#include <sys/syscall.h>
+#include <unistd.h>
+#endif
+
+namespace veltra {
+
+/** The priorities that the system is described with (1 lowest, 5 everyday, 6 urgent) in JUCE's words. */
+inline juce::Thread::Priority threadPriority (int priority) noexcept
+{
+    if (priority <= 3)
+        return juce::Thread::Priority::low;
+
+    return priority <= 5 ? juce::Thread::Priority::normal : juce::Thread::Priority::high;
+}
+
+/** Waits until a juce::Thread is really gone.
+
+    JUCE detaches its native threads: after waitForThreadToExit the thread may still be on its way out through
+    the last instructions of this module, and a module that is unmapped under it crashes the host. Call started()
+    as the first act of run(), and waitUntilGone() after waitForThreadToExit() has returned true.
+*/
+class NativeThreadEnd
+{
+public:
+    void started() noexcept
+    {
+#if JUCE_LINUX
+        threadId.store (static_cast<pid_t> (::syscall (SYS_gettid)));
+#endif
+    }
+
+    /** At most a second, in case the number already belongs to another thread. */
+    void waitUntilGone() noexcept
+    {
+#if JUCE_LINUX
+        const auto id = threadId.exchange (0);
+
+        for (int turns = 0; id != 0 && turns < 10000 && ::syscall (SYS_tgkill, ::getpid(), id, 0) == 0; ++turns)
+            ::usleep (100);
+#endif
+    }
+
+private:
+#if JUCE_LINUX
+    std::atomic<pid_t> threadId { 0 };
+#endif
+};
+
+/** A juce::ThreadPool for a module that is unloaded one day: when it has been destroyed, the last of its threads has
+    run its last instruction (see NativeThreadEnd). Its destructor interrupts the running jobs and waits for them, and
+    each of them must end within a few seconds of being asked: JUCE kills the threads of those that do not, which takes
+    the process with it. Header only: whoever includes it links JUCE.
+*/
+class ThreadPool
+{
+public:
+    ThreadPool (int numThreads, juce::Thread::Priority priority)
+        : roll (std::make_shared<Roll> (numThreads)),
+          pool (std::make_unique<juce::ThreadPool> (numThreads, 0, priority))
+    {
+        // JUCE shows nobody the threads of a pool. So each of them gets a job in which it leaves its number, and
+        // which ends when all have: nobody can take two.
+        for (int i = 0; i < numThreads; ++i)
+            pool->addJob (std::make_unique<RollCall> (roll).release(), true);
+    }
+
+    ~ThreadPool()
+    {
+        roll->waitForAll();
+        pool.reset();
+
+        for (auto& thread : roll->threads)
+            thread.waitUntilGone();
+    }
+
+    ThreadPool (const ThreadPool&) = delete;
+    ThreadPool& operator= (const ThreadPool&) = delete;
+
+    /** Whether there is anybody to run a job: a system without room for another thread gives a pool without. Waits
+        until all have started, up to two seconds. */
+    bool hasThreads() { return roll->waitForAll() > 0; }
+
+    juce::ThreadPool& operator*() noexcept { return *pool; }
+    juce::ThreadPool* operator->() noexcept { return pool.get(); }
+
+private:
+    struct Roll
+    {
+        explicit Roll (int numThreads) : threads (static_cast<std::size_t> (numThreads)) {}
+
+        void enter()
+        {
+            {
+                const std::lock_guard guard (mutex);
+                threads[present++].started();
+            }
+
+            changed.notify_all();
+            waitForAll();
+        }
+
+        /** Not for ever: a system without room for another thread gives a pool with fewer of them.
+            @returns  how many there are */
+        std::size_t waitForAll()
+        {
+            std::unique_lock guard (mutex);
+            changed.wait_for (guard, std::chrono::seconds (2), [this] { return present == threads.size(); });
+            return present;
+        }
+
+        std::vector<NativeThreadEnd> threads;
+        std::size_t present = 0;
+        std::mutex mutex;
+        std::condition_variable changed;
+    };
+
+    struct RollCall final : juce::ThreadPoolJob
+    {
+        explicit RollCall (std::shared_ptr<Roll> rollToEnter)
+            : ThreadPoolJob ("RollCall"),
+              roll (std::move (rollToEnter))
+        {
+        }
+
+        JobStatus runJob() override
+        {
+            roll->enter();
+            return jobHasFinished;
+        }
+
+        std::shared_ptr<Roll> roll;
+    };
+
+    std::shared_ptr<Roll> roll;
+    std::unique_ptr<juce::ThreadPool> pool;
+};
+
+}

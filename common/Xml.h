@@ -1,0 +1,74 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include <juce_core/juce_core.h>
+#include <rapidxml/rapidxml.hpp>
+
+/** @file
+    XML that nobody vouches for: read in linear time, by RapidXML, with a bound on what its parser recurses over.
+    Document types are skipped, and entities other than the five of XML itself stand for themselves.
+*/
+
+namespace veltra {
+
+using XmlNode = rapidxml::xml_node<char>;
+
+class XmlDocument
+{
+public:
+    /** Parses a text, up to its first NUL.
+        @param maxDepth  elements nested deeper than this make the text no XML
+        @throws std::bad_alloc */
+    XmlDocument (std::string xml, int maxDepth);
+
+    XmlDocument (const XmlDocument&) = delete; // the nodes point into the text where it is
+    XmlDocument& operator= (const XmlDocument&) = delete;
+
+    /** Whether the text is XML to its end. */
+    bool isComplete() const noexcept { return complete; }
+
+    /** All elements at the top, as children of one node; empty when the text is no XML. */
+    const XmlNode& top() const noexcept { return *document; }
+
+    /** The first element, whatever text stands behind it; null when there is none, or when it does not end. */
+    const XmlNode* root() const noexcept;
+
+private:
+    std::string text;                                       // parsing writes into it, and the nodes point there
+    std::unique_ptr<rapidxml::xml_document<char>> document; // 64 KiB, too much for small stacks
+    bool complete = false;
+};
+
+/** The bytes of a document as text: UTF-8, UTF-16 with a byte order mark, else Windows-1252; up to the first NUL. */
+juce::String xmlText (std::string_view bytes);
+
+/** The next sibling that is an element, whatever its name; null behind the last one. */
+const XmlNode* nextElement (const XmlNode& node) noexcept;
+
+/** The first child that is an element; null when there is none. */
+const XmlNode* firstElement (const XmlNode& node) noexcept;
+
+/** The name of an element, with its prefix. */
+juce::String nameOf (const XmlNode& element);
+
+/** All text inside an element, that of the elements in it included; text that is nothing but white space is left out. */
+juce::String allText (const XmlNode& element);
+
+/** The value of an attribute; empty when it is absent. */
+juce::String attributeOf (const XmlNode& element, const char* name);
+
+/** The text of a name or of a value: valid UTF-8, which references may have made it no longer, up to the first NUL. */
+juce::String textOf (const char* bytes, std::size_t size);
+
+/** Whether a parser that recurses once an element may be let loose on a text: all its tags are well-formed, and
+    elements are nested no deeper than maxDepth. Names, order and closing tags are left to the parser.
+
+    Runs in linear time, at the speed of memchr between tags, and does not recurse. Never says yes to a text in
+    which the parser would see deeper nesting: what this scan cannot follow as the parser would is refused.
+*/
+bool isShallowXml (std::string_view text, int maxDepth) noexcept;
+
+}

@@ -1,0 +1,269 @@
+#include "tools/receiver/device/FilterMemory.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+
+#include <zlib.h>
+
+#include "tools/receiver/device/Refusal.h"
+
+namespace veltra::receiver {
+
+namespace {
+
+/** Stretches of a block that may stand apart from one another at a time. */
+constexpr std::size_t kMaxStretches = 1024;
+
+std::size_t characterCount (std::string_view utf8)
+{
+    return static_cast<std::size_t> (std::count_if (
+        utf8.begin(), utf8.end(), [] (char c) { return (static_cast<unsigned char> (c) & 0xC0) != 0x80; }));
+}
+
+bool supports (const veltraio::Unit::Device& device, std::uint32_t sampleRate)
+{
+    return std::any_of (device.configurations().begin(), device.configurations().end(),
+                        [&] (const auto& configuration) {
+                            const auto& rates = configuration.samplerates();
+                            return std::find (rates.begin(), rates.end(), sampleRate) != rates.end();
+                        });
+}
+
+std::uint64_t announcedBytes (const Slot& slot)
+{
+    return std::accumulate (slot.blocks.begin(), slot.blocks.end(), std::uint64_t {},
+                            [] (auto total, const auto& block) { return total + block.announcedBytes; });
+}
+
+/** Everything that was announced has arrived. */
+bool isComplete (const Slot& slot)
+{
+    return slot.channels.size() == slot.channelCount && ! slot.blocks.empty()
+           && std::all_of (slot.blocks.begin(), slot.blocks.end(),
+                           [] (const auto& block) { return block.isComplete(); })
+           && slot.totalBytes.value_or (announcedBytes (slot)) == announcedBytes (slot);
+}
+
+bool hasChannel (const veltraio::Unit::Device& device, std::uint32_t index)
+{
+    return std::any_of (device.outputchannels().begin(), device.outputchannels().end(),
+                        [&] (const auto& channel) { return channel.channelindex() == index; });
+}
+
+}
+
+bool RateBlock::isComplete() const
+{
+    if (announcedBytes == 0)
+        return true;
+
+    return arrived.size() == 1 && arrived.begin()->first == 0 && arrived.begin()->second == announcedBytes;
+}
+
+std::uint32_t RateBlock::checksum() const
+{
+    return static_cast<std::uint32_t> (::crc32_z (0, reinterpret_cast<const Bytef*> (bytes.data()), bytes.size()));
+}
+
+void RateBlock::add (std::uint32_t offset, std::string_view piece)
+{
+    if (piece.empty())
+        throw Refusal ("Filter data chunk without data");
+
+    if (offset > announcedBytes || piece.size() > announcedBytes - offset)
+        throw Refusal ("Filter data chunk of " + std::to_string (piece.size()) + " bytes at offset "
+                       + std::to_string (offset) + " lies outside the announced " + std::to_string (announcedBytes)
+                       + " bytes");
+
+    auto start = offset;
+    auto end = offset + static_cast<std::uint32_t> (piece.size());
+
+    // Stretches that touch the new one from the first whose end reaches its start.
+    auto first = arrived.upper_bound (start);
+
+    if (first != arrived.begin() && std::prev (first)->second >= start)
+        --first;
+
+    auto last = first;
+
+    for (; last != arrived.end() && last->first <= end; ++last)
+    {
+        start = std::min (start, last->first);
+        end = std::max (end, last->second);
+    }
+
+    if (first == last && arrived.size() >= kMaxStretches)
+        throw Refusal ("Filter data arrives with too many gaps");
+
+    arrived.erase (first, last);
+    arrived.emplace (start, end);
+
+    bytes.resize (std::max<std::size_t> (bytes.size(), end));
+    std::copy (piece.begin(), piece.end(), bytes.begin() + offset);
+}
+
+const RateBlock* Slot::findBlock (std::uint32_t sampleRate) const
+{
+    const auto found =
+        std::find_if (blocks.begin(), blocks.end(), [&] (const auto& block) { return block.sampleRate == sampleRate; });
+    return found == blocks.end() ? nullptr : &*found;
+}
+
+FilterMemory::FilterMemory (const veltraio::Unit::Device& description)
+    : device (description),
+      slots_ (static_cast<std::size_t> (description.filterslots_size())),
+      owners (slots_.size(), 0)
+{
+    for (std::size_t i = 0; i < slots_.size(); ++i)
+    {
+        const auto& slot = description.filterslots (static_cast<int> (i));
+        slots_[i].name = slot.name();
+        slots_[i].state = slot.isoccupied() ? Slot::State::occupied : Slot::State::empty;
+    }
+}
+
+void FilterMemory::requireSlot (std::uint32_t slot) const
+{
+    if (slot >= slots_.size())
+        throw Refusal ("No filter slot " + std::to_string (slot) + ", the device has "
+                       + std::to_string (slots_.size()));
+}
+
+void FilterMemory::begin (DownloadId id, const veltraio::LoadFilter& message)
+{
+    requireSlot (message.slotindex());
+    const auto& filter = message.filter();
+
+    if (characterCount (filter.name()) > kMaxNameLength)
+        throw Refusal ("Filter name longer than " + std::to_string (kMaxNameLength) + " characters");
+
+    if (filter.noofchannels() == 0)
+        throw Refusal ("Filter without channels");
+
+    if (filter.noofchannels() > static_cast<std::uint32_t> (device.outputchannels_size()))
+        throw Refusal ("Filter with " + std::to_string (filter.noofchannels()) + " channels, the device has "
+                       + std::to_string (device.outputchannels_size()));
+
+    if (filter.has_totalnoofbytes() && filter.totalnoofbytes() > kSlotBytes)
+        throw Refusal ("Filter of " + std::to_string (filter.totalnoofbytes()) + " bytes, a slot holds "
+                       + std::to_string (kSlotBytes));
+
+    auto& slot = slots_[message.slotindex()];
+    slot = {};
+    slot.state = Slot::State::loading;
+    slot.name = filter.name();
+    slot.technology = filter.technology();
+    slot.channelCount = filter.noofchannels();
+
+    if (filter.has_totalnoofbytes())
+        slot.totalBytes = filter.totalnoofbytes();
+
+    owners[message.slotindex()] = id;
+}
+
+Slot& FilterMemory::loading (DownloadId id, std::uint32_t slot)
+{
+    requireSlot (slot);
+
+    if (id == 0 || owners[slot] != id)
+        throw Refusal ("Filter slot " + std::to_string (slot) + " was not opened by this download");
+
+    return slots_[slot];
+}
+
+void FilterMemory::addChannel (DownloadId id, std::uint32_t slotIndex, const veltraio::FilterChannel& channel)
+{
+    auto& slot = loading (id, slotIndex);
+
+    for (const auto value : { channel.gain_db(), channel.delay_ms(), channel.maxgain_db(), channel.latency_ms() })
+        if (! std::isfinite (value))
+            throw Refusal ("Filter channel " + std::to_string (channel.channelindex())
+                           + " has a value that is no number");
+
+    if (channel.channelindex() >= slot.channelCount)
+        throw Refusal ("Filter channel " + std::to_string (channel.channelindex()) + " of a filter with "
+                       + std::to_string (slot.channelCount) + " channels");
+
+    if (std::any_of (slot.channels.begin(), slot.channels.end(),
+                     [&] (const auto& known) { return known.channelindex() == channel.channelindex(); }))
+        throw Refusal ("Filter channel " + std::to_string (channel.channelindex()) + " was described twice");
+
+    slot.channels.push_back (channel);
+}
+
+bool FilterMemory::addBlock (DownloadId id, const veltraio::FilterData& message)
+{
+    auto& slot = loading (id, message.slotindex());
+    const auto rate = std::to_string (message.samplerate()) + " Hz";
+
+    if (slot.channels.size() != slot.channelCount)
+        throw Refusal ("Filter data after " + std::to_string (slot.channels.size()) + " of "
+                       + std::to_string (slot.channelCount) + " filter channels");
+
+    if (! supports (device, message.samplerate()))
+        throw Refusal ("Filter data at " + rate + ", which no configuration of the device offers");
+
+    if (slot.findBlock (message.samplerate()) != nullptr)
+        throw Refusal ("Filter data at " + rate + " was announced twice");
+
+    if (! slot.blocks.empty() && ! slot.blocks.back().isComplete())
+        throw Refusal ("Filter data at " + rate + " before that at " + std::to_string (slot.blocks.back().sampleRate)
+                       + " Hz is complete");
+
+    for (const auto index : message.channelindices())
+        if (! hasChannel (device, index))
+            throw Refusal ("Filter data for channel " + std::to_string (index) + ", which the device does not have");
+
+    const auto room = slot.totalBytes.value_or (kSlotBytes);
+
+    if (announcedBytes (slot) + message.sizebytes() > room)
+        throw Refusal ("Filter data of " + std::to_string (message.sizebytes()) + " bytes at " + rate
+                       + " exceeds the filter's total of " + std::to_string (room) + " bytes");
+
+    RateBlock block;
+    block.sampleRate = message.samplerate();
+    block.channelIndices.assign (message.channelindices().begin(), message.channelindices().end());
+    block.announcedBytes = message.sizebytes();
+    slot.blocks.push_back (std::move (block));
+    slot.state = Slot::State::loading;
+    return finish (slot);
+}
+
+bool FilterMemory::addChunk (DownloadId id, const veltraio::FilterDataChunk& message)
+{
+    auto& slot = loading (id, message.slotindex());
+
+    if (slot.blocks.empty())
+        throw Refusal ("Filter data chunk before any filter data was announced");
+
+    if (message.data_size() != 1)
+        throw Refusal ("Filter data chunk with " + std::to_string (message.data_size()) + " pieces of data");
+
+    slot.blocks.back().add (message.dataoffset(), message.data (0));
+    return finish (slot);
+}
+
+bool FilterMemory::finish (Slot& slot)
+{
+    if (slot.state != Slot::State::loading || ! isComplete (slot))
+        return false;
+
+    slot.state = Slot::State::occupied;
+    return true;
+}
+
+void FilterMemory::cancel (DownloadId id, std::uint32_t slot)
+{
+    loading (id, slot) = {};
+    owners[slot] = 0;
+}
+
+void FilterMemory::remove (std::uint32_t slot)
+{
+    requireSlot (slot);
+    slots_[slot] = {};
+    owners[slot] = 0;
+}
+
+}

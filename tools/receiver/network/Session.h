@@ -1,0 +1,82 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "protocol/EnvelopeParser.h"
+#include "tools/receiver/device/DeviceModel.h"
+#include "tools/receiver/device/FaultScript.h"
+#include "tools/receiver/device/Recorder.h"
+#include "tools/receiver/network/Connection.h"
+
+namespace veltra::receiver {
+
+/** How much of a receiver's doings is told. */
+enum class LogDetail
+{
+    events,  ///< sessions, refusals, faults
+    messages ///< also each message and its answer
+};
+
+/** What the sessions of a receiver share. */
+struct Shared
+{
+    DeviceModel& model;
+    FaultInjector& faults;
+    Recorder& recorder;
+    std::atomic<std::uint32_t>& messageLimit; ///< bytes of a whole envelope; 0 for none
+    std::function<void (LogDetail, const std::string&)> log;
+};
+
+/** One connection of a host: reads envelopes, has the model carry them out, answers, and does the damage that the
+    fault script asks for. A thread of its own runs from construction until the connection ends. */
+class Session : private veltraio::VeltraIOEnvelopeParser
+{
+public:
+    /** @param faults  what befalls the new connection */
+    Session (std::uint32_t number, Descriptor socket, const Shared&, std::vector<Fault> faults);
+    ~Session() override;
+
+    /** Sends a message that the host did not ask for. Any thread.
+        @returns false when the connection has gone */
+    bool send (const google::protobuf::MessageLite&);
+
+    enum class Ending
+    {
+        close, ///< in an orderly way
+        reset
+    };
+
+    /** Ends the connection, as soon as its thread notices. Any thread. */
+    void end (Ending);
+
+    /** The connection has ended, and destruction does not wait. */
+    bool isOver() const { return over; }
+
+private:
+    struct Outgoing;
+
+    std::vector<Fault> nextFaults (const std::vector<std::string_view>& names);
+    void run (const std::vector<Fault>& connectFaults);
+    void onEnvelope (const juce::MemoryBlock&) override;
+    void handle (const std::string& type, const std::string& body, const std::vector<Fault>&);
+    void deliver (Outgoing, const std::vector<Fault>&);
+    void transmit (std::string_view bytes, const std::vector<Fault>&);
+    void log (LogDetail, const std::string&) const;
+
+    const Shared shared;
+    Conversation conversation;
+    StopSignal stop;
+    std::atomic<Ending> ending { Ending::close };
+    std::atomic<bool> over { false };
+
+    std::mutex sending; // one envelope at a time
+    Connection connection;
+    std::thread thread;
+};
+
+}

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include "tools/veltra/filters/FilterImport.h"
+#include "tools/veltra/session/Session.h"
+
+namespace veltra::host {
+
+/** Each adds a command to the program's command line. The command runs while the line is parsed, with the
+    session options as they are then, and throws Failure for what it cannot do. Results go to standard output. */
+void addFindCommand (CLI::App& program, const SessionOptions& session);
+void addInfoCommand (CLI::App& program, const SessionOptions& session);
+void addImportCommand (CLI::App& program);
+void addDesignCommand (CLI::App& program);
+void addConvertCommand (CLI::App& program, const SessionOptions& session);
+void addInspectCommand (CLI::App& program);
+void addDownloadCommand (CLI::App& program, const SessionOptions& session);
+void addSlotCommands (CLI::App& program, const SessionOptions& session);
+void addMeasureCommand (CLI::App& program, const SessionOptions& session);
+void addControlCommands (CLI::App& program, const SessionOptions& session);
+
+/** Adds the options that say which impulse responses a command takes and what becomes of their names.
+    @param import  filled while the command line is parsed
+*/
+void addImportOptions (CLI::App& command, ImportOptions& import, const char* technology);
+
+/** What addImportOptions has to tell about its options, for a command's footer. */
+extern const char* const kImportNotes;
+
+}

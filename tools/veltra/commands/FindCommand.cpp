@@ -1,0 +1,33 @@
+#include <cstdio>
+#include <memory>
+
+#include "tools/veltra/commands/Commands.h"
+#include "tools/veltra/commands/ExitStatus.h"
+#include "tools/veltra/session/ReceiverSearch.h"
+
+namespace veltra::host {
+
+void addFindCommand (CLI::App& program, const SessionOptions& session)
+{
+    auto* const command = program.add_subcommand ("find", "Search the network for receivers");
+    const auto timeout_ms = std::make_shared<int> (-1);
+
+    command->add_option ("--timeout", *timeout_ms, "How long to search")
+        ->type_name ("MS")
+        ->check (CLI::Range (0, 600000))
+        ->default_str ("6000");
+    command->footer (
+        "\nOne line a receiver, as it is found: its name, its address for --device, and maker and model.\n");
+    command->callback ([&session, timeout_ms] {
+        const auto duration = *timeout_ms < 0 ? searchTime (session) : std::chrono::milliseconds (*timeout_ms);
+        const auto found = searchReceivers (duration, session, [] (const FoundReceiver& receiver) {
+            std::printf ("%s\n", lineOf (receiver).c_str());
+            std::fflush (stdout);
+        });
+
+        if (found.empty())
+            throw Failure (kExitNoReceiver, "No receiver was found on the network.");
+    });
+}
+
+}

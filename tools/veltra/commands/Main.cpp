@@ -1,0 +1,123 @@
+#include <cstdio>
+#include <cstring>
+
+#include "tools/veltra/commands/Commands.h"
+#include "tools/veltra/commands/ExitStatus.h"
+#include "tools/veltra/terminal/SignalWatch.h"
+
+using namespace veltra::host;
+
+namespace {
+
+const std::map<std::string, int> kLogLevels { { "trace", 0 },    { "debug", 10000 }, { "info", 20000 },
+                                              { "warn", 30000 }, { "error", 40000 }, { "fatal", 50000 },
+                                              { "off", 60000 } };
+
+const char* const kFooter = "\nThe exit status is 0, or:\n"
+                            "    1  a fault of this program           6  an input file is not what it should be\n"
+                            "    2  the command line is wrong         7  an output file cannot be written\n"
+                            "    3  the module cannot be loaded       8  the filter slot is in use\n"
+                            "    4  no receiver, or several           9  the filters do not fit the receiver\n"
+                            "    5  the receiver refused or is silent 130  cancelled by Ctrl-C\n"
+                            "A command's own options: `veltra COMMAND --help`.\n";
+
+void addSessionOptions (CLI::App& program, SessionOptions& session)
+{
+    const auto group = "Options for commands that talk to a receiver";
+
+    program
+        .add_option ("--device", session.device,
+                     "Address of the receiver; without it the network is searched, and the only receiver found is used")
+        ->type_name ("HOST:PORT")
+        ->group (group);
+    program
+        .add_option ("--module", session.module, "The module to load; without it one is looked for near this program")
+        ->type_name ("FILE")
+        ->envname ("VELTRA_MODULE")
+        ->group (group);
+    program.add_option ("--log", session.log, "Append the module's log to a file")->type_name ("FILE")->group (group);
+    program
+        .add_option ("--log-level", session.logLevel, "Least level to log: trace, debug, info, warn, error, fatal, off")
+        ->transform (CLI::CheckedTransformer (kLogLevels, CLI::ignore_case).description (""))
+        ->type_name ("LEVEL")
+        ->default_str ("info")
+        ->group (group);
+
+    program
+        .add_option_function<std::vector<std::string>> (
+            "--setting",
+            [&session] (const std::vector<std::string>& items) {
+                for (const auto& item : items)
+                {
+                    const auto equals = item.find ('=');
+
+                    if (equals == item.npos || equals == 0)
+                        throw CLI::ValidationError ("--setting", "'" + item + "' should read KEY=VALUE");
+
+                    session.settings[item.substr (0, equals)] = item.substr (equals + 1);
+                }
+            },
+            "A setting of the module; may be given several times")
+        ->type_name ("KEY=VALUE")
+        ->allow_extra_args (false)
+        ->group (group);
+}
+
+int run (int argc, char** argv)
+{
+    SessionOptions session;
+    CLI::App program ("Loads room-correction filters into A/V receivers and measures with them.", "veltra");
+
+    program.fallthrough();
+    program.footer (kFooter);
+    program.set_version_flag ("--version", VELTRA_VERSION);
+    addSessionOptions (program, session);
+
+    addFindCommand (program, session);
+    addInfoCommand (program, session);
+    addImportCommand (program);
+    addDesignCommand (program);
+    addConvertCommand (program, session);
+    addInspectCommand (program);
+    addDownloadCommand (program, session);
+    addSlotCommands (program, session);
+    addMeasureCommand (program, session);
+    addControlCommands (program, session);
+
+    try
+    {
+        program.parse (argc, argv);
+
+        // Asked here and not by CLI11, which would say so of a misspelt command too.
+        if (program.get_subcommands().empty())
+            throw Failure (kExitUsage, "There is no command; `veltra --help` lists them.");
+
+        return kExitOk;
+    }
+    catch (const CLI::ParseError& error)
+    {
+        if (error.get_exit_code() == static_cast<int> (CLI::ExitCodes::Success))
+            return program.exit (error); // --help and --version
+
+        std::fprintf (stderr, "veltra: %s; `veltra --help` tells more.\n", error.what());
+        return kExitUsage;
+    }
+    catch (const Failure& failure)
+    {
+        std::fprintf (stderr, "veltra: %s\n", failure.what());
+        return failure.status;
+    }
+    catch (const std::exception& fault)
+    {
+        std::fprintf (stderr, "veltra: something went wrong in this program: %s.\n", fault.what());
+        return kExitInternal;
+    }
+}
+
+}
+
+int main (int argc, char** argv)
+{
+    const SignalWatch watch;
+    return run (argc, argv);
+}

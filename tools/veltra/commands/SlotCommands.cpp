@@ -1,0 +1,31 @@
+#include <cstdio>
+#include <memory>
+
+#include "tools/veltra/commands/Commands.h"
+#include "tools/veltra/session/FilterSlots.h"
+
+namespace veltra::host {
+
+void addSlotCommands (CLI::App& program, const SessionOptions& options)
+{
+    auto* const list = program.add_subcommand ("slots", "List the filter slots of a receiver");
+
+    list->footer ("");
+    list->callback ([&options] {
+        Session session (options);
+        printSlots (session.device());
+    });
+
+    auto* const remove = program.add_subcommand ("remove", "Empty a filter slot of a receiver");
+    const auto slot = std::make_shared<std::uint32_t>();
+    remove->add_option ("--slot", *slot, "Number of the slot, as `veltra slots` lists it")->required()->type_name ("N");
+    remove->footer ("");
+
+    remove->callback ([&options, slot] {
+        Session session (options);
+        checkSlot (session.device(), *slot);
+        std::printf (emptySlot (session, *slot) ? "Slot %u is empty now.\n" : "Slot %u was empty already.\n", *slot);
+    });
+}
+
+}

@@ -1,0 +1,154 @@
+#include "tools/veltra/filters/ImportFiles.h"
+
+#include <algorithm>
+#include <charconv>
+#include <fstream>
+#include <optional>
+
+#include "tools/veltra/commands/ExitStatus.h"
+
+namespace fs = std::filesystem;
+
+namespace veltra::host {
+
+namespace {
+
+constexpr unsigned kHighestRate = 1536000;
+constexpr unsigned kHighestChannel = 65536;
+
+/** A whole number from 1 to highest. */
+std::optional<unsigned> number (std::string_view text, unsigned highest)
+{
+    unsigned value = 0;
+    const auto [end, error] = std::from_chars (text.data(), text.data() + text.size(), value);
+    const bool good = error == std::errc() && end == text.data() + text.size() && value >= 1 && value <= highest;
+    return good ? std::optional (value) : std::nullopt;
+}
+
+std::string_view trimmed (std::string_view text)
+{
+    constexpr auto blanks = " \t\r";
+    const auto first = text.find_first_not_of (blanks);
+    return first == text.npos ? std::string_view() : text.substr (first, text.find_last_not_of (blanks) - first + 1);
+}
+
+/** Takes the first word of a text, and the blanks behind it, off the text. */
+std::string_view takeWord (std::string_view& text)
+{
+    const auto word = text.substr (0, text.find_first_of (" \t"));
+    text = trimmed (text.substr (word.size()));
+    return word;
+}
+
+bool holds (const std::vector<ChannelPlace>& places, std::string_view name)
+{
+    return std::ranges::any_of (places, [&] (const auto& place) { return place.name == name; });
+}
+
+void add (std::vector<ChannelPlace>& places, std::string_view name, unsigned channelNumber)
+{
+    for (const auto& place : places)
+        if (place.name == name || place.number == channelNumber)
+            throw Failure (kExitUsage, "The channel order names " + place.name + " (number "
+                                           + std::to_string (place.number) + ") twice.");
+
+    places.push_back ({ std::string (name), channelNumber });
+}
+
+std::vector<ChannelPlace> readOrder (std::string_view order)
+{
+    std::vector<ChannelPlace> places;
+    unsigned next = 1;
+
+    while (! order.empty())
+    {
+        const auto comma = order.find (',');
+        const auto item = trimmed (order.substr (0, comma));
+        order = comma == order.npos ? std::string_view() : order.substr (comma + 1);
+
+        const auto equals = item.find ('=');
+        const auto name = trimmed (item.substr (0, equals));
+        const auto given =
+            equals == item.npos ? std::optional (next) : number (trimmed (item.substr (equals + 1)), kHighestChannel);
+
+        if (name.empty() || ! given)
+            throw Failure (kExitUsage, "'" + std::string (item) + "' in the channel order is no NAME or NAME=NUMBER.");
+
+        add (places, name, *given);
+        next = *given + 1;
+    }
+
+    return places;
+}
+
+}
+
+ImpulseFile impulseFileFromName (const fs::path& file)
+{
+    const auto stem = file.stem().string();
+    const auto mark = stem.rfind ('_');
+
+    if (mark != stem.npos && mark > 0)
+        if (const auto rate = number (std::string_view (stem).substr (mark + 1), kHighestRate))
+            return { stem.substr (0, mark), *rate, file };
+
+    throw Failure (kExitInput, "The name of " + file.string()
+                                   + " does not tell channel and rate as FL_48000.wav does; "
+                                     "a mapping file can (--map FILE).");
+}
+
+std::vector<ImpulseFile> readMapping (const fs::path& file)
+{
+    std::ifstream stream (file);
+    std::vector<ImpulseFile> files;
+    std::string line;
+
+    for (int lineNumber = 1; std::getline (stream, line); ++lineNumber)
+    {
+        auto rest = trimmed (line);
+
+        if (rest.empty() || rest.front() == '#')
+            continue;
+
+        const auto channel = takeWord (rest);
+        const auto rate = number (takeWord (rest), kHighestRate);
+
+        if (! rate || rest.empty())
+            throw Failure (kExitInput, "Line " + std::to_string (lineNumber) + " of " + file.string()
+                                           + " should read CHANNEL RATE FILE.");
+
+        files.push_back ({ std::string (channel), *rate, file.parent_path() / fs::path (rest) });
+    }
+
+    if (! stream.eof()) // also when it could not be opened
+        throw Failure (kExitInput, "The mapping file " + file.string() + " cannot be read.");
+
+    return files;
+}
+
+std::vector<ChannelPlace> numberChannels (const std::vector<ImpulseFile>& files, std::string_view order)
+{
+    auto places = readOrder (order);
+    const bool orderGiven = ! places.empty();
+
+    for (const auto& file : files)
+    {
+        if (holds (places, file.channel))
+            continue;
+
+        if (orderGiven)
+            throw Failure (kExitUsage, "Channel " + file.channel + " of " + file.path.string()
+                                           + " is missing in the channel order.");
+
+        add (places, file.channel, static_cast<unsigned> (places.size()) + 1);
+    }
+
+    for (const auto& place : places)
+        if (std::ranges::none_of (files, [&] (const auto& file) { return file.channel == place.name; }))
+            throw Failure (kExitUsage, "There is no file for channel " + place.name + " of the channel order.");
+
+    std::ranges::sort (places, {}, &ChannelPlace::number);
+    return places;
+}
+
+}

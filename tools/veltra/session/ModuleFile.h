@@ -1,0 +1,52 @@
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <string>
+
+#include "tools/veltra/terminal/Transient.h"
+
+namespace veltra::host {
+
+/** Settings of the module, by key; the module's documentation tells which there are. */
+using ModuleSettings = std::map<std::string, std::string>;
+
+/** File name of the module on this system. */
+const char* moduleFileName() noexcept;
+
+/** Folder of the running program, or an empty path when the system does not tell. */
+std::filesystem::path programFolder();
+
+/** Finds the module's file.
+
+    @param given          the user's choice, which must exist; when empty, the first that exists of
+                          moduleFileName() in programFolder and in the library folders that lie beside it in an
+                          installed tree and in a build tree
+    @param programFolder  folder of this program
+    @throws               Failure (kExitModule)
+*/
+std::filesystem::path findModule (const std::filesystem::path& given, const std::filesystem::path& programFolder);
+
+/** The text of the module's settings file. Values are taken as they are, whatever characters they hold.
+    @throws  Failure (kExitUsage) for a control character
+*/
+std::string settingsFileText (const ModuleSettings& settings);
+
+/** A copy of the module in a private folder with a settings file beside it, which is where the module reads its
+    settings; a symbolic link would not do, since the module follows it to its own place. The folder goes with
+    the object, so the module must have been unloaded before (POSIX systems do not mind).
+*/
+class ModuleCopy
+{
+public:
+    /** @throws  Failure (kExitModule, kExitOutput, kExitUsage) */
+    ModuleCopy (const std::filesystem::path& module, const ModuleSettings& settings);
+
+    const std::filesystem::path& path() const noexcept { return copy; }
+
+private:
+    Transient folder;
+    std::filesystem::path copy;
+};
+
+}

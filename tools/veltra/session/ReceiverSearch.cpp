@@ -1,0 +1,191 @@
+#include "tools/veltra/session/ReceiverSearch.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <cstdio>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <optional>
+
+#include <log4cplus/fileappender.h>
+#include <log4cplus/layout.h>
+
+#include "common/Log.h"
+#include "common/Numbers.h"
+#include "common/Text.h"
+#include "discovery/ConnectionManager.h"
+#include "protocol/Dispatcher.h"
+#include "protocol/ReplyHandlers.h"
+#include "tools/veltra/commands/ExitStatus.h"
+
+namespace veltra::host {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+constexpr const char* kMarker = "2101FF";
+constexpr std::uint32_t kAnswerTime_ms = 2000;
+
+/** The log of a search, in the form of the module's, for as long as the object lives. The module must not be loaded
+    at that time: it shares the logger. */
+class SearchLog
+{
+public:
+    explicit SearchLog (const SessionOptions& options)
+    {
+        auto root = log4cplus::Logger::getRoot();
+        root.setLogLevel (log4cplus::OFF_LOG_LEVEL);
+
+        if (options.log.empty())
+            return;
+
+        // log4cplus would print its own words about a file that it cannot open.
+        if (auto* const file = std::fopen (options.log.string().c_str(), "a"))
+            std::fclose (file);
+        else
+            throw Failure (kExitOutput, "The log " + options.log.string() + " cannot be written.");
+
+        const log4cplus::SharedAppenderPtr appender (
+            std::make_unique<log4cplus::FileAppender> (options.log.string(), std::ios_base::app).release());
+        appender->setLayout (std::make_unique<log4cplus::PatternLayout> ("[%D{%Y-%m-%d %H:%M:%S.%q}] %m%n"));
+        root.addAppender (appender);
+        root.setLogLevel (options.logLevel);
+    }
+
+    ~SearchLog()
+    {
+        log4cplus::Logger::getRoot().setLogLevel (log4cplus::OFF_LOG_LEVEL);
+        log4cplus::Logger::getRoot().removeAllAppenders();
+    }
+
+    SearchLog (const SearchLog&) = delete;
+    SearchLog& operator= (const SearchLog&) = delete;
+};
+
+/** What the scan reports, on its way from the scan's threads to the program's. */
+class Arrivals final : public veltraio::IScanCallback
+{
+public:
+    void OnScanStarted() override {}
+    void OnScanEnded() override {}
+
+    void OnDeviceAdded (const juce::String&, const juce::String& address, const juce::String& friendlyName) override
+    {
+        {
+            const std::lock_guard guard (mutex);
+            waiting.push_back (
+                { friendlyName.toStdString(), address.fromFirstOccurrenceOf (":", false, false).toStdString(), {} });
+        }
+
+        changed.notify_one();
+    }
+
+    /** Waits for the next, until a time. */
+    std::optional<FoundReceiver> next (Clock::time_point end)
+    {
+        std::unique_lock guard (mutex);
+
+        if (! changed.wait_until (guard, end, [this] { return ! waiting.empty(); }))
+            return std::nullopt;
+
+        auto first = std::move (waiting.front());
+        waiting.pop_front();
+        return first;
+    }
+
+private:
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::deque<FoundReceiver> waiting;
+};
+
+/** Asks a receiver for its maker and model. */
+std::string modelAt (veltraio::ConnectionManager& connections, const std::string& address)
+{
+    auto connection = connections.Connect ("TCP:" + juce::String (address));
+
+    if (connection == nullptr)
+        return {};
+
+    veltraio::Dispatcher dispatcher (std::move (connection), kMarker, true);
+    veltraio::MessageHandler<veltraio::Unit> unit (dispatcher);
+    veltraio::Request request;
+    request.set_requesttype (veltraio::Request::RequestType_kGetUnit);
+    request.set_deviceindex (0);
+
+    if (dispatcher.Send (request) != 0 || unit.Wait (kAnswerTime_ms) != veltraio::ReplyState::answered)
+        return {};
+
+    return unit.message().manufacturer() + " " + unit.message().name();
+}
+
+}
+
+std::vector<FoundReceiver> searchReceivers (std::chrono::milliseconds duration, const SessionOptions& options,
+                                            const std::function<void (const FoundReceiver&)>& onFound)
+{
+    const SearchLog log (options);
+    const auto end = Clock::now() + duration;
+    std::vector<FoundReceiver> found;
+    veltraio::ConnectionManager connections (0);
+    Arrivals arrivals;
+    auto scan = connections.CreateScanner (&arrivals, {});
+
+    const auto take = [&] (FoundReceiver receiver) {
+        if (std::any_of (found.begin(), found.end(),
+                         [&] (const auto& known) { return known.address == receiver.address; }))
+            return;
+
+        receiver.model = modelAt (connections, receiver.address);
+        onFound (receiver);
+        found.push_back (std::move (receiver));
+    };
+
+    while (auto receiver = arrivals.next (end))
+        take (std::move (*receiver));
+
+    scan.reset();
+
+    // Those that came while an earlier one was asked for its model.
+    while (auto receiver = arrivals.next (Clock::now()))
+        take (std::move (*receiver));
+
+    return found;
+}
+
+std::chrono::milliseconds searchTime (const SessionOptions& options)
+{
+    const auto setting = options.settings.find ("UPnPTimeout");
+    return std::chrono::milliseconds (
+        setting == options.settings.end() ? 6000 : std::clamp (toInt (setting->second), 0, 600000));
+}
+
+std::string lineOf (const FoundReceiver& receiver)
+{
+    auto line = receiver.name.empty() ? "(no name)" : logText (receiver.name);
+    line.resize (std::max<std::size_t> (line.size() + 2, 24), ' ');
+    line += logText (receiver.address);
+    line.resize (std::max<std::size_t> (line.size() + 2, 48), ' ');
+    return line + (receiver.model.empty() ? "does not answer" : logText (receiver.model));
+}
+
+std::string onlyReceiver (const SessionOptions& options)
+{
+    const auto duration = searchTime (options);
+    std::fprintf (stderr, "Searching the network for %g s ...\n", static_cast<double> (duration.count()) / 1000.0);
+    const auto found = searchReceivers (
+        duration, options, [] (const auto& receiver) { std::fprintf (stderr, "  %s\n", lineOf (receiver).c_str()); });
+
+    if (found.empty())
+        throw Failure (kExitNoReceiver,
+                       "No receiver was found on the network; give an address with --device HOST:PORT.");
+
+    if (found.size() > 1)
+        throw Failure (kExitNoReceiver,
+                       "Several receivers were found on the network; choose one with --device HOST:PORT.");
+
+    return found.front().address;
+}
+
+}

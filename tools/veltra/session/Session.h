@@ -1,0 +1,75 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <string>
+
+#include "tools/veltra/session/ModuleFile.h"
+#include "tools/veltra/session/SharedLibrary.h"
+#include "veltratune_io/Plugin.h"
+
+namespace veltra::host {
+
+/** What every command that talks to a receiver is given. */
+struct SessionOptions
+{
+    std::filesystem::path module; ///< empty: search for it
+    std::string device;           ///< HOST:PORT; empty: the network is searched
+    ModuleSettings settings;      ///< further settings of the module
+    std::filesystem::path log;    ///< empty: no log
+    int logLevel = 20000;         ///< of log4cplus
+};
+
+/** The setting "Device" for a receiver's address.
+
+    @param address  HOST:PORT, with or without "TCP:" in front
+    @throws         Failure (kExitUsage)
+*/
+std::string deviceSetting (const std::string& address);
+
+/** The module loaded, and a session with one receiver, both for as long as the object lives.
+
+    Everything reaches the receiver through the module's three exported functions and the classes of
+    veltratune_io. Use from one thread.
+*/
+class Session
+{
+public:
+    /** Loads the module and opens the session with the receiver at the address given, or with the only one of the
+        network; blocks for the time of the search and of some exchanges.
+        @throws  Failure (kExitModule, kExitNoReceiver, kExitOutput, kExitUsage)
+    */
+    explicit Session (const SessionOptions& options);
+    ~Session();
+
+    Session (const Session&) = delete;
+    Session& operator= (const Session&) = delete;
+
+    veltratune_io::Device2& device() noexcept { return *theDevice; }
+
+    /** The device's words for the latest failure, which it then forgets; a stand-in when it has none.
+        Without a full stop, for the end of a sentence. */
+    std::string words();
+
+private:
+    using GetPlugin = veltratune_io::Plugin*(std::uint32_t);
+    using ReleasePlugin = void (veltratune_io::Plugin*);
+    using SetLog = void (const char*, std::int32_t, std::int32_t);
+
+    void startLog (const SessionOptions& options);
+
+    const std::filesystem::path module;
+    const ModuleSettings settings;
+    ModuleCopy copy;
+    SharedLibrary library;
+    ReleasePlugin* release;
+    veltratune_io::Plugin* plugin = nullptr;
+    veltratune_io::Device2* theDevice = nullptr;
+};
+
+/** Calls an operation that fills a text buffer and returns the text, cut to 64 KiB; an operation that leaves
+    the buffer alone gives an empty text. */
+std::string textFrom (const std::function<void (char* buffer, std::uint32_t size)>& operation);
+
+}

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <string>
+
+#include "tools/veltra/terminal/StatusLine.h"
+
+namespace veltra::host {
+
+/** Shows how far a piece of work is: on a terminal as a bar, elsewhere as a line for every tenth of the work. */
+class Progress
+{
+public:
+    /** As StatusLine's. */
+    Progress (std::FILE* stream, bool terminal) noexcept : line (stream, terminal) {}
+
+    /** Shows a state of the work when it differs enough from the one before.
+
+        @param fraction  0 to 1; limited to that
+        @param text      stands behind the bar; only asked for when something is shown
+    */
+    template <typename Text>
+    void show (double fraction, Text&& text)
+    {
+        if (isNews (fraction))
+            print (fraction, text());
+    }
+
+    void endLine() { line.endLine(); }
+
+private:
+    bool isNews (double fraction) noexcept;
+    void print (double fraction, const std::string& text);
+
+    StatusLine line;
+    int shownStep = -1;
+};
+
+/** A number of bytes as a person reads it: "812 B", "34.2 kB", "1.57 MB". */
+std::string readableBytes (double bytes);
+
+}
