@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 /** @file
     How many captured packets reach the host's callback in a second, beside a bare socket that only takes the same
     bytes in and throws them away: the most that any capture could hold.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 /** @file
     The FIIR design beside its plainest form, by stage, and against length and number of sections. All on one thread.
 */

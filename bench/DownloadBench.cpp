@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 /** @file
     What the transfer of a download costs beside as many bare exchanges of as many bytes, and how much memory a
     download takes. The device is an object of the module; the receiver is the least that acknowledges.

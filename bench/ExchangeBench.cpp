@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 /** @file
     What an acknowledged exchange costs through Dispatcher and AcknowledgeHandler, beside the bare ping-pong of the
     same bytes in the same process.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 // Draws docs/images/fiir-warping.svg: what 1025 samples of a filter's tail tell of its spectrum, as they are and
 // warped. Run at the root of the repository:
 //

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-3.0-or-later
 # Turns a binary file into a C++ source with a byte array:
 #   cmake -DINPUT=file -DOUTPUT=file.cpp -DDECLARATION=header -DNAME=ns::name -P EmbedBinary.cmake
 # The header declares `extern const unsigned char name[]` and `extern const std::size_t nameSize` in that namespace.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-3.0-or-later
 # JUCE's core modules, compiled once from their sources for everybody who needs them.
 
 find_path(JUCE_MODULES_DIR juce_core/juce_core.h PATHS /usr/share/juce/modules REQUIRED)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-3.0-or-later
 # cmake --install: the module, the tools, the boundary headers, and a CMake package for hosts:
 #
 #   find_package(veltratune_io REQUIRED)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-3.0-or-later
 # What all our own targets share: warnings as errors, sanitizers, the root as include folder.
 
 if(VELTRA_SANITIZE)

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 /** @file
     Writes the seeds that are no text, for the targets envelope and messages:
 

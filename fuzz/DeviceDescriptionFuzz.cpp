@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 /** @file
     The description of a device. The first line of the input is where it came from, the rest is the document.
 */

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 /** @file
     A receiver's byte stream: the envelope parser, and the dispatcher with handlers that wait for replies.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 /** @file
     A filter description, into filters and their impulse responses. The input is the text.
 */

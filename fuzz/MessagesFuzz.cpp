@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 /** @file
     Each message that a receiver sends, through the handler that the plug-in has for it.
 

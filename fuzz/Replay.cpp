@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 /** @file
     A target without libFuzzer: runs each file that stands in the given folders once. A file that was a finding stays
     in the corpus, so the normal tests meet it again with every compiler and sanitizer.

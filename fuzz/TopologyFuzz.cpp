@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 /** @file
     What a receiver says of its filter structure, through the conversion. The lines of the input:
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 /** @file
     The filter sets that the host has loaded into the slots, and their way to the device.
 */

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 /** @file
     Making a device, and the operations that answer from what it said of itself.
 */

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 /** @file
     The operations that drive a device while a room is measured. Each is one exchange.
 */

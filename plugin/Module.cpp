@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 /** @file
     What makes the library a loadable module: the three exported functions, and what happens at load and unload.
 */

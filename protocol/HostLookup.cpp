@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 #include "protocol/HostLookup.h"
 
 // The thread sanitizer crashes on the threads that the C library starts for its look-ups.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 #include "topology/Conversion.h"
 
 #include "common/Numbers.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 /*  The shortest useful host: loads the module, finds the receivers, and says what they are.
 
     Which receiver is found is the module's own setting: with a file MorvaneVeltraIO.settings beside the module

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 /** @file
     Operations whose nth allocation fails, for every n until one passes: each must end with a result, leave nothing
     behind, and work when it is asked again.

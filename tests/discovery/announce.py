@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: GPL-3.0-or-later
 """Announces a device by a UPnP library that has nothing to do with ours, and serves its description by Python's own
 HTTP server: announce.py INTERFACE ADDRESS FOLDER, with FOLDER/description.xml there."""
 import functools

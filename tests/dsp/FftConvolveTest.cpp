@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 #define EIGEN_FFTW_DEFAULT // the reference below is Eigen's front end over the same library
 
 #include <new>

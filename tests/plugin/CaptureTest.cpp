@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 /** @file
     The audio that a device sends unasked, on its way to the host's callback.
 */

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 /** @file
     Downloads that fail, stage by stage: the result, the words, the log, and that the device and the slot can be used
     again. Stages that fail by waiting for seconds stand in WaitsTest.cpp.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 /** @file
     The operations of measurement control: their messages, their results and their words for each outcome. What they
     do when no reply comes stands in WaitsTest.cpp.

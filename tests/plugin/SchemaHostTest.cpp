@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 /** @file
     A host that has the protocol's schema itself, as full protobuf classes, and logs with log4cplus itself.
 */

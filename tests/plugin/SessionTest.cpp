@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 /** @file
     Opening sessions: what goes over the wire, what the log says, and what comes of a receiver that does not play along.
     A description that never comes is among the faults of the reliability tests.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 /** @file
     What happens when no reply comes. Each case takes as long as the time-out that it is about. Silence to
     the other descriptions and to the later stages of a download is among the faults of the reliability tests.

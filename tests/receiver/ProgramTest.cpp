@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 #include "tests/support/Program.h"
 #include "protocol/veltraio.pb.h"
 #include "tests/receiver/TestHost.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
 #include "tests/receiver/TestHost.h"
 
 #include <arpa/inet.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 /** @file
     What a host sees of each kind of misbehaviour in each kind of operation. docs/reliability.md shows the table.
 */

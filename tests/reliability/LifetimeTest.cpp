@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 /** @file
     Objects that go at the worst moment, and a process that has much open already.
 */

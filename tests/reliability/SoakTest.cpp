@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+
 /** @file
     Thousands of sessions with whatever may happen in them. What a session takes must come back when it ends.
 */
