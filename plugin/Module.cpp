@@ -18,10 +18,11 @@
 namespace {
 
 using namespace veltra::plugin;
+using veltra::guarded;
 
 void onLoad() noexcept
 {
-    veltra::guarded ([] {
+    guarded ([] {
         moduleFile();
         silenceUnusedLog();
     });
@@ -71,8 +72,8 @@ void ReleaseVersionedPluginObject (veltratune_io::Plugin* plugin)
     if (plugin == nullptr)
         return;
 
-    veltra::guarded ([plugin] { state().plugins.destroy (plugin); });
-    veltra::guarded ([] { state().log.stop(); });
+    guarded ([plugin] { state().plugins.destroy (plugin); });
+    guarded ([] { state().log.stop(); });
 }
 
 void SetLogPath (const char* path, std::int32_t length, std::int32_t level)
@@ -83,5 +84,5 @@ void SetLogPath (const char* path, std::int32_t length, std::int32_t level)
         return;
 
     const auto bytes = length == nulTerminated ? std::strlen (path) : static_cast<std::size_t> (length);
-    veltra::guarded ([=] { state().log.add ({ path, bytes }, level); });
+    guarded ([=] { state().log.add ({ path, bytes }, level); });
 }
