@@ -14,16 +14,14 @@
 #include <log4cplus/logger.h>
 #include <log4cplus/loggingmacros.h>
 
-#define VELTRA_LOG(level, text) do
-
-{
-    try
-
-    {
-        LOG4CPLUS_##level (::log4cplus::Logger::getRoot(), text);
-    }
-    catch (...)
-    {
-    }
-}
-while (false)
+#define VELTRA_LOG(level, text)                                                                                        \
+    do                                                                                                                 \
+    {                                                                                                                  \
+        try                                                                                                            \
+        {                                                                                                              \
+            LOG4CPLUS_##level (::log4cplus::Logger::getRoot(), text);                                                  \
+        }                                                                                                              \
+        catch (...)                                                                                                    \
+        {                                                                                                              \
+        }                                                                                                              \
+    } while (false)
