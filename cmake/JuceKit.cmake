@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: GPL-3.0-or-later
-# JUCE's core modules, compiled once from their sources for everybody who needs them.
+# JUCE's core modules, compiled once from their sources for all targets.
 
 find_path(JUCE_MODULES_DIR juce_core/juce_core.h PATHS /usr/share/juce/modules REQUIRED)
 find_package(ZLIB REQUIRED)
@@ -10,8 +10,8 @@ add_library(juce_kit STATIC
   ${JUCE_MODULES_DIR}/juce_events/juce_events.cpp
   ${JUCE_MODULES_DIR}/juce_data_structures/juce_data_structures.cpp)
 target_include_directories(juce_kit SYSTEM PUBLIC ${JUCE_MODULES_DIR})
-# _NDEBUG in every configuration: JUCE's own debug build prints its version to standard error when it is
-# loaded, which a module inside somebody else's program must not do. Our own asserts follow NDEBUG.
+# _NDEBUG in every configuration: JUCE's debug build prints its version to standard error when it is loaded, which a module
+# inside another program must not do. assert() in our code depends on NDEBUG as usual.
 target_compile_definitions(juce_kit PUBLIC
   JUCE_GLOBAL_MODULE_SETTINGS_INCLUDED=1
   JUCE_USE_CURL=0

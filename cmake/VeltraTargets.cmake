@@ -1,11 +1,11 @@
 # SPDX-License-Identifier: GPL-3.0-or-later
-# What all our own targets share: warnings as errors, sanitizers, the root as include folder.
+# Shared by all our own targets: warnings as errors, sanitizers, the root as include folder.
 
 if(VELTRA_SANITIZE)
   add_compile_options(-fsanitize=${VELTRA_SANITIZE} -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${VELTRA_SANITIZE})
   if(VELTRA_SANITIZE MATCHES "undefined")
-    # A report has to fail the test that provoked it.
+    # A report fails the test that caused it.
     add_compile_options(-fno-sanitize-recover=undefined)
   endif()
 endif()
