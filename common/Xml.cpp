@@ -12,21 +12,36 @@ namespace {
 
 bool isSpace (char c) noexcept { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 
+constexpr const char* kTooDeep = "elements are nested too deeply";
+
 class Scanner
 {
 public:
     Scanner (std::string_view textToScan, int greatestDepth) noexcept : text (textToScan), maxDepth (greatestDepth) {}
 
-    bool run() noexcept
+    XmlError run() noexcept
     {
         while ((at = text.find ('<', at)) != text.npos)
-            if (! scanMarkup() || depth > maxDepth)
-                return false;
+        {
+            const auto begin = at;
 
-        return true;
+            if (! scanMarkup())
+                return { problem, begin };
+
+            if (depth > maxDepth)
+                return { kTooDeep, begin };
+        }
+
+        return {};
     }
 
 private:
+    bool fail (const char* what) noexcept
+    {
+        problem = what;
+        return false;
+    }
+
     bool startsWith (std::string_view token) const noexcept { return text.substr (at).starts_with (token); }
 
     /** Skips markup of which the first bytes cannot belong to the token that ends it. */
@@ -35,7 +50,7 @@ private:
         const auto found = text.find (token, at + openingSize);
 
         if (found == text.npos)
-            return false;
+            return fail ("this markup does not end");
 
         at = found + token.size();
         return true;
@@ -53,7 +68,7 @@ private:
         const auto end = text.find_first_of (" \t\r\n/<>=\"'?!", at);
 
         if (end == text.npos || end == at)
-            return false;
+            return fail ("a name is missing in this tag");
 
         at = end;
         return true;
@@ -77,7 +92,7 @@ private:
             return skipPast ("?>", 2);
 
         if (startsWith ("</"))
-            return --depth >= 0 && skipPast (">", 2);
+            return --depth >= 0 ? skipPast (">", 2) : fail ("this closing tag has no opening tag");
 
         ++at;
         return scanTag();
@@ -101,7 +116,7 @@ private:
                 return true;
         }
 
-        return false;
+        return fail ("this document type does not end");
     }
 
     bool scanTag() noexcept
@@ -114,7 +129,7 @@ private:
             skipSpace();
 
             if (startsWith ("/>"))
-                return depth < maxDepth;
+                return depth < maxDepth || fail (kTooDeep);
 
             if (startsWith (">"))
             {
@@ -135,19 +150,19 @@ private:
         skipSpace();
 
         if (! startsWith ("="))
-            return false;
+            return fail ("an attribute of this tag has no value");
 
         ++at;
         skipSpace();
 
         if (! startsWith ("\"") && ! startsWith ("'"))
-            return false;
+            return fail ("an attribute's value in this tag has no quotes");
 
         const char quote = text[at++];
         const auto end = text.find (quote, at);
 
         if (end == text.npos)
-            return false;
+            return fail ("an attribute's value in this tag does not end");
 
         at = end + 1;
         return true;
@@ -157,6 +172,7 @@ private:
     std::size_t at = 0;
     int depth = 0;
     int maxDepth;
+    const char* problem = nullptr;
 };
 
 const XmlNode* firstElementFrom (const XmlNode* node) noexcept
@@ -182,7 +198,7 @@ void appendText (const XmlNode& element, std::string& text)
 
 }
 
-bool isShallowXml (std::string_view text, int maxDepth) noexcept { return Scanner (text, maxDepth).run(); }
+XmlError findDeepXml (std::string_view text, int maxDepth) noexcept { return Scanner (text, maxDepth).run(); }
 
 XmlDocument::XmlDocument (std::string xml, int maxDepth)
     : text (std::move (xml)),
@@ -190,18 +206,26 @@ XmlDocument::XmlDocument (std::string xml, int maxDepth)
 {
     text.resize (std::min (text.find ('\0'), text.size()));
 
-    if (! isShallowXml (text, maxDepth))
+    syntaxError = findDeepXml (text, maxDepth);
+
+    if (syntaxError.what != nullptr)
         return;
 
     try
     {
         document->parse<rapidxml::parse_default> (text.data());
-        complete = true;
     }
-    catch (const rapidxml::parse_error&)
+    catch (const rapidxml::parse_error& failure)
     {
         // Elements that had ended before are there.
+        const auto* const where = failure.where<char>();
+        syntaxError = { failure.what(), where == nullptr ? 0 : static_cast<std::size_t> (where - text.data()) };
     }
+}
+
+std::size_t XmlDocument::offsetOf (const XmlNode& element) const noexcept
+{
+    return static_cast<std::size_t> (element.name() - text.data());
 }
 
 const XmlNode* XmlDocument::root() const noexcept { return firstElement (*document); }

@@ -17,6 +17,13 @@ namespace veltra {
 
 using XmlNode = rapidxml::xml_node<char>;
 
+/** Where a text stops being XML. */
+struct XmlError
+{
+    const char* what = nullptr; ///< what was expected, or why the text is refused; null when the text is XML
+    std::size_t offset = 0;     ///< bytes from the start of the text
+};
+
 class XmlDocument
 {
 public:
@@ -28,8 +35,11 @@ public:
     XmlDocument (const XmlDocument&) = delete; // the nodes point into the text where it is
     XmlDocument& operator= (const XmlDocument&) = delete;
 
-    /** Whether the text is XML to its end. */
-    bool isComplete() const noexcept { return complete; }
+    /** The syntax error; without one the text is XML to its end. */
+    const XmlError& error() const noexcept { return syntaxError; }
+
+    /** Where the name of an element of this document begins, in bytes from the start of the text. */
+    std::size_t offsetOf (const XmlNode& element) const noexcept;
 
     /** All elements at the top, as children of one node; empty when the text is no XML. */
     const XmlNode& top() const noexcept { return *document; }
@@ -40,7 +50,7 @@ public:
 private:
     std::string text;                                       // parsing writes into it, and the nodes point there
     std::unique_ptr<rapidxml::xml_document<char>> document; // 64 KiB, too much for small stacks
-    bool complete = false;
+    XmlError syntaxError;
 };
 
 /** The bytes of a document as text: UTF-8, UTF-16 with a byte order mark, else Windows-1252; up to the first NUL. */
@@ -64,12 +74,18 @@ juce::String attributeOf (const XmlNode& element, const char* name);
 /** The text of a name or of a value: valid UTF-8, which references may have made it no longer, up to the first NUL. */
 juce::String textOf (const char* bytes, std::size_t size);
 
-/** Whether a parser that recurses once an element may be let loose on a text: all its tags are well-formed, and
+/** Checks a text before it goes to a parser that recurses once for each element: all tags are well-formed, and
     elements are nested no deeper than maxDepth. Names, order and closing tags are left to the parser.
 
-    Runs in linear time, at the speed of memchr between tags, and does not recurse. Never says yes to a text in
-    which the parser would see deeper nesting: what this scan cannot follow as the parser would is refused.
+    Runs in linear time, at the speed of memchr between tags, and does not recurse. Never accepts a text in which the
+    parser would see deeper nesting: what this scan cannot follow as the parser would is an error.
 */
-bool isShallowXml (std::string_view text, int maxDepth) noexcept;
+XmlError findDeepXml (std::string_view text, int maxDepth) noexcept;
+
+/** Whether findDeepXml finds no error. */
+inline bool isShallowXml (std::string_view text, int maxDepth) noexcept
+{
+    return findDeepXml (text, maxDepth).what == nullptr;
+}
 
 }

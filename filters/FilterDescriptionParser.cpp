@@ -5,11 +5,15 @@
 #include <charconv>
 #include <cstring>
 #include <new>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
+#include "common/Contain.h"
 #include "common/Numbers.h"
+#include "common/Text.h"
 #include "common/Xml.h"
 
 namespace veltra::parser::FIIR {
@@ -21,26 +25,28 @@ using Node = XmlNode;
 constexpr int kMaxDepth = 256;
 constexpr size_t kExtraSize = 1024; ///< of an "Extra" text with its end mark
 constexpr unsigned kSectionSize = 4;
+constexpr const char* kNoMemory = "out of memory"; // short enough for a string's own storage
+constexpr size_t kQuoteSize = 40;                  ///< most bytes of a description's text that an explanation repeats
 
 //======================================================================================================================
 const Node* child (const Node& parent, const char* name) { return parent.first_node (name); }
 
 /** Value of an attribute; null when it is absent. */
-const char* text (const Node& node, const char* attribute)
+const char* attribute (const Node& node, const char* name)
 {
-    const auto* const found = node.first_attribute (attribute);
+    const auto* const found = node.first_attribute (name);
     return found == nullptr ? nullptr : found->value();
 }
 
-int integer (const Node& node, const char* attribute, int valueIfAbsent = 0)
+int integer (const Node& node, const char* name, int valueIfAbsent = 0)
 {
-    const char* const value = text (node, attribute);
+    const char* const value = attribute (node, name);
     return value == nullptr ? valueIfAbsent : toInt (value);
 }
 
-float decimal (const Node& node, const char* attribute)
+float decimal (const Node& node, const char* name)
 {
-    const char* const value = text (node, attribute);
+    const char* const value = attribute (node, name);
     return value == nullptr ? 0.0f : static_cast<float> (toDouble (value));
 }
 
@@ -95,6 +101,13 @@ size_t mostNumbers (const Node& list)
     return node == nullptr ? 0 : (node->value_size() + 1) / 2;
 }
 
+/** How many numbers there are in a list, for an explanation. */
+size_t countNumbers (const Node& list)
+{
+    std::vector<float> numbers (mostNumbers (list));
+    return readNumbers (list, numbers.data(), numbers.size());
+}
+
 /** An "Extra" text that is too long loses its last items, whole ones, so that no value is cut to another one. */
 const char* limitExtra (char* extra)
 {
@@ -110,26 +123,115 @@ const char* limitExtra (char* extra)
 }
 
 //======================================================================================================================
+std::string quoted (std::string_view text) { return "'" + logText (text, kQuoteSize) + "'"; }
+
+std::string counted (size_t count, const std::string& what)
+{
+    return std::to_string (count) + " " + what + (count == 1 ? "" : "s");
+}
+
+/** Any element after the first is read as the first was, whatever its name. */
+std::string siblingHint (const Node& node, std::string_view name)
+{
+    const std::string first (name);
+    return name == node.name() ? "" : "; each element after the first " + first + " is read as " + first;
+}
+
+std::string describeTaps (const Node& list, int declared)
+{
+    const auto* const node = list.first_node();
+    auto words =
+        "taps has " + counted (countNumbers (list), "number") + ", NbrOfTaps says " + std::to_string (declared);
+
+    if (node == nullptr)
+        return words + "; at least 1 is required";
+
+    if (node->type() == rapidxml::node_element)
+        return words + "; the numbers must come before any element";
+
+    return std::string_view (node->value()).find_first_of ("\n\r\t,;") == std::string_view::npos
+               ? words
+               : words + "; numbers are separated by spaces or brackets, not by line ends";
+}
+
+//======================================================================================================================
 class Walk
 {
 public:
-    explicit Walk (IFIIRCallback* clientOrNull)
+    Walk (IFIIRCallback* clientOrNull, const char* descriptionText, DescriptionProblem* problemOrNull)
         : callback (clientOrNull),
-          mask (clientOrNull == nullptr ? 7u : clientOrNull->getParseMask())
+          mask (clientOrNull == nullptr ? 7u : clientOrNull->getParseMask()),
+          text (descriptionText),
+          problem (problemOrNull)
     {
+        sections.reserve (kSectionSize); // a client gets a pointer also when a set declares no section
     }
 
-    void document (const Node& document, const char* rootName)
+    void run (const char* rootName)
     {
-        const auto* const root = child (document, rootName);
+        if (text == nullptr)
+            fail (UnknownError, 0, {}, [] { return "there is no text"; });
+
+        xml.emplace (text, kMaxDepth);
+
+        if (const auto& error = xml->error(); error.what != nullptr)
+            fail (UnknownError, lineAt (error.offset), {}, [&] { return std::string ("XML syntax: ") + error.what; });
+
+        if (rootName == nullptr)
+            fail (NoRootElement, 0, {}, [] { return "no name of a root element was given"; });
+
+        const auto* const root = child (xml->top(), rootName);
 
         if (root == nullptr)
-            throw NoRootElement;
+            fail (NoRootElement, 1, {}, [&] {
+                const auto* const other = xml->root();
+                return (other == nullptr ? "there is no element" : "the root element is " + quoted (other->name()))
+                       + ", expected " + quoted (rootName);
+            });
 
-        const auto* const tune = child (*root, "Tune");
+        document (*root);
+    }
+
+private:
+    /** Ends the walk.
+        @param words  makes the explanation, which is left out when there is no memory for it */
+    template <class Words>
+    [[noreturn]] void fail (EResult result, unsigned line, std::string_view element, Words&& words)
+    {
+        if (problem != nullptr)
+            guarded ([&] { *problem = { line, logText (element, kQuoteSize), words() }; });
+
+        throw result;
+    }
+
+    template <class Words>
+    [[noreturn]] void fail (EResult result, const Node& node, Words&& words)
+    {
+        fail (result, lineAt (xml->offsetOf (node)), node.name(), std::forward<Words> (words));
+    }
+
+    unsigned lineAt (size_t offset) const
+    {
+        return 1 + static_cast<unsigned> (std::count (text, text + std::min (offset, std::strlen (text)), '\n'));
+    }
+
+    /** Reports to the client, if there is one. */
+    template <typename Function, typename... Arguments>
+    void report (const Node& node, Function function, Arguments... arguments)
+    {
+        if (callback != nullptr && ! (callback->*function) (arguments...))
+            fail (CallbackRefused, node, [&] {
+                const auto reason = callback->getRefusal();
+                return std::string (node.name()) + (reason.empty() ? " was not accepted" : ": " + reason);
+            });
+    }
+
+    void document (const Node& root)
+    {
+        const auto* const tune = child (root, "Tune");
 
         if (tune == nullptr)
-            throw NoTuneElement;
+            fail (NoTuneElement, root, [&] { return quoted (root.name()) + " has no Tune"; });
 
         if ((mask & kParseHeader) != 0)
             header (*tune);
@@ -137,7 +239,7 @@ public:
         const auto* channelNode = child (*tune, "Channel");
 
         if (channelNode == nullptr)
-            throw NoChannelElement;
+            fail (NoChannelElement, *tune, [] { return "Tune has no Channel"; });
 
         for (unsigned index = 0; channelNode != nullptr; ++index, channelNode = nextElement (*channelNode))
         {
@@ -150,42 +252,37 @@ public:
         }
     }
 
-private:
-    /** Reports to the client, if there is one. */
-    template <typename Function, typename... Arguments>
-    void report (Function function, Arguments... arguments)
-    {
-        if (callback != nullptr && ! (callback->*function) (arguments...))
-            throw CallbackRefused;
-    }
-
     void header (const Node& tune)
     {
-        report (&IFIIRCallback::onHeader, text (tune, "ProjectName"), text (tune, "Technology"),
-                integer (tune, "ChannelCount"), text (tune, "CreationDate"), text (tune, "Creator"),
-                text (tune, "CreatorVersion"), text (tune, "FileName"), text (tune, "NumberRepresentation"),
-                text (tune, "tsexp"));
+        report (tune, &IFIIRCallback::onHeader, attribute (tune, "ProjectName"), attribute (tune, "Technology"),
+                integer (tune, "ChannelCount"), attribute (tune, "CreationDate"), attribute (tune, "Creator"),
+                attribute (tune, "CreatorVersion"), attribute (tune, "FileName"),
+                attribute (tune, "NumberRepresentation"), attribute (tune, "tsexp"));
     }
 
     void channel (const Node& node, unsigned index)
     {
-        report (&IFIIRCallback::onChannel, index, text (node, "Name"), integer (node, "Number"),
+        report (node, &IFIIRCallback::onChannel, index, attribute (node, "Name"), integer (node, "Number"),
                 decimal (node, "GaindB"), decimal (node, "Delayms"), decimal (node, "MaxFilterGaindB"),
                 integer (node, "Subwoofer", -1), decimal (node, "xoverFreq"));
     }
 
     void coefficients (const Node& set, unsigned channelIndex)
     {
-        const char* const topology = text (set, "Topology");
+        const char* const topology = attribute (set, "Topology");
         const bool isFiir = topology != nullptr && std::strncmp (topology, "FIIR", 4) == 0;
 
         if (! isFiir && (topology == nullptr || std::strncmp (topology, "FIR", 3) != 0))
-            throw BadTopology;
+            fail (BadTopology, set, [&] {
+                return quoted (set.name())
+                       + (topology == nullptr ? " has no Topology" : " has the Topology " + quoted (topology))
+                       + ", expected FIIR or FIR" + siblingHint (set, "Coefficients");
+            });
 
         const auto* const fir = child (set, "FIR");
 
         if (fir == nullptr)
-            throw NoFirElement;
+            fail (NoFirElement, set, [&] { return quoted (set.name()) + " has no FIR"; });
 
         readTaps (*fir);
         sections.clear();
@@ -195,14 +292,16 @@ private:
             const auto* const iir = child (set, "IIR");
 
             if (iir == nullptr)
-                throw NoIirElement;
+                fail (NoIirElement, set, [&] {
+                    return quoted (set.name()) + " has no IIR, which the Topology FIIR requires, also without sections";
+                });
 
             readSections (*iir);
         }
 
         const auto* const extra = child (set, "Extra");
 
-        report (&IFIIRCallback::onCoefficients, channelIndex, integer (set, "Fs"), integer (set, "MinPhase") != 0,
+        report (set, &IFIIRCallback::onCoefficients, channelIndex, integer (set, "Fs"), integer (set, "MinPhase") != 0,
                 static_cast<const float*> (taps.data()), static_cast<unsigned> (taps.size()),
                 isFiir ? static_cast<const float*> (sections.data()) : nullptr,
                 static_cast<unsigned> (sections.size() / kSectionSize),
@@ -214,31 +313,40 @@ private:
         const auto* const list = child (fir, "taps");
 
         if (list == nullptr)
-            throw NoFirElement;
+            fail (NoFirElement, fir, [] { return "FIR has no taps"; });
 
         const int count = integer (fir, "NbrOfTaps");
+        const auto mismatch = [&] { return describeTaps (*list, count); };
 
         // Compared before room is made: the count may be anything, the text is what it is.
         if (count < 0 || list->first_node() == nullptr || static_cast<size_t> (count) > mostNumbers (*list))
-            throw TapCountMismatch;
+            fail (TapCountMismatch, *list, mismatch);
 
         taps.resize (static_cast<size_t> (count));
 
         if (readNumbers (*list, taps.data(), taps.size()) != taps.size())
-            throw TapCountMismatch;
+            fail (TapCountMismatch, *list, mismatch);
     }
 
     void readSections (const Node& iir)
     {
         const int count = integer (iir, "NbrOfSections");
+        const auto declared = [&] { return ", NbrOfSections says " + std::to_string (count); };
         int found = 0;
 
         for (const auto* node = child (iir, "section"); node != nullptr; node = nextElement (*node))
         {
+            if (++found > count)
+                fail (SectionCountMismatch, *node,
+                      [&] { return "IIR has more sections" + declared() + siblingHint (*node, "section"); });
+
             float numbers[kSectionSize];
 
-            if (++found > count || readNumbers (*node, numbers, kSectionSize) != kSectionSize)
-                throw SectionCountMismatch;
+            if (const auto size = readNumbers (*node, numbers, kSectionSize); size != kSectionSize)
+                fail (SectionCountMismatch, *node, [&] {
+                    return quoted (node->name()) + " has " + counted (size, "number")
+                           + ", expected 4 on one line: a1 a2 b0 b1" + siblingHint (*node, "section");
+                });
 
             try
             {
@@ -246,16 +354,20 @@ private:
             }
             catch (const std::bad_alloc&)
             {
-                throw NoSectionMemory;
+                fail (NoSectionMemory, *node, [] { return kNoMemory; });
             }
         }
 
         if (found != count)
-            throw SectionCountMismatch;
+            fail (SectionCountMismatch, iir,
+                  [&] { return "IIR has " + counted (static_cast<size_t> (found), "section") + declared(); });
     }
 
     IFIIRCallback* const callback;
     const unsigned mask;
+    const char* const text;
+    DescriptionProblem* const problem;
+    std::optional<XmlDocument> xml;
 
     // Reused from set to set: a channel costs no allocations of its own.
     std::vector<float> taps;
@@ -264,34 +376,34 @@ private:
 
 }
 
-EResult parse (const char* text, IFIIRCallback* callback, const char* rootName) noexcept
+std::string describe (const DescriptionProblem& problem)
+{
+    return (problem.line == 0 ? "" : "line " + std::to_string (problem.line) + ": ") + problem.text;
+}
+
+EResult parse (const char* text, IFIIRCallback* callback, const char* rootName, DescriptionProblem* problem) noexcept
 {
     try
     {
-        Walk walk (callback);
-
-        if (text == nullptr)
-            return UnknownError;
-
-        const XmlDocument document (text, kMaxDepth);
-
-        if (! document.isComplete())
-            return UnknownError;
-
-        if (rootName == nullptr)
-            return NoRootElement;
-
-        walk.document (document.top(), rootName);
+        Walk (callback, text, problem).run (rootName);
         return Success;
     }
     catch (const EResult failure)
     {
         return failure;
     }
+    catch (const std::bad_alloc&)
+    {
+        if (problem != nullptr)
+            problem->text = kNoMemory;
+    }
     catch (...)
     {
-        return UnknownError;
+        if (problem != nullptr)
+            problem->text = "refused";
     }
+
+    return UnknownError;
 }
 
 }

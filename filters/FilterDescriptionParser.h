@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include <string>
+
 namespace veltra::parser::FIIR {
 
 /** Result of a walk through a filter description. The value 8 is not in use. */
@@ -28,6 +30,17 @@ enum EParseMask : unsigned
     kParseChannels = 2,
     kParseCoefficients = 4
 };
+
+/** Why a description was refused, for a person. Parts of the description appear escaped and shortened. */
+struct DescriptionProblem
+{
+    unsigned line = 0;   ///< of the element, or of the syntax error, from 1; 0 when no line can be named
+    std::string element; ///< name of the element; empty for a syntax error
+    std::string text;    ///< what was found and what was expected
+};
+
+/** For example "line 12: taps has 1 number, NbrOfTaps says 4096". */
+std::string describe (const DescriptionProblem& problem);
 
 /** Receives what the parser finds, in the order of the text: one header, then for each channel the channel and all
     of its coefficient sets. Pointers are good during the call only. Returning false ends the walk with
@@ -74,6 +87,9 @@ public:
     virtual bool onCoefficients (unsigned channelIndex, int sampleRate, bool minPhase, const float* taps,
                                  unsigned tapCount, const float* sections, unsigned sectionCount,
                                  const char* extra) = 0;
+
+    /** Why the latest call returned false, for DescriptionProblem::text; may be empty. */
+    virtual std::string getRefusal() const { return {}; }
 };
 
 /** Walks through the text of a filter description (docs/filter-description.md) and reports what it finds.
@@ -84,9 +100,12 @@ public:
     @param text      NUL-terminated UTF-8, with or without a byte order mark; copied
     @param callback  may be null: the whole text is then walked and checked
     @param rootName  name of the root element
+    @param problem   receives the reason of a failure; may be null. Left alone on success, and when there is no
+                     memory for the reason
 
     Safe to call from several threads at once.
 */
-EResult parse (const char* text, IFIIRCallback* callback, const char* rootName) noexcept;
+EResult parse (const char* text, IFIIRCallback* callback, const char* rootName,
+               DescriptionProblem* problem = nullptr) noexcept;
 
 }

@@ -23,16 +23,19 @@ void FilterImpl::setCoefficientSet (CoefficientSetKey key, topology::FIIRData da
     coefficientSets.insert_or_assign (key, std::move (data));
 }
 
-void FilterImpl::readExtra (const char* extra, std::uint32_t sampleRate)
+bool FilterImpl::readExtra (const char* extra, std::uint32_t sampleRate)
 {
-    if (extraDelayMs != 0.0f || sampleRate == 0)
-        return;
+    const auto parameters = topology::parseParameters (juceText (extra));
+    const double samples = toDouble (parameters["Delay"].toStdString());
 
-    const auto parameters = topology::parseParameters (juce::String::fromUTF8 (toValidUtf8 (extra).c_str()));
-    const double samples = toDouble (parameters["Delay"].toRawUTF8());
+    // What is finite in double precision need not be so as a float.
+    if (! std::isfinite (static_cast<float> (samples)))
+        return false;
 
-    if (std::isfinite (samples))
+    if (extraDelayMs == 0.0f && sampleRate != 0)
         extraDelayMs = static_cast<float> (samples * 1000.0 / sampleRate);
+
+    return std::isfinite (extraDelayMs);
 }
 
 }

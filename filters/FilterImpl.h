@@ -66,8 +66,9 @@ public:
     void setCoefficientSet (CoefficientSetKey key, topology::FIIRData data);
 
     /** Reads the parameter string of a coefficient set: its key "Delay" is the extra delay in samples at sampleRate.
-        The first set whose delay is not 0 wins. */
-    void readExtra (const char* extra, std::uint32_t sampleRate);
+        The first set whose delay is not 0 decides.
+        @returns  false when the delay is not a finite 32-bit number */
+    bool readExtra (const char* extra, std::uint32_t sampleRate);
 
 private:
     static constexpr auto notSupported = veltratune_io::kResultNotSupported;

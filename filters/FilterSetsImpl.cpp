@@ -2,8 +2,9 @@
 #include "filters/FilterSetsImpl.h"
 
 #include <algorithm>
-#include <cstring>
+#include <cmath>
 #include <new>
+#include <span>
 #include <utility>
 
 #include "dsp/Resampling.h"
@@ -16,6 +17,13 @@ namespace {
 constexpr double kResamplerAttenuationdB = 80.0;
 
 std::string textOrEmpty (const char* text) { return text == nullptr ? std::string {} : std::string (text); }
+
+/** Place of the first number that is not finite; the size of the list when there is none. */
+std::size_t findNotFinite (std::span<const float> numbers)
+{
+    const auto found = std::find_if (numbers.begin(), numbers.end(), [] (float n) { return ! std::isfinite (n); });
+    return static_cast<std::size_t> (found - numbers.begin());
+}
 
 bool hasResponse (std::uint32_t sampleRate, const topology::FIIRData& set)
 {
@@ -83,6 +91,14 @@ bool FilterSetsImpl::onHeader (const char* newProjectName, const char* newTechno
 bool FilterSetsImpl::onChannel (unsigned, const char* name, int number, float gaindB, float delayMs,
                                 float maxFilterGaindB, int subwoofer, float xoverFreq)
 {
+    const std::pair<const char*, float> numbers[] {
+        { "GaindB", gaindB }, { "Delayms", delayMs }, { "MaxFilterGaindB", maxFilterGaindB }, { "xoverFreq", xoverFreq }
+    };
+
+    for (const auto& [attribute, value] : numbers)
+        if (! std::isfinite (value))
+            return refuse (attribute);
+
     try
     {
         addFilter ({ textOrEmpty (name), static_cast<std::uint32_t> (number) - 1u, gaindB, delayMs, maxFilterGaindB,
@@ -104,13 +120,17 @@ bool FilterSetsImpl::onCoefficients (unsigned channelIndex, int sampleRate, bool
     if (channelIndex >= filters.size())
         return false;
 
-    const Eigen::Map<const Eigen::VectorXf> allTaps (taps, tapCount);
-    const Eigen::Map<const Eigen::VectorXf> allSections (sections, Eigen::Index { 4 } * sectionCount);
+    const std::span<const float> allTaps (taps, tapCount);
+    const std::span<const float> allSections (sections, std::size_t { 4 } * sectionCount);
 
-    if (! allTaps.allFinite() || ! allSections.allFinite())
-        return false;
+    if (const auto bad = findNotFinite (allTaps); bad != allTaps.size())
+        return refuse ("taps", bad + 1);
 
-    topology::FIIRData data { allTaps, std::vector<dsp::FIIRSection> (sectionCount) };
+    if (const auto bad = findNotFinite (allSections); bad != allSections.size())
+        return refuse ("section", bad / 4 + 1);
+
+    topology::FIIRData data { Eigen::Map<const Eigen::VectorXf> (taps, tapCount),
+                              std::vector<dsp::FIIRSection> (sectionCount) };
 
     for (size_t i = 0; i < data.sections.size(); ++i)
         data.sections[i] = { sections[4 * i], sections[4 * i + 1], sections[4 * i + 2], sections[4 * i + 3] };
@@ -118,10 +138,23 @@ bool FilterSetsImpl::onCoefficients (unsigned channelIndex, int sampleRate, bool
     const auto rate = static_cast<std::uint32_t> (sampleRate);
     filters[channelIndex]->setCoefficientSet ({ rate, false }, std::move (data));
 
-    if (extra != nullptr)
-        filters[channelIndex]->readExtra (extra, rate);
+    return extra == nullptr || filters[channelIndex]->readExtra (extra, rate) || refuse ("Delay in Extra");
+}
 
-    return true;
+bool FilterSetsImpl::refuse (const char* what, std::size_t place)
+{
+    refusedWhat = what;
+    refusedPlace = place;
+    return false;
+}
+
+std::string FilterSetsImpl::getRefusal() const
+{
+    if (refusedWhat == nullptr)
+        return {};
+
+    return (refusedPlace == 0 ? std::string() : "number " + std::to_string (refusedPlace) + " of ") + refusedWhat
+           + " is not a finite 32-bit number";
 }
 
 //======================================================================================================================

@@ -53,15 +53,18 @@ public:
                    const char* creator, const char* creatorVersion, const char* fileName,
                    const char* numberRepresentation, const char* tsexp) override;
 
+    /** @returns  false for a number that is not finite, which would reach the amplifier */
     bool onChannel (unsigned index, const char* name, int number, float gaindB, float delayMs, float maxFilterGaindB,
                     int subwoofer, float xoverFreq) override;
 
     /** Keeps the set in place of an earlier one at this rate. Minimum-phase sets are accepted and dropped.
-        @returns  false for a coefficient that is not a finite number: it would reach the loudspeakers as noise at
+        @returns  false for a coefficient or a delay that is not finite: it would reach the loudspeakers as noise at
                   full scale
     */
     bool onCoefficients (unsigned channelIndex, int sampleRate, bool minPhase, const float* taps, unsigned tapCount,
                          const float* sections, unsigned sectionCount, const char* extra) override;
+
+    std::string getRefusal() const override;
 
     //==================================================================================================================
 
@@ -123,6 +126,10 @@ private:
         std::map<std::uint32_t, Eigen::VectorXf> responses; ///< by channel number
     };
 
+    /** Notes what was refused, and its place in a list, from 1.
+        @returns  false */
+    bool refuse (const char* what, std::size_t place = 0);
+
     RateCache& cacheFor (std::uint32_t sampleRate);
     Eigen::VectorXf makeResponse (std::uint32_t channelNumber, std::uint32_t sourceRate,
                                   std::uint32_t sampleRate) const;
@@ -131,6 +138,8 @@ private:
     std::map<std::uint32_t, RateCache> firCache;
     std::string projectName;
     std::string technology;
+    const char* refusedWhat = nullptr;
+    std::size_t refusedPlace = 0;
 };
 
 }

@@ -9,6 +9,7 @@
 #include <set>
 
 #include "common/Contain.h"
+#include "common/Log.h"
 #include "filters/FilterDescriptionParser.h"
 #include "plugin/FilterDownload.h"
 #include "plugin/Progress.h"
@@ -67,9 +68,13 @@ EResult DeviceImpl::loadFilterSet (std::uint32_t slot, const char* text)
         return kResultBadArgument;
 
     auto set = std::make_unique<FilterSetsImpl>();
+    parser::FIIR::DescriptionProblem problem;
 
-    if (parser::FIIR::parse (text, set.get(), "Veltra") != parser::FIIR::Success)
+    if (parser::FIIR::parse (text, set.get(), "Veltra", &problem) != parser::FIIR::Success)
+    {
+        VELTRA_LOG (ERROR, "Error in filter description, " << describe (problem));
         return kResultBadFilterText;
+    }
 
     if (const auto present = filterSets.find (slot); present != filterSets.end())
     {

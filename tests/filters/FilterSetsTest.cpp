@@ -18,11 +18,12 @@ using Taps = std::vector<float>;
 struct Loaded
 {
     explicit Loaded (const DescriptionBuilder& description)
-        : result (veltra::parser::FIIR::parse (description.text().c_str(), &set, "Veltra"))
+        : result (veltra::parser::FIIR::parse (description.text().c_str(), &set, "Veltra", &problem))
     {
     }
 
     FilterSetsImpl set;
+    veltra::parser::FIIR::DescriptionProblem problem;
     veltra::parser::FIIR::EResult result;
 };
 
@@ -78,7 +79,7 @@ TEST (FilterSets, TheExampleOfTheDocumentLoads)
     EXPECT_EQ (0.5f, set.getFIR (48000, 1)[1]);
 }
 
-TEST (FilterSets, TheLastSetOfARateStandsAndMinimumPhaseSetsAreDropped)
+TEST (FilterSets, TheLastSetOfARateIsKeptAndMinimumPhaseSetsAreDropped)
 {
     Loaded loaded (DescriptionBuilder()
                        .channel ("FL", 1)
@@ -110,19 +111,40 @@ TEST (FilterSets, TheFirstDelayThatIsNotZeroWins)
                                 .fir (44100, Taps { 1 }, "Delay=88.2")));
     EXPECT_EQ (0.0f, delay (channel().fir (48000, Taps { 1 })));
     EXPECT_EQ (0.0f, delay (channel().fir (0, Taps { 1 }, "Delay=48"))) << "samples at no rate are no time";
-    EXPECT_EQ (0.0f, delay (channel().fir (48000, Taps { 1 }, "Delay=inf")));
     EXPECT_EQ (1.0f, delay (channel().fir (48000, Taps { 1 }, "\xf0\x9f=\xe2;Delay=48;\xf0")))
         << "text that is no UTF-8";
 }
 
-TEST (FilterSets, CoefficientsThatAreNoFiniteNumbersAreRefused)
+/** Each of them would reach the amplifier. */
+TEST (FilterSets, NumbersThatAreNotFiniteAsFloatsAreRefused)
 {
     constexpr float nan = std::numeric_limits<float>::quiet_NaN();
     constexpr float infinity = std::numeric_limits<float>::infinity();
-    EXPECT_EQ (veltra::parser::FIIR::CallbackRefused,
-               Loaded (DescriptionBuilder().channel ("FL", 1).fir (48000, Taps { 1, nan })).result);
-    EXPECT_EQ (veltra::parser::FIIR::CallbackRefused,
-               Loaded (DescriptionBuilder().channel ("FL", 1).fiir (48000, { 1 }, { { 0, 0, infinity, 0 } })).result);
+    const auto channel = [] (const std::string& attributes = {}) {
+        return DescriptionBuilder().channel ("FL", 1, attributes);
+    };
+    const Taps one { 1 };
+
+    const std::pair<DescriptionBuilder, std::string> rows[] {
+        { channel ("GaindB='nan'"), "Channel: GaindB is not a finite 32-bit number" },
+        { channel ("Delayms='1e39'"), "Channel: Delayms is" },
+        { channel ("MaxFilterGaindB='1e400'"), "Channel: MaxFilterGaindB is" },
+        { channel ("xoverFreq='-inf'"), "Channel: xoverFreq is" },
+        { channel().fir (48000, { 1, nan }), "Coefficients: number 2 of taps is" },
+        { channel().fiir (48000, one, { {}, { 0, 0, infinity, 0 } }), "Coefficients: number 2 of section is" },
+        { channel().fir (48000, one, "Delay=inf"), "Coefficients: Delay in Extra is" },
+        { channel().fir (48000, one, "Delay=1").fir (96000, one, "Delay=1e39"), "Coefficients: Delay in Extra is" },
+        { channel().fir (1, one, "Delay=3e38"), "Coefficients: Delay in Extra is" },
+    };
+
+    for (const auto& [description, problem] : rows)
+    {
+        const Loaded loaded (description);
+        EXPECT_EQ (veltra::parser::FIIR::CallbackRefused, loaded.result) << problem;
+        EXPECT_EQ (problem, loaded.problem.text.substr (0, problem.size()));
+    }
+
+    EXPECT_EQ (veltra::parser::FIIR::Success, Loaded (channel ("GaindB='3e38'").fir (48000, one, "Delay=1e38")).result);
 }
 
 TEST (FilterSets, AResponseIsOneSecondOfTapsAndSections)
