@@ -135,7 +135,7 @@ TEST_F (Unload, AReceiverThatWentFirstIsNoObstacle)
 {
     HostModule module (file);
     ASSERT_TRUE (module.get (kPluginInterfaceVersion)->FindDevices());
-    receiver.endSessions (receiver::Session::Ending::close);
+    receiver.endSessions (receiver::HostSession::Ending::close);
     EXPECT_TRUE (sessionsAre (0));
     module.unload();
     EXPECT_FALSE (HostModule::isLoaded (file));

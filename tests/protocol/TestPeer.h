@@ -4,17 +4,17 @@
 #include <memory>
 #include <string>
 
-#include "tools/receiver/network/Connection.h"
+#include "tools/receiver/network/Sockets.h"
 
 /** A device in bytes of the test's own making: it listens on a loopback port. */
 class TestPeer
 {
 public:
     /** The far end of one connection. */
-    class Socket : public veltra::receiver::Connection
+    class Socket : public veltra::receiver::HostSocket
     {
     public:
-        using Connection::Connection;
+        using HostSocket::HostSocket;
 
         /** So many bytes, or fewer when no more come. */
         std::string read (std::size_t size)

@@ -110,13 +110,13 @@ TEST_F (ReceiverSession, OutlivesItsSessionsAndTakesSeveralAtOnce)
     EXPECT_TRUE (receiver.waitFor ([&] { return receiver.openSessions() == 1; }));
     EXPECT_EQ (receiver.sessionCount(), 2u);
 
-    receiver.endSessions (Session::Ending::close);
+    receiver.endSessions (HostSession::Ending::close);
     EXPECT_EQ (host.waitForEnd(), "closed");
     EXPECT_TRUE (receiver.waitFor ([&] { return receiver.openSessions() == 0; }));
 
     TestHost third (receiver.port());
     EXPECT_TRUE (receiver.waitFor ([&] { return receiver.openSessions() == 1; }));
-    receiver.endSessions (Session::Ending::reset);
+    receiver.endSessions (HostSession::Ending::reset);
     EXPECT_EQ (third.waitForEnd(), "reset");
 }
 

@@ -9,7 +9,7 @@
 
 #include <google/protobuf/message_lite.h>
 
-#include "tools/receiver/network/Connection.h"
+#include "tools/receiver/network/Sockets.h"
 
 namespace veltra::receiver {
 

@@ -128,7 +128,7 @@ void DeviceFixture::setFaults (const std::string& script)
 
 void DeviceFixture::breakConnections()
 {
-    receiver->endSessions (receiver::Session::Ending::reset);
+    receiver->endSessions (receiver::HostSession::Ending::reset);
     receiver->waitFor ([this] { return receiver->openSessions() == 0; });
 }
 

@@ -52,7 +52,7 @@ void ScriptedHttpServer::accept()
 
 void ScriptedHttpServer::serve (Descriptor socket)
 {
-    veltra::receiver::Connection client (std::move (socket), stop);
+    veltra::receiver::HostSocket client (std::move (socket), stop);
     std::string request;
     char bytes[4096];
 

@@ -11,7 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "tools/receiver/network/Connection.h"
+#include "tools/receiver/network/Sockets.h"
 
 /** An HTTP server on 127.0.0.1 that does to its clients whatever a test wants, one thread a connection. */
 class ScriptedHttpServer
@@ -31,7 +31,7 @@ public:
 
     private:
         friend class ScriptedHttpServer;
-        Exchange (std::string requestedPath, veltra::receiver::Connection& client,
+        Exchange (std::string requestedPath, veltra::receiver::HostSocket& client,
                   const veltra::receiver::StopSignal& stopSignal)
             : path (std::move (requestedPath)),
               connection (client),
@@ -39,7 +39,7 @@ public:
         {
         }
 
-        veltra::receiver::Connection& connection;
+        veltra::receiver::HostSocket& connection;
         const veltra::receiver::StopSignal& stop;
     };
 

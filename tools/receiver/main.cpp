@@ -41,7 +41,7 @@ struct Arguments
 };
 
 /** A message for a person, and the program's exit status. */
-struct Failure
+struct StartFailure
 {
     int status;
     std::string text;
@@ -97,8 +97,9 @@ Profile chooseProfile (const std::string& name)
     auto loaded = loadProfile (name, error);
 
     if (! loaded)
-        throw Failure { kInput,
-                        error + (std::filesystem::exists (name) ? "" : ", and no profile of that name comes along") };
+        throw StartFailure {
+            kInput, error + (std::filesystem::exists (name) ? "" : ", and no profile of that name comes along")
+        };
 
     return *loaded;
 }
@@ -109,7 +110,7 @@ void addFaults (const std::string& text, const std::string& origin, std::vector<
     const auto parsed = parseFaults (text, error);
 
     if (! parsed)
-        throw Failure { kInput, origin + ": " + error };
+        throw StartFailure { kInput, origin + ": " + error };
 
     faults.insert (faults.end(), parsed->begin(), parsed->end());
 }
@@ -128,7 +129,7 @@ std::vector<Fault> chooseFaults (const Arguments& arguments)
         text << stream.rdbuf();
 
         if (! stream)
-            throw Failure { kInput, arguments.faultFile + " cannot be read" };
+            throw StartFailure { kInput, arguments.faultFile + " cannot be read" };
 
         addFaults (text.str(), arguments.faultFile, faults);
     }
@@ -186,7 +187,7 @@ void run (Arguments& arguments)
 
     if (std::error_code error; ! options.folder.empty() && ! std::filesystem::is_directory (options.folder)
                                && ! std::filesystem::create_directories (options.folder, error))
-        throw Failure { kInput, options.folder.string() + " cannot be made a folder" };
+        throw StartFailure { kInput, options.folder.string() + " cannot be made a folder" };
 
     std::mutex printing;
     options.onDownload = [&] (std::uint32_t device, std::uint32_t slotIndex, const Slot& slot) {
@@ -228,7 +229,7 @@ void run (Arguments& arguments)
     std::signal (SIGINT, SIG_DFL);
     std::signal (SIGTERM, SIG_DFL);
     announcer.reset();
-    receiver.endSessions (Session::Ending::close);
+    receiver.endSessions (HostSession::Ending::close);
     receiver.waitFor ([&] { return receiver.openSessions() == 0; });
     print ({ "Stopped" });
     printAllSlots (receiver, profile.unit.devices_size());
@@ -258,7 +259,7 @@ int main (int argc, char** argv)
         run (arguments);
         return 0;
     }
-    catch (const Failure& failure)
+    catch (const StartFailure& failure)
     {
         std::cerr << "veltra-receiver: " << failure.text << '\n';
         return failure.status;

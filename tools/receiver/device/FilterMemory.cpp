@@ -54,7 +54,7 @@ bool hasChannel (const veltraio::Unit::Device& device, std::uint32_t index)
 
 }
 
-bool RateBlock::isComplete() const
+bool SlotBlock::isComplete() const
 {
     if (announcedBytes == 0)
         return true;
@@ -62,12 +62,12 @@ bool RateBlock::isComplete() const
     return arrived.size() == 1 && arrived.begin()->first == 0 && arrived.begin()->second == announcedBytes;
 }
 
-std::uint32_t RateBlock::checksum() const
+std::uint32_t SlotBlock::checksum() const
 {
     return static_cast<std::uint32_t> (::crc32_z (0, reinterpret_cast<const Bytef*> (bytes.data()), bytes.size()));
 }
 
-void RateBlock::add (std::uint32_t offset, std::string_view piece)
+void SlotBlock::add (std::uint32_t offset, std::string_view piece)
 {
     if (piece.empty())
         throw Refusal ("Filter data chunk without data");
@@ -104,7 +104,7 @@ void RateBlock::add (std::uint32_t offset, std::string_view piece)
     std::copy (piece.begin(), piece.end(), bytes.begin() + offset);
 }
 
-const RateBlock* Slot::findBlock (std::uint32_t sampleRate) const
+const SlotBlock* Slot::findBlock (std::uint32_t sampleRate) const
 {
     const auto found =
         std::find_if (blocks.begin(), blocks.end(), [&] (const auto& block) { return block.sampleRate == sampleRate; });
@@ -113,22 +113,21 @@ const RateBlock* Slot::findBlock (std::uint32_t sampleRate) const
 
 FilterMemory::FilterMemory (const veltraio::Unit::Device& description)
     : device (description),
-      slots_ (static_cast<std::size_t> (description.filterslots_size())),
-      owners (slots_.size(), 0)
+      held (static_cast<std::size_t> (description.filterslots_size())),
+      owners (held.size(), 0)
 {
-    for (std::size_t i = 0; i < slots_.size(); ++i)
+    for (std::size_t i = 0; i < held.size(); ++i)
     {
         const auto& slot = description.filterslots (static_cast<int> (i));
-        slots_[i].name = slot.name();
-        slots_[i].state = slot.isoccupied() ? Slot::State::occupied : Slot::State::empty;
+        held[i].name = slot.name();
+        held[i].state = slot.isoccupied() ? Slot::State::occupied : Slot::State::empty;
     }
 }
 
 void FilterMemory::requireSlot (std::uint32_t slot) const
 {
-    if (slot >= slots_.size())
-        throw Refusal ("No filter slot " + std::to_string (slot) + ", the device has "
-                       + std::to_string (slots_.size()));
+    if (slot >= held.size())
+        throw Refusal ("No filter slot " + std::to_string (slot) + ", the device has " + std::to_string (held.size()));
 }
 
 void FilterMemory::begin (DownloadId id, const veltraio::LoadFilter& message)
@@ -150,7 +149,7 @@ void FilterMemory::begin (DownloadId id, const veltraio::LoadFilter& message)
         throw Refusal ("Filter of " + std::to_string (filter.totalnoofbytes()) + " bytes, a slot holds "
                        + std::to_string (kSlotBytes));
 
-    auto& slot = slots_[message.slotindex()];
+    auto& slot = held[message.slotindex()];
     slot = {};
     slot.state = Slot::State::loading;
     slot.name = filter.name();
@@ -170,7 +169,7 @@ Slot& FilterMemory::loading (DownloadId id, std::uint32_t slot)
     if (id == 0 || owners[slot] != id)
         throw Refusal ("Filter slot " + std::to_string (slot) + " was not opened by this download");
 
-    return slots_[slot];
+    return held[slot];
 }
 
 void FilterMemory::addChannel (DownloadId id, std::uint32_t slotIndex, const veltraio::FilterChannel& channel)
@@ -222,7 +221,7 @@ bool FilterMemory::addBlock (DownloadId id, const veltraio::FilterData& message)
         throw Refusal ("Filter data of " + std::to_string (message.sizebytes()) + " bytes at " + rate
                        + " exceeds the filter's total of " + std::to_string (room) + " bytes");
 
-    RateBlock block;
+    SlotBlock block;
     block.sampleRate = message.samplerate();
     block.channelIndices.assign (message.channelindices().begin(), message.channelindices().end());
     block.announcedBytes = message.sizebytes();
@@ -263,7 +262,7 @@ void FilterMemory::cancel (DownloadId id, std::uint32_t slot)
 void FilterMemory::remove (std::uint32_t slot)
 {
     requireSlot (slot);
-    slots_[slot] = {};
+    held[slot] = {};
     owners[slot] = 0;
 }
 

@@ -13,7 +13,7 @@
 namespace veltra::receiver {
 
 /** What a slot holds for one sample rate. */
-struct RateBlock
+struct SlotBlock
 {
     std::uint32_t sampleRate = 0;              ///< Hz
     std::vector<std::uint32_t> channelIndices; ///< the channels that it serves, in the order of its data
@@ -50,10 +50,10 @@ struct Slot
     std::uint32_t channelCount = 0;                ///< as announced
     std::optional<std::uint32_t> totalBytes;       ///< of all blocks, as announced
     std::vector<veltraio::FilterChannel> channels; ///< in the order of arrival
-    std::vector<RateBlock> blocks;                 ///< in the order of arrival
+    std::vector<SlotBlock> blocks;                 ///< in the order of arrival
 
     /** @returns null when there is none for this rate */
-    const RateBlock* findBlock (std::uint32_t sampleRate) const;
+    const SlotBlock* findBlock (std::uint32_t sampleRate) const;
 };
 
 /** The filter slots of one device, and the rules by which a download fills them: LoadFilter empties the slot
@@ -94,7 +94,7 @@ public:
     /** Empties a slot; an empty one stays so. */
     void remove (std::uint32_t slot);
 
-    const std::vector<Slot>& slots() const { return slots_; }
+    const std::vector<Slot>& slots() const { return held; }
 
     /** @throws Refusal when there is no such slot */
     void requireSlot (std::uint32_t slot) const;
@@ -104,7 +104,7 @@ private:
     bool finish (Slot&);
 
     const veltraio::Unit::Device device;
-    std::vector<Slot> slots_;
+    std::vector<Slot> held;
     std::vector<DownloadId> owners; ///< the last download into each slot
 };
 

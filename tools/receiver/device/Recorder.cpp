@@ -7,22 +7,22 @@ namespace veltra::receiver {
 
 void Recorder::noteChange()
 {
-    ++changes_;
+    ++changeCount;
     changed.notify_all();
 }
 
 std::uint32_t Recorder::sessionBegan()
 {
     const std::scoped_lock guard (lock);
-    ++open_;
+    ++openSessionCount;
     noteChange();
-    return ++sessions_;
+    return ++begunSessions;
 }
 
 void Recorder::sessionEnded()
 {
     const std::scoped_lock guard (lock);
-    --open_;
+    --openSessionCount;
     noteChange();
 }
 
@@ -30,10 +30,10 @@ void Recorder::addBytes (std::uint32_t session, std::string_view bytes)
 {
     const std::scoped_lock guard (lock);
 
-    if (rawBytes_ + bytes.size() <= capacity_)
+    if (rawBytes + bytes.size() <= capacity)
     {
-        rawBytes_ += bytes.size();
-        bytes_[session].append (bytes);
+        rawBytes += bytes.size();
+        rawBySession[session].append (bytes);
     }
 
     noteChange();
@@ -45,14 +45,14 @@ void Recorder::addMessage (ReceivedMessage message)
 
     // Unknown types are a peer's invention, and there may be any number of them.
     if (! message.type.starts_with ("0x"))
-        ++counts_[message.type];
+        ++counts[message.type];
 
     const auto size = sizeof (message) + message.type.size() + message.body.size();
 
-    if (messageBytes_ + size <= capacity_)
+    if (messageBytes + size <= capacity)
     {
-        messageBytes_ += size;
-        messages_.push_back (std::move (message));
+        messageBytes += size;
+        recorded.push_back (std::move (message));
     }
 
     noteChange();
@@ -61,45 +61,45 @@ void Recorder::addMessage (ReceivedMessage message)
 std::uint32_t Recorder::sessionCount() const
 {
     const std::scoped_lock guard (lock);
-    return sessions_;
+    return begunSessions;
 }
 
 std::uint32_t Recorder::openSessions() const
 {
     const std::scoped_lock guard (lock);
-    return open_;
+    return openSessionCount;
 }
 
 std::size_t Recorder::messageCount (std::string_view type) const
 {
     const std::scoped_lock guard (lock);
-    const auto found = counts_.find (type);
-    return found == counts_.end() ? 0 : found->second;
+    const auto found = counts.find (type);
+    return found == counts.end() ? 0 : found->second;
 }
 
 std::vector<ReceivedMessage> Recorder::messages() const
 {
     const std::scoped_lock guard (lock);
-    return messages_;
+    return recorded;
 }
 
 std::string Recorder::bytes (std::uint32_t session) const
 {
     const std::scoped_lock guard (lock);
-    const auto found = bytes_.find (session);
-    return found == bytes_.end() ? std::string() : found->second;
+    const auto found = rawBySession.find (session);
+    return found == rawBySession.end() ? std::string() : found->second;
 }
 
 std::uint64_t Recorder::changes() const
 {
     const std::scoped_lock guard (lock);
-    return changes_;
+    return changeCount;
 }
 
 void Recorder::waitForChange (std::uint64_t seen, std::chrono::steady_clock::time_point until) const
 {
     std::unique_lock guard (lock);
-    changed.wait_until (guard, until, [&] { return changes_ > seen; });
+    changed.wait_until (guard, until, [&] { return changeCount > seen; });
 }
 
 }

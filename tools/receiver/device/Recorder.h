@@ -29,7 +29,7 @@ class Recorder
 {
 public:
     /** @param capacity  bytes to remember, of messages and of raw bytes each; later ones are counted only */
-    explicit Recorder (std::size_t capacity) : capacity_ (capacity) {}
+    explicit Recorder (std::size_t capacityBytes) : capacity (capacityBytes) {}
 
     /** @returns the session's number */
     std::uint32_t sessionBegan();
@@ -52,15 +52,15 @@ public:
 private:
     void noteChange();
 
-    const std::size_t capacity_;
+    const std::size_t capacity;
     mutable std::mutex lock; // everything below
     mutable std::condition_variable changed;
-    std::uint64_t changes_ = 0;
-    std::uint32_t sessions_ = 0, open_ = 0;
-    std::size_t messageBytes_ = 0, rawBytes_ = 0;
-    std::map<std::string, std::size_t, std::less<>> counts_;
-    std::vector<ReceivedMessage> messages_;
-    std::map<std::uint32_t, std::string> bytes_; // by session
+    std::uint64_t changeCount = 0;
+    std::uint32_t begunSessions = 0, openSessionCount = 0;
+    std::size_t messageBytes = 0, rawBytes = 0;
+    std::map<std::string, std::size_t, std::less<>> counts;
+    std::vector<ReceivedMessage> recorded;
+    std::map<std::uint32_t, std::string> rawBySession;
 };
 
 }

@@ -38,7 +38,7 @@ std::string fileName (std::uint32_t device, std::uint32_t slotIndex)
     return (device == 0 ? "" : "device" + std::to_string (device) + "_") + "slot" + std::to_string (slotIndex);
 }
 
-std::string describeBlock (const RateBlock& block)
+std::string describeBlock (const SlotBlock& block)
 {
     std::ostringstream line;
     line << " rate " << block.sampleRate << " channels ";

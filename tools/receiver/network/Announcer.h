@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "tools/receiver/network/Announcement.h"
-#include "tools/receiver/network/Connection.h"
+#include "tools/receiver/network/Sockets.h"
 
 namespace veltra::receiver {
 

@@ -37,7 +37,7 @@ Receiver::~Receiver()
     thread.join();
 
     for (const auto& session : sessions)
-        session->end (Session::Ending::close);
+        session->end (HostSession::Ending::close);
 }
 
 std::string Receiver::address() const { return options.bindAddress + ":" + std::to_string (port()); }
@@ -66,8 +66,8 @@ void Receiver::downloadEnded (std::uint32_t device, std::uint32_t slotIndex, con
 
 void Receiver::listen()
 {
-    const Shared shared { model, faults, recorder, messageLimit,
-                          [this] (LogDetail detail, const std::string& text) { log (detail, text); } };
+    const SessionContext shared { model, faults, recorder, messageLimit,
+                                  [this] (LogDetail detail, const std::string& text) { log (detail, text); } };
 
     while (auto socket = listener.accept (stop))
     {
@@ -82,8 +82,8 @@ void Receiver::listen()
 
         // Faults first: whoever sees the session may set new ones, which are not for it.
         auto connectFaults = faults.next ({ "connect" });
-        sessions.push_back (std::make_unique<Session> (recorder.sessionBegan(), std::move (*socket), shared,
-                                                       std::move (connectFaults)));
+        sessions.push_back (std::make_unique<HostSession> (recorder.sessionBegan(), std::move (*socket), shared,
+                                                           std::move (connectFaults)));
     }
 }
 
@@ -126,7 +126,7 @@ void Receiver::broadcast (const google::protobuf::MessageLite& message)
         session->send (message);
 }
 
-void Receiver::endSessions (Session::Ending ending)
+void Receiver::endSessions (HostSession::Ending ending)
 {
     const std::scoped_lock guard (sessionsLock);
 

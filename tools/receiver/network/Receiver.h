@@ -18,8 +18,8 @@
 #include "tools/receiver/device/FaultScript.h"
 #include "tools/receiver/device/Profile.h"
 #include "tools/receiver/device/Recorder.h"
-#include "tools/receiver/network/Connection.h"
-#include "tools/receiver/network/Session.h"
+#include "tools/receiver/network/HostSession.h"
+#include "tools/receiver/network/Sockets.h"
 
 namespace veltra::receiver {
 
@@ -106,7 +106,7 @@ public:
     void broadcast (const google::protobuf::MessageLite&);
 
     /** Ends all open sessions from the receiver's side. */
-    void endSessions (Session::Ending);
+    void endSessions (HostSession::Ending);
 
 private:
     void listen();
@@ -126,7 +126,7 @@ private:
     StopSignal stop;
     Listener listener;
     std::mutex sessionsLock;
-    std::vector<std::unique_ptr<Session>> sessions;
+    std::vector<std::unique_ptr<HostSession>> sessions;
     std::thread thread;
 };
 

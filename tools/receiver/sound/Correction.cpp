@@ -28,7 +28,7 @@ const veltraio::TopologyInfo::TopologyEntry& topologyAt (const veltraio::Topolog
     return *entry;
 }
 
-Eigen::VectorXf equaliser (const RateBlock& block, const veltraio::TopologyInfo& info, std::size_t place)
+Eigen::VectorXf equaliser (const SlotBlock& block, const veltraio::TopologyInfo& info, std::size_t place)
 {
     const auto& entry = topologyAt (info, block.sampleRate);
     const topology::DeviceData data { veltra::juceText (entry.name()),

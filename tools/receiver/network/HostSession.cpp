@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "tools/receiver/network/Session.h"
+#include "tools/receiver/network/HostSession.h"
 
 #include <algorithm>
 #include <iomanip>
@@ -57,7 +57,7 @@ std::string unknownName (std::int32_t messageId)
 }
 
 /** An envelope before it is written. */
-struct Session::Outgoing
+struct HostSession::Outgoing
 {
     std::uint32_t messageId;
     std::string body;
@@ -79,7 +79,8 @@ struct Session::Outgoing
     }
 };
 
-Session::Session (std::uint32_t number, Descriptor socket, const Shared& sharedParts, std::vector<Fault> faults)
+HostSession::HostSession (std::uint32_t number, Descriptor socket, const SessionContext& sharedParts,
+                          std::vector<Fault> faults)
     : shared (sharedParts),
       connection (std::move (socket), stop)
 {
@@ -88,25 +89,25 @@ Session::Session (std::uint32_t number, Descriptor socket, const Shared& sharedP
     thread = std::thread ([this, connectFaults = std::move (faults)] { run (connectFaults); });
 }
 
-Session::~Session()
+HostSession::~HostSession()
 {
     stop.raise();
     thread.join();
 }
 
-void Session::end (Ending how)
+void HostSession::end (Ending how)
 {
     ending = how;
     stop.raise();
 }
 
-void Session::log (LogDetail detail, const std::string& text) const
+void HostSession::log (LogDetail detail, const std::string& text) const
 {
     if (shared.log)
         shared.log (detail, "session " + std::to_string (conversation.session) + ": " + text);
 }
 
-std::vector<Fault> Session::nextFaults (const std::vector<std::string_view>& names)
+std::vector<Fault> HostSession::nextFaults (const std::vector<std::string_view>& names)
 {
     auto faults = shared.faults.next (names);
 
@@ -117,7 +118,7 @@ std::vector<Fault> Session::nextFaults (const std::vector<std::string_view>& nam
     return faults;
 }
 
-void Session::run (const std::vector<Fault>& connectFaults)
+void HostSession::run (const std::vector<Fault>& connectFaults)
 {
     log (LogDetail::events, "connected");
 
@@ -157,7 +158,7 @@ void Session::run (const std::vector<Fault>& connectFaults)
     over = true;
 }
 
-void Session::onEnvelope (const juce::MemoryBlock& block)
+void HostSession::onEnvelope (const juce::MemoryBlock& block)
 {
     if (stop.isRaised())
         return;
@@ -185,7 +186,7 @@ void Session::onEnvelope (const juce::MemoryBlock& block)
     handle (name.empty() ? unknownName (envelope->messageId) : std::string (name), body, nextFaults (names));
 }
 
-void Session::handle (const std::string& type, const std::string& body, const std::vector<Fault>& faults)
+void HostSession::handle (const std::string& type, const std::string& body, const std::vector<Fault>& faults)
 {
     if (const auto* limit = find (faults, Action::limit))
         shared.messageLimit = limit->bytes;
@@ -235,7 +236,7 @@ void Session::handle (const std::string& type, const std::string& body, const st
         deliver (Outgoing (*reply), faults);
 }
 
-bool Session::send (const google::protobuf::MessageLite& message)
+bool HostSession::send (const google::protobuf::MessageLite& message)
 {
     if (stop.isRaised())
         return false;
@@ -245,7 +246,7 @@ bool Session::send (const google::protobuf::MessageLite& message)
     return ! stop.isRaised();
 }
 
-void Session::deliver (Outgoing message, const std::vector<Fault>& faults)
+void HostSession::deliver (Outgoing message, const std::vector<Fault>& faults)
 {
     if (const auto* answer = find (faults, Action::answer))
     {
@@ -278,7 +279,7 @@ void Session::deliver (Outgoing message, const std::vector<Fault>& faults)
     transmit (bytes, faults);
 }
 
-void Session::transmit (std::string_view bytes, const std::vector<Fault>& faults)
+void HostSession::transmit (std::string_view bytes, const std::vector<Fault>& faults)
 {
     const auto* close = find (faults, Action::close);
     const auto* reset = find (faults, Action::reset);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "tools/receiver/network/Connection.h"
+#include "tools/receiver/network/Sockets.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -29,14 +29,14 @@ bool isTemporary (int error) { return error == EINTR || error == EAGAIN || error
 
 }
 
-Descriptor::Descriptor (Descriptor&& other) noexcept : fd_ (std::exchange (other.fd_, -1)) {}
+Descriptor::Descriptor (Descriptor&& other) noexcept : fd (std::exchange (other.fd, -1)) {}
 
 Descriptor& Descriptor::operator= (Descriptor&& other) noexcept
 {
     if (this != &other)
     {
         close();
-        fd_ = std::exchange (other.fd_, -1);
+        fd = std::exchange (other.fd, -1);
     }
 
     return *this;
@@ -47,7 +47,7 @@ Descriptor::~Descriptor() { close(); }
 void Descriptor::close() noexcept
 {
     if (isOpen())
-        ::close (std::exchange (fd_, -1));
+        ::close (std::exchange (fd, -1));
 }
 
 StopSignal::StopSignal()
@@ -88,7 +88,7 @@ bool StopSignal::pause (std::chrono::milliseconds duration) const
     return false;
 }
 
-Connection::Connection (Descriptor connected, const StopSignal& stopSignal)
+HostSocket::HostSocket (Descriptor connected, const StopSignal& stopSignal)
     : socket (std::move (connected)),
       stop (stopSignal)
 {
@@ -98,7 +98,7 @@ Connection::Connection (Descriptor connected, const StopSignal& stopSignal)
     ::setsockopt (socket.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof (on));
 }
 
-bool Connection::waitFor (short events) const
+bool HostSocket::waitFor (short events) const
 {
     pollfd waiting[] = { { socket.get(), events, 0 }, { stop.handle(), POLLIN, 0 } };
 
@@ -116,7 +116,7 @@ bool Connection::waitFor (short events) const
     return false;
 }
 
-std::size_t Connection::receive (char* buffer, std::size_t capacity)
+std::size_t HostSocket::receive (char* buffer, std::size_t capacity)
 {
     while (waitFor (POLLIN))
     {
@@ -132,7 +132,7 @@ std::size_t Connection::receive (char* buffer, std::size_t capacity)
     return 0;
 }
 
-bool Connection::send (std::string_view bytes)
+bool HostSocket::send (std::string_view bytes)
 {
     while (! bytes.empty())
     {
@@ -149,7 +149,7 @@ bool Connection::send (std::string_view bytes)
     return true;
 }
 
-void Connection::close() noexcept
+void HostSocket::close() noexcept
 {
     if (! socket.isOpen())
         return;
@@ -164,7 +164,7 @@ void Connection::close() noexcept
     socket.close();
 }
 
-void Connection::reset() noexcept
+void HostSocket::reset() noexcept
 {
     if (! socket.isOpen())
         return;

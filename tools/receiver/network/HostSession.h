@@ -12,7 +12,7 @@
 #include "tools/receiver/device/DeviceModel.h"
 #include "tools/receiver/device/FaultScript.h"
 #include "tools/receiver/device/Recorder.h"
-#include "tools/receiver/network/Connection.h"
+#include "tools/receiver/network/Sockets.h"
 
 namespace veltra::receiver {
 
@@ -24,7 +24,7 @@ enum class LogDetail
 };
 
 /** What the sessions of a receiver share. */
-struct Shared
+struct SessionContext
 {
     DeviceModel& model;
     FaultInjector& faults;
@@ -35,12 +35,12 @@ struct Shared
 
 /** One connection of a host: reads envelopes, has the model carry them out, answers, and does the damage that the
     fault script asks for. A thread of its own runs from construction until the connection ends. */
-class Session : private veltraio::VeltraIOEnvelopeParser
+class HostSession : private veltraio::VeltraIOEnvelopeParser
 {
 public:
     /** @param faults  what befalls the new connection */
-    Session (std::uint32_t number, Descriptor socket, const Shared&, std::vector<Fault> faults);
-    ~Session() override;
+    HostSession (std::uint32_t number, Descriptor socket, const SessionContext&, std::vector<Fault> faults);
+    ~HostSession() override;
 
     /** Sends a message that the host did not ask for. Any thread.
         @returns false when the connection has gone */
@@ -69,14 +69,14 @@ private:
     void transmit (std::string_view bytes, const std::vector<Fault>&);
     void log (LogDetail, const std::string&) const;
 
-    const Shared shared;
+    const SessionContext shared;
     Conversation conversation;
     StopSignal stop;
     std::atomic<Ending> ending { Ending::close };
     std::atomic<bool> over { false };
 
     std::mutex sending; // one envelope at a time
-    Connection connection;
+    HostSocket connection;
     std::thread thread;
 };
 

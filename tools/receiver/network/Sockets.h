@@ -16,17 +16,17 @@ class Descriptor
 {
 public:
     Descriptor() = default;
-    explicit Descriptor (int fd) noexcept : fd_ (fd) {}
+    explicit Descriptor (int openFile) noexcept : fd (openFile) {}
     Descriptor (Descriptor&& other) noexcept;
     Descriptor& operator= (Descriptor&& other) noexcept;
     ~Descriptor();
 
-    int get() const noexcept { return fd_; }
-    bool isOpen() const noexcept { return fd_ >= 0; }
+    int get() const noexcept { return fd; }
+    bool isOpen() const noexcept { return fd >= 0; }
     void close() noexcept;
 
 private:
-    int fd_ = -1;
+    int fd = -1;
 };
 
 /** Ends blocking waits from another thread: once raised it stays raised, and every wait that watches it comes
@@ -55,10 +55,10 @@ private:
     Threads: one may receive while others send; senders see to it themselves that they take turns. close() and
     reset() are the owner's, when nobody else uses the connection any more.
 */
-class Connection
+class HostSocket
 {
 public:
-    Connection (Descriptor socket, const StopSignal& stop);
+    HostSocket (Descriptor socket, const StopSignal& stop);
 
     /** Waits for bytes.
         @returns how many arrived; 0 when the peer closed, the connection broke or the stop signal was raised */
