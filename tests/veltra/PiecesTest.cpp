@@ -8,8 +8,8 @@
 #include "tests/support/Scratch.h"
 #include "tools/veltra/commands/ExitStatus.h"
 #include "tools/veltra/session/ChannelName.h"
+#include "tools/veltra/session/DeviceSession.h"
 #include "tools/veltra/session/ModuleFile.h"
-#include "tools/veltra/session/Session.h"
 #include "tools/veltra/terminal/Progress.h"
 
 namespace fs = std::filesystem;

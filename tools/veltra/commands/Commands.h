@@ -4,7 +4,7 @@
 #include <CLI/CLI.hpp>
 
 #include "tools/veltra/filters/FilterImport.h"
-#include "tools/veltra/session/Session.h"
+#include "tools/veltra/session/DeviceSession.h"
 
 namespace veltra::host {
 

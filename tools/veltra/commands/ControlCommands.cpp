@@ -15,7 +15,7 @@ namespace {
 /** Each of these sets a value when one is given, and then prints what the device says. A device that does not
     answer a question cannot be told from one that answers 0 or off; one that refuses a value can. */
 
-void volume (Session& session, std::optional<float> value)
+void volume (DeviceSession& session, std::optional<float> value)
 {
     auto& device = session.device();
 
@@ -30,7 +30,7 @@ void volume (Session& session, std::optional<float> value)
     std::printf ("Volume %.3g%s\n", static_cast<double> (now), text.empty() ? "" : (" (" + text + ")").c_str());
 }
 
-void attenuation (Session& session, const std::string& channel, std::optional<float> value_dB)
+void attenuation (DeviceSession& session, const std::string& channel, std::optional<float> value_dB)
 {
     auto& device = session.device();
     const auto number = channelNumber (device, channel);
@@ -43,7 +43,7 @@ void attenuation (Session& session, const std::string& channel, std::optional<fl
                  static_cast<double> (device.GetMaxChannelAttenuation()));
 }
 
-void activeSlot (Session& session, std::optional<std::uint32_t> slot)
+void activeSlot (DeviceSession& session, std::optional<std::uint32_t> slot)
 {
     auto& device = session.device();
 
@@ -59,7 +59,7 @@ void activeSlot (Session& session, std::optional<std::uint32_t> slot)
     std::printf ("Slot %u is in use\n", device.GetActiveFilterSlot());
 }
 
-void filtering (Session& session, std::optional<std::string> state)
+void filtering (DeviceSession& session, std::optional<std::string> state)
 {
     auto& device = session.device();
 
@@ -77,14 +77,14 @@ void filtering (Session& session, std::optional<std::string> state)
 /** Adds a command with an optional value. */
 template <typename Value>
 CLI::Option* addValueCommand (CLI::App& program, const SessionOptions& options, const char* name, const char* help,
-                              const char* valueName, void (*run) (Session&, std::optional<Value>))
+                              const char* valueName, void (*run) (DeviceSession&, std::optional<Value>))
 {
     const auto value = std::make_shared<std::optional<Value>>();
     auto* const command = program.add_subcommand (name, help);
     command->footer ("");
 
     command->callback ([&options, value, run] {
-        Session session (options);
+        DeviceSession session (options);
         run (session, *value);
     });
 
@@ -114,7 +114,7 @@ void addControlCommands (CLI::App& program, const SessionOptions& options)
     command->add_option ("dB", *value, "What to set; without it nothing is changed")->type_name ("DB");
 
     command->callback ([&options, channel, value] {
-        Session session (options);
+        DeviceSession session (options);
         attenuation (session, *channel, *value);
     });
 }

@@ -12,7 +12,6 @@
 #include "tools/veltra/session/FilterSlots.h"
 #include "tools/veltra/terminal/Progress.h"
 #include "tools/veltra/terminal/SignalWatch.h"
-#include "tools/veltra/terminal/WireMeter.h"
 
 namespace veltra::host {
 
@@ -27,55 +26,34 @@ struct DownloadOptions
     bool replace = false;
 };
 
-/** The bytes on the wire, or the pieces where the system does not count bytes, and how fast they went. */
+/** How many chunks the receiver has acknowledged, and how fast: the module reports a fraction and no bytes. */
 class TransferMeter
 {
 public:
-    void begin()
-    {
-        startTime = Clock::now();
-        startBytes = acknowledgedBytes();
-    }
+    void begin() { startTime = Clock::now(); }
 
-    void countPiece() noexcept { ++pieces; }
+    void countChunk() noexcept { ++chunks; }
 
     std::string rate() const
     {
-        const auto seconds = elapsed();
-
-        if (seconds <= 0.0)
-            return {};
-
-        if (const auto sent = bytes())
-            return readableBytes (*sent / seconds) + "/s";
-
-        return std::to_string (static_cast<int> (pieces / seconds)) + " pieces/s";
+        const auto seconds = elapsed_s();
+        return seconds > 0.0 ? std::to_string (static_cast<int> (chunks / seconds)) + " chunks/s" : std::string();
     }
 
     std::string summary() const
     {
         char time[32];
-        std::snprintf (time, sizeof (time), "%.2f s", elapsed());
-        const auto sent = bytes();
-        return (sent ? readableBytes (*sent) + " on the wire in " : std::to_string (pieces) + " pieces in ") + time
-               + ", " + rate();
+        std::snprintf (time, sizeof (time), "%.2f s", elapsed_s());
+        return std::to_string (chunks) + " chunks in " + time + ", " + rate();
     }
 
 private:
     using Clock = std::chrono::steady_clock;
 
-    double elapsed() const { return std::chrono::duration<double> (Clock::now() - startTime).count(); }
-
-    std::optional<double> bytes() const
-    {
-        const auto now = acknowledgedBytes();
-        return now && startBytes && *now > *startBytes ? std::optional (static_cast<double> (*now - *startBytes))
-                                                       : std::nullopt;
-    }
+    double elapsed_s() const { return std::chrono::duration<double> (Clock::now() - startTime).count(); }
 
     Clock::time_point startTime = Clock::now();
-    std::optional<std::uint64_t> startBytes;
-    std::uint64_t pieces = 0;
+    std::uint64_t chunks = 0;
 };
 
 class DownloadFollower final : public veltratune_io::ProgressCallback
@@ -101,7 +79,7 @@ public:
 
     bool OnProgress (float fraction) override
     {
-        meter.countPiece();
+        meter.countChunk();
         cancelled = cancelled || (cancel && cancel->requested());
 
         progress.show (static_cast<double> (fraction),
@@ -126,7 +104,7 @@ private:
     bool cancelled = false;
 };
 
-Failure downloadFailure (veltratune_io::EResult result, bool transferBegun, Session& session,
+Failure downloadFailure (veltratune_io::EResult result, bool transferBegun, DeviceSession& session,
                          const DownloadOptions& options)
 {
     const auto slot = std::to_string (options.slot);
@@ -149,7 +127,7 @@ Failure downloadFailure (veltratune_io::EResult result, bool transferBegun, Sess
 void download (const SessionOptions& sessionOptions, const DownloadOptions& options)
 {
     const auto text = readTextFile (options.file);
-    Session session (sessionOptions);
+    DeviceSession session (sessionOptions);
     checkSlot (session.device(), options.slot);
 
     if (options.slot >= kSlotsOfModule)

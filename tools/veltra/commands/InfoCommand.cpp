@@ -118,7 +118,7 @@ void addInfoCommand (CLI::App& program, const SessionOptions& options)
 
     command->footer ("");
     command->callback ([&options] {
-        Session session (options);
+        DeviceSession session (options);
         printIdentity (session.device());
         printChannels (session.device());
         std::printf ("\nFilter slots\n");

@@ -126,7 +126,7 @@ void runMeasurement (const SessionOptions& sessionOptions, MeasureOptions& optio
     checkMayWrite (options.output, options.force);
     OutputFile output (options.output); // before the loudspeakers play in vain
 
-    Session session (sessionOptions);
+    DeviceSession session (sessionOptions);
     checkDevice (session.device(), options);
 
     for (const auto& channel : options.channels)

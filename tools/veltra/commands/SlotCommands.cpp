@@ -13,7 +13,7 @@ void addSlotCommands (CLI::App& program, const SessionOptions& options)
 
     list->footer ("");
     list->callback ([&options] {
-        Session session (options);
+        DeviceSession session (options);
         printSlots (session.device());
     });
 
@@ -23,7 +23,7 @@ void addSlotCommands (CLI::App& program, const SessionOptions& options)
     remove->footer ("");
 
     remove->callback ([&options, slot] {
-        Session session (options);
+        DeviceSession session (options);
         checkSlot (session.device(), *slot);
         std::printf (emptySlot (session, *slot) ? "Slot %u is empty now.\n" : "Slot %u was empty already.\n", *slot);
     });

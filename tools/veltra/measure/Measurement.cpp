@@ -26,7 +26,7 @@ std::size_t samplesOf (double seconds, std::uint32_t rate) { return static_cast<
 class MeasurementMode
 {
 public:
-    MeasurementMode (Session& sessionToUse, const MeasurementPlan& plan, CaptureRecorder& recorder)
+    MeasurementMode (DeviceSession& sessionToUse, const MeasurementPlan& plan, CaptureRecorder& recorder)
         : session (sessionToUse)
     {
         const auto channels = static_cast<std::uint32_t> (plan.channels.size());
@@ -67,7 +67,7 @@ public:
     }
 
 private:
-    Session& session;
+    DeviceSession& session;
     bool left = false;
 };
 
@@ -75,7 +75,7 @@ private:
 class PlayingStimulus
 {
 public:
-    PlayingStimulus (Session& sessionToUse, const MeasurementPlan& plan) : session (sessionToUse)
+    PlayingStimulus (DeviceSession& sessionToUse, const MeasurementPlan& plan) : session (sessionToUse)
     {
         const auto count = static_cast<std::uint32_t> (plan.channels.size());
 
@@ -101,7 +101,7 @@ public:
     }
 
 private:
-    Session& session;
+    DeviceSession& session;
     int silentAnswers = 0;
     bool ended = false;
 };
@@ -132,7 +132,7 @@ std::size_t captureCapacity (const MeasurementPlan& plan)
     return samplesOf (plan.longest_s + plan.tail_s + spare_s, plan.sampleRate);
 }
 
-bool measure (Session& session, const MeasurementPlan& plan, CaptureRecorder& recorder,
+bool measure (DeviceSession& session, const MeasurementPlan& plan, CaptureRecorder& recorder,
               const std::function<bool()>& goOn)
 {
     MeasurementMode mode (session, plan, recorder);

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "tools/veltra/measure/CaptureRecorder.h"
-#include "tools/veltra/session/Session.h"
+#include "tools/veltra/session/DeviceSession.h"
 
 namespace veltra::host {
 
@@ -32,7 +32,7 @@ std::size_t captureCapacity (const MeasurementPlan& plan);
     @returns         whether the stimulus came to its end
     @throws          Failure (kExitReceiver) with the receiver's words
 */
-bool measure (Session& session, const MeasurementPlan& plan, CaptureRecorder& recorder,
+bool measure (DeviceSession& session, const MeasurementPlan& plan, CaptureRecorder& recorder,
               const std::function<bool()>& goOn);
 
 }

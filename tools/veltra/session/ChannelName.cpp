@@ -4,7 +4,7 @@
 #include <charconv>
 
 #include "tools/veltra/commands/ExitStatus.h"
-#include "tools/veltra/session/Session.h"
+#include "tools/veltra/session/DeviceSession.h"
 
 namespace veltra::host {
 

@@ -54,7 +54,7 @@ void checkSlot (const Device& device, std::uint32_t slot)
                                        + (count == 0 ? "none" : "slots 0 to " + std::to_string (count - 1)) + ".");
 }
 
-bool emptySlot (Session& session, std::uint32_t slot)
+bool emptySlot (DeviceSession& session, std::uint32_t slot)
 {
     const auto sets = setsIn (session.device(), slot);
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/veltra/session/Session.h"
+#include "tools/veltra/session/DeviceSession.h"
 
 namespace veltra::host {
 
@@ -25,6 +25,6 @@ void checkSlot (const veltratune_io::Device& device, std::uint32_t slot);
     @returns  whether there were any
     @throws   Failure (kExitReceiver)
 */
-bool emptySlot (Session& session, std::uint32_t slot);
+bool emptySlot (DeviceSession& session, std::uint32_t slot);
 
 }

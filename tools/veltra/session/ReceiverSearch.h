@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/veltra/session/Session.h"
+#include "tools/veltra/session/DeviceSession.h"
 
 namespace veltra::host {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "tools/veltra/session/Session.h"
+#include "tools/veltra/session/DeviceSession.h"
 
 #include <vector>
 
@@ -46,7 +46,7 @@ std::string deviceSetting (const std::string& address)
     throw Failure (kExitUsage, "'" + address + "' is no address; it should read HOST:PORT, such as 192.0.2.10:6000.");
 }
 
-Session::Session (const SessionOptions& options)
+DeviceSession::DeviceSession (const SessionOptions& options)
     : module (findModule (options.module, programFolder())),
       settings (settingsOf (options)),
       copy (module, settings),
@@ -91,9 +91,9 @@ Session::Session (const SessionOptions& options)
     }
 }
 
-Session::~Session() { release (plugin); }
+DeviceSession::~DeviceSession() { release (plugin); }
 
-void Session::startLog (const SessionOptions& options)
+void DeviceSession::startLog (const SessionOptions& options)
 {
     if (options.log.empty())
         return;
@@ -106,7 +106,7 @@ void Session::startLog (const SessionOptions& options)
         throw Failure (kExitOutput, "The log " + path.string() + " cannot be written.");
 }
 
-std::string Session::words()
+std::string DeviceSession::words()
 {
     auto text = textFrom ([this] (char* buffer, std::uint32_t size) { theDevice->GetLastError (buffer, size); });
 

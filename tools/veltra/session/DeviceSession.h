@@ -34,18 +34,18 @@ std::string deviceSetting (const std::string& address);
     Everything reaches the receiver through the module's three exported functions and the classes of
     veltratune_io. Use from one thread.
 */
-class Session
+class DeviceSession
 {
 public:
     /** Loads the module and opens the session with the receiver at the address given, or with the only one of the
         network; blocks for the time of the search and of some exchanges.
         @throws  Failure (kExitModule, kExitNoReceiver, kExitOutput, kExitUsage)
     */
-    explicit Session (const SessionOptions& options);
-    ~Session();
+    explicit DeviceSession (const SessionOptions& options);
+    ~DeviceSession();
 
-    Session (const Session&) = delete;
-    Session& operator= (const Session&) = delete;
+    DeviceSession (const DeviceSession&) = delete;
+    DeviceSession& operator= (const DeviceSession&) = delete;
 
     veltratune_io::Device2& device() noexcept { return *theDevice; }
 
