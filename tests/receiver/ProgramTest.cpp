@@ -45,12 +45,12 @@ TEST_F (ReceiverProgram, SaysInOneSentenceWhyItDoesNotStart)
         return std::to_string (ending.status) + " " + ending.err;
     };
     EXPECT_EQ (run ({ "--profile", "no/such/file" }),
-               "3 veltra-receiver: no/such/file cannot be read, and no profile of that name comes along\n");
-    EXPECT_EQ (run ({ "--folder", "LICENSE/x" }), "3 veltra-receiver: LICENSE/x cannot be made a folder\n");
+               "6 veltra-receiver: no/such/file cannot be read, and no profile of that name is built in\n");
+    EXPECT_EQ (run ({ "--folder", "LICENSE/x" }), "7 veltra-receiver: LICENSE/x cannot be made a folder\n");
     EXPECT_EQ (run ({ "--fault", "lose Pang 1" }),
-               "3 veltra-receiver: --fault \"lose Pang 1\": line 1: \"Pang\" is no message of a host\n");
-    EXPECT_EQ (run ({ "--room", "no/such/folder" }), "3 veltra-receiver: no/such/folder: No such file or directory\n");
-    EXPECT_EQ (run ({ "--bind", "here" }), "4 veltra-receiver: Cannot listen on here:0: Invalid argument\n");
+               "6 veltra-receiver: --fault \"lose Pang 1\": line 1: \"Pang\" is no message of a host\n");
+    EXPECT_EQ (run ({ "--room", "no/such/folder" }), "6 veltra-receiver: no/such/folder: No such file or directory\n");
+    EXPECT_EQ (run ({ "--bind", "here" }), "10 veltra-receiver: Cannot listen on here:0: Invalid argument\n");
     EXPECT_TRUE (run ({ "--nonsense" }).starts_with ("2 "));
 }
 

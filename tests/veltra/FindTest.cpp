@@ -9,7 +9,7 @@
 #include "tests/support/FakeDevice.h"
 #include "tests/support/NetworkNamespace.h"
 #include "tests/support/Program.h"
-#include "tools/veltra/commands/ExitStatus.h"
+#include "tools/ExitStatus.h"
 
 namespace veltra::host {
 

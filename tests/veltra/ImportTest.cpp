@@ -7,7 +7,7 @@
 #include "filters/FilterDescriptionParser.h"
 #include "filters/FilterSetsImpl.h"
 #include "tests/support/Scratch.h"
-#include "tools/veltra/commands/ExitStatus.h"
+#include "tools/ExitStatus.h"
 #include "tools/veltra/filters/AudioFile.h"
 #include "tools/veltra/filters/FilterDescription.h"
 #include "tools/veltra/filters/FilterImport.h"

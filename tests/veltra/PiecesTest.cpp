@@ -6,7 +6,7 @@
 #include <tuple>
 
 #include "tests/support/Scratch.h"
-#include "tools/veltra/commands/ExitStatus.h"
+#include "tools/ExitStatus.h"
 #include "tools/veltra/session/ChannelName.h"
 #include "tools/veltra/session/DeviceSession.h"
 #include "tools/veltra/session/ModuleFile.h"

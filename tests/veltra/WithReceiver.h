@@ -5,8 +5,8 @@
 #include <memory>
 
 #include "tests/support/Program.h"
+#include "tools/ExitStatus.h"
 #include "tools/receiver/network/Receiver.h"
-#include "tools/veltra/commands/ExitStatus.h"
 #include "tools/veltra/filters/AudioFile.h"
 
 namespace veltra::host {

@@ -15,17 +15,15 @@
 
 #include <CLI/CLI.hpp>
 
+#include "tools/ExitStatus.h"
 #include "tools/receiver/device/SlotReport.h"
 #include "tools/receiver/network/Announcer.h"
 #include "tools/receiver/network/Receiver.h"
 
 namespace {
 
+using namespace veltra;
 using namespace veltra::receiver;
-
-constexpr int kUsage = 2;       ///< the command line is wrong
-constexpr int kInput = 3;       ///< a profile, a fault or a room cannot be used
-constexpr int kNoListening = 4; ///< address and port cannot be had
 
 /** What the command line asks for. */
 struct Arguments
@@ -38,13 +36,6 @@ struct Arguments
     bool announce = false;
     std::string name;
     Extension extension = Extension::features;
-};
-
-/** A message for a person, and the program's exit status. */
-struct StartFailure
-{
-    int status;
-    std::string text;
 };
 
 StopSignal* stopOnSignal = nullptr;
@@ -81,9 +72,8 @@ void readArguments (CLI::App& app, Arguments& arguments)
         ->capture_default_str();
     app.footer ("A fault is \"NAME TYPE WHICH ARGUMENTS\". TYPE is a message (FilterDataChunk), a kind of request\n"
                 "(GetVolume), \"*\" for every message, AudioData or connect; WHICH is 3, 3-5, 3+ or *:\n"
-                + faultHelp()
-                + "\nExit status: 0 after SIGINT or SIGTERM, 2 wrong command line, 3 a profile, fault or room that\n"
-                  "cannot be used, 4 address and port cannot be had.");
+                + faultHelp() + "\nThe exit status is 0 after SIGINT or SIGTERM, or:\n"
+                + exitStatusHelp ({ kExitInternal, kExitUsage, kExitInput, kExitOutput, kExitNetwork }));
 }
 
 Profile chooseProfile (const std::string& name)
@@ -97,9 +87,8 @@ Profile chooseProfile (const std::string& name)
     auto loaded = loadProfile (name, error);
 
     if (! loaded)
-        throw StartFailure {
-            kInput, error + (std::filesystem::exists (name) ? "" : ", and no profile of that name comes along")
-        };
+        throw Failure (kExitInput,
+                       error + (std::filesystem::exists (name) ? "" : ", and no profile of that name is built in"));
 
     return *loaded;
 }
@@ -110,7 +99,7 @@ void addFaults (const std::string& text, const std::string& origin, std::vector<
     const auto parsed = parseFaults (text, error);
 
     if (! parsed)
-        throw StartFailure { kInput, origin + ": " + error };
+        throw Failure (kExitInput, origin + ": " + error);
 
     faults.insert (faults.end(), parsed->begin(), parsed->end());
 }
@@ -129,7 +118,7 @@ std::vector<Fault> chooseFaults (const Arguments& arguments)
         text << stream.rdbuf();
 
         if (! stream)
-            throw StartFailure { kInput, arguments.faultFile + " cannot be read" };
+            throw Failure (kExitInput, arguments.faultFile + " cannot be read");
 
         addFaults (text.str(), arguments.faultFile, faults);
     }
@@ -187,7 +176,7 @@ void run (Arguments& arguments)
 
     if (std::error_code error; ! options.folder.empty() && ! std::filesystem::is_directory (options.folder)
                                && ! std::filesystem::create_directories (options.folder, error))
-        throw StartFailure { kInput, options.folder.string() + " cannot be made a folder" };
+        throw Failure (kExitOutput, options.folder.string() + " cannot be made a folder");
 
     std::mutex printing;
     options.onDownload = [&] (std::uint32_t device, std::uint32_t slotIndex, const Slot& slot) {
@@ -251,27 +240,32 @@ int main (int argc, char** argv)
     }
     catch (const CLI::ParseError& error)
     {
-        return app.exit (error) == 0 ? 0 : kUsage;
+        return app.exit (error) == 0 ? kExitOk : kExitUsage;
     }
 
     try
     {
         run (arguments);
-        return 0;
+        return kExitOk;
     }
-    catch (const StartFailure& failure)
+    catch (const Failure& failure)
     {
-        std::cerr << "veltra-receiver: " << failure.text << '\n';
+        std::cerr << "veltra-receiver: " << failure.what() << '\n';
         return failure.status;
     }
     catch (const std::system_error& error)
     {
         std::cerr << "veltra-receiver: " << error.what() << '\n';
-        return kNoListening;
+        return kExitNetwork;
+    }
+    catch (const std::runtime_error& error) // a room or options that cannot be used
+    {
+        std::cerr << "veltra-receiver: " << error.what() << '\n';
+        return kExitInput;
     }
     catch (const std::exception& error)
     {
         std::cerr << "veltra-receiver: " << error.what() << '\n';
-        return kInput;
+        return kExitInternal;
     }
 }

@@ -3,8 +3,8 @@
 #include <memory>
 #include <optional>
 
+#include "tools/ExitStatus.h"
 #include "tools/veltra/commands/Commands.h"
-#include "tools/veltra/commands/ExitStatus.h"
 #include "tools/veltra/session/ChannelName.h"
 #include "tools/veltra/session/FilterSlots.h"
 

@@ -3,8 +3,8 @@
 #include <iostream>
 #include <memory>
 
+#include "tools/ExitStatus.h"
 #include "tools/veltra/commands/Commands.h"
-#include "tools/veltra/commands/ExitStatus.h"
 #include "tools/veltra/filters/FilterDesign.h"
 #include "tools/veltra/report/DesignPlot.h"
 #include "tools/veltra/terminal/OutputFile.h"

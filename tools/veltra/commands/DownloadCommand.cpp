@@ -5,8 +5,8 @@
 #include <memory>
 #include <optional>
 
+#include "tools/ExitStatus.h"
 #include "tools/veltra/commands/Commands.h"
-#include "tools/veltra/commands/ExitStatus.h"
 #include "tools/veltra/filters/TextFile.h"
 #include "tools/veltra/report/LeadInNote.h"
 #include "tools/veltra/session/FilterSlots.h"

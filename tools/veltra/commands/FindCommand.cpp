@@ -2,8 +2,8 @@
 #include <cstdio>
 #include <memory>
 
+#include "tools/ExitStatus.h"
 #include "tools/veltra/commands/Commands.h"
-#include "tools/veltra/commands/ExitStatus.h"
 #include "tools/veltra/session/ReceiverSearch.h"
 
 namespace veltra::host {

@@ -2,8 +2,8 @@
 #include <iostream>
 #include <memory>
 
+#include "tools/ExitStatus.h"
 #include "tools/veltra/commands/Commands.h"
-#include "tools/veltra/commands/ExitStatus.h"
 #include "tools/veltra/terminal/OutputFile.h"
 
 namespace veltra::host {

@@ -4,8 +4,8 @@
 #include <fstream>
 #include <memory>
 
+#include "tools/ExitStatus.h"
 #include "tools/veltra/commands/Commands.h"
-#include "tools/veltra/commands/ExitStatus.h"
 #include "topology/FixedPoint.h"
 #include "topology/VLFIRBlobReader.h"
 

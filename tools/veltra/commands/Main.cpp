@@ -2,10 +2,11 @@
 #include <cstdio>
 #include <cstring>
 
+#include "tools/ExitStatus.h"
 #include "tools/veltra/commands/Commands.h"
-#include "tools/veltra/commands/ExitStatus.h"
 #include "tools/veltra/terminal/SignalWatch.h"
 
+using namespace veltra;
 using namespace veltra::host;
 
 namespace {
@@ -14,13 +15,13 @@ const std::map<std::string, int> kLogLevels { { "trace", 0 },    { "debug", 1000
                                               { "warn", 30000 }, { "error", 40000 }, { "fatal", 50000 },
                                               { "off", 60000 } };
 
-const char* const kFooter = "\nThe exit status is 0, or:\n"
-                            "    1  a fault of this program           6  an input file is not what it should be\n"
-                            "    2  the command line is wrong         7  an output file cannot be written\n"
-                            "    3  the module cannot be loaded       8  the filter slot is in use\n"
-                            "    4  no receiver, or several           9  the filters do not fit the receiver\n"
-                            "    5  the receiver refused or is silent 130  cancelled by Ctrl-C\n"
-                            "A command's own options: `veltra COMMAND --help`.\n";
+std::string footer()
+{
+    return "\nThe exit status is 0, or:\n"
+           + exitStatusHelp ({ kExitInternal, kExitUsage, kExitModule, kExitNoReceiver, kExitReceiver, kExitInput,
+                               kExitOutput, kExitSlotInUse, kExitConversion, kExitCancelled })
+           + "A command's own options: `veltra COMMAND --help`.\n";
+}
 
 void addSessionOptions (CLI::App& program, SessionOptions& session)
 {
@@ -70,7 +71,7 @@ int run (int argc, char** argv)
     CLI::App program ("Loads room-correction filters into A/V receivers and measures with them.", "veltra");
 
     program.fallthrough();
-    program.footer (kFooter);
+    program.footer (footer());
     program.set_version_flag ("--version", VELTRA_VERSION);
     addSessionOptions (program, session);
 

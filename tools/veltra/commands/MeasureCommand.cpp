@@ -5,8 +5,8 @@
 #include <memory>
 #include <optional>
 
+#include "tools/ExitStatus.h"
 #include "tools/veltra/commands/Commands.h"
-#include "tools/veltra/commands/ExitStatus.h"
 #include "tools/veltra/filters/AudioFile.h"
 #include "tools/veltra/measure/Measurement.h"
 #include "tools/veltra/measure/Stimuli.h"

@@ -8,7 +8,7 @@
 
 #include <sndfile.h>
 
-#include "tools/veltra/commands/ExitStatus.h"
+#include "tools/ExitStatus.h"
 
 namespace veltra::host {
 

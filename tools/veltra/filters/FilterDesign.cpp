@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <thread>
 
-#include "tools/veltra/commands/ExitStatus.h"
+#include "tools/ExitStatus.h"
 
 namespace veltra::host {
 

@@ -7,7 +7,7 @@
 #include <ostream>
 #include <set>
 
-#include "tools/veltra/commands/ExitStatus.h"
+#include "tools/ExitStatus.h"
 #include "tools/veltra/filters/AudioFile.h"
 #include "tools/veltra/filters/ImportFiles.h"
 #include "tools/veltra/filters/PeakGain.h"

@@ -6,7 +6,7 @@
 #include <fstream>
 #include <optional>
 
-#include "tools/veltra/commands/ExitStatus.h"
+#include "tools/ExitStatus.h"
 
 namespace fs = std::filesystem;
 

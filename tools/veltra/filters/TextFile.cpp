@@ -3,7 +3,7 @@
 
 #include <fstream>
 
-#include "tools/veltra/commands/ExitStatus.h"
+#include "tools/ExitStatus.h"
 
 namespace veltra::host {
 

@@ -4,7 +4,7 @@
 #include <chrono>
 #include <thread>
 
-#include "tools/veltra/commands/ExitStatus.h"
+#include "tools/ExitStatus.h"
 
 namespace veltra::host {
 

@@ -7,7 +7,7 @@
 #include <ostream>
 
 #include "dsp/BandSplitFilters.h"
-#include "tools/veltra/commands/ExitStatus.h"
+#include "tools/ExitStatus.h"
 #include "topology/VLFIRBlobReader.h"
 
 namespace veltra::host {

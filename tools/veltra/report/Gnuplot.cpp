@@ -6,7 +6,7 @@
 
 #include <signal.h>
 
-#include "tools/veltra/commands/ExitStatus.h"
+#include "tools/ExitStatus.h"
 #include "tools/veltra/terminal/OutputFile.h"
 
 namespace veltra::host {

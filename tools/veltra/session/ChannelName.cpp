@@ -3,7 +3,7 @@
 
 #include <charconv>
 
-#include "tools/veltra/commands/ExitStatus.h"
+#include "tools/ExitStatus.h"
 #include "tools/veltra/session/DeviceSession.h"
 
 namespace veltra::host {

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "common/Numbers.h"
-#include "tools/veltra/commands/ExitStatus.h"
+#include "tools/ExitStatus.h"
 #include "tools/veltra/session/ReceiverSearch.h"
 
 namespace fs = std::filesystem;

@@ -3,7 +3,7 @@
 
 #include <cstdio>
 
-#include "tools/veltra/commands/ExitStatus.h"
+#include "tools/ExitStatus.h"
 
 namespace veltra::host {
 

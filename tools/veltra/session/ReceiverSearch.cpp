@@ -18,7 +18,7 @@
 #include "discovery/ConnectionManager.h"
 #include "protocol/Dispatcher.h"
 #include "protocol/ReplyHandlers.h"
-#include "tools/veltra/commands/ExitStatus.h"
+#include "tools/ExitStatus.h"
 
 namespace veltra::host {
 

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "tools/veltra/commands/ExitStatus.h"
+#include "tools/ExitStatus.h"
 
 #if defined(_WIN32)
 #include <windows.h>

@@ -5,7 +5,7 @@
 #include <mutex>
 #include <vector>
 
-#include "tools/veltra/commands/ExitStatus.h"
+#include "tools/ExitStatus.h"
 
 #if defined(_WIN32)
 #include <random>

@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include <initializer_list>
 #include <stdexcept>
 #include <string>
 
-namespace veltra::host {
+namespace veltra {
 
-/** What the program ends with; told by `veltra --help`. */
+/** What the programs end with. Their `--help` lists the statuses, with the texts of ExitStatus.cpp. */
 enum ExitStatus
 {
     kExitOk = 0,
@@ -19,10 +20,11 @@ enum ExitStatus
     kExitOutput = 7,     ///< an output file cannot be written
     kExitSlotInUse = 8,  ///< the filter slot holds other filters
     kExitConversion = 9, ///< the filters do not fit what the receiver can run
+    kExitNetwork = 10,   ///< the address and port to listen at cannot be used
     kExitCancelled = 130 ///< Ctrl-C, as a shell reports it
 };
 
-/** Ends a command: one sentence for a person, and the program's exit status. */
+/** Ends a program: one sentence for a person, and the exit status. */
 class Failure : public std::runtime_error
 {
 public:
@@ -32,5 +34,8 @@ public:
 
     const ExitStatus status;
 };
+
+/** The lines of a program's `--help` about the statuses that it can end with, 0 excepted. */
+std::string exitStatusHelp (std::initializer_list<ExitStatus> statuses);
 
 }
