@@ -25,18 +25,30 @@ bool takeSign (std::string_view& text) noexcept
     return negative;
 }
 
-bool startsWithHexPrefix (std::string_view text) noexcept
+bool isDigit (char c) noexcept { return c >= '0' && c <= '9'; }
+
+bool isHexDigit (char c) noexcept { return isDigit (c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
+
+/** A prefix without a digit behind it is the number 0 and a letter. */
+bool startsWithHexNumber (std::string_view text) noexcept
 {
-    return text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+    if (! text.starts_with ("0x") && ! text.starts_with ("0X"))
+        return false;
+
+    text.remove_prefix (text.substr (2).starts_with ('.') ? 3 : 2);
+    return ! text.empty() && isHexDigit (text.front());
 }
 
-/** from_chars leaves the value alone when it is out of range; the exponent's sign tells which end it fell off. */
-double outOfRange (std::string_view number) noexcept
+/** What a number is that from_chars found out of range, and so did not convert: the order of magnitude decides, which
+    its leading digit and its exponent make up. */
+double outOfRange (std::string_view number, bool isHex) noexcept
 {
-    const auto exponent = number.find_last_of ("eEpP");
-    const bool tiny = exponent != std::string_view::npos ? number.substr (exponent + 1).starts_with ('-')
-                                                         : number.starts_with ("0") || number.starts_with (".");
-    return tiny ? 0.0 : std::numeric_limits<double>::infinity();
+    const auto mantissa = number.substr (0, number.find_first_of (isHex ? "pP" : "eE"));
+    const auto exponent = toInt (number.substr (std::min (mantissa.size() + 1, number.size())));
+    const auto point = std::min (mantissa.find ('.'), mantissa.size());
+    const auto leading = mantissa.find_first_not_of ("0.");
+    const auto digitsBeforePoint = static_cast<long long> (point) - static_cast<long long> (leading);
+    return digitsBeforePoint * (isHex ? 4 : 1) + exponent < 0 ? 0.0 : std::numeric_limits<double>::infinity();
 }
 
 }
@@ -48,19 +60,21 @@ double toDouble (std::string_view text) noexcept
     if (! text.empty() && text.front() == '-') // from_chars would take a second sign, atof does not
         return 0.0;
 
-    auto format = std::chars_format::general;
+    const bool isHex = startsWithHexNumber (text);
+    text.remove_prefix (isHex ? 2 : 0);
 
-    if (startsWithHexPrefix (text))
-    {
-        text.remove_prefix (2);
-        format = std::chars_format::hex;
-    }
+    if (isHex) // GCC 12's from_chars takes "+-" for the sign of a hexadecimal exponent
+        text = text.substr (0, text.find ("+-"));
 
     double value = 0.0;
-    const auto [end, error] = std::from_chars (text.data(), text.data() + text.size(), value, format);
+    const auto [end, error] = std::from_chars (text.data(), text.data() + text.size(), value,
+                                               isHex ? std::chars_format::hex : std::chars_format::general);
+
+    if (error == std::errc::invalid_argument) // no number, and so no negative one
+        return 0.0;
 
     if (error == std::errc::result_out_of_range)
-        value = outOfRange (text.substr (0, static_cast<size_t> (end - text.data())));
+        value = outOfRange (text.substr (0, static_cast<size_t> (end - text.data())), isHex);
 
     return negative ? -value : value;
 }

@@ -7,7 +7,7 @@ namespace veltra {
 
 /** Reads the decimal number at the start of a text, as `atof` does in the "C" locale, whatever the process's
     locale is: leading white space and a sign are taken, reading stops at the first character that does not
-    belong to the number, and a text that is no number gives 0. Out-of-range values give 0 or infinity.
+    belong to the number, and a text that is not a number gives 0. Out-of-range values give 0 or infinity.
 */
 double toDouble (std::string_view text) noexcept;
 
