@@ -48,7 +48,7 @@ Result guarded (Result onFailure, std::string* words, Body&& body) noexcept
     return onFailure;
 }
 
-/** The same where nobody reads about the failure. */
+/** The same without a text. */
 template <typename Result, typename Body>
 Result guarded (Result onFailure, Body&& body) noexcept
 {

@@ -3,23 +3,50 @@
 
 /** @file
     The module's log lines. They go to log4cplus's root logger with the file and line of the writer; a line's
-    text is built only when its level is enabled, so an expensive text may stand in the macro's argument.
+    text is built only when its level is enabled, so the macro's argument may be expensive.
 
         VELTRA_LOG (INFO, "Device is specified as " << address << ", skipping UPnP search");
 
     Levels: TRACE, DEBUG, INFO, WARN, ERROR, FATAL. Any thread. Never throws: destructors and the roots of threads log,
-    and a line that finds no memory is lost, not the process.
+    and a line that finds no memory is lost, not the process. Numbers look the same whatever C++ locale the host has set.
 */
+
+#include <locale>
+#include <sstream>
+#include <string>
 
 #include <log4cplus/logger.h>
 #include <log4cplus/loggingmacros.h>
 
-#define VELTRA_LOG(level, text)                                                                                        \
+namespace veltra {
+
+/** Collects the text of one line. log4cplus's own stream would write numbers by the host's locale. */
+class LogLine
+{
+public:
+    LogLine() { stream.imbue (std::locale::classic()); }
+
+    template <class Value>
+    LogLine& operator<< (const Value& value)
+    {
+        stream << value;
+        return *this;
+    }
+
+    std::string text() const { return stream.str(); }
+
+private:
+    std::ostringstream stream;
+};
+
+}
+
+#define VELTRA_LOG(level, words)                                                                                       \
     do                                                                                                                 \
     {                                                                                                                  \
         try                                                                                                            \
         {                                                                                                              \
-            LOG4CPLUS_##level (::log4cplus::Logger::getRoot(), text);                                                  \
+            LOG4CPLUS_##level##_STR (::log4cplus::Logger::getRoot(), (::veltra::LogLine() << words).text());           \
         }                                                                                                              \
         catch (...)                                                                                                    \
         {                                                                                                              \

@@ -2,12 +2,17 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
 #include <juce_core/juce_core.h>
 
 namespace veltra {
+
+/** @file
+    Texts from files, from the network and from the host. None is trusted to be valid UTF-8. Any thread.
+*/
 
 /** The text with every byte that is not part of a well-formed UTF-8 sequence replaced by "?".
 
@@ -20,11 +25,32 @@ std::string toValidUtf8 (std::string_view text);
 juce::String juceText (std::string_view bytes);
 
 /** A text from outside, made fit for one line of the log: control characters come out as escapes (\n, \r, \t, \x1b,
-    \u0085) and bytes that are no UTF-8 as "?", so that nobody on the network can write lines of his own into the log or
-    send commands to the terminal that shows it. All other text comes back as it is, backslashes included.
+    \u0085) and bytes that are not UTF-8 as "?", so that a peer on the network can neither forge lines of the log nor
+    send commands to the terminal that shows it. All other text comes back unchanged, backslashes included.
 
     @param limit  of a longer text so many bytes come back, and "..."
 */
 std::string logText (std::string_view text, std::size_t limit = std::string_view::npos);
+
+/** The text without the white space at its start. */
+std::string_view trimmedStart (std::string_view text) noexcept;
+
+/** The text without the white space at its start and end. */
+std::string_view trimmed (std::string_view text) noexcept;
+
+/** Whether two texts are equal when the case of the letters A to Z does not count. */
+bool equalsIgnoringCase (std::string_view a, std::string_view b) noexcept;
+
+/** Copies a text, up to its first NUL, to a buffer of the host's, made valid and with an end mark. What does not fit
+    is left out, whole characters at a time.
+
+    @param buffer  may be null: nothing is written
+    @param size    of the buffer in bytes, end mark included; 0: nothing is written
+    @throws        std::bad_alloc
+*/
+void copyBounded (std::string_view text, char* buffer, std::uint32_t size);
+
+/** The first characters (not bytes) of a valid text, or all of it. */
+std::string_view firstCharacters (std::string_view validText, std::size_t count) noexcept;
 
 }

@@ -2,7 +2,7 @@
 #pragma once
 
 /** @file
-    What has to be known to run juce::Thread inside a module that is unloaded one day. Header only: whoever
+    Threads inside a module that the host may unload, see docs/unloading.md. Header only: the target that
     includes it links JUCE.
 */
 
@@ -25,7 +25,7 @@
 
 namespace veltra {
 
-/** The priorities that the system is described with (1 lowest, 5 everyday, 6 urgent) in JUCE's words. */
+/** JUCE's priority for the numbers that the system is described with (1 lowest, 5 normal, 6 high). */
 inline juce::Thread::Priority threadPriority (int priority) noexcept
 {
     if (priority <= 3)
@@ -67,7 +67,7 @@ private:
 #endif
 };
 
-/** A juce::ThreadPool for a module that is unloaded one day: when it has been destroyed, the last of its threads has
+/** A juce::ThreadPool for a module that may be unloaded: when it has been destroyed, the last of its threads has
     run its last instruction (see NativeThreadEnd). Its destructor interrupts the running jobs and waits for them, and
     each of them must end within a few seconds of being asked: JUCE kills the threads of those that do not, which takes
     the process with it. Header only: whoever includes it links JUCE.
@@ -79,8 +79,8 @@ public:
         : roll (std::make_shared<Roll> (numThreads)),
           pool (std::make_unique<juce::ThreadPool> (numThreads, 0, priority))
     {
-        // JUCE shows nobody the threads of a pool. So each of them gets a job in which it leaves its number, and
-        // which ends when all have: nobody can take two.
+        // JUCE does not expose the threads of a pool. So each of them gets a job that stores its number and ends
+        // when all have: no thread can run two.
         for (int i = 0; i < numThreads; ++i)
             pool->addJob (std::make_unique<RollCall> (roll).release(), true);
     }
@@ -97,7 +97,7 @@ public:
     ThreadPool (const ThreadPool&) = delete;
     ThreadPool& operator= (const ThreadPool&) = delete;
 
-    /** Whether there is anybody to run a job: a system without room for another thread gives a pool without. Waits
+    /** Whether there is a thread to run a job: where the system has no room for one, the pool has none. Waits
         until all have started, up to two seconds. */
     bool hasThreads() { return roll->waitForAll() > 0; }
 

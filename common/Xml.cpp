@@ -103,7 +103,7 @@ private:
         return startsWith ("<!DOCTYPE") && at + 9 < text.size() && isSpace (text[at + 9]);
     }
 
-    /** The internal subset stands in brackets and may hold ">". A stray closing bracket opens nothing. */
+    /** The internal subset is in brackets and may contain ">". A stray closing bracket is ignored. */
     bool skipDoctype() noexcept
     {
         for (int brackets = 0; at < text.size(); ++at)
@@ -236,9 +236,9 @@ juce::String xmlText (std::string_view bytes)
                          && (juce::CharPointer_UTF16::isByteOrderMarkBigEndian (bytes.data())
                              || juce::CharPointer_UTF16::isByteOrderMarkLittleEndian (bytes.data()));
 
-    // JUCE does not check what stands behind a NUL, but takes it into the text.
+    // JUCE copies what follows a NUL without checking it.
     const auto size = isUtf16 ? bytes.size() : std::min (bytes.find ('\0'), bytes.size());
-    const std::string copy (bytes.substr (0, size)); // JUCE reads UTF-16 in words, which may not stand at odd addresses
+    const std::string copy (bytes.substr (0, size)); // JUCE reads UTF-16 by 16 bits, at even addresses
     return juce::String::createStringFromData (copy.data(), static_cast<int> (copy.size()));
 }
 

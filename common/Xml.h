@@ -9,8 +9,8 @@
 #include <rapidxml/rapidxml.hpp>
 
 /** @file
-    XML that nobody vouches for: read in linear time, by RapidXML, with a bound on what its parser recurses over.
-    Document types are skipped, and entities other than the five of XML itself stand for themselves.
+    XML from untrusted sources: read in linear time, by RapidXML, with a bound on the nesting that its parser recurses
+    over. Document types are skipped, and entities other than the five of XML itself are left as they are.
 */
 
 namespace veltra {
@@ -28,7 +28,7 @@ class XmlDocument
 {
 public:
     /** Parses a text, up to its first NUL.
-        @param maxDepth  elements nested deeper than this make the text no XML
+        @param maxDepth  elements nested deeper than this are an error
         @throws std::bad_alloc */
     XmlDocument (std::string xml, int maxDepth);
 
@@ -41,10 +41,10 @@ public:
     /** Where the name of an element of this document begins, in bytes from the start of the text. */
     std::size_t offsetOf (const XmlNode& element) const noexcept;
 
-    /** All elements at the top, as children of one node; empty when the text is no XML. */
+    /** All elements at the top, as children of one node; empty when the text is not XML. */
     const XmlNode& top() const noexcept { return *document; }
 
-    /** The first element, whatever text stands behind it; null when there is none, or when it does not end. */
+    /** The first element, whatever text follows it; null when there is none, or when it does not end. */
     const XmlNode* root() const noexcept;
 
 private:

@@ -11,26 +11,6 @@ namespace upnp {
 
 namespace {
 
-constexpr std::string_view whiteSpace = " \t\r\n\v\f";
-
-std::string_view trimmedStart (std::string_view text) noexcept
-{
-    text.remove_prefix (std::min (text.find_first_not_of (whiteSpace), text.size()));
-    return text;
-}
-
-std::string_view trimmed (std::string_view text) noexcept
-{
-    text = trimmedStart (text);
-    return text.substr (0, text.find_last_not_of (whiteSpace) + 1);
-}
-
-bool equalsIgnoringCase (std::string_view text, std::string_view upperCase) noexcept
-{
-    return std::equal (text.begin(), text.end(), upperCase.begin(), upperCase.end(),
-                       [] (char a, char b) { return (a >= 'a' && a <= 'z' ? a - ('a' - 'A') : a) == b; });
-}
-
 /** The headers of an answer that a search reads. All others are skipped, not stored: an answer may hold thousands. */
 struct Headers
 {
@@ -55,14 +35,14 @@ private:
         if (colon == line.npos)
             return;
 
-        const auto name = trimmed (line.substr (0, colon));
-        const auto value = trimmed (line.substr (colon + 1));
+        const auto name = veltra::trimmed (line.substr (0, colon));
+        const auto value = veltra::trimmed (line.substr (colon + 1));
 
-        if (equalsIgnoringCase (name, "ST"))
+        if (veltra::equalsIgnoringCase (name, "ST"))
             st = value;
-        else if (equalsIgnoringCase (name, "USN"))
+        else if (veltra::equalsIgnoringCase (name, "USN"))
             usn = value;
-        else if (equalsIgnoringCase (name, "LOCATION"))
+        else if (veltra::equalsIgnoringCase (name, "LOCATION"))
             location = value;
     }
 };
@@ -108,7 +88,7 @@ void AnswerReader::take (std::string_view datagram)
 
         VELTRA_LOG (TRACE, "Found start of HTTP response (@" << start << ")");
         takeAnswer (rest.substr (start, end - start));
-        rest = trimmedStart (rest.substr (end));
+        rest = veltra::trimmedStart (rest.substr (end));
 
         if (! rest.empty())
             VELTRA_LOG (TRACE, "UPnp buffer not empty yet...");

@@ -49,11 +49,6 @@ std::vector<test::TestChannel> makeChannels (std::string_view sizes)
     return channels;
 }
 
-juce::String juceText (std::string_view text)
-{
-    return juce::String::fromUTF8 (toValidUtf8 (text.substr (0, text.find ('\0'))).c_str());
-}
-
 template <class Source>
 void convert (topology::ITopology& topology, Source source, const juce::StringPairArray& parameters,
               unsigned sampleRate)
@@ -63,7 +58,7 @@ void convert (topology::ITopology& topology, Source source, const juce::StringPa
     juce::MemoryBlock blob;
     topology.createFilterData (result, source, parameters, sampleRate, blob, settings);
 
-    require (result.wasOk() || result.getErrorMessage().isNotEmpty(), "a failure has words");
+    require (result.wasOk() || result.getErrorMessage().isNotEmpty(), "a failure has a text");
     require (result.failed() || blob.getSize() <= topology::kMaxBlobBytes, "a blob is bounded");
 }
 

@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <random>
 
+#include "common/Text.h"
+
 namespace veltra::receiver {
 
 namespace {
@@ -37,21 +39,8 @@ std::string element (const std::string& name, std::string_view text)
     return "    <" + name + ">" + escaped (text) + "</" + name.substr (0, name.find (' ')) + ">\n";
 }
 
-std::string_view trimmed (std::string_view text)
-{
-    constexpr std::string_view kSpace = " \t\r";
-    const auto start = text.find_first_not_of (kSpace);
-    return start == text.npos ? std::string_view() : text.substr (start, text.find_last_not_of (kSpace) + 1 - start);
-}
-
-bool isSame (std::string_view name, std::string_view upperCase)
-{
-    return std::equal (name.begin(), name.end(), upperCase.begin(), upperCase.end(),
-                       [] (char a, char b) { return (a >= 'a' && a <= 'z' ? a - 'a' + 'A' : a) == b; });
-}
-
 /** The value of a header, empty when there is none. */
-std::string_view header (std::string_view message, std::string_view upperCaseName)
+std::string_view header (std::string_view message, std::string_view name)
 {
     while (! message.empty())
     {
@@ -59,7 +48,7 @@ std::string_view header (std::string_view message, std::string_view upperCaseNam
         message.remove_prefix (std::min (line.size() + 1, message.size()));
         const auto colon = line.find (':');
 
-        if (colon != line.npos && isSame (trimmed (line.substr (0, colon)), upperCaseName))
+        if (colon != line.npos && equalsIgnoringCase (trimmed (line.substr (0, colon)), name))
             return trimmed (line.substr (colon + 1));
     }
 

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <optional>
 
+#include "common/Text.h"
 #include "tools/ExitStatus.h"
 
 namespace fs = std::filesystem;
@@ -24,13 +25,6 @@ std::optional<unsigned> number (std::string_view text, unsigned highest)
     const auto [end, error] = std::from_chars (text.data(), text.data() + text.size(), value);
     const bool good = error == std::errc() && end == text.data() + text.size() && value >= 1 && value <= highest;
     return good ? std::optional (value) : std::nullopt;
-}
-
-std::string_view trimmed (std::string_view text)
-{
-    constexpr auto blanks = " \t\r";
-    const auto first = text.find_first_not_of (blanks);
-    return first == text.npos ? std::string_view() : text.substr (first, text.find_last_not_of (blanks) - first + 1);
 }
 
 /** Takes the first word of a text, and the blanks behind it, off the text. */
