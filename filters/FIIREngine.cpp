@@ -12,8 +12,8 @@ constexpr std::uint32_t kDestroyed = 0xDEADC0DE;
 
 constexpr unsigned kBankSize = 4;
 
-/** A state this small is over: it is far below anything that a float shows, and still far above the denormal
-    doubles (from 2e-308) that a decaying section would arrive at, each of which costs some hundred cycles. */
+/** A smaller state counts as zero: it is far below what a float can represent, and still far above the denormal
+    doubles (from 2e-308) that a decaying section would reach, each of which costs some hundred cycles. */
 constexpr double kSilence = 1e-200;
 
 /** Samples from one look for silent sections to the next. */

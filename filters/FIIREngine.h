@@ -59,7 +59,7 @@ private:
     static void addBankOutput (const Bank& bank, const Eigen::Ref<const Eigen::VectorXf>& input, Eigen::Index inputEnd,
                                Eigen::VectorXd& sum);
 
-    /** Tells a living engine from a stale one in a debugger or a memory dump. */
+    /** Distinguishes a live engine from a destroyed one in a debugger or a memory dump. */
     volatile std::uint32_t mark;
 
     Eigen::VectorXf taps;

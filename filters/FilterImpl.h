@@ -19,7 +19,7 @@ struct ChannelAttributes
     float gaindB = 0.0f;
     float delayMs = 0.0f;
     float maxFilterGaindB = 0.0f; ///< largest gain of the filter at any frequency
-    std::int32_t subwoofer = -1;  ///< -1: not told
+    std::int32_t subwoofer = -1;  ///< -1: not given
     float xoverFreq = 0.0f;       ///< crossover frequency in Hz
 };
 
@@ -54,7 +54,7 @@ public:
     const ChannelAttributes& getAttributes() const noexcept { return attributes; }
     float getMaxFilterGaindB() const noexcept { return attributes.maxFilterGaindB; }
 
-    /** Delay that comes on top of GetDelayMs, told by the coefficient sets; 0 when none of them tells. */
+    /** Delay in addition to GetDelayMs, from the coefficient sets; 0 when none of them gives one. */
     float getExtraDelayMs() const noexcept { return extraDelayMs; }
 
     const CoefficientSets& getCoefficientSets() const noexcept { return coefficientSets; }
@@ -62,7 +62,7 @@ public:
     /** The set at exactly this key; null when there is none. */
     const topology::FIIRData* findCoefficientSet (CoefficientSetKey key) const;
 
-    /** Adds a set, in place of the one that the key had. */
+    /** Adds a set, or replaces the one at this key. */
     void setCoefficientSet (CoefficientSetKey key, topology::FIIRData data);
 
     /** Reads the parameter string of a coefficient set: its key "Delay" is the extra delay in samples at sampleRate.

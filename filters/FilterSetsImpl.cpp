@@ -30,33 +30,6 @@ bool hasResponse (std::uint32_t sampleRate, const topology::FIIRData& set)
     return sampleRate != 0 && sampleRate <= kMaxSampleRate && set.sections.size() <= kMaxSections;
 }
 
-/** One second of a set's impulse response; empty when it does not stay finite. */
-Eigen::VectorXf impulseResponse (std::uint32_t sampleRate, const topology::FIIRData& set)
-{
-    FIIREngine engine;
-    engine.setTaps (set.taps);
-
-    for (const auto& section : set.sections)
-        engine.addSection (section);
-
-    Eigen::VectorXf signal = Eigen::VectorXf::Unit (sampleRate, 0);
-    engine.process (signal);
-    return signal.allFinite() ? signal : Eigen::VectorXf();
-}
-
-/** The same; empty also when there is no memory for it. */
-Eigen::VectorXf impulseResponseIfPossible (std::uint32_t sampleRate, const topology::FIIRData& set) noexcept
-{
-    try
-    {
-        return impulseResponse (sampleRate, set);
-    }
-    catch (const std::bad_alloc&)
-    {
-        return {};
-    }
-}
-
 }
 
 FilterSetsImpl::FilterSetsImpl (std::string name) : projectName (std::move (name)) {}
@@ -189,21 +162,26 @@ bool FilterSetsImpl::forEachFilter (const std::function<bool (unsigned, const Fi
     return true;
 }
 
-void FilterSetsImpl::forEachCoefficientSet (const ResponseFunction& function, bool minPhase) const
+Eigen::VectorXf CoefficientSet::makeResponse() const
+{
+    FIIREngine engine;
+    engine.setTaps (data->taps);
+
+    for (const auto& section : data->sections)
+        engine.addSection (section);
+
+    Eigen::VectorXf signal = Eigen::VectorXf::Unit (sampleRate, 0);
+    engine.process (signal);
+    return signal.allFinite() ? signal : Eigen::VectorXf();
+}
+
+void FilterSetsImpl::forEachCoefficientSet (const std::function<void (const CoefficientSet&)>& function,
+                                            bool minPhase) const
 {
     for (const auto& filter : filters)
-    {
-        for (const auto& [key, set] : filter->getCoefficientSets())
-        {
-            if (key.minPhase != minPhase || ! hasResponse (key.sampleRate, set))
-                continue;
-
-            const auto response = impulseResponseIfPossible (key.sampleRate, set);
-
-            if (response.size() > 0)
-                function (filter->GetChannel(), key.sampleRate, response);
-        }
-    }
+        for (const auto& [key, data] : filter->getCoefficientSets())
+            if (key.minPhase == minPhase && hasResponse (key.sampleRate, data))
+                function ({ filter->GetChannel(), key.sampleRate, &data });
 }
 
 //======================================================================================================================
@@ -227,10 +205,8 @@ const Eigen::VectorXf& FilterSetsImpl::getFIR (std::uint32_t sampleRate, std::ui
 FilterSetsImpl::RateCache& FilterSetsImpl::cacheFor (std::uint32_t sampleRate)
 {
     if (firCache.empty())
-        for (const auto& filter : filters)
-            for (const auto& [key, set] : filter->getCoefficientSets())
-                if (! key.minPhase && hasResponse (key.sampleRate, set))
-                    firCache[key.sampleRate].sourceRate = key.sampleRate;
+        forEachCoefficientSet ([this] (const auto& set) { firCache[set.sampleRate].sourceRate = set.sampleRate; },
+                               false);
 
     const auto next = firCache.lower_bound (sampleRate);
 
@@ -244,25 +220,22 @@ FilterSetsImpl::RateCache& FilterSetsImpl::cacheFor (std::uint32_t sampleRate)
 Eigen::VectorXf FilterSetsImpl::makeResponse (std::uint32_t channelNumber, std::uint32_t sourceRate,
                                               std::uint32_t sampleRate) const
 {
-    for (auto filter = filters.rbegin(); filter != filters.rend(); ++filter)
-    {
-        const auto* const set =
-            (*filter)->GetChannel() == channelNumber ? (*filter)->findCoefficientSet ({ sourceRate, false }) : nullptr;
+    CoefficientSet last;
+    forEachCoefficientSet (
+        [&] (const auto& set) {
+            if (set.channelNumber == channelNumber && set.sampleRate == sourceRate)
+                last = set;
+        },
+        false);
 
-        if (set == nullptr || ! hasResponse (sourceRate, *set))
-            continue;
+    auto response = last.data == nullptr ? Eigen::VectorXf() : last.makeResponse();
 
-        auto response = impulseResponse (sourceRate, *set);
+    if (sourceRate == sampleRate || response.size() == 0)
+        return response;
 
-        if (sourceRate == sampleRate)
-            return response;
-
-        const double ratio = static_cast<double> (sampleRate) / sourceRate;
-        const auto scale = static_cast<float> (static_cast<double> (sourceRate) / sampleRate);
-        return scale * dsp::resampleFloat (response, ratio, kResamplerAttenuationdB);
-    }
-
-    return {};
+    const double ratio = static_cast<double> (sampleRate) / sourceRate;
+    const auto scale = static_cast<float> (static_cast<double> (sourceRate) / sampleRate);
+    return scale * dsp::resampleFloat (response, ratio, kResamplerAttenuationdB);
 }
 
 }

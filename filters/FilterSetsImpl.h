@@ -22,6 +22,18 @@ inline constexpr std::uint32_t kMaxSampleRate = 1536000;
 /** Most sections of a set that has an impulse response: devices have some dozens. */
 inline constexpr unsigned kMaxSections = 1024;
 
+/** A coefficient set on the walk through a filter set. */
+struct CoefficientSet
+{
+    std::uint32_t channelNumber = 0;
+    std::uint32_t sampleRate = 0;             ///< in Hz
+    const topology::FIIRData* data = nullptr; ///< borrowed from the filter
+
+    /** Its impulse response, one second long; empty when it does not stay finite.
+        @throws  std::bad_alloc */
+    Eigen::VectorXf makeResponse() const;
+};
+
 /** The filters of one project, one a channel.
 
     A set is empty when it is made, and is filled once: by the parser, whose callback it is, or channel by channel
@@ -57,7 +69,7 @@ public:
     bool onChannel (unsigned index, const char* name, int number, float gaindB, float delayMs, float maxFilterGaindB,
                     int subwoofer, float xoverFreq) override;
 
-    /** Keeps the set in place of an earlier one at this rate. Minimum-phase sets are accepted and dropped.
+    /** Keeps the set, which replaces an earlier one at this rate. Minimum-phase sets are accepted and dropped.
         @returns  false for a coefficient or a delay that is not finite: it would reach the loudspeakers as noise at
                   full scale
     */
@@ -90,18 +102,13 @@ public:
     */
     bool forEachFilter (const std::function<bool (unsigned index, const FilterImpl& filter)>& function) const;
 
-    using ResponseFunction =
-        std::function<void (std::uint32_t channelNumber, std::uint32_t sampleRate, const Eigen::VectorXf& response)>;
-
-    /** Calls the function with the impulse response, one second long, of each coefficient set: filter by filter, and
-        within a filter by ascending rate.
-
-        Left out are sets whose rate is 0 or above kMaxSampleRate, that have more than kMaxSections sections, whose
-        response does not stay finite, or for whose response there is no memory.
+    /** Calls the function for each coefficient set with an impulse response: filter by filter, and within a filter by
+        ascending rate. Left out are sets whose rate is 0 or above kMaxSampleRate, and those with more than
+        kMaxSections sections.
 
         @param minPhase  whether to walk the minimum-phase sets or the others
     */
-    void forEachCoefficientSet (const ResponseFunction& function, bool minPhase) const;
+    void forEachCoefficientSet (const std::function<void (const CoefficientSet&)>& function, bool minPhase) const;
 
     /** The impulse response of a filter at a sample rate, scaled so that its spectrum does not depend on the rate.
 
@@ -113,7 +120,7 @@ public:
         Filters with the same channel number share the response of the last of them that has a set.
 
         @param index  place of the filter in the set
-        @returns      empty when there is no response; stays good as long as the set does
+        @returns      empty when there is no response; valid as long as the set exists
         @throws       std::bad_alloc, which is not remembered: another call may find the memory
     */
     const Eigen::VectorXf& getFIR (std::uint32_t sampleRate, std::uint32_t index);
