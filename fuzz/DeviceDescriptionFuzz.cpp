@@ -20,7 +20,7 @@ extern "C" int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t siz
     const bool isDevice = upnp::readDescription (veltra::xmlText (body), location, address, friendlyName);
 
     require (! isDevice || address.startsWith ("TCP:"), "a device has an address");
-    require (isDevice || address.isEmpty(), "what is no device has none");
+    require (isDevice || address.isEmpty(), "without a device there is no address");
     require (friendlyName.getNumBytesAsUTF8() <= upnp::maximumTextSize, "a name is bounded");
     require (juce::CharPointer_UTF8::isValidString (friendlyName.toRawUTF8(),
                                                     static_cast<int> (friendlyName.getNumBytesAsUTF8())),

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 
 /** @file
-    A target without libFuzzer: runs each file that stands in the given folders once. A file that was a finding stays
+    A target without libFuzzer: runs each file of the given folders once. A file that was a finding stays
     in the corpus, so the normal tests meet it again with every compiler and sanitizer.
 */
 

@@ -20,17 +20,17 @@ extern "C" int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t siz
 
     const auto settings = openSettings (file);
 
-    for (const auto* key : { "Device", "ST", "BlobPath", "NoEqCompensateLimits", "MaxFilterAttenuation" })
-        settings->getValue (key).toStdString();
+    for (const auto& setting : veltra::keys::kAll)
+        settings->getValue (setting.key).toStdString();
 
-    const auto& keys = settings->getAllProperties().getAllKeys();
-
-    for (const auto& key : keys)
+    for (const auto& setting : { kSearchTime_ms, kChunkTimeout_ms, kChunkAttempts })
     {
-        const int number = readInt (*settings, key, 7, 0, kLongestSearch_ms);
-        require (number >= 0 && number <= kLongestSearch_ms, "a number is within its bounds");
-        readBool (*settings, key, true);
+        const int number = readInt (*settings, setting);
+        require (number >= 0 && number <= setting.highest, "a number is within its bounds");
     }
+
+    for (const auto& key : settings->getAllProperties().getAllKeys())
+        readBool (*settings, key, true);
 
     juce::MemoryBlock left;
     require (size == 0 || (file.loadFileAsData (left) && left.matches (data, size)), "the file is never written");

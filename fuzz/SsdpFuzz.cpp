@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 
 /** @file
-    The answers to a search. The byte 0xFF in the input stands between two datagrams.
+    The answers to a search. The byte 0xFF in the input separates two datagrams.
 */
 
 #include <utility>

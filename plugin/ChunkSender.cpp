@@ -27,7 +27,7 @@ std::string place (const veltraio::FilterDataChunk& message)
 }
 
 ChunkSender::ChunkSender (const DownloadTarget& downloadTarget, std::uint32_t slotToFill, std::uint64_t totalBytes,
-                          Progress& progressToUse)
+                          ProgressReport& progressToUse)
     : target (downloadTarget),
       slot (slotToFill),
       total (totalBytes),
@@ -71,7 +71,7 @@ std::uint32_t ChunkSender::sendChunk (const veltraio::FilterDataChunk& message)
 {
     for (int attempts = 1;; ++attempts)
     {
-        const auto timeout_ms = readInt (target.settings, "FilterDataChunkTimeout", 3000, 0, kLongestChunkTimeout_ms);
+        const auto timeout_ms = readInt (target.settings, kChunkTimeout_ms);
         const auto reply = sendCommand (target.dispatcher, message, static_cast<std::uint32_t> (timeout_ms));
 
         if (reply.sent > 0)
@@ -100,7 +100,7 @@ void ChunkSender::noteRefusal (const std::string& refusal, const veltraio::Filte
 
 void ChunkSender::waitForNextAttempt (int attempts)
 {
-    if (attempts < readInt (target.settings, "FilterDataChunkRetries", 5, 0, kMostChunkRetries))
+    if (attempts < readInt (target.settings, kChunkAttempts))
     {
         juce::Thread::sleep (kPause_ms);
         return;

@@ -6,7 +6,7 @@
 #include <juce_core/juce_core.h>
 
 #include "plugin/FilterDownload.h"
-#include "plugin/Progress.h"
+#include "plugin/ProgressReport.h"
 #include "protocol/veltraio.pb.h"
 
 namespace veltra::plugin {
@@ -22,7 +22,7 @@ class ChunkSender
 public:
     /** @param totalBytes  of all blocks, at least 1 */
     ChunkSender (const DownloadTarget& downloadTarget, std::uint32_t slotToFill, std::uint64_t totalBytes,
-                 Progress& progressToUse);
+                 ProgressReport& progressToUse);
 
     /** Sends all of one block; it goes out whole, also when the host asks to cancel meanwhile.
         @returns  false when the host asked to cancel
@@ -39,7 +39,7 @@ private:
     const DownloadTarget& target;
     const std::uint32_t slot;
     const std::uint64_t total;
-    Progress& progress;
+    ProgressReport& progress;
     std::uint64_t chunkSize;
     std::uint64_t sent = 0; ///< bytes of all blocks that the device has acknowledged
 };

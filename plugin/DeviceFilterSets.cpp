@@ -12,7 +12,7 @@
 #include "common/Log.h"
 #include "filters/FilterDescriptionParser.h"
 #include "plugin/FilterDownload.h"
-#include "plugin/Progress.h"
+#include "plugin/ProgressReport.h"
 
 namespace veltra::plugin {
 
@@ -27,7 +27,7 @@ constexpr std::uint32_t kSlotNumbers = 8;
 
 constexpr std::uint32_t kRemoveTimeout_ms = 2000;
 
-std::set<std::uint32_t> channelsOf (const FilterSetsImpl& set)
+std::set<std::uint32_t> channelNumbers (const FilterSetsImpl& set)
 {
     std::set<std::uint32_t> channels;
     set.forEachFilter ([&] (unsigned, const FilterImpl& filter) {
@@ -35,6 +35,18 @@ std::set<std::uint32_t> channelsOf (const FilterSetsImpl& set)
         return true;
     });
     return channels;
+}
+
+/** Why a set was not loaded; null for a bad description, of which the log has the reason. */
+const char* reasonOf (EResult result) noexcept
+{
+    switch (result)
+    {
+        case kResultFailed: return "no such slot";
+        case kResultBadArgument: return "no filter description";
+        case kResultChannelConflict: return "the slot holds a filter for one of the channels";
+        default: return nullptr;
+    }
 }
 
 bool shareAChannel (const FilterSetsImpl& set, const std::set<std::uint32_t>& channels)
@@ -78,7 +90,7 @@ EResult DeviceImpl::loadFilterSet (std::uint32_t slot, const char* text)
 
     if (const auto present = filterSets.find (slot); present != filterSets.end())
     {
-        const auto channels = channelsOf (*set);
+        const auto channels = channelNumbers (*set);
 
         for (const auto& other : present->second)
             if (shareAChannel (*other, channels))
@@ -129,11 +141,16 @@ bool DeviceImpl::RemoveFilterSet2 (FilterSet* set, std::uint64_t) { return Remov
 EResult DeviceImpl::DownloadFilterSet (std::uint32_t slot, const char* text, std::uint64_t, ProgressCallback* callback)
 {
     return guarded (kResultFailed, &lastError, [=, this] {
-        Progress progress (callback);
+        ProgressReport progress (callback);
         progress.say ("#Preprocessing filters...");
 
         if (const auto result = loadFilterSet (slot, text); result != kResultOk)
+        {
+            if (const auto* const reason = reasonOf (result); reason != nullptr)
+                VELTRA_LOG (ERROR, kNotStarted << reason << ", slot " << slot);
+
             return result;
+        }
 
         // Not always the one just parsed: when the slot held sets for other channels, the oldest goes to the device.
         auto& workingSet = *filterSets[slot].front();

@@ -27,7 +27,7 @@ struct Descriptions
     veltraio::StimulusInfo stimulusInfo;
 };
 
-/** One audio device of one receiver. The boundary's headers tell what the operations do; their code stands in
+/** One audio device of one receiver. The boundary's headers describe the operations; they are implemented in
     DeviceInformation.cpp, DeviceMeasurement.cpp and DeviceFilterSets.cpp.
 
     The descriptions never change: a device that changes its slots or channels during a session is not noticed.
@@ -37,7 +37,7 @@ class DeviceImpl final : public veltratune_io::Device2
 public:
     /** @param dispatcherToUse  borrowed; must outlive the device
         @param settingsToUse    borrowed likewise
-        @param index            place among the unit's devices, which has it
+        @param index            of the device in the unit, below the number of its devices
         @param friendlyName     name for people that the search found; may be empty
         @throws                 std::bad_alloc */
     DeviceImpl (veltraio::Dispatcher& dispatcherToUse, Descriptions descriptionsToKeep,
@@ -113,7 +113,7 @@ private:
     bool offersSampleRate (std::uint32_t rate) const noexcept;
     void listOccupiedSlots();
 
-    /** The result of a command whose failures leave words. */
+    /** The result of a command that sets lastError when it fails. */
     veltratune_io::EResult resultOf (const CommandResult& command);
 
     veltratune_io::EResult loadFilterSet (std::uint32_t slot, const char* text);
@@ -133,7 +133,7 @@ private:
     std::uint32_t sampleRate = 0;                   // of the last EnterMeasurementMode, in Hz
     std::string lastError;
 
-    AudioCapture capture; // last: no packet comes any more when the rest goes
+    AudioCapture capture; // last: its packets end before the rest is destroyed
 };
 
 }

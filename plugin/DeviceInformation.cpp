@@ -11,7 +11,7 @@
 #include <charconv>
 
 #include "common/Contain.h"
-#include "plugin/Text.h"
+#include "common/Text.h"
 
 namespace veltra::plugin {
 
@@ -44,7 +44,7 @@ bool isSubwoofer (const veltraio::Unit::Device::ChannelInfo& channel)
     return channel.type() == veltraio::Unit::Device::ChannelInfo::Type_kSubWoofer;
 }
 
-/** The low two hexadecimal digits of a channel's number: hosts know no more of it. */
+/** The low two hexadecimal digits of a channel's number, which is all that hosts read. */
 std::string channelMark (std::uint32_t channelIndex)
 {
     constexpr char digits[] = "0123456789abcdef";
@@ -128,8 +128,9 @@ EResult DeviceImpl::GetChannelName (std::uint32_t index, char* buffer, std::uint
             return kResultBadIndex;
 
         const auto& channel = deviceInfo.outputchannels (static_cast<int> (index));
-        copyBounded (channel.name() + (isSubwoofer (channel) ? "#SUB" : "") + "#IDX"
-                         + channelMark (channel.channelindex()) + (channel.noeq() ? "#NOEQ" : ""),
+        const auto channelName = channel.name().substr (0, channel.name().find ('\0')); // the marks come behind it
+        copyBounded (channelName + (isSubwoofer (channel) ? "#SUB" : "") + "#IDX" + channelMark (channel.channelindex())
+                         + (channel.noeq() ? "#NOEQ" : ""),
                      buffer, size);
         return kResultOk;
     });

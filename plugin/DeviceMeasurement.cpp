@@ -11,8 +11,8 @@
 
 #include "common/Contain.h"
 #include "common/Log.h"
+#include "common/Text.h"
 #include "plugin/ProductProfile.h"
-#include "plugin/Text.h"
 
 namespace veltra::plugin {
 
@@ -211,7 +211,7 @@ constexpr auto kVolumeScale = static_cast<float> (kProfile.volumeScale_percent);
 bool DeviceImpl::SetVolume (float value)
 {
     return guarded (false, [=, this] {
-        if (! std::isfinite (value)) // nothing that an amplifier should be told
+        if (! std::isfinite (value)) // must not reach an amplifier
             return false;
 
         veltraio::Volume message;
@@ -246,7 +246,7 @@ bool DeviceImpl::SetChannelAttenuation (std::uint32_t channel, float attenuation
         veltraio::ChannelAttenuation message;
         message.set_deviceindex (deviceIndex);
         message.set_channel (channel);
-        message.set_attenuation (fraction > 0.0f ? std::min (fraction, 1.0f) : 0.0f); // 0 also for what is no number
+        message.set_attenuation (fraction > 0.0f ? std::min (fraction, 1.0f) : 0.0f); // 0 also for NaN
         return sendCommand (dispatcher, message, kShortTimeout_ms).isAcknowledged();
     });
 }

@@ -7,12 +7,12 @@ namespace veltra::plugin {
 
 /** The module's own file (of the program, where the code is linked into one), as an absolute path.
 
-    Found out at the first call, which the module makes while it is loaded: a module that was loaded by a relative
-    path could not be found any more once the host has changed its folder.
+    Determined at the first call, which the module makes while it is loaded: after the host has changed its folder, the
+    relative path that a module was loaded by no longer leads to it.
 */
 const juce::File& moduleFile();
 
-/** Where the module's settings stand: beside its file, under its name with the extension "settings". */
+/** The module's settings file: beside the module, with its name and the extension "settings". */
 juce::File settingsFile();
 
 /** True for a file that is there and is neither a folder nor a pipe or device, which could block who opens it. */

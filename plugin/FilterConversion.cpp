@@ -3,9 +3,11 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 
+#include "common/Log.h"
+#include "common/Text.h"
 #include "filters/FIIRSourceImpl.h"
-#include "plugin/Text.h"
 #include "topology/Topology.h"
 
 namespace veltra::plugin {
@@ -15,13 +17,14 @@ using TopologyEntry = veltraio::TopologyInfo::TopologyEntry;
 
 namespace {
 
-/** Bounds that no device comes near; a hostile description could otherwise fill the host's memory. */
+/** Far above what devices have; without them a hostile description could fill the host's memory. */
 constexpr std::size_t kMaxRates = 64;
 constexpr std::size_t kMaxChannels = 4096;
 
 [[noreturn]] void fail (const DownloadTarget& target, const std::string& words)
 {
     target.lastError += words;
+    VELTRA_LOG (ERROR, kNotStarted << logText (words));
     throw kResultFailed;
 }
 
@@ -81,6 +84,30 @@ std::vector<std::uint32_t> channelsToServe (const DownloadTarget& target, const 
     return channels;
 }
 
+/** Filters go to channels by their place. Where a name shows that another channel may have been meant, the log says so. */
+void warnOfNames (const DownloadTarget& target, const filters::FilterSetsImpl& set,
+                  const std::vector<std::uint32_t>& served)
+{
+    const auto nameOf = [&] (std::uint32_t channel) {
+        for (const auto& info : target.deviceInfo.outputchannels())
+            if (info.channelindex() == channel)
+                return std::string_view (info.name());
+
+        return std::string_view();
+    };
+
+    for (std::uint32_t place = 0; place < std::min<std::size_t> (served.size(), set.getFilterCount()); ++place)
+    {
+        const auto filterName = set.getChannelName (place);
+        const auto hasName = [&] (std::uint32_t channel) { return equalsIgnoringCase (nameOf (channel), filterName); };
+
+        if (! filterName.empty() && ! hasName (served[place]) && std::any_of (served.begin(), served.end(), hasName))
+            VELTRA_LOG (WARN, "Filter '" << logText (filterName) << "' goes to channel " << served[place] << " '"
+                                         << logText (nameOf (served[place]))
+                                         << "': filters go by their place in the description, not by name");
+    }
+}
+
 RateBlock convertRate (const DownloadTarget& target, filters::FilterSetsImpl& set, const TopologyEntry& entry)
 {
     RateBlock block;
@@ -90,14 +117,13 @@ RateBlock convertRate (const DownloadTarget& target, filters::FilterSetsImpl& se
     if (block.channels.empty())
         fail (target, "No supported filters");
 
-    const auto name = toValidUtf8 (entry.name());
-    const auto topology = topology::createTopology (juce::String::fromUTF8 (name.c_str()), {});
+    const auto name = juceText (entry.name());
+    const auto topology = topology::createTopology (name, {});
 
     if (topology == nullptr)
-        fail (target, "Topology " + name + " not supported");
+        fail (target, "Topology " + toValidUtf8 (entry.name()) + " not supported");
 
-    const auto information = toValidUtf8 (entry.information());
-    const auto parameters = topology::parseParameters (juce::String::fromUTF8 (information.c_str()));
+    const auto parameters = topology::parseParameters (juceText (entry.information()));
     block.latency_ms = topology->getLatencyMs (parameters, block.sampleRate);
 
     filters::FIIRSourceImpl source (set, block.channels, block.sampleRate);
@@ -115,6 +141,7 @@ RateBlock convertRate (const DownloadTarget& target, filters::FilterSetsImpl& se
 std::vector<RateBlock> convertFilterSet (const DownloadTarget& target, filters::FilterSetsImpl& set)
 {
     std::vector<RateBlock> blocks;
+    std::set<std::vector<std::uint32_t>> checked; // rates mostly serve the same channels: one warning for all
     std::uint64_t total = 0;
 
     for (const auto rate : distinctRates (target.deviceInfo))
@@ -129,6 +156,9 @@ std::vector<RateBlock> convertFilterSet (const DownloadTarget& target, filters::
 
         blocks.push_back (convertRate (target, set, *entry));
         total += blocks.back().blob.getSize();
+
+        if (checked.insert (blocks.back().channels).second)
+            warnOfNames (target, set, blocks.back().channels);
 
         if (total > kMaxDownloadBytes)
             fail (target, "Filter data too large");

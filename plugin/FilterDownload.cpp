@@ -9,7 +9,7 @@
 #include "common/Text.h"
 #include "plugin/ChunkSender.h"
 #include "plugin/ProductProfile.h"
-#include "plugin/Text.h"
+#include "plugin/Settings.h"
 
 namespace veltra::plugin {
 
@@ -36,10 +36,22 @@ std::string slotName (const char* projectName)
     return std::string (cut);
 }
 
+/** Why a command was not acknowledged, for the log. */
+std::string failureOf (const CommandResult& reply)
+{
+    if (reply.isRefused())
+        return logText (reply.refusal);
+
+    if (reply.sent == 0)
+        return "Timeout";
+
+    return reply.sent < 0 ? "Not sent" : "Too long by " + std::to_string (reply.sent) + " bytes";
+}
+
 }
 
 FilterDownload::FilterDownload (const DownloadTarget& downloadTarget, filters::FilterSetsImpl& setToSend,
-                                std::uint32_t slotToFill, Progress& progressToUse)
+                                std::uint32_t slotToFill, ProgressReport& progressToUse)
     : target (downloadTarget),
       set (setToSend),
       slot (slotToFill),
@@ -51,7 +63,9 @@ EResult FilterDownload::run()
 {
     try
     {
-        const auto blocks = convertFilterSet (target, set);
+        logIfLimited (target.settings, kChunkTimeout_ms);
+        logIfLimited (target.settings, kChunkAttempts);
+        const auto blocks = convert();
 
         for (const auto& block : blocks)
             total += block.blob.getSize();
@@ -66,6 +80,19 @@ EResult FilterDownload::run()
     catch (EResult failure)
     {
         return failure;
+    }
+}
+
+std::vector<RateBlock> FilterDownload::convert()
+{
+    try
+    {
+        return convertFilterSet (target, set);
+    }
+    catch (const std::exception& failure) // its own failures have been logged
+    {
+        VELTRA_LOG (ERROR, kNotStarted << failure.what());
+        throw;
     }
 }
 
@@ -95,17 +122,19 @@ void FilterDownload::announce()
         target.lastError = "Timeout sending LoadFilter";
         VELTRA_LOG (ERROR, "Timeout sending LoadFilter to endpoint device");
     }
+    else
+        VELTRA_LOG (ERROR, "Error sending LoadFilter to endpoint device. " << failureOf (reply));
 
     throw kResultFailed;
 }
 
-/** The setting has two numbers, of which the second limits how far channels with a filter are raised; the rest of
-    the greatest filter gain is taken from the channels without one. */
+/** The second number of the setting limits how far channels with a filter are raised; the rest of the greatest filter
+    gain is subtracted from the channels without one. */
 FilterDownload::Compensation FilterDownload::readCompensation() const
 {
     Compensation compensation;
-    compensation.isOn = target.settings.containsKey ("NoEqCompensateLimits");
-    const auto limits = juce::StringArray::fromTokens (target.settings.getValue ("NoEqCompensateLimits"), ";", "");
+    compensation.isOn = target.settings.containsKey (keys::kNoEqCompensateLimits);
+    const auto limits = juce::StringArray::fromTokens (target.settings.getValue (keys::kNoEqCompensateLimits), ";", "");
 
     if (limits.size() != 2)
         return compensation;
@@ -116,8 +145,17 @@ FilterDownload::Compensation FilterDownload::readCompensation() const
         return true;
     });
 
-    const auto limit_dB = static_cast<float> (toDouble (limits[1].toStdString()));
-    compensation.eqAdd_dB = std::min (greatestGain_dB, std::isfinite (limit_dB) ? limit_dB : 0.0f);
+    auto limit_dB = static_cast<float> (toDouble (limits[1].toStdString()));
+
+    if (! std::isfinite (limit_dB))
+    {
+        VELTRA_LOG (INFO, "Setting " << keys::kNoEqCompensateLimits << " is '"
+                                     << logText (limits.joinIntoString (";").toStdString())
+                                     << "', of which the second number counts as 0");
+        limit_dB = 0.0f;
+    }
+
+    compensation.eqAdd_dB = std::min (greatestGain_dB, limit_dB);
     compensation.noEqSub_dB = greatestGain_dB - compensation.eqAdd_dB;
     return compensation;
 }
@@ -144,7 +182,7 @@ bool FilterDownload::sendChannel (unsigned index, const filters::FilterImpl& fil
     const float gain_dB = filter.GetGaindB() + (compensation.isOn ? change_dB : 0.0f);
 
     veltraio::FilterChannel message;
-    message.set_channelindex (index); // the place in the set, not the filter's own number
+    message.set_channelindex (index); // the position in the set, not the filter's own number
     message.set_name (filter.GetName());
     message.set_gain_db (gain_dB);
     message.set_delay_ms (filter.GetDelayMs());
@@ -160,8 +198,13 @@ bool FilterDownload::sendChannel (unsigned index, const filters::FilterImpl& fil
                                                    << ", EQ " << (noEq ? "NO" : "YES"));
 
     const auto reply = sendCommand (target.dispatcher, message, kFilterChannelTimeout_ms);
-    target.lastError += reply.isAcknowledged() ? std::string() : reply.refusal;
-    return reply.isAcknowledged();
+
+    if (reply.isAcknowledged())
+        return true;
+
+    target.lastError += reply.refusal;
+    VELTRA_LOG (ERROR, "Error sending FilterChannel idx " << index << ". " << failureOf (reply));
+    return false;
 }
 
 void FilterDownload::sendBlocks (const std::vector<RateBlock>& blocks)
@@ -197,6 +240,7 @@ void FilterDownload::announceBlock (const RateBlock& block)
     if (! reply.isAcknowledged())
     {
         target.lastError += reply.refusal;
+        VELTRA_LOG (ERROR, "Error sending FilterData samplerate " << block.sampleRate << " Hz. " << failureOf (reply));
         throw kResultFailed;
     }
 }

@@ -9,7 +9,7 @@
 
 #include "filters/FilterSetsImpl.h"
 #include "plugin/Exchange.h"
-#include "plugin/Progress.h"
+#include "plugin/ProgressReport.h"
 #include "protocol/Dispatcher.h"
 #include "protocol/veltraio.pb.h"
 #include "veltratune_io/Result.h"
@@ -24,7 +24,7 @@ struct DownloadTarget
     const veltraio::Unit::Device& deviceInfo;
     const veltraio::TopologyInfo& topologyInfo;
     juce::PropertySet& settings;
-    std::string& lastError; ///< words for the host; some stages add to it, some replace it
+    std::string& lastError; ///< for the host; some stages append to it, some replace it
 };
 
 /** What one sample rate contributes to a download. */
@@ -40,8 +40,12 @@ struct RateBlock
     the sizes in the messages have 32 bits. */
 inline constexpr std::uint64_t kMaxDownloadBytes = 256u * 1024u * 1024u;
 
-/** Converts a set for each sample rate of the device that a structure is declared for.
-    @throws  veltratune_io::EResult after adding words to the target's lastError; std::bad_alloc */
+/** How the log's line about a download begins that fails before its first message. */
+inline constexpr const char* kNotStarted = "Download failed before the transfer: ";
+
+/** Converts a set for each sample rate of the device that a structure is declared for. Filters go to channels by their place in the
+    set; the log has a warning where a filter has the name of another of these channels.
+    @throws  veltratune_io::EResult after adding the reason to the target's lastError; std::bad_alloc */
 std::vector<RateBlock> convertFilterSet (const DownloadTarget& target, filters::FilterSetsImpl& set);
 
 /** Converts a filter set and moves it into a slot of a device: what is coming, the channels, then the data of each
@@ -51,7 +55,7 @@ class FilterDownload
 {
 public:
     FilterDownload (const DownloadTarget& downloadTarget, filters::FilterSetsImpl& setToSend, std::uint32_t slotToFill,
-                    Progress& progressToUse);
+                    ProgressReport& progressToUse);
 
     /** @returns  kResultOk, also when the host cancelled, or kResultFailed
         @throws   std::bad_alloc, and whatever a conversion throws */
@@ -66,6 +70,7 @@ private:
         float noEqSub_dB = 0.0f;
     };
 
+    std::vector<RateBlock> convert();
     void announce();
     Compensation readCompensation() const;
     void sendChannels();
@@ -77,7 +82,7 @@ private:
     const DownloadTarget target;
     filters::FilterSetsImpl& set;
     const std::uint32_t slot;
-    Progress& progress;
+    ProgressReport& progress;
     std::uint64_t total = 0; ///< bytes of all blocks
 };
 

@@ -4,12 +4,15 @@
     What makes the library a loadable module: the three exported functions, and what happens at load and unload.
 */
 
+#include <algorithm>
 #include <cstring>
+#include <memory>
+#include <vector>
 
 #include "common/Contain.h"
 #include "plugin/Files.h"
 #include "plugin/Logging.h"
-#include "plugin/PluginList.h"
+#include "plugin/PluginImpl.h"
 
 #if defined(_WIN32)
 #include <windows.h>
@@ -31,6 +34,47 @@ void onLoad() noexcept
 #if ! defined(_WIN32) // where the module's handle arrives with DllMain, after the static objects are made
 [[maybe_unused]] const bool loaded = (onLoad(), true);
 #endif
+
+/** The plug-in objects that the module has handed out. The host borrows them. */
+class PluginList
+{
+public:
+    PluginList() = default;
+    ~PluginList()
+    {
+        while (! plugins.empty())
+            plugins.erase (plugins.begin());
+    }
+
+    PluginList (const PluginList&) = delete;
+    PluginList& operator= (const PluginList&) = delete;
+
+    veltratune_io::Plugin* create (std::uint32_t version)
+    {
+        if (version != veltratune_io::kPluginInterfaceVersion)
+            return nullptr;
+
+        auto plugin = std::make_unique<PluginImpl> (settingsFile());
+
+        if (plugin->GetName() == nullptr)
+            return nullptr;
+
+        return plugins.emplace_back (std::move (plugin)).get();
+    }
+
+    /** A pointer that is not in the list is left alone. */
+    void destroy (const veltratune_io::Plugin* plugin)
+    {
+        const auto found = std::find_if (plugins.begin(), plugins.end(),
+                                         [plugin] (const auto& owned) { return owned.get() == plugin; });
+
+        if (found != plugins.end())
+            plugins.erase (found);
+    }
+
+private:
+    std::vector<std::unique_ptr<veltratune_io::Plugin>> plugins;
+};
 
 /** What is left over when the module is unloaded or the process ends is destroyed here: objects with their
     connections first, so that their last lines still reach the log. */

@@ -4,7 +4,6 @@
 #include "common/Contain.h"
 #include "common/Log.h"
 #include "common/Text.h"
-#include "plugin/ScanCallback.h"
 #include "plugin/Settings.h"
 
 namespace veltra::plugin {
@@ -23,7 +22,7 @@ PluginImpl::~PluginImpl()
 
 const char* PluginImpl::GetName() const { return GetVendor(); }
 const char* PluginImpl::GetVendor() const { return "Veltra Labs Ltd"; }
-const char* PluginImpl::GetVersion() const { return "1.0.0"; }
+const char* PluginImpl::GetVersion() const { return VELTRA_VERSION; }
 const char* PluginImpl::GetDate() const { return "2015-04-14"; }
 
 bool PluginImpl::FindDevices()
@@ -38,23 +37,20 @@ bool PluginImpl::FindDevices()
 
 std::vector<Candidate> PluginImpl::findCandidates()
 {
-    if (const auto address = settings->getValue ("Device"); address.isNotEmpty())
+    if (const auto address = settings->getValue (keys::kDevice); address.isNotEmpty())
     {
         VELTRA_LOG (INFO, "Device is specified as " << address << ", skipping UPnP search");
         return { { address, {} } };
     }
 
-    CandidateList candidates;
+    logIfLimited (*settings, kSearchTime_ms);
+    DeviceSearch search (connectionManager, settings->getValue (keys::kST));
 
-    {
-        const ScanCallback scan (connectionManager, candidates, settings->getValue ("ST"));
+    // Always the full time, however early a device answers: there may be more than one.
+    if (search.isScanning())
+        juce::Thread::sleep (readInt (*settings, kSearchTime_ms));
 
-        // Always the full time, however early a device answers: there may be more than one.
-        if (scan.isScanning())
-            juce::Thread::sleep (readInt (*settings, "UPnPTimeout", 6000, 0, kLongestSearch_ms));
-    }
-
-    return candidates.take();
+    return search.finish();
 }
 
 void PluginImpl::connect (const Candidate& candidate)

@@ -7,13 +7,13 @@
 #include <juce_data_structures/juce_data_structures.h>
 
 #include "discovery/ConnectionManager.h"
-#include "plugin/CandidateList.h"
+#include "plugin/DeviceSearch.h"
 #include "plugin/Session.h"
 #include "veltratune_io/Plugin.h"
 
 namespace veltra::plugin {
 
-/** The one implementation of the plug-in object; the header of the interface tells what its operations do. */
+/** The one implementation of the plug-in object; the interface's header describes its operations. */
 class PluginImpl final : public veltratune_io::Plugin
 {
 public:

@@ -5,9 +5,9 @@
 
 namespace veltra::plugin {
 
-/** What the plug-in is made for. Name, message limit, filter name length and volume scale drive behaviour; the
-    other fields are the host's data that travels with every plug-in of the family, and nothing here acts on
-    them. The order is the family's. */
+/** The product that the plug-in belongs to. Name, message limit, filter name length and volume scale are used; the
+    other fields are data that each plug-in of the family carries and that nothing in this module reads. All plug-ins
+    of the family have them in this order. */
 struct ProductProfile
 {
     const char* toolCode;
@@ -33,7 +33,7 @@ struct ProductProfile
     std::uint32_t maxFilterNameLength;      ///< in characters, not bytes
     const char* modelFilter;
     const char* text2;
-    std::int32_t volumeScale_percent; ///< of the device's full volume that stands for 1 at the interface
+    std::int32_t volumeScale_percent; ///< of the device's full volume, which is 1 at the interface
 };
 
 inline constexpr ProductProfile kProfile {

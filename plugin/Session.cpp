@@ -63,7 +63,7 @@ std::unique_ptr<Session> openSession (std::unique_ptr<veltra::ipc::Connection> c
 {
     auto session = std::make_unique<Session>();
     session->dispatcher = std::make_unique<veltraio::Dispatcher> (std::move (connection), kFrameMarker,
-                                                                  readBool (settings, "Timeout", true));
+                                                                  readBool (settings, keys::kTimeout, true));
     auto& dispatcher = *session->dispatcher;
     agreeOnMessageLimit (dispatcher);
     VELTRA_LOG (DEBUG, "Querying Unit...");

@@ -11,8 +11,8 @@
 
 namespace veltra::plugin {
 
-/** An open session: a device and the way to it. There is no reconnecting; when the connection drops, the device's
-    operations fail. */
+/** An open session: a device and its connection, which is not made again: when it drops, the device's operations
+    fail. */
 struct Session
 {
     Session() = default;
@@ -27,7 +27,7 @@ struct Session
 
     @param friendlyName  name for people that the search found; may be empty
     @param settings      borrowed; must outlive the session
-    @returns             null when a description does not come, which is logged, or when there is no device
+    @returns             null when a description does not arrive, which is logged, or when there is no device
     @throws              std::bad_alloc
 */
 std::unique_ptr<Session> openSession (std::unique_ptr<veltra::ipc::Connection> connection,

@@ -4,7 +4,9 @@
 #include <algorithm>
 #include <string>
 
+#include "common/Log.h"
 #include "common/Numbers.h"
+#include "common/Text.h"
 #include "common/Xml.h"
 #include "plugin/Files.h"
 
@@ -12,15 +14,24 @@ namespace veltra::plugin {
 
 namespace {
 
-constexpr juce::int64 greatestSize_bytes = 1 << 20;
-constexpr int greatestDepth = 64;
+constexpr juce::int64 kMaxSize_bytes = 1 << 20;
+constexpr int kMaxDepth = 64;
 
 /** The text of the settings, empty when there is no file that may be read. */
 std::string readText (const juce::File& file)
 {
     juce::MemoryBlock bytes;
 
-    if (! isOrdinaryFile (file) || file.getSize() > greatestSize_bytes || ! file.loadFileAsData (bytes))
+    if (! isOrdinaryFile (file))
+        return {};
+
+    if (file.getSize() > kMaxSize_bytes)
+    {
+        VELTRA_LOG (INFO, "Settings are ignored: the file has more than " << kMaxSize_bytes << " bytes");
+        return {};
+    }
+
+    if (! file.loadFileAsData (bytes))
         return {};
 
     return xmlText ({ bytes.begin(), bytes.getSize() }).toStdString();
@@ -48,7 +59,10 @@ std::unique_ptr<juce::PropertiesFile> openSettings (const juce::File& file)
     // Without a file: a document that somebody broke, or that changes meanwhile, must not get to JUCE unseen.
     auto settings = std::make_unique<juce::PropertiesFile> (juce::File(), options);
 
-    const XmlDocument document (readText (file), greatestDepth);
+    const XmlDocument document (readText (file), kMaxDepth);
+
+    if (document.error().what != nullptr)
+        VELTRA_LOG (INFO, "Settings are not read completely, XML error: " << document.error().what);
 
     if (const auto* root = document.root(); root != nullptr && nameOf (*root) == "PROPERTIES")
         addValues (*root, settings->getAllProperties());
@@ -70,10 +84,22 @@ bool readBool (const juce::PropertySet& settings, juce::StringRef key, bool fall
     return isNumber ? toInt (text.toStdString()) != 0 : fallback;
 }
 
-int readInt (const juce::PropertySet& settings, juce::StringRef key, int fallback, int lowest, int highest)
+int readInt (const juce::PropertySet& settings, const IntSetting& setting)
 {
-    return settings.containsKey (key) ? std::clamp (toInt (settings.getValue (key).toStdString()), lowest, highest)
-                                      : fallback;
+    if (! settings.containsKey (setting.key))
+        return setting.fallback;
+
+    const int value = toInt (settings.getValue (setting.key).toStdString());
+    return value < 0 ? setting.ifNegative : std::min (value, setting.highest);
+}
+
+void logIfLimited (const juce::PropertySet& settings, const IntSetting& setting)
+{
+    const auto text = settings.getValue (setting.key).toStdString();
+    const int value = readInt (settings, setting);
+
+    if (! text.empty() && toInt (text) != value)
+        VELTRA_LOG (INFO, "Setting " << setting.key << " is '" << logText (text) << "', limited to " << value);
 }
 
 }

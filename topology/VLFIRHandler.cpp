@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "common/Numbers.h"
+#include "common/SettingKeys.h"
 #include "dsp/BandSplitFilters.h"
 #include "dsp/SetSize.h"
 #include "topology/Conversion.h"
@@ -43,9 +44,10 @@ float attenuationFor (IFIRSource& source, const juce::PropertySet& settings)
     for (unsigned i = 0; i < source.getChannelCount(); ++i)
         attenuation = std::max (attenuation, source.getMaxGaindB (i));
 
-    if (settings.containsKey ("MaxFilterAttenuation"))
+    if (settings.containsKey (keys::kMaxFilterAttenuation))
     {
-        const auto limit = static_cast<float> (toDouble (settings.getValue ("MaxFilterAttenuation").toStdString()));
+        const auto limit =
+            static_cast<float> (toDouble (settings.getValue (keys::kMaxFilterAttenuation).toStdString()));
         attenuation = std::min (std::max (attenuation, 0.0f), limit);
     }
 
@@ -100,16 +102,18 @@ void VLFIRHandler<SFilterBlock, SFilter>::createFilterData (juce::Result& result
 
     if (vlfirBlobSize (layoutOf (SFilter::generation), channelCount, allTaps) > 4 * SFilterBlock::words)
     {
-        source.log (error, "VLFIR: " + std::to_string (channelCount) + " channels with " + std::to_string (*taps)
-                               + " taps do not fit the device's buffer of " + std::to_string (SFilterBlock::words)
-                               + " words");
-        outOfMemory();
+        const auto reason = std::to_string (channelCount) + " channels with " + std::to_string (*taps)
+                            + " taps do not fit the device's buffer of " + std::to_string (SFilterBlock::words)
+                            + " words";
+        source.log (error, "VLFIR: " + reason);
+        source.log (error, "VLFIR: Failed to create BLOB");
+        result = juce::Result::fail (reason);
         return;
     }
 
     std::optional<VLFIRDump> dump;
 
-    if (const auto path = settings.getValue ("BlobPath"); path.isNotEmpty())
+    if (const auto path = settings.getValue (keys::kBlobPath); path.isNotEmpty())
     {
         source.log (info, "VLFIR: Dumping files to path '" + path.toStdString() + "'");
         dump.emplace (path, sampleRate);

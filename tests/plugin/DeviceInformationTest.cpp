@@ -60,19 +60,6 @@ protected:
 
 }
 
-TEST_F (DeviceInformation, CapabilitiesFollowTheUnit)
-{
-    const std::pair<std::uint32_t, std::uint32_t> rows[] = { { 0, 16 }, { 1, 16 }, { 2, 20 },
-                                                             { 4, 16 }, { 8, 17 }, { 15, 21 } };
-
-    for (const auto& [capabilities, expected] : rows)
-    {
-        startAfresh();
-        profile.unit.set_capabilities (capabilities);
-        EXPECT_EQ (open().GetCapabilities(), expected) << capabilities;
-    }
-}
-
 TEST_F (DeviceInformation, ConstantsAndCounts)
 {
     auto& opened = open();
@@ -94,6 +81,13 @@ TEST_F (DeviceInformation, ConstantsAndCounts)
     startAfresh();
     profile.unit.clear_serialnumber();
     EXPECT_EQ (serialNumber (open()), "1 " + untouched.substr (0, 16));
+
+    for (const auto& [capabilities, expected] : { std::pair (0u, 16u), { 2, 20 }, { 8, 17 }, { 15, 21 } })
+    {
+        startAfresh();
+        profile.unit.set_capabilities (capabilities);
+        EXPECT_EQ (open().GetCapabilities(), expected) << capabilities;
+    }
 }
 
 TEST_F (DeviceInformation, ChannelNamesCarryTheirRole)
@@ -114,22 +108,23 @@ TEST_F (DeviceInformation, ChannelNamesCarryTheirRole)
     EXPECT_EQ (channelName (opened, 0, 1), "0 ");
     EXPECT_EQ (channelName (opened, 3), "3 " + untouched);
     EXPECT_EQ (opened.GetChannelName (0, nullptr, 9), kResultOk);
-}
 
-/** The wire does not promise that a text is one. */
-TEST_F (DeviceInformation, BytesThatAreNoTextComeOutAsOne)
-{
+    // The wire does not promise that a text is one.
+    startAfresh();
+    profile = smallProfile();
     deviceInfo().mutable_outputchannels (0)->set_name ("a\xF0\x9F");
+    deviceInfo().mutable_outputchannels (1)->set_name (std::string ("S\0W", 3));
     profile.unit.set_manufacturer ("Mor\xFF");
     deviceInfo().mutable_filterslots (1)->set_name ("\xC3");
     testing::internal::CaptureStderr();
-    auto& opened = open();
+    auto& strange = open();
     EXPECT_EQ (testing::internal::GetCapturedStderr(), "") << "with the descriptions in the log";
-    EXPECT_EQ (channelName (opened, 0), "0 a??#IDX00");
-    EXPECT_STREQ (opened.GetName(), "Mor?|Stereo 2|Main");
+    EXPECT_EQ (channelName (strange, 0), "0 a??#IDX00");
+    EXPECT_EQ (channelName (strange, 1), "0 S#SUB#IDX01#NOEQ") << "a NUL ends the name and not the marks";
+    EXPECT_STREQ (strange.GetName(), "Mor?|Stereo 2|Main");
 
     FilterSet* set = nullptr;
-    ASSERT_TRUE (opened.GetFilterSet (1, 0, &set));
+    ASSERT_TRUE (strange.GetFilterSet (1, 0, &set));
     EXPECT_STREQ (set->GetName(), "?");
 }
 
@@ -148,19 +143,19 @@ TEST_F (DeviceInformation, SampleRatesAndParametersAreThoseOfTheFiirStructure)
     EXPECT_EQ (parameters (opened, "FIR", 44100), "9 " + untouched);
     EXPECT_EQ (parameters (opened, "fiir", 48000), "9 " + untouched);
     EXPECT_EQ (parameters (opened, "FIIR", 44100), "11 " + untouched);
-}
 
-TEST_F (DeviceInformation, ADeviceWithoutFiirStructureHasDefaults)
-{
+    // A device without a FIIR structure has defaults.
+    startAfresh();
+    profile = smallProfile();
     profile.topologyInfo.mutable_topologies (1)->set_name ("FIIRx");
-    auto& opened = open();
-    EXPECT_EQ (sampleRates (opened), (std::vector<std::uint32_t> { 44100, 48000, 96000 }));
-    EXPECT_EQ (parameters (opened, "FIIR", 44100), "0 NbrOfFIRTaps=918;NbrOfIIRSections=30");
+    auto& other = open();
+    EXPECT_EQ (sampleRates (other), (std::vector<std::uint32_t> { 44100, 48000, 96000 }));
+    EXPECT_EQ (parameters (other, "FIIR", 44100), "0 NbrOfFIRTaps=918;NbrOfIIRSections=30");
 
     const std::string text = "NbrOfFIRTaps=1000;NbrOfIIRSections=30";
 
     for (const auto size : { 64u, 38u, 37u, 36u, 1u, 0u })
-        EXPECT_EQ (parameters (opened, "FIIR", 48000, size),
+        EXPECT_EQ (parameters (other, "FIIR", 48000, size),
                    (size > text.size() ? "0 " : "10 ") + text.substr (0, size > 0 ? size - 1 : 0))
             << size;
 }

@@ -7,6 +7,7 @@
 
 #include "tests/support/DeviceFixture.h"
 
+#include "common/SettingKeys.h"
 #include "plugin/ChunkSender.h"
 
 namespace veltra::test {
@@ -54,6 +55,7 @@ protected:
     std::size_t chunks() const { return receiver->messageCount ("FilterDataChunk"); }
 };
 
+const std::string kNotStarted = "ERROR Download failed before the transfer: ";
 const std::string kFatalTimeout =
     "FATAL Fatal error sending FilterDataChunk message 'Filter data send failed, timeout'";
 
@@ -68,6 +70,10 @@ TEST_F (DownloadFailure, TextAndSlotThatCannotBeLoaded)
         << "occupied since before the session";
     EXPECT_EQ (download (opened, description().text(), 8), kResultFailed);
     EXPECT_EQ (opened.DownloadFilterSet (2, nullptr, 0, &progress), kResultBadArgument);
+    EXPECT_EQ (failuresLogged(),
+               (Lines { "ERROR Error in filter description, line 1: XML syntax: expected <",
+                        kNotStarted + "the slot holds a filter for one of the channels, slot 1",
+                        kNotStarted + "no such slot, slot 8", kNotStarted + "no filter description, slot 2" }));
     EXPECT_EQ (takeLastError (opened), "earlier; ");
     EXPECT_EQ (receiver->messages().size(), before);
     EXPECT_EQ (setsIn (opened, 1), 1u) << "what the slot held stays";
@@ -119,7 +125,7 @@ TEST_F (DownloadFailure, DescriptionsThatCannotBeServed)
         startAfresh();
         profile = smallProfile();
         row.change (*profile.unit.mutable_devices (0), profile.topologyInfo);
-        expectFailure (openWithWords(), std::string ("earlier; ") + row.words);
+        expectFailure (openWithWords(), std::string ("earlier; ") + row.words, { kNotStarted + row.words });
         EXPECT_EQ (receiver->messageCount ("LoadFilter"), 0u);
     }
 }
@@ -136,8 +142,12 @@ TEST_F (DownloadFailure, RefusedStages)
 
     const Row rows[] = {
         { "LoadFilter", "slot\nis locked", { "ERROR Error sending LoadFilter to endpoint device. slot\\nis locked" } },
-        { "FilterChannel", "earlier; slot\nis locked", {} },
-        { "FilterData", "earlier; slot\nis locked", {} }
+        { "FilterChannel",
+          "earlier; slot\nis locked",
+          { "ERROR Error sending FilterChannel idx 0. slot\\nis locked" } },
+        { "FilterData",
+          "earlier; slot\nis locked",
+          { "ERROR Error sending FilterData samplerate 44100 Hz. slot\\nis locked" } }
     };
 
     for (const auto& row : rows)
@@ -145,6 +155,7 @@ TEST_F (DownloadFailure, RefusedStages)
         startAfresh();
         auto& opened = openWithWords();
         refuse (row.stage, "slot\nis locked");
+        log.emplace();
         expectFailure (opened, row.words, row.lines);
         EXPECT_EQ (chunks(), 0u);
         expectWorks (opened);
@@ -155,10 +166,12 @@ TEST_F (DownloadFailure, RefusedStages)
 TEST_F (DownloadFailure, StagesThatCannotBeSent)
 {
     auto& opened = openWithWords();
-    expectFailure (opened, "earlier; ", {}, description ("Room", std::string (1400, 't')).text());
+    expectFailure (opened, "earlier; ", { "ERROR Error sending LoadFilter to endpoint device. Too long by 36 bytes" },
+                   description ("Room", std::string (1400, 't')).text());
     EXPECT_EQ (receiver->messageCount ("LoadFilter"), 0u);
     const auto longName = DescriptionBuilder().channel (std::string (1400, 'n'), 1).fir (44100, { 1.0f }).text();
-    expectFailure (opened, "", {}, longName);
+    log.emplace();
+    expectFailure (opened, "", { "ERROR Error sending FilterChannel idx 0. Too long by 42 bytes" }, longName);
     EXPECT_EQ (receiver->messageCount ("FilterData"), 0u);
     expectWorks (opened);
 
@@ -178,7 +191,8 @@ TEST_F (DownloadFailure, StagesThatCannotBeSent)
     }
 
     auto& many = openWithWords();
-    expectFailure (many, "earlier; ", {}, xml.text());
+    expectFailure (many, "earlier; ", { "ERROR Error sending FilterData samplerate 44100 Hz. Too long by 6 bytes" },
+                   xml.text());
     EXPECT_EQ (receiver->messageCount ("FilterChannel"), 40u);
     EXPECT_EQ (receiver->messageCount ("FilterData"), 0u);
     expectWorks (many);
@@ -186,7 +200,7 @@ TEST_F (DownloadFailure, StagesThatCannotBeSent)
 
 TEST_F (DownloadFailure, ALostChunkIsSentAgain)
 {
-    settings["FilterDataChunkTimeout"] = "50";
+    settings[keys::kFilterDataChunkTimeout] = "50";
     auto& opened = open();
     setFaults ("lose FilterDataChunk 3");
     EXPECT_EQ (download (opened), kResultOk);
@@ -226,8 +240,8 @@ TEST_F (DownloadFailure, ChunksWhoseAttemptsAreUsedUp)
     for (const auto& row : rows)
     {
         startAfresh();
-        settings["FilterDataChunkTimeout"] = "50";
-        settings["FilterDataChunkRetries"] = row.retries;
+        settings[keys::kFilterDataChunkTimeout] = "50";
+        settings[keys::kFilterDataChunkRetries] = row.retries;
         auto& opened = open();
         setFaults (row.fault);
         log.emplace();
@@ -238,7 +252,7 @@ TEST_F (DownloadFailure, ChunksWhoseAttemptsAreUsedUp)
 
 TEST_F (DownloadFailure, ChunksThatCannotBeSent)
 {
-    settings["FilterDataChunkRetries"] = "2";
+    settings[keys::kFilterDataChunkRetries] = "2";
     auto& opened = open();
     progress.onProgress = [this] {
         breakConnections();
@@ -261,7 +275,7 @@ TEST_F (DownloadFailure, AMessageLimitWithoutRoomForASample)
     juce::PropertySet none;
     std::string words = "earlier";
     const plugin::DownloadTarget target { dispatcher, 0, profile.unit.devices (0), profile.topologyInfo, none, words };
-    plugin::Progress silent (nullptr);
+    plugin::ProgressReport silent (nullptr);
     const juce::MemoryBlock blob (1000, true);
 
     EXPECT_THROW (plugin::ChunkSender (target, 0, blob.getSize(), silent).send (blob), EResult);

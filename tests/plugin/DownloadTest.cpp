@@ -8,6 +8,7 @@
 
 #include <stdexcept>
 
+#include "common/SettingKeys.h"
 #include "tests/plugin/Wire.h"
 
 namespace veltra::test {
@@ -108,16 +109,40 @@ TEST_F (Download, ReportsWhatItDoes)
             "TRACE Sending FilterData samplerate 48000 Hz, size 128 bytes" }));
 }
 
-TEST_F (Download, TheSetStaysInTheSlotUntilItIsRemoved)
+TEST_F (Download, TheSetStaysInTheSlotUntilItIsRemovedAndTheOldestOneIsSent)
 {
     auto& opened = open();
-    EXPECT_EQ (opened.DownloadFilterSet (2, description().text().c_str(), 0, nullptr), kResultOk)
-        << "without a callback";
+    ASSERT_EQ (opened.LoadFilterSet (2, description ("Older").text().c_str(), 0), kResultOk);
+    const auto newer = DescriptionBuilder ("Newer").channel ("C", 3).fir (48000, { 1.0f }).text();
+    EXPECT_EQ (opened.DownloadFilterSet (2, newer.c_str(), 0, nullptr), kResultOk) << "without a callback";
+    EXPECT_EQ (receiver->slots()[2].name, "Older");
     EXPECT_EQ (download (opened), kResultChannelConflict);
-    FilterSet* set = nullptr;
-    ASSERT_TRUE (opened.GetFilterSet (2, 0, &set));
-    EXPECT_TRUE (opened.RemoveFilterSet (set));
+
+    for (FilterSet* set = nullptr; opened.GetFilterSet (2, 0, &set);)
+        ASSERT_TRUE (opened.RemoveFilterSet (set));
+
     EXPECT_EQ (download (opened), kResultOk);
+}
+
+/** Filters go to channels by their place, and only their names can show that this was not meant. */
+TEST_F (Download, WarnsWhenAFilterHasTheNameOfAnotherChannel)
+{
+    const auto inOrder = [] (const std::string& first, const std::string& second) {
+        DescriptionBuilder xml;
+
+        for (const auto& [name, number] : { std::pair (first, 2), std::pair (second, 1) })
+            xml.channel (name, number).fir (44100, { 1.0f }).fir (48000, { 1.0f });
+
+        return xml.text();
+    };
+
+    auto& opened = open();
+    EXPECT_EQ (download (opened, inOrder ("sw", "Left")), kResultOk);
+    EXPECT_EQ (failuresLogged(), (Lines { "WARN Filter 'sw' goes to channel 0 'FL': filters go by their place in the "
+                                          "description, not by name" }));
+    log.emplace();
+    EXPECT_EQ (download (opened, inOrder ("fl", "Subwoofer"), 0), kResultOk);
+    EXPECT_TRUE (failuresLogged().empty()) << "by number it would be wrong, by place it is right";
 }
 
 TEST_F (Download, ChunksAdaptToTheMessageLimit)
@@ -148,21 +173,17 @@ TEST_F (Download, ChunksAdaptToTheMessageLimit)
         EXPECT_TRUE (failuresLogged().empty()) << "too long is no failure";
         EXPECT_TRUE (slotIsFull());
     }
-}
 
-/** The second rate profits from what the first one learned. */
-TEST_F (Download, AShrunkChunkServesTheRestOfTheDownload)
-{
+    // The second rate profits from what the first one learned.
+    startAfresh();
+    profile = smallProfile();
+
     for (auto& topology : *profile.topologyInfo.mutable_topologies())
-    {
-        topology.set_name ("FIR");
-        topology.set_information ("NbrOfFIRTaps=2000");
-    }
+        topology.set_information ("NbrOfFIRTaps=2000;NbrOfIIRSections=2");
 
     profile.protocolInfo.set_messagelimit (300);
     ASSERT_EQ (download (open()), kResultOk);
     const auto sizes = chunkSizes();
-    EXPECT_EQ (sizes.front(), 272u);
     EXPECT_EQ (*std::max_element (sizes.begin(), sizes.end()), 272u);
 }
 
@@ -179,15 +200,6 @@ TEST_F (Download, TheFirstStructureAndTheFirstConfigurationOfARateCountAndOneWit
     ASSERT_EQ (download (open()), kResultOk);
     EXPECT_EQ (received<veltraio::FilterData>(),
                (Lines { "deviceIndex: 0 slotIndex: 2 sampleRate: 48000 channelIndices: 1 sizeBytes: 64" }));
-}
-
-TEST_F (Download, TheOldestSetOfTheSlotGoesToTheDevice)
-{
-    auto& opened = open();
-    ASSERT_EQ (opened.LoadFilterSet (2, description ("Older").text().c_str(), 0), kResultOk);
-    ASSERT_EQ (download (opened, DescriptionBuilder ("Newer").channel ("C", 3).fir (48000, { 1.0f }).text()),
-               kResultOk);
-    EXPECT_EQ (receiver->slots()[2].name, "Older");
 }
 
 TEST_F (Download, ALongNameIsCutByCharacters)
@@ -222,15 +234,18 @@ TEST_F (Download, GainsAreCompensatedWhenTheSettingSaysSo)
            Row { "0;loud", -1.5f, -6.0f }, Row { "0;nan", -1.5f, -6.0f }, Row { "0;6,5", 4.5f, 0.0f } })
     {
         startAfresh();
-        settings["NoEqCompensateLimits"] = row.limits;
+        settings[keys::kNoEqCompensateLimits] = row.limits;
         ASSERT_EQ (download (open()), kResultOk);
+        EXPECT_EQ (
+            log->contains ("INFO", "Setting NoEqCompensateLimits is '0;nan', of which the second number counts as 0"),
+            row.limits == std::string ("0;nan"));
         EXPECT_EQ (receiver->slots()[2].channels[0].gain_db(), row.withEq) << row.limits;
         EXPECT_EQ (receiver->slots()[2].channels[1].gain_db(), row.withoutEq) << row.limits;
     }
 
     // The field's presence decides over the gain, its value over what is sent.
     startAfresh();
-    settings["NoEqCompensateLimits"] = "-3;6";
+    settings[keys::kNoEqCompensateLimits] = "-3;6";
     profile.unit.mutable_devices (0)->mutable_outputchannels (1)->set_noeq (false);
     ASSERT_EQ (download (open()), kResultOk);
     EXPECT_TRUE (

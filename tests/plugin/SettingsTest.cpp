@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include "tests/support/LogLines.h"
+
 namespace veltra::plugin {
 
 namespace {
@@ -29,11 +31,9 @@ std::unique_ptr<juce::PropertiesFile> openEntry (const juce::String& key, const 
 
 TEST (Settings, ValuesAreFoundByTheirExactKey)
 {
-    const auto settings = openText ("<?xml version=\"1.0\"?>\n<PROPERTIES>" + entry ("Device", "TCP:192.0.2.1:6000")
-                                    + entry ("UPnPTimeout", "250") + "</PROPERTIES>");
+    const auto settings = openText ("<?xml version=\"1.0\"?>\n<PROPERTIES>"
+                                    + entry (keys::kDevice, "TCP:192.0.2.1:6000") + "</PROPERTIES>");
     EXPECT_EQ (settings->getValue ("Device"), "TCP:192.0.2.1:6000");
-    EXPECT_EQ (readInt (*settings, "UPnPTimeout", 6000, 0, kLongestSearch_ms), 250);
-    EXPECT_EQ (readInt (*settings, "upnptimeout", 6000, 0, kLongestSearch_ms), 6000);
     EXPECT_EQ (settings->getValue ("device"), "");
 
     const auto strange =
@@ -46,6 +46,7 @@ TEST (Settings, ValuesAreFoundByTheirExactKey)
 /** Nothing of it may take the host along or leave it without defaults. */
 TEST (Settings, ABadFileIsTheSameAsNone)
 {
+    const LogLines log;
     const juce::String bad[] = { "",
                                  "plain text",
                                  "<PROPERTIES>" + entry ("Device", "x"),
@@ -57,6 +58,8 @@ TEST (Settings, ABadFileIsTheSameAsNone)
     for (const auto& text : bad)
         EXPECT_EQ (openText (text)->getAllProperties().size(), 0) << text.substring (0, 60);
 
+    EXPECT_TRUE (log.contains ("INFO", "Settings are ignored: the file has more than 1048576 bytes"));
+    EXPECT_TRUE (log.contains ("INFO", "Settings are not read completely, XML error: elements are nested too deeply"));
     EXPECT_EQ (openSettings (juce::File ("/nowhere/x.settings"))->getAllProperties().size(), 0);
     EXPECT_EQ (openSettings (juce::File ("/tmp"))->getAllProperties().size(), 0);
 
@@ -93,15 +96,38 @@ TEST (Settings, WordsForYesAndNoMeanWhatTheySay)
     }
 }
 
-TEST (Settings, NumbersAreLimitedToTheirRange)
+TEST (Settings, ALimitThatActsLeavesALine)
 {
-    const auto read = [] (const char* text) { return readInt (*openEntry ("n", text), "n", 7, 0, 1000); };
-    EXPECT_EQ (read ("12ms"), 12);
-    EXPECT_EQ (read ("soon"), 0);
-    EXPECT_EQ (read (""), 0);
-    EXPECT_EQ (read ("-5"), 0);
-    EXPECT_EQ (read ("99999999999999999999"), 1000);
-    EXPECT_EQ (readInt (*openText (""), "n", 7, 0, 3), 7);
+    const struct
+    {
+        IntSetting setting;
+        const char* text;
+        int value;
+        const char* line;
+    } rows[] {
+        { kSearchTime_ms, "250ms", 250, "" },
+        { kSearchTime_ms, "soon", 0, "" },
+        { kSearchTime_ms, "", 0, "" },
+        { kSearchTime_ms, "-5", 0, "Setting UPnPTimeout is '-5', limited to 0" },
+        { kSearchTime_ms, "600001", 600000, "Setting UPnPTimeout is '600001', limited to 600000" },
+        { kChunkTimeout_ms, "60000", 60000, "" },
+        { kChunkTimeout_ms, "-1", 60000, "Setting FilterDataChunkTimeout is '-1', limited to 60000" },
+        { kChunkAttempts, "99999999999", 100, "Setting FilterDataChunkRetries is '99999999999', limited to 100" },
+    };
+
+    for (const auto& row : rows)
+    {
+        const LogLines log;
+        const auto settings = openEntry (row.setting.key, row.text);
+        logIfLimited (*settings, row.setting);
+        EXPECT_EQ (readInt (*settings, row.setting), row.value) << row.text;
+        EXPECT_EQ (log.all().size(), *row.line == 0 ? 0u : 1u) << row.text;
+        EXPECT_EQ (log.contains ("INFO", row.line), *row.line != 0) << row.text;
+    }
+
+    EXPECT_EQ (readInt (*openText (""), kSearchTime_ms), 6000);
+    EXPECT_EQ (readInt (*openText (""), kChunkTimeout_ms), 3000);
+    EXPECT_EQ (readInt (*openText (""), kChunkAttempts), 5);
 }
 
 }

@@ -88,7 +88,7 @@ public:
                          otherwise; borrowed until LeaveMeasurementMode has returned, also when this call fails;
                          may be null
         @returns         kResultOk, kResultBadSampleRate, kResultTooManyChannels, or kResultFailed, where
-                         GetLastError has the device's words or "Timeout" unless the message could not be sent
+                         GetLastError has the device's text or "Timeout" unless the message could not be sent
     */
     virtual EResult EnterMeasurementMode (std::uint32_t rate, std::uint64_t ignored, std::uint32_t channels,
                                           CaptureCallback* callback) = 0;
@@ -96,7 +96,7 @@ public:
     /** Switches the device back to listening. Waits up to 1 s. When it returns, whatever the result, the
         capture callback is no longer in use.
 
-        @returns  true when the device acknowledged; else GetLastError has words as above
+        @returns  true when the device acknowledged; else GetLastError has a text as above
     */
     virtual bool LeaveMeasurementMode() = 0;
 
@@ -107,7 +107,7 @@ public:
         @param count        how many; at most twice GetChannelCount() are used
         @param ignored      not used
         @returns            kResultOk, kResultBadArgument for a null list that should have entries, or kResultFailed
-                            with words as above, also for a number that is no stimulus
+                            with a text as above, also for an unknown stimulus
     */
     virtual EResult StartStimulus (EStimulus stimulus, const std::uint32_t* channelList, std::uint32_t count,
                                    std::uint64_t ignored) = 0;
@@ -159,7 +159,7 @@ public:
 
     /** Parses a filter description and keeps it in a slot, without talking to the device.
 
-        A slot that the device said is occupied takes no set until the one that stands for it is removed.
+        A slot that the device reported as occupied takes no set until the one that represents it is removed.
 
         @param slot     below 8, whatever the device's slot count is
         @param text     filter description, NUL-terminated UTF-8; borrowed during the call
@@ -186,7 +186,7 @@ public:
 
     /** Sets the master volume. Waits up to 500 ms.
         @param value  linear, where 1 is the loudest that a measurement uses
-        @returns      true when the device acknowledged; false at once for a value that is no finite number
+        @returns      true when the device acknowledged; false at once for a value that is not finite
     */
     virtual bool SetVolume (float value) = 0;
 
@@ -200,7 +200,7 @@ public:
 
     /** Attenuates a channel. Waits up to 500 ms.
         @param channel      channel number
-        @param attenuation  in dB, limited to 0 .. GetMaxChannelAttenuation(); what is no number counts as 0
+        @param attenuation  in dB, limited to 0 .. GetMaxChannelAttenuation(); NaN counts as 0
         @returns            true when the device acknowledged
     */
     virtual bool SetChannelAttenuation (std::uint32_t channel, float attenuation) = 0;
@@ -256,8 +256,8 @@ public:
         @param ignored   not used
         @param callback  follows the download and may cancel it; borrowed during the call; may be null
         @returns         kResultOk, also when the callback cancelled; the results of LoadFilterSet; or
-                         kResultFailed, where GetLastError has words unless a message could not be sent or was
-                         refused without any, and where the set is no longer in the slot and has gone
+                         kResultFailed, where GetLastError has a text unless a message could not be sent or was
+                         refused without one, and where the set has been removed from the slot and destroyed
     */
     virtual EResult DownloadFilterSet (std::uint32_t slot, const char* text, std::uint64_t ignored,
                                        ProgressCallback* callback) = 0;

@@ -6,7 +6,7 @@
 #include "veltratune_io/Result.h"
 
 /** @file
-    What the host sees of filters that were loaded into a device, or that the device said it holds.
+    What the host sees of filters that were loaded into a device, or that the device reported as present.
 
     Objects belong to the device; a pointer stays good until the set is removed (Device::RemoveFilterSet), a
     download of it fails, or the plug-in object is released. Texts are NUL-terminated UTF-8, belong to the
@@ -61,7 +61,7 @@ class FilterSet
 public:
     virtual ~FilterSet() = default;
 
-    /** Name of the project, or of the device's slot when the set stands for what was already on the device. */
+    /** Name of the project, or of the device's slot when the set represents what was already on the device. */
     virtual const char* GetName() const = 0;
 
     /** Filter technology that the set was designed for; may be empty. */

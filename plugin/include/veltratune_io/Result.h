@@ -7,7 +7,7 @@ namespace veltratune_io {
 enum EResult
 {
     kResultOk = 0,
-    kResultFailed = 1,          ///< not sent, refused, timed out or nothing there; GetLastError may have words
+    kResultFailed = 1,          ///< not sent, refused, timed out or nothing there; GetLastError may have a text
     kResultBadIndex = 3,        ///< channel index out of range
     kResultBadArgument = 4,     ///< null pointer
     kResultNotSupported = 5,    ///< the operation exists and does nothing here
