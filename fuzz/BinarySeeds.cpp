@@ -13,8 +13,8 @@
 #include <string>
 
 #include "protocol/Envelope.h"
-#include "protocol/TextForm.h"
 #include "protocol/veltraio.pb.h"
+#include "tools/receiver/device/ProtoText.h"
 
 namespace {
 
@@ -34,7 +34,7 @@ Message make (const char* text)
     Message message;
     std::string error;
 
-    if (! fromText (text, message, error))
+    if (! veltra::receiver::readText (text, message, error))
     {
         std::cerr << message.GetTypeName() << ": " << error << '\n';
         std::exit (EXIT_FAILURE);

@@ -6,7 +6,6 @@
 #include <google/protobuf/descriptor.h>
 #include <google/protobuf/descriptor.pb.h>
 #include <google/protobuf/dynamic_message.h>
-#include <google/protobuf/io/tokenizer.h>
 #include <google/protobuf/stubs/logging.h>
 #include <google/protobuf/text_format.h>
 
@@ -50,27 +49,6 @@ private:
     google::protobuf::DynamicMessageFactory factory; // destroyed before the pool that its types come from
 };
 
-/** Keeps the first complaint, which the others follow from. */
-class FirstError : public google::protobuf::io::ErrorCollector
-{
-public:
-    explicit FirstError (std::string& destination) : text (destination) { text.clear(); }
-
-    void AddError (int line, int column, const std::string& message) override
-    {
-        if (! text.empty())
-            return;
-
-        if (line >= 0)
-            text = "line " + std::to_string (line + 1) + ", column " + std::to_string (column + 1) + ": ";
-
-        text += message;
-    }
-
-private:
-    std::string& text;
-};
-
 }
 
 std::string toText (const MessageLite& message)
@@ -86,27 +64,6 @@ std::string toText (const MessageLite& message)
     std::string text;
     google::protobuf::TextFormat::PrintToString (*twin, &text);
     return text;
-}
-
-bool fromText (std::string_view text, MessageLite& message, std::string& error)
-{
-    const auto twin = Schema::get().makeTwin (message);
-
-    if (twin == nullptr)
-    {
-        error = message.GetTypeName() + " is no message of the schema";
-        return false;
-    }
-
-    FirstError firstError (error);
-    google::protobuf::TextFormat::Parser parser;
-    parser.RecordErrorsTo (&firstError);
-    parser.SetRecursionLimit (100);
-
-    if (! parser.ParseFromString (std::string (text), twin.get()))
-        return false;
-
-    return message.ParseFromString (twin->SerializeAsString());
 }
 
 }

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 
 #include <google/protobuf/message_lite.h>
 
@@ -17,11 +16,5 @@ namespace veltraio {
     A message that lacks required fields is shown as it is. Any thread.
 */
 std::string toText (const google::protobuf::MessageLite& message);
-
-/** Reads a message of the schema from its text form.
-    @param error  what is wrong and where, for a person, when the text is not good
-    @returns false, with the message untouched, when the text has an error or lacks a required field
-*/
-bool fromText (std::string_view text, google::protobuf::MessageLite& message, std::string& error);
 
 }

@@ -21,25 +21,20 @@ std::optional<Announcement::Search> parse (const std::string& headers)
 
 }
 
-TEST (Announcement, ReadsSearchesWithOrWithoutAnEmptyLineAtTheirEnd)
+TEST (Announcement, ASearchHasTargetWaitAndTheRightMethodWithOrWithoutAnEmptyLineAtItsEnd)
 {
     for (const auto* end : { "", "\r\n" })
     {
-        const auto search = parse (std::string ("ST:upnp:rootdevice\r\nMAN:\"ssdp:discover\"\r\nMX:3\r\n") + end);
+        const auto search = parse (std::string ("st: x\r\nMan: \"ssdp:discover\"\r\nmx: 120\r\n") + end);
         ASSERT_TRUE (search);
-        EXPECT_EQ (search->target, "upnp:rootdevice");
-        EXPECT_EQ (search->longestWait, std::chrono::seconds (3));
+        EXPECT_EQ ("x", search->target);
+        EXPECT_EQ (std::chrono::seconds (5), search->longestWait);
     }
 
-    EXPECT_EQ (parse ("st: x\r\nMan: \"ssdp:discover\"\r\nmx: 120\r\n")->longestWait, std::chrono::seconds (5));
-}
+    for (const auto* headers : { "ST:x\r\nMAN:\"ssdp:discover\"\r\n", "ST:x\r\nMAN:\"ssdp:discover\"\r\nMX:0\r\n",
+                                 "MAN:\"ssdp:discover\"\r\nMX:1\r\n", "ST:x\r\nMAN:ssdp:discover\r\nMX:1\r\n" })
+        EXPECT_FALSE (parse (headers)) << headers;
 
-TEST (Announcement, WhatIsNoSearchIsNotAnswered)
-{
-    EXPECT_FALSE (parse ("ST:x\r\nMAN:\"ssdp:discover\"\r\n"));
-    EXPECT_FALSE (parse ("ST:x\r\nMAN:\"ssdp:discover\"\r\nMX:0\r\n"));
-    EXPECT_FALSE (parse ("MAN:\"ssdp:discover\"\r\nMX:1\r\n"));
-    EXPECT_FALSE (parse ("ST:x\r\nMAN:ssdp:discover\r\nMX:1\r\n"));
     EXPECT_FALSE (Announcement::parseSearch ("NOTIFY * HTTP/1.1\r\nST:x\r\nMAN:\"ssdp:discover\"\r\nMX:1\r\n"));
     EXPECT_FALSE (Announcement::parseSearch (""));
 }
@@ -61,11 +56,11 @@ TEST (Announcement, AnswersForEachOfItsNamesThatASearchAsksFor)
     };
 
     const std::string id = "uuid:" + kLounge.uuid;
-    EXPECT_EQ (usns ("upnp:rootdevice"), id + "::upnp:rootdevice ");
-    EXPECT_EQ (usns (id), id + " ");
-    EXPECT_EQ (usns ("ssdp:all"),
-               id + "::upnp:rootdevice " + id + " " + id + "::urn:schemas-upnp-org:device:MediaRenderer:1 ");
-    EXPECT_EQ (usns ("upnp:RootDevice"), "");
+    EXPECT_EQ (id + "::upnp:rootdevice ", usns ("upnp:rootdevice"));
+    EXPECT_EQ (id + " ", usns (id));
+    EXPECT_EQ (id + "::upnp:rootdevice " + id + " " + id + "::urn:schemas-upnp-org:device:MediaRenderer:1 ",
+               usns ("ssdp:all"));
+    EXPECT_EQ ("", usns ("upnp:RootDevice"));
 }
 
 }

@@ -35,7 +35,7 @@ TEST_F (AnnouncerTest, AnswersComeAtDifferentTimesAndNotToAllOfAFlood)
         Announcer announcer ({ .friendlyName = "One", .port = 1 }, "127.0.0.1", [] (const auto&) {});
         std::vector<std::chrono::steady_clock::time_point> times;
         const auto note = [&] { times.push_back (std::chrono::steady_clock::now()); };
-        ASSERT_EQ (FakeDevice::search ("127.0.0.1", kSearch, 30, 30, std::chrono::seconds (2), note).size(), 30u);
+        ASSERT_EQ (30u, FakeDevice::search ("127.0.0.1", kSearch, 30, 30, std::chrono::seconds (2), note).size());
 
         // Thirty draws out of a second that all lie within a third of it: less likely than 1 in 10^12.
         EXPECT_GT (times.back() - times.front(), std::chrono::milliseconds (333));
@@ -67,7 +67,7 @@ TEST_F (AnnouncerTest, SeveralOfOneMachineAnswerOnEveryInterfaceByTheAddressThat
 
             std::sort (locations.begin(), locations.end());
             std::sort (expected.begin(), expected.end());
-            EXPECT_EQ (locations, expected);
+            EXPECT_EQ (expected, locations);
         };
 
         const auto at = [] (const std::string& host, const Announcer& announcer) {
@@ -81,7 +81,7 @@ TEST_F (AnnouncerTest, SeveralOfOneMachineAnswerOnEveryInterfaceByTheAddressThat
         const auto description = get (at ("10.84.2.2", *second));
         ASSERT_TRUE (description);
         EXPECT_NE (description->body.find ("<friendlyName>Two</friendlyName>"), std::string::npos);
-        EXPECT_EQ (get ("http://10.84.2.2:" + std::to_string (second->httpPort()) + "/other")->status, 404);
+        EXPECT_EQ (404, get ("http://10.84.2.2:" + std::to_string (second->httpPort()) + "/other")->status);
     });
 }
 

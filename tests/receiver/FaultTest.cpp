@@ -2,124 +2,65 @@
 #include <gtest/gtest.h>
 
 #include "tests/receiver/TestHost.h"
+#include "tools/receiver/device/FaultScript.h"
 #include "tools/receiver/network/Receiver.h"
 
 namespace veltra::receiver {
 namespace {
 
 using namespace std::chrono_literals;
-using Action = Fault::Action;
+using Clock = std::chrono::steady_clock;
 
-veltraio::Request unitRequest()
-{
-    veltraio::Request message;
-    message.set_requesttype (veltraio::Request::RequestType_kGetUnit);
-    message.set_deviceindex (0);
-    return message;
-}
-
-veltraio::FilteringState filteringOn()
-{
-    veltraio::FilteringState message;
-    message.set_deviceindex (0);
-    message.set_isfiltering (true);
-    return message;
-}
-
-/** A receiver with one fault at the first "FilteringState" or "GetUnit"; what comes after must work. Only what a host
-    does not show by how it fares: the faults that it does show are those of the reliability tests. */
+/** What a fault does and a host does not notice; the reliability tests show what a host notices. */
 class ReceiverFault : public ::testing::Test
 {
 protected:
-    void setFault (Fault fault) { receiver.setFaults ({ std::move (fault) }); }
-
-    void expectWorking()
+    void setFault (const std::string& script)
     {
-        host.send (unitRequest());
-        EXPECT_TRUE (host.receiveA<veltraio::Unit>());
+        std::string error;
+        receiver.setFaults (parseFaults (script, error).value());
     }
 
     Receiver receiver { shippedProfile ("stereo") };
     TestHost host { receiver.port() };
+    const std::string question = "Request requestType: RequestType_kGetFilteringState deviceIndex: 0";
+    const std::string off = "FilteringState deviceIndex: 0\nisFiltering: false\n";
+    const std::string on = "FilteringState deviceIndex: 0\nisFiltering: true\n";
 };
 
-TEST_F (ReceiverFault, LosesAMessageOrItsReply)
+TEST_F (ReceiverFault, ALostMessageIsNotCarriedOutAndOneWithoutAReplyIs)
 {
-    setFault ({ .action = Action::lose, .type = "FilteringState" });
-    host.send (filteringOn());
-    expectWorking();
-    EXPECT_FALSE (receiver.settings().isFiltering);
+    setFault ("lose FilteringState 1\nlose-reply FilteringState 2");
+    host.sendBytes (TestHost::envelopeOf ("FilteringState deviceIndex: 0 isFiltering: true"));
+    EXPECT_EQ (off, host.say (question));
     EXPECT_FALSE (receiver.messages ("FilteringState").at (0).wasCarriedOut);
-
-    setFault ({ .action = Action::loseReply, .type = "FilteringState" });
-    host.send (filteringOn());
-    expectWorking();
-    EXPECT_TRUE (receiver.settings().isFiltering);
+    host.sendBytes (TestHost::envelopeOf ("FilteringState deviceIndex: 0 isFiltering: true"));
+    EXPECT_EQ (on, host.say (question));
 }
 
-TEST_F (ReceiverFault, DelaysAReplyAndSendsOneInPieces)
+TEST_F (ReceiverFault, RepliesAreDelayedCutRepeatedAndPrecededByNoise)
 {
-    setFault ({ .action = Action::delay, .type = "FilteringState", .pause = 100ms });
-    auto start = std::chrono::steady_clock::now();
-    host.send (filteringOn());
-    host.send (unitRequest());
-    EXPECT_TRUE (host.receiveA<veltraio::Acknowledge>());
-    EXPECT_GE (std::chrono::steady_clock::now() - start, 100ms);
-    EXPECT_TRUE (host.receiveA<veltraio::Unit>()) << "what came meanwhile";
+    setFault ("delay GetFilteringState 1 100\npieces GetFilteringState 2 7 10\nnoise GetFilteringState 3 1000\n"
+              "duplicate GetFilteringState 4 3\nwrong-checksum GetFilteringState 5");
+    auto start = Clock::now();
+    EXPECT_EQ (off, host.say (question));
+    EXPECT_GE (Clock::now() - start, 100ms);
 
-    setFault ({ .action = Action::pieces, .type = "GetUnit", .bytes = 40, .pause = 10ms });
-    start = std::chrono::steady_clock::now();
-    expectWorking();
-    EXPECT_GE (std::chrono::steady_clock::now() - start, 20ms) << "three pieces at least, with two pauses";
-}
+    start = Clock::now();
+    EXPECT_EQ (off, host.say (question));
+    EXPECT_GE (Clock::now() - start, 20ms) << "19 bytes are three pieces with two pauses";
 
-TEST_F (ReceiverFault, SendsNoiseWrongChecksumsAndCopies)
-{
-    setFault ({ .action = Action::noise, .type = "GetUnit", .bytes = 1000 });
-    expectWorking();
-    EXPECT_EQ (host.noiseBytes, 1000u);
+    EXPECT_EQ (off, host.say (question));
+    EXPECT_EQ (1000u, host.noiseBytes);
 
-    setFault ({ .action = Action::wrongChecksum, .type = "GetUnit" });
-    host.send (unitRequest());
-    EXPECT_FALSE (host.receive()->checksumFits);
-    expectWorking();
+    EXPECT_EQ (off, host.say (question));
+    EXPECT_EQ (off, host.receive());
+    EXPECT_EQ (off, host.receive());
+    EXPECT_EQ ("wrong checksum", host.say (question));
 
-    setFault ({ .action = Action::duplicate, .type = "GetUnit", .bytes = 3 });
-    expectWorking();
-    EXPECT_TRUE (host.receiveA<veltraio::Unit>());
-    EXPECT_TRUE (host.receiveA<veltraio::Unit>());
-    expectWorking();
-}
-
-TEST_F (ReceiverFault, ClosesInTheMiddleOfAReplyAndWhereAConnectionBegins)
-{
-    EXPECT_TRUE (receiver.waitFor ([&] { return receiver.openSessions() == 1; }));
-    {
-        TestHost cut (receiver.port());
-        setFault ({ .action = Action::close, .type = "FilteringState", .bytes = 10 });
-        cut.send (filteringOn());
-        EXPECT_EQ (cut.waitForEnd(), "bytes");
-        EXPECT_FALSE (cut.receive());
-    }
-
-    setFault ({ .action = Action::close, .type = "connect" });
-    TestHost second (receiver.port());
-    EXPECT_EQ (second.waitForEnd(), "closed");
-    expectWorking();
-}
-
-TEST_F (ReceiverFault, DoesNotHoldUpTheEndOfTheReceiver)
-{
-    Receiver::Options options;
-    options.faults = { { .action = Action::delay, .type = "*", .pause = 60000ms } };
-    auto slow = std::make_unique<Receiver> (shippedProfile ("stereo"), options);
-    TestHost waiting (slow->port());
-    waiting.send (unitRequest());
-    EXPECT_TRUE (slow->waitFor ([&] { return slow->messageCount ("Request") == 1; }));
-
-    const auto start = std::chrono::steady_clock::now();
-    slow = nullptr;
-    EXPECT_LT (std::chrono::steady_clock::now() - start, 20s);
+    setFault ("close connect 1");
+    EXPECT_EQ ("closed", TestHost (receiver.port()).waitForEnd());
+    EXPECT_EQ (off, host.say (question));
 }
 
 }

@@ -7,22 +7,23 @@
 namespace veltra::receiver {
 namespace {
 
-using namespace veltraio;
+const std::string kOk = "Acknowledge ok: true\n";
 
-veltraio::Request request (Request::RequestType type, std::uint32_t device = 0)
-{
-    veltraio::Request message;
-    message.set_requesttype (type);
-    message.set_deviceindex (device);
-    return message;
-}
+std::string refusal (const std::string& reason) { return "Acknowledge ok: false\nerrorMessage: \"" + reason + "\"\n"; }
 
-template <typename Message>
-Message withDevice (std::uint32_t index)
+TEST (DeviceModel, RefusesWhatDoesNotExistOrIsOutOfRange)
 {
-    Message message;
-    message.set_deviceindex (index);
-    return message;
+    DeviceModel model (shippedProfile ("seven-one"), {}, nullptr);
+    ModelHost host (model);
+    EXPECT_EQ ("Volume is not between 0 and 1", host.say ("Volume deviceIndex: 0 volume: 1.5"));
+    EXPECT_EQ ("Volume is not between 0 and 1", host.say ("Volume deviceIndex: 0 volume: nan"));
+    EXPECT_EQ ("No filter slot 4, the device has 4", host.say ("ActiveFilterSlot deviceIndex: 0 slotIndex: 4"));
+    EXPECT_EQ ("No device 1, the receiver has 1", host.say ("FilteringState deviceIndex: 1 isFiltering: true"));
+    EXPECT_EQ ("No channel 8",
+               host.say ("Request requestType: RequestType_kGetChannelAttenuation deviceIndex: 0 channel: 8"));
+    EXPECT_EQ ("Volume lacks a required field", host.say ("Volume"));
+    EXPECT_EQ ("Unexpected message LoadFilterProgress", host.say ("LoadFilterProgress"));
+    EXPECT_EQ (DeviceModel::kReferenceVolume, model.settings (0).volume);
 }
 
 class ReceiverSession : public ::testing::Test
@@ -32,109 +33,102 @@ protected:
     TestHost host { receiver.port() };
 };
 
-TEST_F (ReceiverSession, RefusesWhatDoesNotExistOrIsOutOfRangeAndSaysWhy)
-{
-    auto volume = withDevice<Volume> (0);
-    volume.set_volume (1.5f);
-    EXPECT_EQ (host.command (volume), "Volume is not between 0 and 1");
-    volume.set_volume (std::numeric_limits<float>::quiet_NaN());
-    EXPECT_EQ (host.command (volume), "Volume is not between 0 and 1");
-
-    auto slot = withDevice<ActiveFilterSlot> (0);
-    slot.set_slotindex (4);
-    EXPECT_EQ (host.command (slot), "No filter slot 4, the device has 4");
-    auto filtering = withDevice<FilteringState> (1);
-    filtering.set_isfiltering (true);
-    EXPECT_EQ (host.command (filtering), "No device 1, the receiver has 1");
-    auto question = request (Request::RequestType_kGetChannelAttenuation);
-    question.set_channel (8);
-    EXPECT_EQ (host.command (question), "No channel 8");
-
-    EXPECT_EQ (host.command (Volume()), "Volume lacks a required field");
-    EXPECT_EQ (host.command (LoadFilterProgress()), "Unexpected message LoadFilterProgress");
-    EXPECT_EQ (receiver.settings().volume, DeviceModel::kReferenceVolume);
-
-    const auto heard = receiver.messages ("ActiveFilterSlot");
-    ASSERT_EQ (heard.size(), 1u);
-    EXPECT_FALSE (heard[0].wasCarriedOut);
-    EXPECT_EQ (heard[0].refusal, "No filter slot 4, the device has 4");
-}
-
 TEST_F (ReceiverSession, AnswersUnknownMessagesButNoAcknowledgementsAndDropsWrongChecksums)
 {
-    auto bytes = TestHost::envelopeOf (Ping());
+    auto bytes = TestHost::envelopeOf ("Ping");
     bytes[10] = static_cast<char> (bytes[10] + 1);
     host.sendBytes (bytes);
-    EXPECT_EQ (host.receiveA<Acknowledge>()->errormessage(), "Unknown message");
+    EXPECT_EQ (refusal ("Unknown message"), host.receive());
 
-    auto damaged = TestHost::envelopeOf (Ping());
+    auto damaged = TestHost::envelopeOf ("Ping");
     damaged[14] = 1;
-    host.sendBytes (damaged);
-    Acknowledge acknowledge;
-    acknowledge.set_ok (true);
-    host.send (acknowledge);
-    host.send (Pong());
-    host.sendBytes ("noise");
-    host.send (Ping());
-    EXPECT_TRUE (host.receiveA<Pong>());
-    EXPECT_EQ (receiver.messages().size(), 4u);
+    host.sendBytes (damaged + TestHost::envelopeOf ("Acknowledge ok: true") + TestHost::envelopeOf ("Pong") + "noise");
+    EXPECT_EQ ("Pong ", host.say ("Ping"));
+
+    const auto heard = receiver.messages();
+    ASSERT_EQ (4u, heard.size());
+    EXPECT_EQ ("Unknown message", heard[0].refusal);
+    EXPECT_FALSE (heard[0].wasCarriedOut);
+    EXPECT_TRUE (heard[3].wasCarriedOut);
 }
 
 TEST_F (ReceiverSession, RefusesEnvelopesAboveItsLimit)
 {
-    Volume volume;
-    volume.set_deviceindex (0);
-    volume.set_volume (0.5f);
-    volume.set_description (std::string (460 - TestHost::envelopeOf (volume).size() - 3, 'x'));
-    ASSERT_EQ (TestHost::envelopeOf (volume).size(), 460u);
+    const auto volume = [] (std::size_t length) {
+        return "Volume deviceIndex: 0 volume: 0.5 description: '" + std::string (length, 'x') + "'";
+    };
     receiver.setMessageLimit (460);
-    EXPECT_EQ (host.command (volume), "ok");
-    volume.mutable_description()->push_back ('x');
-    EXPECT_EQ (host.command (volume), "Envelope of 461 bytes exceeds the limit of 460");
+    ASSERT_EQ (460u, TestHost::envelopeOf (volume (435)).size());
+    EXPECT_EQ (kOk, host.say (volume (435)));
+    EXPECT_EQ (refusal ("Envelope of 461 bytes exceeds the limit of 460"), host.say (volume (436)));
     receiver.setMessageLimit (0);
-    EXPECT_EQ (host.command (volume), "ok");
+    EXPECT_EQ (kOk, host.say (volume (436)));
 }
 
 TEST_F (ReceiverSession, OutlivesItsSessionsAndTakesSeveralAtOnce)
 {
-    auto slot = withDevice<ActiveFilterSlot> (0);
-    slot.set_slotindex (2);
-    EXPECT_EQ (host.command (slot), "ok");
+    EXPECT_EQ (kOk, host.say ("ActiveFilterSlot deviceIndex: 0 slotIndex: 2"));
     {
         TestHost second (receiver.port());
-        second.send (request (Request::RequestType_kGetActiveFilterSlot));
-        EXPECT_EQ (second.receiveA<ActiveFilterSlot>()->slotindex(), 2u);
-        EXPECT_EQ (receiver.openSessions(), 2u);
-        EXPECT_EQ (receiver.bytes (2), TestHost::envelopeOf (request (Request::RequestType_kGetActiveFilterSlot)));
+        const std::string question = "Request requestType: RequestType_kGetActiveFilterSlot deviceIndex: 0";
+        EXPECT_EQ ("ActiveFilterSlot deviceIndex: 0\nslotIndex: 2\n", second.say (question));
+        EXPECT_EQ (2u, receiver.openSessions());
+        EXPECT_EQ (TestHost::envelopeOf (question), receiver.bytes (2));
     }
-    EXPECT_TRUE (receiver.waitFor ([&] { return receiver.openSessions() == 1; }));
-    EXPECT_EQ (receiver.sessionCount(), 2u);
 
+    EXPECT_TRUE (receiver.waitFor ([&] { return receiver.openSessions() == 1; }));
     receiver.endSessions (HostSession::Ending::close);
-    EXPECT_EQ (host.waitForEnd(), "closed");
+    EXPECT_EQ ("closed", host.waitForEnd());
     EXPECT_TRUE (receiver.waitFor ([&] { return receiver.openSessions() == 0; }));
 
     TestHost third (receiver.port());
     EXPECT_TRUE (receiver.waitFor ([&] { return receiver.openSessions() == 1; }));
     receiver.endSessions (HostSession::Ending::reset);
-    EXPECT_EQ (third.waitForEnd(), "reset");
+    EXPECT_EQ ("reset", third.waitForEnd());
+}
+
+TEST (Receiver, ASilentSessionGivesWayWhenThereAreTooMany)
+{
+    Receiver::Options options;
+    options.silence = std::chrono::minutes (10);
+    std::vector<std::unique_ptr<TestHost>> hosts;
+    auto receiver = std::make_unique<Receiver> (shippedProfile ("stereo"), options);
+    const auto connect = [&] { return hosts.emplace_back (std::make_unique<TestHost> (receiver->port())).get(); };
+
+    for (int i = 0; i < 64; ++i)
+        EXPECT_EQ ("Pong ", connect()->say ("Ping"));
+
+    EXPECT_EQ ("closed", connect()->waitForEnd()) << "none has been silent long enough";
+
+    options.silence = std::chrono::milliseconds (0);
+    hosts.clear();
+    receiver = std::make_unique<Receiver> (shippedProfile ("stereo"), options);
+
+    for (int i = 0; i < 64; ++i)
+        EXPECT_EQ ("Pong ", connect()->say ("Ping"));
+
+    EXPECT_EQ ("Pong ", hosts[0]->say ("Ping"));
+    EXPECT_EQ ("Pong ", connect()->say ("Ping"));
+    EXPECT_EQ ("closed", hosts[1]->waitForEnd());
+    EXPECT_EQ ("Pong ", hosts[0]->say ("Ping"));
 }
 
 TEST (Receiver, ClosesItsConnectionsWhenItGoesAndSaysWhenItCannotListen)
 {
-    auto receiver = std::make_unique<Receiver> (shippedProfile ("stereo"));
-    EXPECT_EQ (receiver->address(), "127.0.0.1:" + std::to_string (receiver->port()));
-    TestHost host (receiver->port());
-    receiver->waitFor ([&] { return receiver->openSessions() == 1; });
-
     Receiver::Options options;
+    options.faults = { { .action = Fault::Action::delay, .type = "*", .pause = std::chrono::minutes (10) } };
+    auto receiver = std::make_unique<Receiver> (shippedProfile ("stereo"), options);
+    TestHost host (receiver->port());
+    host.sendBytes (TestHost::envelopeOf ("Ping"));
+    EXPECT_TRUE (receiver->waitFor ([&] { return receiver->messageCount ("Ping") == 1; }));
+
     options.port = receiver->port();
     EXPECT_THROW (Receiver (shippedProfile ("stereo"), options), std::system_error);
     options.bindAddress = "localhost";
     EXPECT_THROW (Receiver (shippedProfile ("stereo"), options), std::system_error);
 
     receiver = nullptr;
-    EXPECT_EQ (host.waitForEnd(), "closed");
+    EXPECT_EQ ("closed", host.waitForEnd()) << "a delayed reply does not hold it up";
 }
 
 }

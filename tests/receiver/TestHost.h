@@ -1,65 +1,115 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
-#include <google/protobuf/message_lite.h>
+#include <arpa/inet.h>
+#include <cerrno>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
 
+#include "tests/receiver/ModelHost.h"
+#include "tests/support/Envelope.h"
 #include "tools/receiver/network/Sockets.h"
 
 namespace veltra::receiver {
 
-/** The host's side of a connection, as plain as it gets, with bytes of its own making. */
+/** The host's side of a connection, which writes and reads its envelopes itself. */
 class TestHost
 {
 public:
-    explicit TestHost (std::uint16_t port);
-
-    void sendBytes (std::string_view bytes);
-    void send (const google::protobuf::MessageLite& message);
-
-    struct Envelope
+    explicit TestHost (std::uint16_t port) : socket (::socket (AF_INET, SOCK_STREAM, 0))
     {
-        std::uint32_t messageId = 0;
-        bool checksumFits = false;
-        std::string body;
-    };
+        sockaddr_in name {};
+        name.sin_family = AF_INET;
+        name.sin_port = htons (port);
+        name.sin_addr.s_addr = htonl (INADDR_LOOPBACK);
 
-    /** The next envelope; nothing when the connection ends or the time is over. Bytes before a marker are passed
-        over and counted. */
-    std::optional<Envelope> receive (std::chrono::milliseconds timeout = std::chrono::seconds (10));
-
-    /** Waits for the end of the connection.
-        @returns "closed", "reset", "bytes" when there is something to read, or "open" when the time is over */
-    std::string waitForEnd (std::chrono::milliseconds timeout = std::chrono::seconds (10));
-
-    /** The next message when it is a T; nothing otherwise. */
-    template <typename T>
-    std::optional<T> receiveA (std::chrono::milliseconds timeout = std::chrono::seconds (10))
-    {
-        const auto envelope = receive (timeout);
-        T message;
-
-        if (! envelope || ! envelope->checksumFits || envelope->messageId != idOf (message)
-            || ! message.ParsePartialFromString (envelope->body))
-            return {};
-
-        return message;
+        if (::connect (socket.get(), reinterpret_cast<sockaddr*> (&name), sizeof (name)) != 0)
+            throw std::runtime_error ("cannot connect");
     }
 
-    /** Sends a message and gives the refusal's words; "ok" when it was acknowledged, "nothing" without an answer. */
-    std::string command (const google::protobuf::MessageLite& message);
+    static std::string envelopeOf (const std::string& message)
+    {
+        const auto parsed = messageOf (message);
+        return test::envelopeOf (parsed->GetTypeName(), parsed->SerializeAsString());
+    }
 
-    static std::uint32_t idOf (const google::protobuf::MessageLite& message);
-    static std::string envelopeOf (const google::protobuf::MessageLite& message);
+    void sendBytes (std::string_view bytes)
+    {
+        if (::send (socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) != static_cast<ssize_t> (bytes.size()))
+            throw std::runtime_error ("cannot send");
+    }
+
+    /** The next envelope: the message's name, and its text form on the same line; "wrong checksum", or "nothing" when the
+        connection ends or half a minute is over. Bytes before a marker are skipped and counted. */
+    std::string receive()
+    {
+        for (;;)
+        {
+            const auto start = pending.find ("\x21\x01\xFF");
+
+            if (start != pending.npos && start + 15 <= pending.size()
+                && start + 15 + wordAt (start + 3) <= pending.size())
+            {
+                const auto body = pending.substr (start + 15, wordAt (start + 3));
+                const std::string name (messageName (wordAt (start + 7)));
+                const bool checksumFits = test::hashOf (body) == wordAt (start + 11);
+                noiseBytes += start;
+                pending.erase (0, start + 15 + body.size());
+                const auto message = createMessage (name);
+                message->ParsePartialFromString (body);
+                return checksumFits ? name + " " + veltraio::toText (*message) : "wrong checksum";
+            }
+
+            char buffer[65536];
+            const auto count = waitForBytes() ? ::recv (socket.get(), buffer, sizeof (buffer), 0) : 0;
+
+            if (count <= 0)
+                return "nothing";
+
+            pending.append (buffer, static_cast<std::size_t> (count));
+        }
+    }
+
+    std::string say (const std::string& message)
+    {
+        sendBytes (envelopeOf (message));
+        return receive();
+    }
+
+    /** @returns "closed" or "reset", "bytes" when there is something to read, "open" after half a minute without */
+    std::string waitForEnd()
+    {
+        char byte = 0;
+        const auto count = waitForBytes() ? ::recv (socket.get(), &byte, 1, 0) : -2;
+        return count > 0 ? "bytes" : count == 0 ? "closed" : count == -2 ? "open" : "reset";
+    }
 
     std::size_t noiseBytes = 0;
 
 private:
+    bool waitForBytes() const
+    {
+        pollfd waiting { socket.get(), POLLIN, 0 };
+        return ::poll (&waiting, 1, 30000) > 0;
+    }
+
+    std::uint32_t wordAt (std::size_t place) const
+    {
+        std::uint32_t value = 0;
+
+        for (const unsigned char byte : pending.substr (place, 4))
+            value = value << 8 | byte;
+
+        return value;
+    }
+
     Descriptor socket;
     std::string pending;
 };

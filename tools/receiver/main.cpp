@@ -25,7 +25,7 @@ namespace {
 using namespace veltra;
 using namespace veltra::receiver;
 
-/** What the command line asks for. */
+/** The command line. */
 struct Arguments
 {
     Receiver::Options options;
@@ -44,41 +44,48 @@ void readArguments (CLI::App& app, Arguments& arguments)
 {
     auto& options = arguments.options;
     auto& measurement = options.measurement;
-    app.add_option ("--port", options.port, "TCP port; 0 picks a free one, which is printed")->capture_default_str();
+    app.add_option ("--port", options.port, "TCP port; 0 takes a free one, which is printed")->capture_default_str();
     app.add_option ("--bind", options.bindAddress, "IPv4 address to listen on")->capture_default_str();
     app.add_option ("--profile", arguments.profile,
-                    "What the receiver is: a profile's file, or stereo, seven-one or twelve")
+                    "Description of the receiver: a file, or stereo, seven-one or twelve")
         ->capture_default_str();
-    app.add_option ("--folder", options.folder, "Write each slot here when it has been downloaded");
-    app.add_option ("--fault", arguments.faults, "Something that goes wrong, see below; may be repeated");
-    app.add_option ("--fault-file", arguments.faultFile, "A file of such faults, one a line");
-    app.add_option ("--room", measurement.room.folder, "Folder with the room's responses, measured_CHANNEL_RATE.wav");
+    app.add_option ("--folder", options.folder, "Write each slot into this folder when its download is complete");
+    app.add_option ("--fault", arguments.faults, "A fault to simulate, see below; may be repeated")
+        ->type_name ("FAULT");
+    app.add_option ("--fault-file", arguments.faultFile, "A file of faults, one per line");
+    app.add_option ("--room", measurement.room.folder,
+                    "Folder with the room's impulse responses, measured_CHANNEL_RATE.wav");
     app.add_option ("--room-delay", measurement.room.delay_ms, "Delay in ms of channels without a response there")
         ->capture_default_str();
     app.add_option ("--noise", measurement.noise_dBFS, "RMS level of the microphone's noise in dBFS, or -inf")
         ->capture_default_str();
     app.add_option ("--speed", measurement.speed, "Speed of the microphone's stream, times real time")
         ->capture_default_str();
-    app.add_flag ("--announce", arguments.announce, "Let it be found: answer searches on the network of --bind");
-    app.add_option ("--name", arguments.name, "Its owner's name for it, in what it announces; by default its model");
-    app.add_option ("--extension", arguments.extension, "How its description names the port: features or port")
+    app.add_flag ("--announce", arguments.announce, "Answer searches on the network of --bind, so that hosts find it");
+    app.add_option ("--name", arguments.name, "Name to announce; by default the model's");
+    app.add_option ("--extension", arguments.extension,
+                    "How the announced description gives the port: features or port")
         ->transform (CLI::CheckedTransformer (std::map<std::string, Extension> { { "features", Extension::features },
                                                                                  { "port", Extension::port } })
                          .description (""))
         ->type_name ("FORM")
         ->default_str ("features");
-    app.add_option ("--log", arguments.log, "What to tell on standard error: nothing, events or messages")
+    app.add_option ("--log", arguments.log, "What to write to standard error: nothing, events or messages")
         ->check (CLI::IsMember ({ "nothing", "events", "messages" }))
         ->capture_default_str();
-    app.footer ("A fault is \"NAME TYPE WHICH ARGUMENTS\". TYPE is a message (FilterDataChunk), a kind of request\n"
-                "(GetVolume), \"*\" for every message, AudioData or connect; WHICH is 3, 3-5, 3+ or *:\n"
-                + faultHelp() + "\nThe exit status is 0 after SIGINT or SIGTERM, or:\n"
-                + exitStatusHelp ({ kExitInternal, kExitUsage, kExitInput, kExitOutput, kExitNetwork }));
+    app.footer (
+        "A fault is one argument in the shell's quotes, for example\n"
+        "  --fault \"refuse FilterDataChunk 3 'flash busy'\"\n"
+        "In a file it is one line without these quotes. A TEXT or FIELDS with blanks needs quotes inside the\n"
+        "fault, ' or \". TYPE is a message (FilterDataChunk), a kind of request (GetVolume), * for every message,\n"
+        "AudioData or connect; WHICH is 3, 3-5, 3+ or *:\n"
+        + faultHelp() + "\nThe exit status is 0 after SIGINT or SIGTERM, or:\n"
+        + exitStatusHelp ({ kExitInternal, kExitUsage, kExitInput, kExitOutput, kExitNetwork }));
 }
 
 Profile chooseProfile (const std::string& name)
 {
-    const auto& shipped = shippedProfileNames();
+    const auto shipped = shippedProfileNames();
 
     if (std::find (shipped.begin(), shipped.end(), name) != shipped.end())
         return shippedProfile (name);
@@ -88,7 +95,7 @@ Profile chooseProfile (const std::string& name)
 
     if (! loaded)
         throw Failure (kExitInput,
-                       error + (std::filesystem::exists (name) ? "" : ", and no profile of that name is built in"));
+                       error + (std::filesystem::exists (name) ? "" : ", and no built-in profile has this name"));
 
     return *loaded;
 }
@@ -109,7 +116,14 @@ std::vector<Fault> chooseFaults (const Arguments& arguments)
     std::vector<Fault> faults;
 
     for (const auto& fault : arguments.faults)
-        addFaults (fault, "--fault \"" + fault + "\"", faults);
+    {
+        const auto countBefore = faults.size();
+        const auto origin = "--fault \"" + fault + "\"";
+        addFaults (fault, origin, faults);
+
+        if (faults.size() == countBefore)
+            throw Failure (kExitInput, origin + " contains no fault");
+    }
 
     if (! arguments.faultFile.empty())
     {
@@ -126,7 +140,7 @@ std::vector<Fault> chooseFaults (const Arguments& arguments)
     return faults;
 }
 
-/** Standard output is for scripts: one whole line at a time, at once. */
+/** Standard output is read by scripts: whole lines, flushed at once. */
 void print (const std::vector<std::string>& lines)
 {
     for (const auto& line : lines)
@@ -176,7 +190,7 @@ void run (Arguments& arguments)
 
     if (std::error_code error; ! options.folder.empty() && ! std::filesystem::is_directory (options.folder)
                                && ! std::filesystem::create_directories (options.folder, error))
-        throw Failure (kExitOutput, options.folder.string() + " cannot be made a folder");
+        throw Failure (kExitOutput, options.folder.string() + ": the folder cannot be created");
 
     std::mutex printing;
     options.onDownload = [&] (std::uint32_t device, std::uint32_t slotIndex, const Slot& slot) {
@@ -190,7 +204,7 @@ void run (Arguments& arguments)
                 std::cerr << text + '\n' << std::flush;
         };
 
-    static StopSignal stop; // a signal may come when this function has ended already
+    static StopSignal stop; // a signal may still arrive after this function has ended
     stopOnSignal = &stop;
     std::signal (SIGINT, [] (int) { stopOnSignal->raise(); });
     std::signal (SIGTERM, [] (int) { stopOnSignal->raise(); });
@@ -214,7 +228,7 @@ void run (Arguments& arguments)
     while (stop.pause (std::chrono::hours (1)))
         ;
 
-    // A second signal must not find the object gone.
+    // A second signal ends the program at once.
     std::signal (SIGINT, SIG_DFL);
     std::signal (SIGTERM, SIG_DFL);
     announcer.reset();
@@ -229,8 +243,8 @@ void run (Arguments& arguments)
 int main (int argc, char** argv)
 {
     CLI::App app (
-        "A simulated audio/video receiver: it speaks the device's side of the protocol, keeps the filters that it\n"
-        "is given, and plays stimuli through a simulated room to a simulated microphone.");
+        "A simulated audio/video receiver: the device's side of the protocol, filter slots in memory, and stimuli\n"
+        "that are played through a simulated room to a simulated microphone.");
     Arguments arguments;
     readArguments (app, arguments);
 

@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "tools/receiver/device/Messages.h"
-#include "tools/receiver/device/Refusal.h"
 
 namespace veltra::receiver {
 
@@ -15,7 +14,7 @@ namespace {
 template <typename Message>
 Message parse (std::string_view body)
 {
-    // The partial form is silent; what is missing is told to the host.
+    // The partial form prints nothing to standard error.
     Message message;
 
     if (! message.ParsePartialFromArray (body.data(), static_cast<int> (body.size())))
@@ -150,7 +149,7 @@ DeviceModel::Reply DeviceModel::answer (const veltraio::Request& request)
 
     switch (request.requesttype())
     {
-        // What a session opens with is told whatever the device index: a unit without devices answers too.
+        // The descriptions do not depend on the device index: a unit without devices has them too.
         case Request::RequestType_kGetProtocolInfo: return copy (profile.protocolInfo);
         case Request::RequestType_kGetUnit: return copy (describe());
         case Request::RequestType_kGetTopologyInfo: return copy (profile.topologyInfo);

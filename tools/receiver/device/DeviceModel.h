@@ -18,13 +18,12 @@
 
 namespace veltra::receiver {
 
-/** What a receiver remembers about one session: who it is, and the download that it has begun. A session's
-    thread alone uses it. */
+/** State of one session: its number, and the download that it has begun. Used by the session's thread only. */
 struct Conversation
 {
     std::uint32_t session = 0;
 
-    /** Sends a message that nobody asked for; false when the connection has gone. Called on any thread. */
+    /** Sends a message that is not a reply; false after the end of the connection. Called on any thread. */
     std::function<bool (const google::protobuf::MessageLite&)> send;
 
     FilterMemory::DownloadId download = 0; ///< 0 for none
@@ -32,7 +31,7 @@ struct Conversation
     std::uint32_t downloadSlot = 0;
 };
 
-/** How a receiver measures. */
+/** Options of a simulated measurement. */
 struct MeasurementOptions
 {
     Room::Options room;
@@ -45,8 +44,8 @@ struct MeasurementOptions
     static constexpr std::uint32_t kMaxPacketSamples = (32767 - 15 - 6) / 5;
 };
 
-/** Everything of a receiver but its network: the profile's answers, the settings, the filter slots, the
-    measurement mode. The state is one for all sessions, as that of a real receiver. Any thread.
+/** A receiver without its network: the profile's answers, settings, filter slots, measurement mode. All sessions share
+    this state, as on a real receiver. Any thread.
 */
 class DeviceModel
 {
@@ -54,7 +53,7 @@ public:
     /** Called on the session's thread when a slot has become complete, before that is acknowledged. */
     using DownloadCallback = std::function<void (std::uint32_t device, std::uint32_t slot, const Slot&)>;
 
-    /** Master volume at which a stimulus is played at its own level, and the one at the start. */
+    /** Master volume at which a stimulus is played at its own level; also the initial volume. */
     static constexpr float kReferenceVolume = 0.7f;
 
     /** @throws std::runtime_error when the room cannot be read, the options are out of range, or the profile
@@ -62,12 +61,12 @@ public:
     DeviceModel (Profile, const MeasurementOptions&, DownloadCallback);
     ~DeviceModel();
 
-    /** Carries out one message of the host's.
+    /** Carries out one message of a host.
 
         @param type  name of the message, without the package; empty for one that the schema does not have
         @param body  its protobuf serialisation
         @returns     the reply; null for a message that takes none (Pong, Acknowledge)
-        @throws      Refusal, and nothing has changed then */
+        @throws      Refusal; nothing has changed then */
     std::unique_ptr<google::protobuf::MessageLite> handle (Conversation&, std::string_view type, std::string_view body);
 
     /** A session has ended: a measurement of its own ends with it, a download of its own stays unfinished. */
@@ -150,9 +149,9 @@ private:
     mutable std::mutex lock; // everything below
     std::vector<Device> devices;
     FilterMemory::DownloadId lastDownload = 0;
-    std::function<void()> afterwards; // what the message that is being handled leaves to be called without the lock
+    std::function<void()> afterwards; // called after the message, without the lock
     Room room;
-    MeasurementStatus mode; // but its stimulus, which the stream knows
+    MeasurementStatus mode; // without its stimulus: the stream has that
     std::unique_ptr<MicrophoneStream> microphone;
 };
 

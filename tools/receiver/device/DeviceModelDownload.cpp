@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "tools/receiver/device/DeviceModel.h"
-#include "tools/receiver/device/Refusal.h"
+#include "tools/receiver/device/Messages.h"
 
 namespace veltra::receiver {
 

@@ -7,7 +7,7 @@
 #include <stdexcept>
 
 #include "dsp/FftConvolve.h"
-#include "tools/receiver/device/Refusal.h"
+#include "tools/receiver/device/Messages.h"
 #include "tools/receiver/sound/Correction.h"
 #include "tools/receiver/sound/Stimulus.h"
 

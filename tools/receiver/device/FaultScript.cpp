@@ -6,8 +6,8 @@
 #include <charconv>
 #include <sstream>
 
-#include "protocol/TextForm.h"
 #include "tools/receiver/device/Messages.h"
+#include "tools/receiver/device/ProtoText.h"
 
 namespace veltra::receiver {
 
@@ -15,7 +15,7 @@ namespace {
 
 using Action = Fault::Action;
 
-/** How a fault is written. Each letter of `arguments` is one argument, those behind "?" may be left out:
+/** How a fault is written. Each letter of `arguments` is one argument, those after "?" are optional:
     t text, b bytes or times, p pause in ms, m name of a message, f its fields in text form. */
 struct Form
 {
@@ -29,11 +29,11 @@ constexpr std::array<Form, 14> kForms { {
     { "refuse", Action::refuse, "?t", "not carried out, answered by a refusal with TEXT" },
     { "lose", Action::lose, "", "not carried out, not answered" },
     { "lose-reply", Action::loseReply, "", "carried out, not answered" },
-    { "delay", Action::delay, "p", "the reply leaves after MS milliseconds" },
+    { "delay", Action::delay, "p", "the reply is sent after MS milliseconds" },
     { "wrong-checksum", Action::wrongChecksum, "", "the reply's checksum is wrong" },
-    { "wrong-length", Action::wrongLength, "b", "the reply's envelope promises N bytes more than it has" },
+    { "wrong-length", Action::wrongLength, "b", "the reply's envelope announces N bytes more than it has" },
     { "noise", Action::noise, "b", "N bytes of noise before the reply" },
-    { "pieces", Action::pieces, "b?p", "the reply leaves in pieces of N bytes, MS milliseconds apart" },
+    { "pieces", Action::pieces, "b?p", "the reply is sent in pieces of N bytes, MS milliseconds apart" },
     { "close", Action::close, "?b", "the connection is closed after N bytes of the reply" },
     { "reset", Action::reset, "?b", "the connection is reset after N bytes of the reply" },
     { "answer", Action::answer, "m?f", "answered by another MESSAGE with FIELDS in protobuf's text form" },
@@ -42,15 +42,16 @@ constexpr std::array<Form, 14> kForms { {
     { "limit", Action::limit, "b", "from now on envelopes above N bytes are refused, 0 for no limit" },
 } };
 
+/** Quotes where an argument needs them as soon as it contains blanks. */
 std::string_view argumentName (char kind)
 {
     switch (kind)
     {
-        case 't': return "TEXT";
+        case 't': return "'TEXT'";
         case 'b': return "N";
         case 'p': return "MS";
         case 'm': return "MESSAGE";
-        default: return "FIELDS";
+        default: return "'FIELDS'";
     }
 }
 
@@ -58,36 +59,51 @@ std::string usage (const Form& form)
 {
     std::string text { form.name };
     text += " TYPE WHICH";
-    bool optional = false;
+    bool isOptional = false;
 
     for (const char kind : form.arguments)
     {
+        const std::string name { argumentName (kind) };
+
         if (kind == '?')
-            optional = true;
+            isOptional = true;
         else
-            text +=
-                std::string (" ") + (optional ? "[" : "") + std::string (argumentName (kind)) + (optional ? "]" : "");
+            text += isOptional ? " [" + name + "]" : " " + name;
     }
 
     return text;
 }
 
-/** What is wrong with a line, in words. */
+std::string generalUsage()
+{
+    std::string text = "\"NAME TYPE WHICH ARGUMENTS\" with one of these names:";
+
+    for (const auto& form : kForms)
+        text += " " + std::string (form.name);
+
+    return text;
+}
+
+/** What is wrong with a line. */
 struct Mistake
 {
     std::string text;
 };
 
-/** Words of a line, cut at blanks; quotes of either kind keep blanks, and "#" outside of them ends the line. */
-std::vector<std::string> words (std::string_view line)
+struct Words
 {
-    std::vector<std::string> result;
+    std::vector<std::string> list;
+    bool isQuoteOpen = false; ///< the last word has no closing quote
+};
 
-    for (std::size_t i = 0; i < line.size();)
+/** Splits a line at blanks. Blanks and "#" between quotes of either kind are part of a word; another "#" ends the
+    line. */
+Words split (std::string_view line)
+{
+    Words words;
+
+    for (std::size_t i = 0; i < line.size() && line[i] != '#';)
     {
-        if (line[i] == '#')
-            break;
-
         if (line[i] == ' ' || line[i] == '\t' || line[i] == '\r')
         {
             ++i;
@@ -95,22 +111,19 @@ std::vector<std::string> words (std::string_view line)
         else if (line[i] == '\'' || line[i] == '"')
         {
             const auto end = line.find (line[i], i + 1);
-
-            if (end == std::string_view::npos)
-                throw Mistake { "a quote is not closed" };
-
-            result.emplace_back (line.substr (i + 1, end - i - 1));
-            i = end + 1;
+            words.isQuoteOpen = end == std::string_view::npos;
+            words.list.emplace_back (line.substr (i + 1, words.isQuoteOpen ? end : end - i - 1));
+            i = words.isQuoteOpen ? line.size() : end + 1;
         }
         else
         {
             const auto end = std::min (line.find_first_of (" \t\r#", i), line.size());
-            result.emplace_back (line.substr (i, end - i));
+            words.list.emplace_back (line.substr (i, end - i));
             i = end;
         }
     }
 
-    return result;
+    return words;
 }
 
 std::uint32_t readNumber (std::string_view text, std::string_view what)
@@ -119,39 +132,41 @@ std::uint32_t readNumber (std::string_view text, std::string_view what)
     const auto [end, error] = std::from_chars (text.data(), text.data() + text.size(), value);
 
     if (error != std::errc {} || end != text.data() + text.size())
-        throw Mistake { "\"" + std::string (text) + "\" is no number for " + std::string (what) };
+        throw Mistake { "\"" + std::string (text) + "\" is not a number for " + std::string (what) };
 
     return value;
 }
 
 /** WHICH: "3", "3-5", "3+" or "*". */
-void readOccurrences (std::string_view text, Fault& fault)
+void readOccurrences (const std::string& which, Fault& fault)
 {
-    if (text == "*")
+    std::string_view first = which;
+
+    if (which == "*")
     {
         fault.last = Fault::kForEver;
         return;
     }
 
-    if (text.ends_with ('+'))
+    if (first.ends_with ('+'))
     {
-        text.remove_suffix (1);
+        first.remove_suffix (1);
         fault.last = Fault::kForEver;
     }
-    else if (const auto dash = text.find ('-'); dash != std::string_view::npos)
+    else if (const auto dash = first.find ('-'); dash != std::string_view::npos)
     {
-        fault.last = readNumber (text.substr (dash + 1), "WHICH");
-        text = text.substr (0, dash);
+        fault.last = readNumber (first.substr (dash + 1), "WHICH");
+        first = first.substr (0, dash);
     }
     else
     {
-        fault.last = readNumber (text, "WHICH");
+        fault.last = readNumber (first, "WHICH");
     }
 
-    fault.first = readNumber (text, "WHICH");
+    fault.first = readNumber (first, "WHICH");
 
     if (fault.first == 0 || fault.last < fault.first)
-        throw Mistake { "WHICH counts from 1: \"3\", \"3-5\", \"3+\" or \"*\"" };
+        throw Mistake { "\"" + which + "\" is not a WHICH: 3, 3-5, 3+ or *, counted from 1" };
 }
 
 bool contains (const std::vector<std::string_view>& names, std::string_view name)
@@ -168,24 +183,26 @@ void checkType (const Fault& fault)
 
     if (fault.type != "*" && fault.type != "AudioData" && fault.type != "connect"
         && ! contains (hostMessages(), fault.type) && ! contains (requestNames(), fault.type))
-        throw Mistake { "\"" + fault.type + "\" is no message of a host" };
+        throw Mistake { "\"" + fault.type
+                        + "\" is not a TYPE: a message of a host (FilterDataChunk), a kind of request (GetVolume), *, "
+                          "AudioData or connect" };
 
     if ((fault.type == "connect" && ! among ({ delay, noise, close, reset }))
         || (fault.type == "AudioData" && among ({ refuse, answer, limit })))
         throw Mistake { "\"" + std::string (actionName (fault.action)) + "\" does not apply to " + fault.type };
 }
 
-/** Without fields the answer is the bare message, also where that lacks required ones. */
+/** Without FIELDS the answer is an empty message, even if the message has required fields. */
 void readAnswer (const std::string& fields, Fault& fault)
 {
     const auto message = createMessage (fault.text);
     std::string error;
 
     if (message == nullptr)
-        throw Mistake { "\"" + fault.text + "\" is no message" };
+        throw Mistake { "\"" + fault.text + "\" is not a message" };
 
-    if (! fields.empty() && ! veltraio::fromText (fields, *message, error))
-        throw Mistake { "the fields of " + fault.text + ": " + error };
+    if (! fields.empty() && ! readText (fields, *message, error))
+        throw Mistake { "the FIELDS of " + fault.text + ": " + error };
 
     fault.body = message->SerializePartialAsString();
 }
@@ -194,20 +211,20 @@ void readArguments (const Form& form, const std::vector<std::string>& arguments,
 {
     std::string fields;
     std::size_t next = 0;
-    bool optional = false;
+    bool isOptional = false;
 
     for (const char kind : form.arguments)
     {
         if (kind == '?')
         {
-            optional = true;
+            isOptional = true;
             continue;
         }
 
         if (next == arguments.size())
         {
-            if (! optional)
-                throw Mistake { "too few words for \"" + usage (form) + "\"" };
+            if (! isOptional)
+                throw Mistake { std::string (argumentName (kind)) + " is missing" };
 
             break;
         }
@@ -224,31 +241,43 @@ void readArguments (const Form& form, const std::vector<std::string>& arguments,
     }
 
     if (next != arguments.size())
-        throw Mistake { "too many words for \"" + usage (form) + "\"" };
+        throw Mistake { "\"" + arguments[next] + "\" is one argument too many" };
 
     if (fault.action == Action::answer)
         readAnswer (fields, fault);
 
     if (fault.action == Action::pieces && fault.bytes == 0)
-        throw Mistake { "pieces of 0 bytes" };
+        throw Mistake { "N is 0" };
 }
 
-Fault readFault (const std::vector<std::string>& line)
+/** @param expected  receives the form that the line should have
+    @returns         nothing for a line without a fault */
+std::optional<Fault> readLine (std::string_view line, std::string& expected)
 {
-    const auto form = std::find_if (kForms.begin(), kForms.end(), [&] (const auto& f) { return f.name == line[0]; });
+    const auto [words, isQuoteOpen] = split (line);
+
+    if (words.empty())
+        return {};
+
+    const auto* form =
+        std::find_if (kForms.begin(), kForms.end(), [&name = words[0]] (const auto& f) { return f.name == name; });
+    expected = form != kForms.end() ? "\"" + usage (*form) + "\"" : generalUsage();
+
+    if (isQuoteOpen)
+        throw Mistake { "a quote is not closed" };
 
     if (form == kForms.end())
-        throw Mistake { "\"" + line[0] + "\" is no fault" };
+        throw Mistake { "\"" + words[0] + "\" is not a fault" };
 
-    if (line.size() < 3)
-        throw Mistake { "too few words for \"" + usage (*form) + "\"" };
+    if (words.size() < 3)
+        throw Mistake { words.size() < 2 ? "TYPE is missing" : "WHICH is missing" };
 
     Fault fault;
     fault.action = form->action;
-    fault.type = line[1];
+    fault.type = words[1];
     checkType (fault);
-    readOccurrences (line[2], fault);
-    readArguments (*form, { line.begin() + 3, line.end() }, fault);
+    readOccurrences (words[2], fault);
+    readArguments (*form, { words.begin() + 3, words.end() }, fault);
     return fault;
 }
 
@@ -257,20 +286,23 @@ Fault readFault (const std::vector<std::string>& line)
 std::optional<std::vector<Fault>> parseFaults (std::string_view text, std::string& error)
 {
     std::vector<Fault> faults;
+    const bool hasLines = text.find ('\n') != std::string_view::npos;
 
     for (int number = 1; ! text.empty(); ++number)
     {
         const auto line = text.substr (0, text.find ('\n'));
         text.remove_prefix (std::min (line.size() + 1, text.size()));
+        std::string expected;
 
         try
         {
-            if (const auto parts = words (line); ! parts.empty())
-                faults.push_back (readFault (parts));
+            if (auto fault = readLine (line, expected))
+                faults.push_back (std::move (*fault));
         }
         catch (const Mistake& mistake)
         {
-            error = "line " + std::to_string (number) + ": " + mistake.text;
+            error =
+                (hasLines ? "line " + std::to_string (number) + ": " : "") + mistake.text + "; expected " + expected;
             return {};
         }
     }
@@ -290,46 +322,11 @@ std::string faultHelp()
     for (const auto& form : kForms)
     {
         auto line = "  " + usage (form);
-        line.resize (std::max<std::size_t> (line.size() + 1, 38), ' ');
+        line.resize (std::max<std::size_t> (line.size() + 1, 40), ' ');
         help << line << form.meaning << '\n';
     }
 
     return help.str();
-}
-
-void FaultInjector::set (std::vector<Fault> faults)
-{
-    const std::scoped_lock guard (lock);
-    rules.clear();
-
-    for (auto& fault : faults)
-        rules.push_back ({ std::move (fault) });
-}
-
-void FaultInjector::add (Fault fault)
-{
-    const std::scoped_lock guard (lock);
-    rules.push_back ({ std::move (fault) });
-}
-
-std::vector<Fault> FaultInjector::next (const std::vector<std::string_view>& names)
-{
-    const std::scoped_lock guard (lock);
-    std::vector<Fault> applying;
-
-    for (auto& rule : rules)
-    {
-        if (std::find (names.begin(), names.end(), rule.fault.type) == names.end())
-            continue;
-
-        if (rule.seen < Fault::kForEver)
-            ++rule.seen;
-
-        if (rule.seen >= rule.fault.first && rule.seen <= std::max (rule.fault.first, rule.fault.last))
-            applying.push_back (rule.fault);
-    }
-
-    return applying;
 }
 
 }

@@ -7,14 +7,36 @@
 
 #include <zlib.h>
 
-#include "tools/receiver/device/Refusal.h"
+#include "tools/receiver/device/Messages.h"
 
 namespace veltra::receiver {
 
 namespace {
 
-/** Stretches of a block that may stand apart from one another at a time. */
-constexpr std::size_t kMaxStretches = 1024;
+/** Gaps that a block may have at a time. */
+constexpr std::size_t kMaxGaps = 1024;
+
+using Stretches = std::map<std::uint32_t, std::string>;
+
+void overwrite (std::string& target, std::size_t at, std::string_view piece)
+{
+    target.resize (std::max (target.size(), at + piece.size()));
+    std::copy (piece.begin(), piece.end(), target.begin() + static_cast<std::ptrdiff_t> (at));
+}
+
+/** Moves the stretches that `target`, which begins at `start`, now touches to its end. */
+void absorb (std::string& target, std::size_t start, Stretches& stretches, Stretches::iterator next)
+{
+    while (next != stretches.end() && next->first <= start + target.size())
+    {
+        const auto overlap = start + target.size() - next->first;
+
+        if (overlap < next->second.size())
+            target.append (next->second, overlap);
+
+        next = stretches.erase (next);
+    }
+}
 
 std::size_t characterCount (std::string_view utf8)
 {
@@ -54,14 +76,6 @@ bool hasChannel (const veltraio::Unit::Device& device, std::uint32_t index)
 
 }
 
-bool SlotBlock::isComplete() const
-{
-    if (announcedBytes == 0)
-        return true;
-
-    return arrived.size() == 1 && arrived.begin()->first == 0 && arrived.begin()->second == announcedBytes;
-}
-
 std::uint32_t SlotBlock::checksum() const
 {
     return static_cast<std::uint32_t> (::crc32_z (0, reinterpret_cast<const Bytef*> (bytes.data()), bytes.size()));
@@ -77,31 +91,25 @@ void SlotBlock::add (std::uint32_t offset, std::string_view piece)
                        + std::to_string (offset) + " lies outside the announced " + std::to_string (announcedBytes)
                        + " bytes");
 
-    auto start = offset;
-    auto end = offset + static_cast<std::uint32_t> (piece.size());
-
-    // Stretches that touch the new one from the first whose end reaches its start.
-    auto first = arrived.upper_bound (start);
-
-    if (first != arrived.begin() && std::prev (first)->second >= start)
-        --first;
-
-    auto last = first;
-
-    for (; last != arrived.end() && last->first <= end; ++last)
+    if (offset <= bytes.size())
     {
-        start = std::min (start, last->first);
-        end = std::max (end, last->second);
+        overwrite (bytes, offset, piece);
+        absorb (bytes, 0, later, later.begin());
+        return;
     }
 
-    if (first == last && arrived.size() >= kMaxStretches)
+    auto stretch = later.upper_bound (offset);
+    const bool joinsNext = stretch != later.end() && stretch->first <= offset + piece.size();
+
+    if (stretch != later.begin() && std::prev (stretch)->first + std::prev (stretch)->second.size() >= offset)
+        --stretch;
+    else if (joinsNext || later.size() < kMaxGaps)
+        stretch = later.emplace_hint (stretch, offset, std::string());
+    else
         throw Refusal ("Filter data arrives with too many gaps");
 
-    arrived.erase (first, last);
-    arrived.emplace (start, end);
-
-    bytes.resize (std::max<std::size_t> (bytes.size(), end));
-    std::copy (piece.begin(), piece.end(), bytes.begin() + offset);
+    overwrite (stretch->second, offset - stretch->first, piece);
+    absorb (stretch->second, stretch->first, later, std::next (stretch));
 }
 
 const SlotBlock* Slot::findBlock (std::uint32_t sampleRate) const
@@ -179,7 +187,7 @@ void FilterMemory::addChannel (DownloadId id, std::uint32_t slotIndex, const vel
     for (const auto value : { channel.gain_db(), channel.delay_ms(), channel.maxgain_db(), channel.latency_ms() })
         if (! std::isfinite (value))
             throw Refusal ("Filter channel " + std::to_string (channel.channelindex())
-                           + " has a value that is no number");
+                           + " has a value that is not finite");
 
     if (channel.channelindex() >= slot.channelCount)
         throw Refusal ("Filter channel " + std::to_string (channel.channelindex()) + " of a filter with "

@@ -18,20 +18,20 @@ struct SlotBlock
     std::uint32_t sampleRate = 0;              ///< Hz
     std::vector<std::uint32_t> channelIndices; ///< the channels that it serves, in the order of its data
     std::uint32_t announcedBytes = 0;
-    std::string bytes; ///< assembled by offset; as long as what has arrived reaches
+    std::string bytes; ///< what has arrived from the beginning up to the first gap
 
-    bool isComplete() const;
+    bool isComplete() const { return bytes.size() == announcedBytes; }
 
     /** CRC-32 of the bytes, as zlib, PNG and `python3 -c "import zlib..."` compute it. */
     std::uint32_t checksum() const;
 
-    /** Puts a piece in its place. A piece may repeat or overlap what is there already: a host that missed an
-        acknowledgement sends again.
+    /** Takes a piece. It may repeat or overlap what is here already: a host that missed an acknowledgement sends
+        again. Memory grows with the bytes that arrive, wherever they belong.
         @throws Refusal when the piece is empty, lies outside the announced size, or leaves too many gaps */
     void add (std::uint32_t offset, std::string_view piece);
 
 private:
-    std::map<std::uint32_t, std::uint32_t> arrived; ///< start and end of each stretch, apart from one another
+    std::map<std::uint32_t, std::string> later; ///< what has arrived after a gap, by offset, with gaps in between
 };
 
 /** One filter slot, with what was downloaded into it. */
@@ -40,8 +40,8 @@ struct Slot
     enum class State
     {
         empty,
-        loading, ///< a download began and has not come to its end
-        occupied ///< everything that was announced has arrived, or the profile says that a filter is here
+        loading, ///< a download began and is not complete
+        occupied ///< everything announced has arrived, or the profile says so
     };
 
     State state = State::empty;
@@ -60,13 +60,12 @@ struct Slot
     and announces a filter, a FilterChannel follows for each of its channels, then for each sample rate a
     FilterData and the FilterDataChunks of its bytes.
 
-    Each operation throws Refusal with words for a person when the message does not fit; the slot is then as it
-    was before. Not thread-safe.
+    Each operation throws Refusal when the message does not fit, and then leaves the slot unchanged. Not thread-safe.
 */
 class FilterMemory
 {
 public:
-    /** Bytes of one slot that the device accepts; a sender must not be able to take all memory. */
+    /** Bytes that one slot can hold; a sender must not be able to fill the memory. */
     static constexpr std::uint32_t kSlotBytes = 256u * 1024u * 1024u;
 
     /** Longest filter name, in characters. */
@@ -74,21 +73,21 @@ public:
 
     explicit FilterMemory (const veltraio::Unit::Device& device);
 
-    /** Names a download; no two downloads of a receiver have the same, and none has 0. */
+    /** Identifies a download of this receiver; never 0. */
     using DownloadId = std::uint64_t;
 
-    /** Begins a download. A download into the same slot that is still open is void from now on. */
+    /** Begins a download. One that is still open for the same slot ends. */
     void begin (DownloadId, const veltraio::LoadFilter&);
 
     void addChannel (DownloadId, std::uint32_t slot, const veltraio::FilterChannel&);
 
-    /** @returns true when the filter became complete with this, as an empty last block makes it */
+    /** @returns true when the filter is complete with this, which an empty last block can cause */
     bool addBlock (DownloadId, const veltraio::FilterData&);
 
-    /** @returns true when the filter became complete with this piece */
+    /** @returns true when the filter is complete with this chunk */
     bool addChunk (DownloadId, const veltraio::FilterDataChunk&);
 
-    /** Empties the slot of a download, also when its last byte is there already. */
+    /** Empties the slot of a download, also after its last byte. */
     void cancel (DownloadId, std::uint32_t slot);
 
     /** Empties a slot; an empty one stays so. */
@@ -96,7 +95,7 @@ public:
 
     const std::vector<Slot>& slots() const { return held; }
 
-    /** @throws Refusal when there is no such slot */
+    /** @throws Refusal when the device has no such slot */
     void requireSlot (std::uint32_t slot) const;
 
 private:

@@ -47,6 +47,24 @@ const std::vector<const MessageLite*>& prototypes()
     return all;
 }
 
+/** Names of the kinds of Request: those of the schema, without what they all begin with. */
+const std::map<int, std::string>& requestsByType()
+{
+    using veltraio::Request;
+    static const auto names = [] {
+        constexpr std::string_view kPrefix = "RequestType_k";
+        std::map<int, std::string> result;
+
+        for (int type = Request::RequestType_MIN; type <= Request::RequestType_MAX; ++type)
+            if (Request::RequestType_IsValid (type))
+                result[type] =
+                    Request::RequestType_Name (static_cast<Request::RequestType> (type)).substr (kPrefix.size());
+
+        return result;
+    }();
+    return names;
+}
+
 }
 
 std::string nameOf (const MessageLite& message) { return message.GetTypeName().substr (kPackage.size()); }
@@ -92,22 +110,20 @@ const std::vector<std::string_view>& hostMessages()
     return names;
 }
 
-const std::vector<std::string_view>& requestNames()
-{
-    // In the order of their values.
-    static const std::vector<std::string_view> names {
-        "GetUnit",           "GetVolume",       "GetChannelAttenuation", "GetActiveFilterSlot", "GetStimulusState",
-        "GetFilteringState", "GetTopologyInfo", "GetStimulusInfo",       "GetProtocolInfo"
-    };
-    return names;
-}
-
 std::string_view requestName (int requestType)
 {
-    const auto& names = requestNames();
-    return requestType >= 0 && requestType < static_cast<int> (names.size())
-               ? names[static_cast<std::size_t> (requestType)]
-               : std::string_view {};
+    const auto found = requestsByType().find (requestType);
+    return found == requestsByType().end() ? std::string_view {} : std::string_view (found->second);
+}
+
+std::vector<std::string_view> requestNames()
+{
+    std::vector<std::string_view> names;
+
+    for (const auto& [type, name] : requestsByType())
+        names.push_back (name);
+
+    return names;
 }
 
 }

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -10,6 +11,13 @@
 #include "protocol/veltraio.pb.h"
 
 namespace veltra::receiver {
+
+/** Thrown by an operation that a message asks for; its text goes back in an Acknowledge with ok false. */
+class Refusal : public std::runtime_error
+{
+public:
+    explicit Refusal (const std::string& text) : std::runtime_error (text) {}
+};
 
 /** Name of the message with an identifier of the wire, without its package ("LoadFilter"); empty when the
     schema has no such message. */
@@ -24,8 +32,8 @@ const std::vector<std::string_view>& hostMessages();
 /** Name of a kind of Request as faults use it ("GetUnit"); empty for a value that the schema does not have. */
 std::string_view requestName (int requestType);
 
-/** The kinds of Request that the schema has, by that name. */
-const std::vector<std::string_view>& requestNames();
+/** All kinds of Request, by that name. */
+std::vector<std::string_view> requestNames();
 
 /** A message's name without its package. */
 std::string nameOf (const google::protobuf::MessageLite& message);

@@ -12,7 +12,7 @@
 
 namespace veltra::receiver {
 
-/** What a receiver says of itself: the answers to the four requests that open a session. */
+/** How a receiver describes itself: the answers to the four requests that open a session. */
 struct Profile
 {
     veltraio::ProtocolInfo protocolInfo;
@@ -21,24 +21,24 @@ struct Profile
     veltraio::StimulusInfo stimulusInfo;
 };
 
-/** Reads a profile from protobuf text:
+/** Reads a profile: the text form of the message in profile.proto.
 
         protocolInfo { versionInfo: 8 messageLimit: 460 }
         unit { manufacturer: "..." ... }
         topologyInfo { topologies { name: "FIR" sampleRate: 48000 information: "NbrOfFIRTaps=4096" } }
         stimulusInfo { stimulusLatencyMilliseconds: 0 }
 
-    @param error  receives line, column and what is wrong
+    @param error  line, column and the reason
     @returns      nothing after an error */
 std::optional<Profile> parseProfile (std::string_view text, std::string& error);
 
 /** The same from a file; the error begins with the file's name. */
 std::optional<Profile> loadProfile (const std::filesystem::path& file, std::string& error);
 
-/** The profiles that come with the receiver: "stereo", "seven-one" and "twelve".
-    @throws std::out_of_range for any other name */
+/** One of the profiles that are compiled in.
+    @throws std::out_of_range for a name that is not in shippedProfileNames() */
 Profile shippedProfile (std::string_view name);
 
-const std::vector<std::string>& shippedProfileNames();
+std::vector<std::string> shippedProfileNames();
 
 }

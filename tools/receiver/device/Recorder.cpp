@@ -43,7 +43,7 @@ void Recorder::addMessage (ReceivedMessage message)
 {
     const std::scoped_lock guard (lock);
 
-    // Unknown types are a peer's invention, and there may be any number of them.
+    // A peer can invent any number of unknown types.
     if (! message.type.starts_with ("0x"))
         ++counts[message.type];
 

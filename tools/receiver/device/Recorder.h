@@ -24,11 +24,11 @@ struct ReceivedMessage
     std::optional<std::string> refusal; ///< the text of the refusal
 };
 
-/** Remembers what the sessions of a receiver hear, and wakes those who wait for it. Any thread. */
+/** Records what the sessions of a receiver receive, and wakes threads that wait for it. Any thread. */
 class Recorder
 {
 public:
-    /** @param capacity  bytes to remember, of messages and of raw bytes each; later ones are counted only */
+    /** @param capacity  bytes to keep, of messages and of raw bytes each; later ones are counted only */
     explicit Recorder (std::size_t capacityBytes) : capacity (capacityBytes) {}
 
     /** @returns the session's number */
@@ -43,10 +43,10 @@ public:
     std::vector<ReceivedMessage> messages() const;
     std::string bytes (std::uint32_t session) const;
 
-    /** Number of things noted so far. */
+    /** Number of events recorded so far. */
     std::uint64_t changes() const;
 
-    /** Waits until something is noted after the first `seen` things, or until the time has come. */
+    /** Waits until more than `seen` events are recorded, or until a time. */
     void waitForChange (std::uint64_t seen, std::chrono::steady_clock::time_point until) const;
 
 private:

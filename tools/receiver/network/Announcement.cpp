@@ -16,7 +16,7 @@ namespace {
 constexpr const char* kDeviceType = "urn:schemas-upnp-org:device:MediaRenderer:1";
 constexpr const char* kFeaturesUrn = "urn:schemas-frontier-silicon-com:ir-1-0";
 constexpr const char* kPortUrn = "urn:schemas-veltra-lab:veltraio-1-0";
-constexpr int kLongestWait_s = 5; ///< what UPnP lets a device make of larger values
+constexpr int kLongestWait_s = 5; ///< UPnP lets a device treat larger values as this
 
 std::string escaped (std::string_view text)
 {
@@ -65,7 +65,7 @@ std::string Announcement::randomUuid()
     for (auto& word : words)
         word = random();
 
-    // The bits that call it random, RFC 4122, 4.4.
+    // Version and variant of a random UUID, RFC 4122, 4.4.
     words[1] = (words[1] & 0xFFFF0FFFu) | 0x4000u;
     words[2] = (words[2] & 0x3FFFFFFFu) | 0x80000000u;
     std::array<char, 37> text;
@@ -79,7 +79,7 @@ std::string Announcement::description() const
     const bool isFeatures = extension == Extension::features;
     const auto number = std::to_string (port);
 
-    // The extension comes last: hosts stop there, and would not see the name behind it.
+    // The extension comes last: hosts stop reading there.
     return "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
            "<root xmlns=\"urn:schemas-upnp-org:device-1-0\" xmlns:ext=\""
            + std::string (isFeatures ? kFeaturesUrn : kPortUrn)

@@ -10,14 +10,14 @@
 
 namespace veltra::receiver {
 
-/** How the description tells that the device speaks the protocol, and where. */
+/** The element of the description that marks a device of this protocol and contains its port. */
 enum class Extension
 {
     features, ///< an element x_features with the text VeltraIO-PORT
     port      ///< an element x_port with the port
 };
 
-/** What a receiver says of itself to those who search the network, and the texts in which it does. */
+/** How a receiver describes itself to searching hosts, and the texts that do it. */
 struct Announcement
 {
     std::string friendlyName {};
@@ -33,18 +33,18 @@ struct Announcement
     /** The UPnP device description with the extension element. */
     std::string description() const;
 
-    /** A search of somebody's: the header ST and MX of an M-SEARCH request. */
+    /** The headers ST and MX of an M-SEARCH request. */
     struct Search
     {
         std::string target;
         std::chrono::seconds longestWait { 0 };
     };
 
-    /** Reads a datagram that came to the multicast group.
-        @returns nothing when it is not a search, or one without ST or with an MX below 1 */
+    /** Reads a datagram of the multicast group.
+        @returns nothing for another message, and for a search without ST or with an MX below 1 */
     static std::optional<Search> parseSearch (std::string_view datagram);
 
-    /** The answers to a search: one for each name of this device that it asks for, none for a search for others.
+    /** The answers to a search: one for each name of this device that its target matches.
         @param location  URL of the description */
     std::vector<std::string> answers (const Search& search, const std::string& location) const;
 };

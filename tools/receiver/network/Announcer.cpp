@@ -51,7 +51,7 @@ std::string text (in_addr host)
     return result.data();
 }
 
-/** The interfaces to be found on, by an address of each. */
+/** The interfaces to answer on, by an address of each. */
 std::vector<std::string> interfaces (const std::string& address)
 {
     if (address != "0.0.0.0")
@@ -68,7 +68,7 @@ std::vector<std::string> interfaces (const std::string& address)
 Descriptor openSearchSocket (const std::string& address)
 {
     const auto fail = [&address] {
-        throw std::system_error (errno, std::generic_category(), "Cannot be found on " + address);
+        throw std::system_error (errno, std::generic_category(), "Cannot answer searches on " + address);
     };
     Descriptor result (::socket (AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     const auto name = socketName (numeric (kGroup), kSsdpPort);
@@ -197,8 +197,8 @@ std::string Announcer::locationFor (std::uint32_t peer) const
 {
     auto local = numeric (address);
 
-    // A receiver on all interfaces names the one by which the peer reaches it, which the system tells for a
-    // connected socket.
+    // On all interfaces, the location has the address through which the peer reaches this machine: the system
+    // chooses it for a connected socket.
     if (local.s_addr == INADDR_ANY)
     {
         const Descriptor probe (::socket (AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));

@@ -14,16 +14,16 @@
 
 namespace veltra::receiver {
 
-/** Lets a receiver be found: answers searches of the network (SSDP), each after a random part of the time that the
-    search allows, and serves the description that the answers name by HTTP. Any number of them run on one machine.
+/** Answers searches of the network (SSDP), each after a random part of the time that the search allows, and serves by
+    HTTP the description that the answers refer to. Several announcers can run on one machine.
 */
 class Announcer
 {
 public:
     using Log = std::function<void (const std::string&)>;
 
-    /** @param address  IPv4 address of the interface on which it is found, "0.0.0.0" for all of them
-        @param log      called on threads of this
+    /** @param address  IPv4 address of the interface to answer on, "0.0.0.0" for all
+        @param log      called on the threads of this object
         @throws         std::system_error when it cannot listen */
     Announcer (Announcement announcement, const std::string& address, Log log);
     ~Announcer();
@@ -43,8 +43,8 @@ private:
         std::string text;
     };
 
-    /** A search that is answered late holds a place; further ones are not answered, so that nobody can have a
-        multiple of his own traffic sent to somebody else. */
+    /** Answers that wait for their time. Searches beyond these are not answered: a search with a forged sender must not
+        multiply the traffic to its victim. */
     static constexpr std::size_t kMaxPending = 64;
 
     void answerSearches();

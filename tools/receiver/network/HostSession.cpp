@@ -8,7 +8,6 @@
 
 #include "protocol/Envelope.h"
 #include "tools/receiver/device/Messages.h"
-#include "tools/receiver/device/Refusal.h"
 
 namespace veltra::receiver {
 
@@ -31,8 +30,8 @@ void putWord (std::string& bytes, std::uint32_t word)
         bytes += static_cast<char> (word >> shift & 0xFF);
 }
 
-/** Bytes that a parser has to skip: beginnings of a marker among them, but none that would swallow the first byte
-    of the marker that follows. */
+/** Bytes that a parser has to skip. Beginnings of a marker are among them, but not at the end, where they would
+    consume the first byte of the marker that follows. */
 std::string noise (std::uint32_t count)
 {
     constexpr std::string_view pattern ("\x21\x01\x00\x7F\x21\x55\xFF\x01\x33", 9);
@@ -138,11 +137,12 @@ void HostSession::run (const std::vector<Fault>& connectFaults)
 
     while (const auto received = connection.receive (bytes, sizeof (bytes)))
     {
+        heard = std::chrono::steady_clock::now();
         shared.recorder.addBytes (conversation.session, { bytes, received });
         feed (reinterpret_cast<const std::uint8_t*> (bytes), static_cast<std::uint32_t> (received));
     }
 
-    // Whoever still sends comes back now; nobody uses the connection after that.
+    // Other threads that are sending return now, and none starts to send after this.
     stop.raise();
     shared.model.sessionEnded (conversation);
     {

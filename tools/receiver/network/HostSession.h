@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <mutex>
@@ -16,14 +17,14 @@
 
 namespace veltra::receiver {
 
-/** How much of a receiver's doings is told. */
+/** Kinds of log lines. */
 enum class LogDetail
 {
     events,  ///< sessions, refusals, faults
     messages ///< also each message and its answer
 };
 
-/** What the sessions of a receiver share. */
+/** Parts of a receiver that its sessions share. */
 struct SessionContext
 {
     DeviceModel& model;
@@ -33,17 +34,17 @@ struct SessionContext
     std::function<void (LogDetail, const std::string&)> log;
 };
 
-/** One connection of a host: reads envelopes, has the model carry them out, answers, and does the damage that the
-    fault script asks for. A thread of its own runs from construction until the connection ends. */
+/** One connection of a host: reads envelopes, passes them to the model, answers, and applies the faults. A thread of
+    its own runs from construction until the connection ends. */
 class HostSession : private veltraio::VeltraIOEnvelopeParser
 {
 public:
-    /** @param faults  what befalls the new connection */
+    /** @param faults  those of the new connection */
     HostSession (std::uint32_t number, Descriptor socket, const SessionContext&, std::vector<Fault> faults);
     ~HostSession() override;
 
-    /** Sends a message that the host did not ask for. Any thread.
-        @returns false when the connection has gone */
+    /** Sends a message that is not a reply. Any thread.
+        @returns false after the end of the connection */
     bool send (const google::protobuf::MessageLite&);
 
     enum class Ending
@@ -55,7 +56,10 @@ public:
     /** Ends the connection, as soon as its thread notices. Any thread. */
     void end (Ending);
 
-    /** The connection has ended, and destruction does not wait. */
+    /** When the last bytes of the host arrived, or the connection. */
+    std::chrono::steady_clock::time_point lastHeard() const { return heard; }
+
+    /** The connection has ended; destruction does not wait. */
     bool isOver() const { return over; }
 
 private:
@@ -74,6 +78,7 @@ private:
     StopSignal stop;
     std::atomic<Ending> ending { Ending::close };
     std::atomic<bool> over { false };
+    std::atomic<std::chrono::steady_clock::time_point> heard { std::chrono::steady_clock::now() };
 
     std::mutex sending; // one envelope at a time
     HostSocket connection;

@@ -12,8 +12,8 @@ namespace {
 
 constexpr std::uint32_t kDefaultMessageLimit = 460;
 
-/** How often a condition is looked at although nothing was heard: the state of a stimulus changes by itself. */
-constexpr std::chrono::milliseconds kLongestLook { 20 };
+/** How often a condition is checked when no message arrives: the state of a stimulus changes by itself. */
+constexpr std::chrono::milliseconds kCheckInterval { 20 };
 
 }
 
@@ -64,6 +64,26 @@ void Receiver::downloadEnded (std::uint32_t device, std::uint32_t slotIndex, con
         options.onDownload (device, slotIndex, slot);
 }
 
+bool Receiver::makeRoom()
+{
+    std::erase_if (sessions, [] (const auto& session) { return session->isOver(); });
+
+    if (sessions.size() < kMaxSessions)
+        return true;
+
+    const auto longest = std::min_element (sessions.begin(), sessions.end(), [] (const auto& a, const auto& b) {
+        return a->lastHeard() < b->lastHeard();
+    });
+
+    if (std::chrono::steady_clock::now() - (*longest)->lastHeard() < options.silence)
+        return false;
+
+    log (LogDetail::events, "a silent session was ended: too many sessions");
+    (*longest)->end (HostSession::Ending::close);
+    sessions.erase (longest);
+    return true;
+}
+
 void Receiver::listen()
 {
     const SessionContext shared { model, faults, recorder, messageLimit,
@@ -72,15 +92,14 @@ void Receiver::listen()
     while (auto socket = listener.accept (stop))
     {
         const std::scoped_lock guard (sessionsLock);
-        std::erase_if (sessions, [] (const auto& session) { return session->isOver(); });
 
-        if (sessions.size() >= kMaxSessions)
+        if (! makeRoom())
         {
-            log (LogDetail::events, "a connection too many was closed");
+            log (LogDetail::events, "a connection was closed: too many sessions");
             continue;
         }
 
-        // Faults first: whoever sees the session may set new ones, which are not for it.
+        // Before the session is counted: a test that waits for it may set faults that are not meant for it.
         auto connectFaults = faults.next ({ "connect" });
         sessions.push_back (std::make_unique<HostSession> (recorder.sessionBegan(), std::move (*socket), shared,
                                                            std::move (connectFaults)));
@@ -110,7 +129,7 @@ bool Receiver::waitFor (const std::function<bool()>& condition, std::chrono::mil
         if (now >= end)
             return false;
 
-        recorder.waitForChange (seen, std::min (end, now + kLongestLook));
+        recorder.waitForChange (seen, std::min (end, now + kCheckInterval));
     }
 }
 

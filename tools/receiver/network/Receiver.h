@@ -23,19 +23,18 @@
 
 namespace veltra::receiver {
 
-/** A simulated receiver on a TCP port of its own: the device's side of the protocol, in full.
+/** A simulated receiver on a TCP port of its own: the complete device's side of the protocol.
 
         Receiver receiver (shippedProfile ("stereo"));
         // ... let a host talk to receiver.address() ...
         EXPECT_TRUE (receiver.waitFor ([&] { return receiver.openSessions() == 0; }));
         EXPECT_EQ (receiver.slots()[0].blocks[0].checksum(), expected);
 
-    It takes any number of sessions, one after another and at once. What it holds and how it is set belongs to the
-    receiver and not to a session. It answers a command that it cannot carry out by an Acknowledge with words that
-    say why, and so an envelope above its message limit (460 bytes when the profile gives none, as hosts assume).
-    Envelopes with a wrong checksum, and those of 32768 bytes and more, are dropped.
+    Slots and settings belong to the receiver, not to a session. A command that cannot be carried out is answered by an
+    Acknowledge with the reason, and so is an envelope above the message limit (460 bytes when the profile gives none, as
+    hosts assume). Envelopes with a wrong checksum and those of 32768 bytes and more are dropped.
 
-    All operations may be called from any thread but its callbacks.
+    All operations may be called on any thread, but not in a callback.
 */
 class Receiver
 {
@@ -51,18 +50,21 @@ public:
         /** Where slots are written when they are complete (see SlotReport.h); empty for nowhere. */
         std::filesystem::path folder;
 
-        /** Bytes of what hosts send that are remembered for messages() and bytes(), each. */
+        /** How long a session must have been silent before a new one can replace it when there are 64. */
+        std::chrono::milliseconds silence = std::chrono::seconds (30);
+
+        /** Bytes to record for messages() and for bytes(), each. */
         std::size_t recordedBytes = std::size_t { 256 } << 20;
 
         /** Called on the sessions' threads, one at a time. */
         std::function<void (LogDetail, const std::string&)> log;
 
-        /** Called on a session's thread when a slot has become complete, before the host is told. */
+        /** Called on a session's thread when a slot has become complete, before that is acknowledged. */
         DeviceModel::DownloadCallback onDownload;
     };
 
     /** Starts listening.
-        @throws std::system_error when it cannot listen, std::runtime_error for options that cannot be followed */
+        @throws std::system_error when it cannot listen, std::runtime_error for options out of range */
     explicit Receiver (Profile profile, Options options);
     explicit Receiver (Profile profile);
 
@@ -77,12 +79,12 @@ public:
     /** "127.0.0.1:4711", as the setting "Device" takes it. */
     std::string address() const;
 
-    // What it holds and how it is set. `device` is a place in the profile's list of devices.
+    // State. `device` is an index into the profile's list of devices.
     std::vector<Slot> slots (std::uint32_t device = 0) const { return model.slots (device); }
     DeviceModel::Settings settings (std::uint32_t device = 0) const { return model.settings (device); }
     DeviceModel::MeasurementStatus measurement() const { return model.measurement(); }
 
-    // What it has heard. Sessions are numbered from 1 in the order of their coming.
+    // What hosts have sent. Sessions are numbered from 1 in the order of their arrival.
     std::vector<ReceivedMessage> messages() const { return recorder.messages(); }
     std::vector<ReceivedMessage> messages (std::string_view type) const;
     std::size_t messageCount (std::string_view type) const { return recorder.messageCount (type); }
@@ -90,19 +92,19 @@ public:
     std::uint32_t sessionCount() const { return recorder.sessionCount(); }
     std::uint32_t openSessions() const { return recorder.openSessions(); }
 
-    /** Waits until something that the operations above tell is so, without wasting time.
-        @returns what the condition says at the end */
+    /** Waits until a condition on the state above holds.
+        @returns the condition at the end */
     bool waitFor (const std::function<bool()>& condition,
                   std::chrono::milliseconds timeout = std::chrono::seconds (10)) const;
 
-    /** Puts these faults in place of the present ones. */
+    /** Replaces all faults. */
     void setFaults (std::vector<Fault>);
     void addFault (Fault);
 
-    /** Refuses envelopes above so many bytes from now on; 0 for no limit. Hosts are not told. */
+    /** Refuses envelopes above so many bytes from now on; 0 for no limit. The announced limit stays. */
     void setMessageLimit (std::uint32_t bytes) { messageLimit = bytes; }
 
-    /** Sends a message to all open sessions, unasked. */
+    /** Sends a message to all open sessions. */
     void broadcast (const google::protobuf::MessageLite&);
 
     /** Ends all open sessions from the receiver's side. */
@@ -110,10 +112,12 @@ public:
 
 private:
     void listen();
+    bool makeRoom();
     void downloadEnded (std::uint32_t device, std::uint32_t slotIndex, const Slot&);
     void log (LogDetail, const std::string&);
 
-    /** More sessions than anybody needs; a peer must not be able to start threads without end. */
+    /** A peer must not be able to start threads without end. One more session ends the one that has been silent longest,
+        if it has been silent for `silence` (see Options). */
     static constexpr std::size_t kMaxSessions = 64;
 
     const Options options;

@@ -65,7 +65,7 @@ StopSignal::StopSignal()
 
 void StopSignal::raise() noexcept
 {
-    // The byte is never read, so that the pipe stays readable for everybody who waits for it.
+    // The byte is never read, so that the pipe stays readable for all waits.
     if (! raised.exchange (true)) [[maybe_unused]]
         const auto written = ::write (writeEnd.get(), "!", 1);
 }
@@ -93,7 +93,7 @@ HostSocket::HostSocket (Descriptor connected, const StopSignal& stopSignal)
       stop (stopSignal)
 {
     makeNonBlocking (socket.get());
-    // Replies are small and awaited one by one: without this each would wait for the peer's delayed ACK.
+    // Replies are small and sent one by one: without this each would wait for the peer's delayed ACK.
     const int on = 1;
     ::setsockopt (socket.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof (on));
 }
@@ -191,7 +191,7 @@ Listener::Listener (const std::string& address, std::uint16_t wantedPort)
 
     makeNonBlocking (socket.get());
 
-    // A receiver that is started again gets its port although old connections still linger.
+    // A restarted receiver gets its port even if old connections are not quite closed.
     const int on = 1;
     ::setsockopt (socket.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof (on));
 
@@ -219,7 +219,7 @@ std::optional<Descriptor> Listener::accept (const StopSignal& stop)
         if (accepted.isOpen())
             return accepted;
 
-        // Out of descriptors: the connection stays in the queue and poll comes back at once. Give it time.
+        // Out of descriptors: the connection stays in the queue and poll comes back at once. Wait a little.
         if (! isTemporary (errno) && errno != ECONNABORTED)
             stop.pause (std::chrono::milliseconds (50));
     }

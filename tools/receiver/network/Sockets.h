@@ -11,7 +11,7 @@
 
 namespace veltra::receiver {
 
-/** A file descriptor with one owner; closed when that goes. */
+/** Owns a file descriptor and closes it. */
 class Descriptor
 {
 public:
@@ -29,8 +29,8 @@ private:
     int fd = -1;
 };
 
-/** Ends blocking waits from another thread: once raised it stays raised, and every wait that watches it comes
-    back at once. Raising it is safe in a signal handler. */
+/** Ends blocking waits from another thread. Once raised it stays raised, and every wait that watches it returns at
+    once. Raising it is safe in a signal handler. */
 class StopSignal
 {
 public:
@@ -52,8 +52,8 @@ private:
 
 /** One accepted TCP connection. All waiting ends when the stop signal is raised.
 
-    Threads: one may receive while others send; senders see to it themselves that they take turns. close() and
-    reset() are the owner's, when nobody else uses the connection any more.
+    Threads: one may receive while another sends; the caller serialises senders. close() and reset() require that no
+    other thread uses the connection.
 */
 class HostSocket
 {
@@ -87,7 +87,7 @@ class Listener
 public:
     /** @param address  numeric IPv4 address of a local interface
         @param port     0 picks a free one
-        @throws         std::system_error with words that name address and port */
+        @throws         std::system_error; its text contains address and port */
     Listener (const std::string& address, std::uint16_t port);
 
     std::uint16_t port() const noexcept { return boundPort; }

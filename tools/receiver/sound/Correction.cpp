@@ -6,7 +6,7 @@
 #include <string>
 
 #include "common/Text.h"
-#include "tools/receiver/device/Refusal.h"
+#include "tools/receiver/device/Messages.h"
 #include "topology/DeviceResponse.h"
 #include "topology/Topology.h"
 
@@ -23,12 +23,12 @@ const veltraio::TopologyInfo::TopologyEntry& topologyAt (const veltraio::Topolog
                                      [&] (const auto& candidate) { return candidate.samplerate() == sampleRate; });
 
     if (entry == info.topologies().end())
-        throw Refusal ("There is no topology at " + std::to_string (sampleRate) + " Hz");
+        throw Refusal ("No topology at " + std::to_string (sampleRate) + " Hz");
 
     return *entry;
 }
 
-Eigen::VectorXf equaliser (const SlotBlock& block, const veltraio::TopologyInfo& info, std::size_t place)
+Eigen::VectorXf equalizer (const SlotBlock& block, const veltraio::TopologyInfo& info, std::size_t place)
 {
     const auto& entry = topologyAt (info, block.sampleRate);
     const topology::DeviceData data { veltra::juceText (entry.name()),
@@ -73,7 +73,7 @@ std::optional<Eigen::VectorXf> correctionResponse (const Slot& slot, const veltr
     Eigen::VectorXf response = Eigen::VectorXf::Ones (1);
 
     if (! channel->noeq())
-        response = equaliser (*block, topologyInfo, place);
+        response = equalizer (*block, topologyInfo, place);
 
     const auto gain = static_cast<float> (std::pow (10.0, channel->gain_db() / 20.0));
     const auto delay_ms = std::clamp<double> (channel->delay_ms(), 0.0, kMaxDelay_ms);

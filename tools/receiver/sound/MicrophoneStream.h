@@ -16,8 +16,8 @@
 namespace veltra::receiver {
 
 /** The microphone of a receiver in measurement mode: noise, and the stimulus when one is played, handed on in
-    packets at the pace of the sample rate. It never runs ahead of the clock; when its taker is slow it falls
-    behind and then catches up, and no sample is lost. A thread of its own runs from construction to destruction.
+    packets at the pace of the sample rate. It never runs ahead of the clock. Behind a slow taker it falls back and
+    then catches up; no sample is lost. A thread of its own runs from construction to destruction.
 */
 class MicrophoneStream
 {
@@ -30,14 +30,14 @@ public:
         double noise_dBFS = -90.0;         ///< RMS; minus infinity for silence
     };
 
-    /** Takes a packet; false ends the stream. Called on the stream's thread; must come back when the stream is
-        being destroyed. */
+    /** Takes a packet; false ends the stream. Called on the stream's thread; must return while the stream
+        is being destroyed. */
     using Taker = std::function<bool (std::span<const float>)>;
 
     MicrophoneStream (const Format&, Taker);
     ~MicrophoneStream();
 
-    /** Plays, from the next packet on, in place of what is being played. Any thread. */
+    /** Replaces what is being played, from the next packet on. Any thread. */
     void play (std::unique_ptr<Playback>);
 
     /** Silences what is being played. Any thread. */
@@ -59,7 +59,7 @@ private:
     mutable std::mutex lock; // everything below but the thread
     std::condition_variable ended;
     bool isEnding = false;
-    bool hasNews = false; // `next` takes the place of what is being played
+    bool hasNews = false; // `next` replaces what is being played
     std::unique_ptr<Playback> next;
     std::uint64_t length = 0, played = 0; // samples of the present playback
 

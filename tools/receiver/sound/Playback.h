@@ -10,8 +10,7 @@
 
 namespace veltra::receiver {
 
-/** A stimulus on its way through the room, rendered block by block as the microphone hears it. One thread at a
-    time. */
+/** A stimulus played through the room, rendered block by block at the microphone. One thread at a time. */
 class Playback
 {
 public:
@@ -20,13 +19,13 @@ public:
         @param latency   samples of silence before the stimulus begins */
     Playback (Eigen::VectorXf stimulus, Eigen::VectorXf response, std::uint64_t latency);
 
-    /** Adds the next samples to what the microphone hears. */
+    /** Adds the next samples to `out`. */
     void mix (std::span<float> out);
 
-    /** Samples until the last one of the stimulus has been played; the room goes on sounding after that. */
+    /** Samples until the last one of the stimulus has been played; the room decays after that. */
     std::uint64_t length() const { return latency + static_cast<std::uint64_t> (stimulus.size()); }
 
-    /** Everything has been played, and the room has become silent. */
+    /** Everything has been played, and the room has decayed. */
     bool isOver() const { return position >= length() + static_cast<std::uint64_t> (responseSize - 1); }
 
 private:

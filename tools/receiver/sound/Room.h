@@ -11,7 +11,7 @@
 
 namespace veltra::receiver {
 
-/** The room that the simulated receiver stands in: one impulse response from each loudspeaker to the microphone.
+/** The simulated room: one impulse response from each loudspeaker to the microphone.
     One thread at a time. */
 class Room
 {
@@ -19,7 +19,7 @@ public:
     struct Options
     {
         /** WAV files measured_CHANNEL_RATE.wav, each the response of the loudspeaker of that channel name. Empty:
-            a room that is nothing but a delay. */
+            the room is a delay only. */
         std::filesystem::path folder;
 
         /** Delay of channels that no file gives a response for, in ms. */
@@ -27,12 +27,12 @@ public:
     };
 
     /** Reads the files.
-        @throws std::runtime_error with words for a person: a folder that cannot be read or holds no response, a
-                file that is no mono WAV file, a delay out of range */
+        @throws std::runtime_error for a folder that cannot be read or contains no response, a file that is not a mono
+                WAV file, or a delay out of range */
     explicit Room (const Options&);
 
     /** The response of a channel at a sample rate. It is resampled when there is a file for another rate only, so
-        that its frequency response stays what it was. The reference stays good as long as the room. */
+        that its frequency response stays what it was. The reference is valid as long as the room. */
     const Eigen::VectorXf& response (const std::string& channelName, std::uint32_t sampleRate);
 
     /** Whether a file gives the channel's response. */

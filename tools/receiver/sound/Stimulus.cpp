@@ -96,7 +96,7 @@ std::optional<Stimulus> parseStimulus (unsigned kind, std::uint32_t sampleRate, 
 {
     if (kind > static_cast<unsigned> (Stimulus::Kind::subwooferLevel))
     {
-        error = "there is no stimulus of kind " + std::to_string (kind);
+        error = "unknown kind of stimulus " + std::to_string (kind);
         return {};
     }
 

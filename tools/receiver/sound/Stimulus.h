@@ -9,9 +9,9 @@
 
 namespace veltra::tools {
 
-/** A stimulus of the simulated receiver. Whoever has captured one can make the same samples and deconvolve with
-    them: a receiver describes its stimuli in the `information` texts of its StimulusInfo, which a host gets by
-    GetStimulusInformation.
+/** A stimulus of the simulated receiver. The receiver describes its stimuli in the `information` texts of its
+    StimulusInfo, which a host gets by GetStimulusInformation; from them the host makes the same samples and deconvolves
+    its captures.
 */
 struct Stimulus
 {
@@ -25,7 +25,7 @@ struct Stimulus
     Kind kind = Kind::sweep;
     std::uint32_t sampleRate = 48000; ///< Hz
     double seconds = 5.0;             ///< of the signal
-    double padSeconds = 0.0;          ///< of the silence behind it, in which the room dies away
+    double padSeconds = 0.0;          ///< of silence after it, in which the room decays
     double startFrequency = 0.0;      ///< Hz; not for noise
     double endFrequency = 0.0;        ///< Hz; not for noise
     double level_dBFS = -20.0;        ///< of the peaks for a sweep, RMS for the others
