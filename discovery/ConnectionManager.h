@@ -24,7 +24,7 @@ public:
         @throws std::invalid_argument for a marker of more than 64 bytes */
     explicit ConnectionManager (std::uint32_t scanKind, std::span<const std::uint8_t> marker = {});
 
-    /** @returns null when the transport's word is unknown, silently, or when the device could not be reached, which is
+    /** @returns null when the transport is unknown, which is not logged, or when the device could not be reached, which is
                  logged at ERROR. Blocks for about 2 seconds at most. */
     std::unique_ptr<veltra::ipc::Connection> Connect (const juce::String& address);
 

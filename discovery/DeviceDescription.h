@@ -21,7 +21,7 @@ namespace upnp {
 /** Fetches the description at a location and reads it as readDescription does. Every failure is logged. Any thread,
     several at once; returns within the limits of httpGet.
 
-    @param shouldStop  ends the fetch when it says true, without a word in the log
+    @param shouldStop  ends the fetch when it returns true; nothing is logged then
     @returns whether the device speaks our protocol
 */
 bool getDeviceInfo (const juce::String& location, juce::String& address, juce::String& friendlyName,
@@ -29,15 +29,15 @@ bool getDeviceInfo (const juce::String& location, juce::String& address, juce::S
 
 /** Reads the text of a description.
 
-    @param location      where the document came from: its host is where the device is, whatever the document says
+    @param location      where the document came from; its host is the device's, whatever the document says
     @param address       set to "TCP:" host ":" port when the device speaks our protocol
-    @param friendlyName  set when that element was passed, at most maximumTextSize bytes of its text
+    @param friendlyName  set when that element was read, at most maximumTextSize bytes of its text
     @returns whether the device speaks our protocol
 */
 bool readDescription (const juce::String& document, const juce::String& location, juce::String& address,
                       juce::String& friendlyName);
 
-/** Bytes of a friendly name or an extension element that are looked at. */
+/** Bytes of a friendly name or an extension element that are used. */
 inline constexpr int maximumTextSize = 1024;
 
 }

@@ -20,7 +20,7 @@ constexpr int firstTick_ms = 100;
 constexpr int wait_ms = 100;
 constexpr std::size_t datagramSize = 4096;
 
-/** Anybody can send empty datagrams, as many as he likes, and each of them is a line in the log. */
+/** Any device can send any number of empty datagrams, each of which causes a line in the log. */
 constexpr int maximumReadWarnings = 100;
 
 }
@@ -33,7 +33,7 @@ DeviceHandler::DeviceHandler (const juce::String& target, int longestWait_s, con
       maxWait_s (longestWait_s),
       reader (target, std::move (callback))
 {
-    // A search that a stuck interface does not take is given up, so that the timer's thread can always be stopped.
+    // A request that a stuck interface does not accept is given up, so that the timer's thread can always be stopped.
     if (isConnected())
         veltra::ipc::platform::prepareMulticastSocket (socket.getRawSocketHandle(), localAddress.toRawUTF8());
 
@@ -60,7 +60,7 @@ void DeviceHandler::sendSearch (int mx)
     const auto request = searchRequest (searchTarget, mx);
     const auto size = static_cast<int> (request.size());
 
-    // A socket that could not be bound would send from any other interface.
+    // A socket that is not bound would send from another interface.
     if (! isConnected() || socket.write (multicastGroup, ssdpPort, request.data(), size) != size)
     {
         VELTRA_LOG (WARN, "Sending M-SEARCH request failed!");

@@ -16,8 +16,8 @@ namespace upnp {
 /** The SSDP search on one network interface, from construction to destruction: a request leaves after 100 ms and then
     once a period, and the answers that come back to its socket go to a callback.
 
-    An interface that cannot be bound or does not take a request is logged, each time, and tried again at the next
-    period; nothing is sent by way of another interface instead.
+    An interface that cannot be bound or does not accept a request is logged, each time, and tried again at the next
+    period; nothing is sent from another interface instead.
 */
 class DeviceHandler final : public veltra::ipc::UdpConnection
 {
@@ -29,7 +29,7 @@ public:
                    AnswerReader::Callback callback);
     ~DeviceHandler() override;
 
-    /** Tells both threads to end, without waiting for them; for a scan that has many handlers to destroy. */
+    /** Makes both threads end without waiting for them; for a scan that has many handlers to destroy. */
     void signalStop();
 
     /** Sends one request. Called on the timer's thread. */

@@ -19,7 +19,7 @@ class VeltraIODeviceManager
 public:
     virtual ~VeltraIODeviceManager() = default;
 
-    /** The word before the first colon of this transport's addresses. */
+    /** The text before the first colon of this transport's addresses. */
     virtual juce::String getName() = 0;
 
     virtual std::int32_t getKind() = 0;
@@ -28,11 +28,11 @@ public:
     virtual std::unique_ptr<DeviceScanner> createScanner (IScanCallback* callback,
                                                           const juce::String& searchTarget) = 0;
 
-    /** @param address  what follows the transport's word and its colon
+    /** @param address  what follows the transport's name and its colon
         @returns null on failure, which is logged */
     virtual std::unique_ptr<veltra::ipc::Connection> connect (const juce::String& address) = 0;
 
-    /** Has the dispatcher's connection watched; see TcpDeviceConnection::enablePing. */
+    /** Makes the dispatcher's connection check that its peer is alive; see TcpDeviceConnection::enablePing. */
     virtual void enableKeepAlive (Dispatcher& dispatcher, std::function<void()> connectionLost) = 0;
 };
 

@@ -8,12 +8,8 @@
 
 #include <curl/curl.h>
 
+#include "protocol/BlockedSigpipe.h"
 #include "protocol/HostLookup.h"
-
-#if ! defined(_WIN32)
-#include <csignal>
-#include <ctime>
-#endif
 
 namespace upnp {
 
@@ -21,51 +17,14 @@ namespace {
 
 using std::chrono::steady_clock;
 
-/** Initialised once for each load of the module and never cleaned up. libcurl counts its users, but not those who
-    leave the initialisation to the first transfer; with such a host the clean-up of a module that goes would take the
-    library away from under the host's own transfers. What stays behind is a counter. */
+/** Initialised once for each load of the module and never cleaned up. libcurl counts its initialisations, but an
+    application that leaves that to its first transfer is not counted; a clean-up when the module is unloaded would then
+    end the library under the application's transfers. Without it only a counter remains. */
 bool curlIsReady()
 {
     static const bool ready = ::curl_global_init (CURL_GLOBAL_DEFAULT) == CURLE_OK;
     return ready;
 }
-
-/** libcurl is told to leave the process's signal handlers alone, and then a TLS connection that the peer has closed
-    raises SIGPIPE. Holds it back on this thread and takes it away again. */
-class BlockedSigpipe
-{
-#if ! defined(_WIN32)
-public:
-    BlockedSigpipe()
-    {
-        ::sigemptyset (&pipeSignal);
-        ::sigaddset (&pipeSignal, SIGPIPE);
-        wasPending = isPending();
-        ::pthread_sigmask (SIG_BLOCK, &pipeSignal, &maskBefore);
-    }
-
-    ~BlockedSigpipe()
-    {
-        if (const timespec now {}; ! wasPending && isPending())
-            ::sigtimedwait (&pipeSignal, nullptr, &now);
-
-        ::pthread_sigmask (SIG_SETMASK, &maskBefore, nullptr);
-    }
-
-    BlockedSigpipe (const BlockedSigpipe&) = delete;
-    BlockedSigpipe& operator= (const BlockedSigpipe&) = delete;
-
-private:
-    static bool isPending()
-    {
-        sigset_t pending;
-        return ::sigpending (&pending) == 0 && ::sigismember (&pending, SIGPIPE) == 1;
-    }
-
-    sigset_t pipeSignal, maskBefore;
-    bool wasPending = false;
-#endif
-};
 
 template <auto release>
 struct Releaser
@@ -159,7 +118,7 @@ public:
     std::string redirect; // text of the header Location
 
 private:
-    /** Hands libcurl the addresses of a host's name, as it would wait too long for them itself. */
+    /** Gives libcurl the addresses of a host's name, since its own look-up can exceed the limits. */
     bool resolve()
     {
         const auto host = url.host();
@@ -209,16 +168,31 @@ private:
         for (int running = 1;;)
         {
             if (::curl_multi_perform (multi, &running) != CURLM_OK || running == 0 || ! bodyWanted()
-                || steady_clock::now() >= deadline || shouldStop())
+                || steady_clock::now() >= deadline || headerIsLate() || shouldStop())
                 return;
 
             ::curl_multi_poll (multi, nullptr, 0, 50, nullptr);
         }
     }
 
+    /** Whether the header has not come within its time, which begins when libcurl is about to send the request. */
+    bool headerIsLate()
+    {
+        curl_off_t requestStart_us = 0;
+
+        if (! requestTime
+            && (::curl_easy_getinfo (easy.get(), CURLINFO_PRETRANSFER_TIME_T, &requestStart_us) != CURLE_OK
+                || requestStart_us <= 0))
+            return false;
+
+        const auto now = steady_clock::now();
+        requestTime = requestTime.value_or (now);
+        return ! headerComplete && now - *requestTime >= limits.headerTime;
+    }
+
     bool bodyWanted() const { return ! headerComplete || reply.status == 200; }
 
-    /** libcurl refuses to go on when this takes fewer bytes than it was given. */
+    /** @returns how many bytes were taken; with fewer than it offered, libcurl ends the transfer */
     std::size_t takeHeaderLine (std::string_view line)
     {
         headerSize += line.size();
@@ -283,6 +257,7 @@ private:
     EasyHandle easy;
     std::size_t headerSize = 0;
     bool headerComplete = false;
+    std::optional<steady_clock::time_point> requestTime;
 };
 
 }
@@ -290,7 +265,8 @@ private:
 std::optional<HttpReply> httpGet (const std::string& url, const std::function<bool()>& shouldStop,
                                   const HttpLimits& limits)
 {
-    const BlockedSigpipe guard;
+    // With CURLOPT_NOSIGNAL libcurl does not ignore the signal, which a TLS connection that the peer has closed raises.
+    const veltra::ipc::platform::BlockedSigpipe guard;
     const auto deadline = steady_clock::now() + limits.totalTime;
     ParsedUrl current (url);
 

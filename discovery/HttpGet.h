@@ -9,14 +9,17 @@
 
 namespace upnp {
 
-/** Bounds of one fetch. Whoever answers is a stranger on the network, and a fetch has to end well before a thread pool
-    loses its patience with the job that makes it. */
+/** Bounds of one fetch. Anything on the network may answer, and a fetch has to end well before the thread pool stops
+    waiting for the job that makes it. */
 struct HttpLimits
 {
-    /** Of each connection, looking up the name of its host included. */
+    /** Of each connection, including the look-up of its host's name. */
     std::chrono::milliseconds connectTime { 1000 };
 
-    /** Of everything together, redirects included. */
+    /** From each request to the end of its reply's header. */
+    std::chrono::milliseconds headerTime { 1000 };
+
+    /** Of the whole fetch, redirects included. */
     std::chrono::milliseconds totalTime { 3000 };
 
     int redirects = 5;
@@ -28,21 +31,22 @@ struct HttpReply
 {
     int status = 0;
 
-    /** As it came, of replies with status 200 only; what had arrived when the time ran out or the peer went away. */
+    /** Unchanged, and only for status 200; what had arrived when the time ran out or the connection ended. */
     std::string body;
 
-    /** The body was longer than allowed and stands here in part. */
+    /** The body was longer than allowed, and only its beginning was kept. */
     bool bodyTooLong = false;
 };
 
-/** Fetches a document by a GET without extra headers. Only http and https, redirects included; no proxy, whatever the
-    environment says. A redirect beyond the limit, to itself or without a target is a reply with its 3xx status.
+/** Fetches a document by a GET without extra headers. Only http and https, also after redirects. Proxies that the
+    environment names are not used. A redirect beyond the limit, to itself or without a target is a reply with its 3xx
+    status.
 
-    Returns within the limits even when a name server or a peer hangs, and soon after shouldStop says true. Any thread;
-    several at once.
+    Returns within the limits even when a name server or a peer does not answer, and soon after shouldStop returns true.
+    Safe to call from several threads at once.
 
-    @param shouldStop  asked about every 50 ms, on the calling thread
-    @returns  nothing when no peer could be reached or none sent a complete header
+    @param shouldStop  called about every 50 ms, on the calling thread
+    @returns  nothing when no server could be reached or none sent a complete header
 */
 std::optional<HttpReply> httpGet (const std::string& url, const std::function<bool()>& shouldStop,
                                   const HttpLimits& limits = {});

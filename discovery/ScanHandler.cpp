@@ -23,7 +23,7 @@ namespace {
 constexpr int scanPriority = 5;
 constexpr int poolPriority = 6;
 
-/** Fetches one description and reports it if it is that of a device of ours. */
+/** Fetches one description, and reports the device if it speaks the protocol. */
 class LambdaJob final : public juce::ThreadPoolJob
 {
 public:
@@ -53,7 +53,7 @@ private:
     const OnFound onFound;
 };
 
-/** What one scan knows, between the reader threads that bring answers and the pool's threads that fetch. */
+/** The state of one scan, shared by the reader threads, which bring answers, and the pool's threads, which fetch. */
 class Findings
 {
 public:
@@ -97,7 +97,7 @@ private:
     {
         const juce::ScopedLock guard (lock);
 
-        // Looked at again after it had been forgotten.
+        // Its USN and LOCATION had been forgotten, and it was fetched again.
         if (reported.contains (location))
             return;
 
@@ -125,7 +125,7 @@ private:
     int devices = 0;
     bool queueWarned = false;
     bool devicesWarned = false;
-    veltra::ThreadPool pool; // last, so that it is gone before anything that its jobs use
+    veltra::ThreadPool pool; // last: it is destroyed before what its jobs use
 };
 
 }
@@ -180,7 +180,7 @@ void ScanHandler::scan()
     while (! threadShouldExit())
         wait (-1);
 
-    // All at once: a machine with many interfaces must not take a multiple of the time.
+    // All of them before the first is waited for, so that the time does not grow with the number of interfaces.
     for (auto& handler : handlers)
         handler->signalStop();
 

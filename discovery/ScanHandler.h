@@ -8,11 +8,11 @@
 
 namespace upnp {
 
-/** A scan: an SSDP search on every interface of this machine, a look at the description of each device that answers,
-    and word to a callback of those that speak our protocol, from construction to destruction.
+/** A scan, from construction to destruction: it searches by SSDP on every interface of this machine, fetches the
+    description of each device that answers, and reports those that speak the protocol to a callback.
 
-    A device that answers on several interfaces, or again, is looked at once. What a scan remembers and has waiting is
-    bounded, since anybody on the network can answer, as often as he likes and in any name.
+    The description of a device that answers on several interfaces, or repeatedly, is fetched once. What a scan remembers
+    and has waiting is bounded, since any device on the network can answer any number of times, under any name.
 */
 class ScanHandler final : public veltraio::DeviceScanner,
                           private juce::Thread
@@ -20,20 +20,20 @@ class ScanHandler final : public veltraio::DeviceScanner,
 public:
     static constexpr int searchPeriod_s = 3;
 
-    /** USNs and LOCATIONs that are remembered; of more than that the oldest are forgotten. */
+    /** USNs and LOCATIONs that are remembered; beyond that the oldest are forgotten. */
     static constexpr int maximumAnnouncements = 4096;
 
-    /** Descriptions that wait to be fetched; further answers are ignored until they come again. */
+    /** Descriptions that wait to be fetched; further answers are ignored until they are repeated. */
     static constexpr int maximumQueue = 256;
 
-    /** Devices that are reported, far more than a network has receivers: the caller connects to each of them. */
+    /** Devices that are reported. The application connects to each of them; a network has far fewer receivers. */
     static constexpr int maximumDevices = 64;
 
-    /** @param callback      outlives this; told on threads of the scan, one at a time
+    /** @param callback      borrowed, outlives this; called on threads of the scan, one call at a time
         @param searchTarget  empty for "upnp:rootdevice" */
     ScanHandler (veltraio::IScanCallback* callback, const juce::String& searchTarget);
 
-    /** Ends the scan and all its threads; takes about a tenth of a second, or what a fetch needs to be interrupted. */
+    /** Ends the scan and all its threads, within about a tenth of a second. */
     ~ScanHandler() override;
 
 private:

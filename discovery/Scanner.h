@@ -5,8 +5,8 @@
 
 namespace veltraio {
 
-/** Who hears of the devices that a scan finds. OnScanStarted comes once before, OnScanEnded once after all the rest;
-    OnDeviceAdded comes on threads of the scan, one at a time, and must not wait for the scan to end. */
+/** Receives what a scan finds. OnScanStarted is called once before, OnScanEnded once after all other calls;
+    OnDeviceAdded is called on threads of the scan, one call at a time, and must not wait for the scan to end. */
 class IScanCallback
 {
 public:

@@ -18,11 +18,11 @@ namespace upnp {
 inline constexpr const char* multicastGroup = "239.255.255.250";
 inline constexpr int ssdpPort = 1900;
 
-/** The request, in one datagram. Receivers rely on the order of its lines and on its end without an empty line.
+/** The request, in one datagram. Receivers rely on the order of its lines and on the missing empty line at its end.
     @param maxWait_s  the longest that a device may wait before it answers */
 std::string searchRequest (const juce::String& searchTarget, int maxWait_s);
 
-/** Puts answers together from the datagrams that a search receives.
+/** Assembles answers from the datagrams that a search receives.
 
     An answer is the text from "HTTP/1.1" to the next empty line, wherever the boundaries of datagrams lie: what
     stands in front is thrown away, what is not complete waits for the next datagram. The status is not looked at.
@@ -34,17 +34,17 @@ public:
     /** Takes USN and LOCATION of an answer. */
     using Callback = std::function<void (const juce::String& usn, const juce::String& location)>;
 
-    /** Text that waits for its end; of more than that the oldest goes. */
+    /** Bytes of incomplete answers; beyond that the oldest are dropped. */
     static constexpr std::size_t maximumPending = 64 * 1024;
 
     /** Answers with a longer USN or LOCATION are ignored: they would have to be remembered for a whole scan. */
     static constexpr std::size_t maximumValue = 2048;
 
-    /** @param target    what the header ST of an answer has to be, letter by letter
+    /** @param target    what the header ST of an answer must equal exactly
         @param callback  called by take for each such answer with a USN and a LOCATION; an empty one is logged */
     AnswerReader (const juce::String& target, Callback callback);
 
-    /** Appends one datagram and hands on the answers that it completes, in their order. */
+    /** Appends one datagram and passes on the answers that it completes, in their order. */
     void take (std::string_view datagram);
 
     /** Bytes that wait for the rest of their answer. */

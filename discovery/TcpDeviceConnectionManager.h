@@ -9,7 +9,7 @@ namespace veltraio {
 class TcpDeviceConnectionManager final : public VeltraIODeviceManager
 {
 public:
-    /** Of one attempt to connect, looking up the name included where the platform can bound that. */
+    /** Of one attempt to connect, including the look-up of the name where the platform can bound that. */
     static constexpr int connectTimeout_ms = 2000;
 
     juce::String getName() override;

@@ -1,12 +1,16 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "protocol/SocketPlatform.h"
 
+#include "protocol/BlockedSigpipe.h"
+
 #if JUCE_WINDOWS
 #include <winsock2.h>
 #include <ws2tcpip.h>
 #else
 #include <arpa/inet.h>
 #include <cerrno>
+#include <csignal>
+#include <ctime>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -52,6 +56,13 @@ int receiveBytes (int handle, void* data, int size) noexcept
 }
 
 void shutDown (int handle) noexcept { ::shutdown (static_cast<SOCKET> (handle), SD_BOTH); }
+
+struct BlockedSigpipe::State
+{
+};
+
+BlockedSigpipe::BlockedSigpipe() = default;
+BlockedSigpipe::~BlockedSigpipe() = default;
 
 #else
 
@@ -112,6 +123,33 @@ int receiveBytes (int handle, void* data, int size) noexcept
 }
 
 void shutDown (int handle) noexcept { ::shutdown (handle, SHUT_RDWR); }
+
+struct BlockedSigpipe::State
+{
+    sigset_t pipeSignal, maskBefore;
+    bool wasPending = isPending();
+
+    static bool isPending()
+    {
+        sigset_t pending;
+        return ::sigpending (&pending) == 0 && ::sigismember (&pending, SIGPIPE) == 1;
+    }
+};
+
+BlockedSigpipe::BlockedSigpipe() : state (std::make_unique<State>())
+{
+    ::sigemptyset (&state->pipeSignal);
+    ::sigaddset (&state->pipeSignal, SIGPIPE);
+    ::pthread_sigmask (SIG_BLOCK, &state->pipeSignal, &state->maskBefore);
+}
+
+BlockedSigpipe::~BlockedSigpipe()
+{
+    if (const timespec now {}; ! state->wasPending && State::isPending())
+        ::sigtimedwait (&state->pipeSignal, nullptr, &now);
+
+    ::pthread_sigmask (SIG_SETMASK, &state->maskBefore, nullptr);
+}
 
 #endif
 

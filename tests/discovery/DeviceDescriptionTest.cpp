@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <string>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -108,23 +109,17 @@ TEST (DeviceDescription, OnlyPrefixesThatTheRootDeclaresCount)
     EXPECT_TRUE (read (description ("<v:y:x_port>1</v:y:x_port>")).ours);
 }
 
-TEST (DeviceDescription, WhatIsNotOursIsShownWithItsControlCharactersEscaped)
+TEST (DeviceDescription, TheHostIsThatOfTheLocationAndOtherDevicesAreShownEscaped)
 {
+    for (const auto& [location, address] : { std::pair ("http://receiver.local/a:b", "TCP:receiver.local:1"),
+                                             std::pair ("https://10.0.0.8", "TCP:10.0.0.8:1") })
+        EXPECT_EQ (address, read (description ("<v:x_port>1</v:x_port>"), location).address);
+
     LogLines log;
-    const std::string document = "<root><device><friendlyName>Lamp</friendlyName>\n</device></root>";
-    EXPECT_EQ (read (document), (Result { false, "", "Lamp" }));
+    EXPECT_EQ ((Result { false, "", "Lamp" }),
+               read ("<root><device><friendlyName>Lamp</friendlyName>\n</device></root>"));
     EXPECT_TRUE (log.contains ("TRACE", "Failed to find VeltraIO extension tag: XML = <root><device><friendlyName>Lamp"
                                         "</friendlyName>\\n</device></root>"));
-}
-
-TEST (DeviceDescription, TheHostIsThatOfTheLocation)
-{
-    const auto address = [] (const std::string& location) {
-        return read (description ("<v:x_port>1</v:x_port>"), location).address;
-    };
-
-    EXPECT_EQ (address ("http://receiver.local/a:b"), "TCP:receiver.local:1");
-    EXPECT_EQ (address ("https://10.0.0.8"), "TCP:10.0.0.8:1");
 }
 
 TEST (DeviceDescription, ADocumentThatIsNoneIsRefused)
@@ -171,7 +166,7 @@ TEST (DeviceDescription, DocumentsMadeToHarmAParserAreRefusedAtOnce)
                (Result { true, "TCP:10.0.0.7:1", "&b;" }));
 }
 
-TEST (DeviceDescription, WhatStandsBesideTheElementsDoesNotMatter)
+TEST (DeviceDescription, WhatIsBetweenAndAfterTheElementsDoesNotMatter)
 {
     const std::string port = "<v:x_port>1</v:x_port>";
 
@@ -203,7 +198,7 @@ TEST (DeviceDescription, TextsAreBounded)
     EXPECT_EQ (name, "1\xC3\xBC" + std::string (1020, 'x'));
 }
 
-TEST (DeviceDescription, EachFailureOfTheFetchHasItsWords)
+TEST (DeviceDescription, EachFailureOfTheFetchIsLogged)
 {
     ScriptedHttpServer server ([] (ScriptedHttpServer::Exchange& exchange) {
         if (exchange.path == "/utf16")
@@ -224,26 +219,25 @@ TEST (DeviceDescription, EachFailureOfTheFetchHasItsWords)
 
     LogLines log;
     const auto get = [] (const std::string& location, bool stop = false) {
-        Result result {};
         juce::String address, friendlyName;
-        result.ours = upnp::getDeviceInfo (location, address, friendlyName, [stop] { return stop; });
-        result.address = address.toStdString();
-        return result;
+        const bool ours = upnp::getDeviceInfo (location, address, friendlyName, [stop] { return stop; });
+        return Result { ours, address.toStdString(), "" };
     };
 
-    EXPECT_EQ (get (server.url ("/utf16")), (Result { true, "TCP:127.0.0.1:1", "" }));
+    EXPECT_EQ ((Result { true, "TCP:127.0.0.1:1", "" }), get (server.url ("/utf16")));
     EXPECT_TRUE (log.contains ("DEBUG", "Getting device XML from " + server.url ("/utf16")));
 
-    EXPECT_EQ (get (server.url ("/missing")), notOurs);
-    EXPECT_TRUE (log.contains ("WARN", "Status code = 404"));
-
-    EXPECT_EQ (get (server.url ("/endless")), notOurs);
-    EXPECT_TRUE (log.contains ("WARN", "Failed getting device XML from " + server.url ("/endless")));
-
-    EXPECT_EQ (get ("http://127.0.0.1:1/\x1b"), notOurs);
-    EXPECT_TRUE (log.contains ("WARN", "Failed to connect to server @http://127.0.0.1:1/\\x1b"));
+    for (const auto& [location, warning] :
+         { std::pair (server.url ("/missing"), std::string ("Status code = 404")),
+           std::pair (server.url ("/endless"), "Failed getting device XML from " + server.url ("/endless")),
+           std::pair (std::string ("http://127.0.0.1:1/\x1b"),
+                      std::string ("Failed to connect to server @http://127.0.0.1:1/\\x1b")) })
+    {
+        EXPECT_EQ (notOurs, get (location));
+        EXPECT_TRUE (log.contains ("WARN", warning)) << warning;
+    }
 
     const auto lines = log.all().size();
-    EXPECT_EQ (get (server.url ("/missing"), true), notOurs);
-    EXPECT_EQ (log.all().size(), lines + 1); // the first line only: nobody is interested any more
+    EXPECT_EQ (notOurs, get (server.url ("/missing"), true));
+    EXPECT_EQ (lines + 1, log.all().size()); // the first line only, since the scan has ended
 }

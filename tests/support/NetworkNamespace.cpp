@@ -11,6 +11,7 @@
 
 #include <fcntl.h>
 #include <sched.h>
+#include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -90,6 +91,19 @@ std::string NetworkNamespace::interfaceName (const std::string& address)
     auto name = "v" + address;
     std::replace (name.begin(), name.end(), '.', '-');
     return name;
+}
+
+bool NetworkNamespace::runWithOwnMounts (const std::function<void()>& action)
+{
+    bool permitted = false;
+
+    runOnThread ([&] {
+        permitted = ::unshare (CLONE_NEWNS) == 0 && ::mount ("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+
+        if (permitted)
+            action();
+    });
+    return permitted;
 }
 
 bool NetworkNamespace::required() { return std::getenv ("VELTRA_REQUIRE_NETNS") != nullptr; }

@@ -32,6 +32,10 @@ public:
     /** The name of the interface that connect made for an address. */
     static std::string interfaceName (const std::string& address);
 
+    /** Runs something on a thread with mounts of its own, which nothing but that thread and what it starts sees.
+        @returns  false when that is not permitted; then nothing was run */
+    static bool runWithOwnMounts (const std::function<void()>& action);
+
     /** Whether this process may make networks. */
     static bool permitted();
 
