@@ -2,7 +2,6 @@
 #include "protocol/HostLookup.h"
 
 #include <chrono>
-#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <memory>
@@ -12,7 +11,6 @@
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <sched.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -22,13 +20,14 @@
 #include "tests/discovery/RecordingCallback.h"
 #include "tests/support/FakeDevice.h"
 #include "tests/support/NetworkNamespace.h"
+#include "tools/output/Transient.h"
 
 namespace {
 
 using namespace std::chrono_literals;
 using std::chrono::steady_clock;
 
-/** A network whose only name server takes every question and answers none. */
+/** A network whose only name server answers no question. */
 class SilentNameServer : public PrivateNetworkTest
 {
 protected:
@@ -44,31 +43,27 @@ protected:
     /** Runs something that asks that server. */
     void run (const std::function<void()>& action) const
     {
+        const veltra::Transient folder (veltra::makePrivateFolder);
+        const auto configuration = folder.path() / "resolv.conf";
+        std::ofstream (configuration) << "nameserver 127.0.0.1\n";
+
         home->run ([&] {
-            const auto configuration =
-                std::filesystem::temp_directory_path() / ("veltra-resolv-" + std::to_string (::getpid()));
-            std::ofstream (configuration) << "nameserver 127.0.0.1\n";
+            EXPECT_TRUE (NetworkNamespace::runWithOwnMounts ([&] {
+                EXPECT_EQ (0, ::mount (configuration.c_str(), "/etc/resolv.conf", nullptr, MS_BIND, nullptr));
 
-            // Only this thread and those that it starts see the other file.
-            const bool mounted = ::unshare (CLONE_NEWNS) == 0
-                                 && ::mount ("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0
-                                 && ::mount (configuration.c_str(), "/etc/resolv.conf", nullptr, MS_BIND, nullptr) == 0;
+                sockaddr_in name {};
+                name.sin_family = AF_INET;
+                name.sin_port = htons (53);
+                name.sin_addr.s_addr = htonl (INADDR_LOOPBACK);
+                const int server = ::socket (AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+                EXPECT_EQ (0, ::bind (server, reinterpret_cast<const sockaddr*> (&name), sizeof (name)));
+                action();
 
-            sockaddr_in name {};
-            name.sin_family = AF_INET;
-            name.sin_port = htons (53);
-            name.sin_addr.s_addr = htonl (INADDR_LOOPBACK);
-            const int server = ::socket (AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-            const bool bound = ::bind (server, reinterpret_cast<const sockaddr*> (&name), sizeof (name)) == 0;
-
-            EXPECT_TRUE (mounted && bound);
-            action();
-
-            char question[512];
-            EXPECT_GT (::recv (server, question, sizeof (question), MSG_DONTWAIT), 0)
-                << "the name server was not even asked";
-            ::close (server);
-            std::filesystem::remove (configuration);
+                char question[512];
+                EXPECT_GT (::recv (server, question, sizeof (question), MSG_DONTWAIT), 0)
+                    << "the name server was not even asked";
+                ::close (server);
+            }));
         });
     }
 };

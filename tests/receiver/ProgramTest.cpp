@@ -53,7 +53,9 @@ TEST_F (ReceiverProgram, SaysInOneSentenceWhyItDoesNotStart)
     };
     EXPECT_EQ ("6 veltra-receiver: no/such/file cannot be read, and no built-in profile has this name\n",
                run ({ "--profile", "no/such/file" }));
-    EXPECT_EQ ("7 veltra-receiver: LICENSE/x: the folder cannot be created\n", run ({ "--folder", "LICENSE/x" }));
+    EXPECT_EQ ("7 veltra-receiver: LICENSE/x: the folder cannot be created: Not a directory.\n",
+               run ({ "--folder", "LICENSE/x" }));
+    EXPECT_TRUE (run ({ "--folder", "no/such/folder" }).starts_with ("7 "));
     EXPECT_EQ ("6 veltra-receiver: --fault \"lose\": TYPE is missing; expected \"lose TYPE WHICH\"\n",
                run ({ "--fault", "lose", "Ping", "1" }));
     EXPECT_EQ ("6 veltra-receiver: --fault \"\" contains no fault\n", run ({ "--fault", "" }));

@@ -8,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tools/veltra/terminal/Transient.h"
+#include "tools/output/Transient.h"
 
 namespace veltra::host {
 

@@ -8,12 +8,12 @@
 #include "filters/FilterSetsImpl.h"
 #include "tests/support/Scratch.h"
 #include "tools/ExitStatus.h"
+#include "tools/output/OutputFile.h"
 #include "tools/veltra/filters/AudioFile.h"
 #include "tools/veltra/filters/FilterDescription.h"
 #include "tools/veltra/filters/FilterImport.h"
 #include "tools/veltra/filters/ImportFiles.h"
 #include "tools/veltra/filters/PeakGain.h"
-#include "tools/veltra/terminal/OutputFile.h"
 
 namespace veltra::host {
 
@@ -40,7 +40,9 @@ class Import : public ScratchTest
 protected:
     void writeWav (const std::string& name, std::uint32_t rate, const std::vector<float>& samples) const
     {
-        writeFloatWav (path (name), rate, samples);
+        OutputFile wav (path (name));
+        writeFloatWav (wav, rate, samples);
+        wav.complete();
     }
 
     FilterDescription import (const std::vector<std::string>& names, ImportOptions options = {})

@@ -238,7 +238,9 @@ TEST_F (Conversion, TellsWhatTheDeviceWillPlay)
 
 TEST_F (Conversion, AFilterThatBeginsAtOnceIsNotedForTheDualRateStructures)
 {
-    writeFloatWav (path ("FL_48000.wav"), 48000, std::vector<float> { 0.5f, 0.25f });
+    OutputFile wav (path ("FL_48000.wav"));
+    writeFloatWav (wav, 48000, std::vector<float> { 0.5f, 0.25f });
+    wav.complete();
     const auto noteFor = [&] (const std::string& topology, const std::string& leadIn) {
         EXPECT_EQ (0, import ({ path ("FL_48000.wav") }, { "--lead-in", leadIn }).status);
         return convert (topology, "48000", "1024").err;

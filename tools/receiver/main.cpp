@@ -16,6 +16,7 @@
 #include <CLI/CLI.hpp>
 
 #include "tools/ExitStatus.h"
+#include "tools/output/OutputFile.h"
 #include "tools/receiver/device/SlotReport.h"
 #include "tools/receiver/network/Announcer.h"
 #include "tools/receiver/network/Receiver.h"
@@ -188,9 +189,8 @@ void run (Arguments& arguments)
     options.faults = chooseFaults (arguments);
     options.recordedBytes = 0;
 
-    if (std::error_code error; ! options.folder.empty() && ! std::filesystem::is_directory (options.folder)
-                               && ! std::filesystem::create_directories (options.folder, error))
-        throw Failure (kExitOutput, options.folder.string() + ": the folder cannot be created");
+    if (! options.folder.empty())
+        makeOutputFolder (options.folder);
 
     std::mutex printing;
     options.onDownload = [&] (std::uint32_t device, std::uint32_t slotIndex, const Slot& slot) {
@@ -236,6 +236,10 @@ void run (Arguments& arguments)
     receiver.waitFor ([&] { return receiver.openSessions() == 0; });
     print ({ "Stopped" });
     printAllSlots (receiver, profile.unit.devices_size());
+    finishStandardOutput();
+
+    if (receiver.hasWriteFailed())
+        throw Failure (kExitOutput, "Not every slot could be written to " + options.folder.string() + ".");
 }
 
 }

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "tools/receiver/device/SlotReport.h"
 
+#include <algorithm>
 #include <charconv>
-#include <fstream>
 #include <iomanip>
 #include <sstream>
+
+#include "tools/output/OutputFile.h"
 
 namespace veltra::receiver {
 
@@ -89,19 +91,21 @@ bool writeSlot (const std::filesystem::path& folder, std::uint32_t device, std::
 try
 {
     const auto name = fileName (device, slotIndex);
-    std::filesystem::create_directories (folder);
+    const auto nameOf = [&name] (const SlotBlock& block) {
+        return name + "_" + std::to_string (block.sampleRate) + ".bin";
+    };
 
+    // Of the slot's earlier contents.
     for (const auto& entry : std::filesystem::directory_iterator (folder))
         if (const auto file = entry.path().filename().string();
-            file.starts_with (name + "_") && file.ends_with (".bin"))
+            file.starts_with (name + "_") && file.ends_with (".bin")
+            && std::ranges::find (slot.blocks, file, nameOf) == slot.blocks.end())
             std::filesystem::remove (entry.path());
 
     const auto write = [&] (const std::string& file, const std::string& content) {
-        std::ofstream stream (folder / file, std::ios::binary);
-        stream << content << std::flush;
-
-        if (! stream)
-            throw std::runtime_error ((folder / file).string() + " cannot be written");
+        OutputFile output (folder / file);
+        output.stream() << content;
+        output.complete();
     };
     std::string text;
 
@@ -114,7 +118,7 @@ try
     write (name + ".txt", text);
 
     for (const auto& block : slot.blocks)
-        write (name + "_" + std::to_string (block.sampleRate) + ".bin", block.bytes);
+        write (nameOf (block), block.bytes);
 
     return true;
 }

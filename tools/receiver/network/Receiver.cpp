@@ -57,7 +57,10 @@ void Receiver::downloadEnded (std::uint32_t device, std::uint32_t slotIndex, con
         std::string error;
 
         if (! writeSlot (options.folder, device, slotIndex, slot, error))
+        {
+            writeFailed = true;
             log (LogDetail::events, error);
+        }
     }
 
     if (options.onDownload)

@@ -107,6 +107,9 @@ public:
     /** Sends a message to all open sessions. */
     void broadcast (const google::protobuf::MessageLite&);
 
+    /** Whether a downloaded slot could not be written to the folder of the options. */
+    bool hasWriteFailed() const noexcept { return writeFailed; }
+
     /** Ends all open sessions from the receiver's side. */
     void endSessions (HostSession::Ending);
 
@@ -125,6 +128,7 @@ private:
     Recorder recorder;
     FaultInjector faults;
     std::mutex logging;
+    std::atomic<bool> writeFailed { false };
     DeviceModel model;
 
     StopSignal stop;

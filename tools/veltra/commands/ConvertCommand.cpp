@@ -11,13 +11,13 @@
 #include "filters/FilterDescriptionParser.h"
 #include "filters/FilterSetsImpl.h"
 #include "tools/ExitStatus.h"
+#include "tools/output/OutputFile.h"
 #include "tools/veltra/commands/Commands.h"
 #include "tools/veltra/filters/ResponseSource.h"
 #include "tools/veltra/filters/TextFile.h"
 #include "tools/veltra/report/ConversionReport.h"
 #include "tools/veltra/report/LeadInNote.h"
 #include "tools/veltra/report/ResponsePlot.h"
-#include "tools/veltra/terminal/OutputFile.h"
 #include "tools/veltra/terminal/Progress.h"
 #include "topology/Topology.h"
 
@@ -55,17 +55,34 @@ juce::StringPairArray parametersOf (const ConvertOptions& options)
 }
 
 /** The settings that the conversion would find beside the module. */
-juce::PropertySet settingsOf (const ConvertOptions& options, const SessionOptions& session)
+juce::PropertySet settingsOf (const SessionOptions& session, const std::filesystem::path& dump)
 {
     juce::PropertySet settings;
 
     for (const auto& [key, value] : session.settings)
         settings.setValue (juce::String (key), juce::String (value));
 
-    if (! options.dump.empty())
-        settings.setValue ("BlobPath", juce::String (std::filesystem::absolute (options.dump).string()));
+    if (! dump.empty())
+        settings.setValue ("BlobPath", juce::String (dump.string()));
 
     return settings;
+}
+
+/** Copies what a conversion has dumped: it does not notice itself what it could not write. */
+void writeDump (const std::filesystem::path& source, const std::filesystem::path& folder)
+{
+    for (const auto& entry : std::filesystem::directory_iterator (source))
+    {
+        OutputFile output (folder / entry.path().filename());
+        std::ifstream content (entry.path(), std::ios::binary);
+
+        if (content.peek() != std::ifstream::traits_type::eof())
+            output.stream() << content.rdbuf();
+        else
+            output.stream();
+
+        output.complete();
+    }
 }
 
 void readFilters (const std::filesystem::path& file, filters::FilterSetsImpl& set)
@@ -163,7 +180,15 @@ void convert (const ConvertOptions& options, const SessionOptions& session)
     auto result = juce::Result::ok();
     juce::MemoryBlock blob;
     const auto parameters = parametersOf (options);
-    auto settings = settingsOf (options, session);
+    std::optional<Transient> dump;
+
+    if (! options.dump.empty())
+    {
+        makeOutputFolder (options.dump);
+        dump.emplace (makePrivateFolder);
+    }
+
+    auto settings = settingsOf (session, dump ? dump->path() : std::filesystem::path());
     Progress progress (stdout, isTerminal (stdout));
     const auto handler = topology::createTopology (options.topology, [&progress] (float fraction, const juce::String&) {
         progress.show (static_cast<double> (fraction), [] { return std::string ("designing"); });
@@ -180,6 +205,9 @@ void convert (const ConvertOptions& options, const SessionOptions& session)
     if (result.failed())
         throw Failure (kExitConversion, "The filters could not be converted: " + result.getErrorMessage().toStdString()
                                             + (source.error().empty() ? "" : " (" + source.error() + ")") + ".");
+
+    if (dump)
+        writeDump (dump->path(), options.dump);
 
     OutputFile output (options.output);
     output.stream().write (static_cast<const char*> (blob.getData()), static_cast<std::streamsize> (blob.getSize()));

@@ -4,10 +4,10 @@
 #include <memory>
 
 #include "tools/ExitStatus.h"
+#include "tools/output/OutputFile.h"
 #include "tools/veltra/commands/Commands.h"
 #include "tools/veltra/filters/FilterDesign.h"
 #include "tools/veltra/report/DesignPlot.h"
-#include "tools/veltra/terminal/OutputFile.h"
 #include "tools/veltra/terminal/Progress.h"
 
 namespace veltra::host {
@@ -45,13 +45,14 @@ void print (const DesignedResponse& design)
 }
 
 /** The picture's own name, or one made of it where there are several. */
-std::filesystem::path plotFile (const std::filesystem::path& plot, const DesignedResponse& design, bool several)
+std::filesystem::path plotFile (const std::filesystem::path& plot, const std::string& channel, unsigned sampleRate,
+                                bool several)
 {
     if (! several)
         return plot;
 
     auto name = plot.stem();
-    name += "-" + design.channel + "_" + std::to_string (design.sampleRate);
+    name += "-" + channel + "_" + std::to_string (sampleRate);
     name += plot.extension();
     return plot.parent_path() / name;
 }
@@ -68,6 +69,17 @@ void design (const DesignOptions& options)
     std::ostream silent (nullptr);
     auto description = importFilters (import, silent, std::cerr);
     std::vector<DesignedResponse> designs;
+    std::size_t responses = 0;
+
+    for (const auto& channel : description.channels)
+        responses += channel.responses.size();
+
+    const bool several = responses > 1;
+
+    for (const auto& channel : description.channels)
+        for (const auto& response : channel.responses)
+            if (! options.plot.empty())
+                checkMayWrite (plotFile (options.plot, channel.name, response.sampleRate, several), options.force);
 
     {
         Progress progress (stdout, isTerminal (stdout));
@@ -82,7 +94,7 @@ void design (const DesignOptions& options)
         print (designed);
 
         if (! options.plot.empty())
-            plotDesign (plotFile (options.plot, designed, designs.size() > 1), designed);
+            plotDesign (plotFile (options.plot, designed.channel, designed.sampleRate, several), designed);
     }
 
     writeFilterDescription (options.output, description);

@@ -6,12 +6,12 @@
 #include <optional>
 
 #include "tools/ExitStatus.h"
+#include "tools/output/SignalWatch.h"
 #include "tools/veltra/commands/Commands.h"
 #include "tools/veltra/filters/TextFile.h"
 #include "tools/veltra/report/LeadInNote.h"
 #include "tools/veltra/session/FilterSlots.h"
 #include "tools/veltra/terminal/Progress.h"
-#include "tools/veltra/terminal/SignalWatch.h"
 
 namespace veltra::host {
 

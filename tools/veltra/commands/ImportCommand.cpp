@@ -3,8 +3,8 @@
 #include <memory>
 
 #include "tools/ExitStatus.h"
+#include "tools/output/OutputFile.h"
 #include "tools/veltra/commands/Commands.h"
-#include "tools/veltra/terminal/OutputFile.h"
 
 namespace veltra::host {
 

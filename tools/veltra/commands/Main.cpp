@@ -3,8 +3,9 @@
 #include <cstring>
 
 #include "tools/ExitStatus.h"
+#include "tools/output/OutputFile.h"
+#include "tools/output/SignalWatch.h"
 #include "tools/veltra/commands/Commands.h"
-#include "tools/veltra/terminal/SignalWatch.h"
 
 using namespace veltra;
 using namespace veltra::host;
@@ -20,7 +21,9 @@ std::string footer()
     return "\nThe exit status is 0, or:\n"
            + exitStatusHelp ({ kExitInternal, kExitUsage, kExitModule, kExitNoReceiver, kExitReceiver, kExitInput,
                                kExitOutput, kExitSlotInUse, kExitConversion, kExitCancelled })
-           + "A command's own options: `veltra COMMAND --help`.\n";
+           + "Output files appear complete or not at all and keep the mode of the file that they replace. Devices, pipes and\n"
+             "links are written through; \"-\" is standard output, and what a command prints then goes to standard error.\n"
+             "A command's own options: `veltra COMMAND --help`.\n";
 }
 
 void addSessionOptions (CLI::App& program, SessionOptions& session)
@@ -121,5 +124,16 @@ int run (int argc, char** argv)
 int main (int argc, char** argv)
 {
     const SignalWatch watch;
-    return run (argc, argv);
+    const int status = run (argc, argv);
+
+    try
+    {
+        finishStandardOutput();
+        return status;
+    }
+    catch (const Failure& failure)
+    {
+        std::fprintf (stderr, "veltra: %s\n", failure.what());
+        return status != kExitOk ? status : failure.status;
+    }
 }

@@ -6,13 +6,13 @@
 #include <optional>
 
 #include "tools/ExitStatus.h"
+#include "tools/output/OutputFile.h"
+#include "tools/output/SignalWatch.h"
 #include "tools/veltra/commands/Commands.h"
 #include "tools/veltra/filters/AudioFile.h"
 #include "tools/veltra/measure/Measurement.h"
 #include "tools/veltra/measure/Stimuli.h"
 #include "tools/veltra/session/ChannelName.h"
-#include "tools/veltra/terminal/OutputFile.h"
-#include "tools/veltra/terminal/SignalWatch.h"
 #include "tools/veltra/terminal/StatusLine.h"
 
 namespace veltra::host {
@@ -155,7 +155,7 @@ void runMeasurement (const SessionOptions& sessionOptions, MeasureOptions& optio
     if (recorder.samples().empty())
         throw Failure (kExitReceiver, "The receiver sent no audio.");
 
-    writeFloatWav (output.temporaryPath(), options.plan.sampleRate, recorder.samples());
+    writeFloatWav (output, options.plan.sampleRate, recorder.samples());
     output.complete();
     report (recorder, peak, options);
 }

@@ -49,17 +49,17 @@ MonoAudio readMonoAudio (const std::filesystem::path& file)
     return audio;
 }
 
-void writeFloatWav (const std::filesystem::path& file, unsigned sampleRate, std::span<const float> samples)
+void writeFloatWav (const OutputFile& output, unsigned sampleRate, std::span<const float> samples)
 {
     const auto refuse = [&] (const char* why) {
-        return Failure (kExitOutput, file.string() + " cannot be written: " + why + ".");
+        return Failure (kExitOutput, output.shownName().string() + " cannot be written: " + why + ".");
     };
 
     SF_INFO info = {};
     info.samplerate = static_cast<int> (sampleRate);
     info.channels = 1;
     info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
-    OpenFile target (sf_open (file.string().c_str(), SFM_WRITE, &info), sf_close);
+    OpenFile target (sf_open (output.temporaryPath().string().c_str(), SFM_WRITE, &info), sf_close);
 
     if (target == nullptr)
         throw refuse (sf_strerror (nullptr));

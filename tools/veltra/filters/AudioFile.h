@@ -5,6 +5,8 @@
 #include <span>
 #include <vector>
 
+#include "tools/output/OutputFile.h"
+
 namespace veltra::host {
 
 /** The samples of a file of one channel. */
@@ -21,9 +23,9 @@ struct MonoAudio
 */
 MonoAudio readMonoAudio (const std::filesystem::path& file);
 
-/** Writes a mono WAV file of 32-bit floats. The same samples give the same bytes.
+/** Writes a mono WAV file of 32-bit floats, which is then ready to be completed. The same samples give the same bytes.
     @throws  Failure (kExitOutput)
 */
-void writeFloatWav (const std::filesystem::path& file, unsigned sampleRate, std::span<const float> samples);
+void writeFloatWav (const OutputFile& output, unsigned sampleRate, std::span<const float> samples);
 
 }

@@ -5,8 +5,8 @@
 #include <ostream>
 
 #include "common/Numbers.h"
+#include "tools/output/OutputFile.h"
 #include "tools/veltra/filters/XmlText.h"
-#include "tools/veltra/terminal/OutputFile.h"
 
 namespace veltra::host {
 

@@ -9,29 +9,30 @@ namespace veltra::host {
 
 namespace {
 
-constexpr std::uintmax_t kLargestText = 1u << 30;
+constexpr std::size_t kLargestText = 1u << 30;
 
 }
 
 std::string readTextFile (const std::filesystem::path& file)
 {
-    std::error_code error;
-    const auto size = std::filesystem::file_size (file, error);
+    // No size is asked for: the file may be a pipe or a device.
+    std::ifstream stream (file, std::ios::binary);
+    std::string text, piece (1u << 16, '\0');
 
-    if (error)
-        throw Failure (kExitInput, file.string() + " cannot be read: " + error.message() + ".");
+    while (stream && text.size() <= kLargestText)
+    {
+        stream.read (piece.data(), static_cast<std::streamsize> (piece.size()));
+        text.append (piece, 0, static_cast<std::size_t> (stream.gcount()));
+    }
 
-    if (size > kLargestText)
+    if (text.size() > kLargestText)
         throw Failure (kExitInput, file.string() + " is too large for a filter description.");
 
-    std::string text (size, '\0');
-    std::ifstream stream (file, std::ios::binary);
-
-    if (! stream.read (text.data(), static_cast<std::streamsize> (size)))
+    if (! stream.eof())
         throw Failure (kExitInput, file.string() + " cannot be read.");
 
     if (text.find ('\0') != text.npos)
-        throw Failure (kExitInput, file.string() + " is no text.");
+        throw Failure (kExitInput, file.string() + " is not a text: it holds NUL characters.");
 
     return text;
 }

@@ -7,8 +7,8 @@
 namespace veltra::host {
 
 /** The text of a filter description's file.
-    @throws  Failure (kExitInput) when it cannot be read, is larger than 1 GiB, or holds NUL characters, behind
-             which nothing would be seen
+    @throws  Failure (kExitInput) when it cannot be read, is larger than 1 GiB, or holds NUL characters, after
+             which a parser would see nothing
 */
 std::string readTextFile (const std::filesystem::path& file);
 

@@ -1,13 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "tools/veltra/report/Gnuplot.h"
 
-#include <cstdio>
-#include <memory>
-
-#include <signal.h>
-
 #include "tools/ExitStatus.h"
-#include "tools/veltra/terminal/OutputFile.h"
+#include "tools/output/OutputFile.h"
+#include "tools/platform/Platform.h"
 
 namespace veltra::host {
 
@@ -17,33 +13,13 @@ std::string terminalFor (const std::filesystem::path& file, unsigned width, unsi
 {
     const std::string size = std::to_string (width) + "," + std::to_string (height);
 
-    if (file.extension() == ".svg")
+    if (file.extension() == ".svg" || file == "-")
         return "svg size " + size + " dynamic font 'sans-serif,12' background 'white'";
 
     if (file.extension() == ".png")
         return "pngcairo size " + size + " font 'sans-serif,10'";
 
     throw Failure (kExitUsage, "A picture's name ends in .svg or .png; " + file.string() + " does not.");
-}
-
-/** Gives gnuplot its script.
-    @returns  whether it ran and found nothing to complain of */
-bool runGnuplot (const std::string& script)
-{
-    // A gnuplot that is missing or gives up closes the pipe while the script is still being written.
-    struct IgnoreBrokenPipe
-    {
-        void (*const previous) (int) = ::signal (SIGPIPE, SIG_IGN);
-        ~IgnoreBrokenPipe() { ::signal (SIGPIPE, previous); }
-    } ignore;
-
-    const auto pipe = ::popen ("exec gnuplot 2>/dev/null", "w");
-
-    if (pipe == nullptr)
-        return false;
-
-    const bool written = std::fwrite (script.data(), 1, script.size(), pipe) == script.size();
-    return ::pclose (pipe) == 0 && written;
 }
 
 }
@@ -70,11 +46,12 @@ void drawPicture (const std::filesystem::path& file, unsigned width, unsigned he
 {
     const auto terminal = terminalFor (file, width, height);
     OutputFile output (file);
+    const auto picture = platform::runProgram ({ "gnuplot" }, "set terminal " + terminal + "\n" + commands + "\n");
 
-    if (! runGnuplot ("set terminal " + terminal + "\nset output " + gnuplotText (output.temporaryPath().string())
-                      + "\n" + commands + "\nunset output\n"))
+    if (! picture || picture->empty())
         throw Failure (kExitOutput, file.string() + " could not be drawn: is gnuplot installed?");
 
+    output.stream() << *picture;
     output.complete();
 }
 

@@ -12,7 +12,7 @@ std::string gnuplotText (std::string_view text);
 
 /** Draws a picture with the program gnuplot.
 
-    @param file       picture to write, by its extension: .svg or .png; appears complete or not at all
+    @param file       where to write it, see OutputFile; .svg or .png by its extension, "-" is an SVG on standard output
     @param width      in pixels
     @param height     in pixels
     @param commands   a gnuplot script, without terminal and output

@@ -4,13 +4,8 @@
 #include <fstream>
 
 #include "tools/ExitStatus.h"
+#include "tools/platform/Platform.h"
 #include "tools/veltra/filters/XmlText.h"
-
-#if defined(_WIN32)
-#include <windows.h>
-#elif defined(__APPLE__)
-#include <mach-o/dyld.h>
-#endif
 
 namespace fs = std::filesystem;
 
@@ -18,27 +13,7 @@ namespace veltra::host {
 
 const char* moduleFileName() noexcept { return VELTRA_MODULE_FILE_NAME; }
 
-fs::path programFolder()
-{
-#if defined(_WIN32)
-    wchar_t name[32768];
-    const auto length = GetModuleFileNameW (nullptr, name, 32768);
-    return fs::path (std::wstring (name, length)).parent_path();
-#else
-    std::error_code error;
-
-#if defined(__APPLE__)
-    char name[4096];
-    std::uint32_t size = sizeof (name);
-    const fs::path program = _NSGetExecutablePath (name, &size) == 0 ? fs::path (name) : fs::path();
-#else
-    const fs::path program = "/proc/self/exe";
-#endif
-
-    const auto real = fs::canonical (program, error);
-    return error ? fs::path() : real.parent_path();
-#endif
-}
+fs::path programFolder() { return platform::programFile().parent_path(); }
 
 fs::path findModule (const fs::path& given, const fs::path& programFolder)
 {

@@ -5,7 +5,7 @@
 #include <map>
 #include <string>
 
-#include "tools/veltra/terminal/Transient.h"
+#include "tools/output/Transient.h"
 
 namespace veltra::host {
 

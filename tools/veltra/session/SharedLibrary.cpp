@@ -4,55 +4,27 @@
 #include <string>
 
 #include "tools/ExitStatus.h"
-
-#if defined(_WIN32)
-#include <windows.h>
-#else
-#include <dlfcn.h>
-#endif
+#include "tools/platform/Platform.h"
 
 namespace veltra::host {
 
-namespace {
-
-#if defined(_WIN32)
-void* load (const std::filesystem::path& file) { return LoadLibraryW (file.c_str()); }
-void unload (void* handle) { FreeLibrary (static_cast<HMODULE> (handle)); }
-
-void* find (void* handle, const char* name)
-{
-    return reinterpret_cast<void*> (GetProcAddress (static_cast<HMODULE> (handle), name));
-}
-
-std::string reason() { return "error " + std::to_string (GetLastError()); }
-#else
-void* load (const std::filesystem::path& file) { return dlopen (file.c_str(), RTLD_NOW | RTLD_LOCAL); }
-void unload (void* handle) { dlclose (handle); }
-void* find (void* handle, const char* name) { return dlsym (handle, name); }
-
-std::string reason()
-{
-    const char* const words = dlerror();
-    return words != nullptr ? words : "unknown reason";
-}
-#endif
-
-}
-
-SharedLibrary::SharedLibrary (const std::filesystem::path& fileToLoad) : file (fileToLoad), handle (load (fileToLoad))
+SharedLibrary::SharedLibrary (const std::filesystem::path& fileToLoad)
+    : file (fileToLoad),
+      handle (platform::loadLibrary (fileToLoad))
 {
     if (handle == nullptr)
-        throw Failure (kExitModule, "The module could not be loaded: " + reason() + ".");
+        throw Failure (kExitModule, "The module could not be loaded: " + platform::libraryError() + ".");
 }
 
-SharedLibrary::~SharedLibrary() { unload (handle); }
+SharedLibrary::~SharedLibrary() { platform::unloadLibrary (handle); }
 
 void* SharedLibrary::address (const char* name) const
 {
-    if (void* const found = find (handle, name))
+    if (void* const found = platform::findSymbol (handle, name))
         return found;
 
-    throw Failure (kExitModule, file.filename().string() + " is no module of this kind: it has no " + name + ".");
+    throw Failure (kExitModule,
+                   file.filename().string() + " is not a module of this kind: it does not export " + name + ".");
 }
 
 }

@@ -4,11 +4,7 @@
 #include <algorithm>
 #include <cmath>
 
-#if defined(_WIN32)
-#include <io.h>
-#else
-#include <unistd.h>
-#endif
+#include "tools/platform/Platform.h"
 
 namespace veltra::host {
 
@@ -45,14 +41,7 @@ void StatusLine::endLine()
     shownLength = 0;
 }
 
-bool isTerminal (std::FILE* stream) noexcept
-{
-#if defined(_WIN32)
-    return _isatty (_fileno (stream)) != 0;
-#else
-    return isatty (fileno (stream)) != 0;
-#endif
-}
+bool isTerminal (std::FILE* stream) noexcept { return platform::isTerminal (stream); }
 
 std::string bar (double fraction, int width)
 {

@@ -1,28 +1,24 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "tools/veltra/terminal/Transient.h"
+#include "tools/output/Transient.h"
 
 #include <algorithm>
 #include <mutex>
+#include <system_error>
 #include <vector>
 
 #include "tools/ExitStatus.h"
+#include "tools/platform/Platform.h"
 
-#if defined(_WIN32)
-#include <random>
-#else
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-#endif
+namespace fs = std::filesystem;
 
-namespace veltra::host {
+namespace veltra {
 
 namespace {
 
 struct Registry
 {
     std::mutex lock;
-    std::vector<std::filesystem::path> paths;
+    std::vector<fs::path> paths;
 };
 
 Registry& registry()
@@ -31,13 +27,14 @@ Registry& registry()
     return instance;
 }
 
-void removeQuietly (const std::filesystem::path& path) noexcept
+void removeQuietly (const fs::path& path) noexcept
 {
     std::error_code ignored;
-    std::filesystem::remove_all (path, ignored);
+    fs::remove_all (path, ignored);
+    platform::releaseFolder (path);
 }
 
-void forget (const std::filesystem::path& path)
+void forget (const fs::path& path)
 {
     auto& paths = registry().paths;
     paths.erase (std::find (paths.begin(), paths.end(), path));
@@ -45,7 +42,7 @@ void forget (const std::filesystem::path& path)
 
 }
 
-Transient::Transient (const std::function<std::filesystem::path()>& make)
+Transient::Transient (const std::function<fs::path()>& make)
 {
     const std::scoped_lock hold (registry().lock);
     registry().paths.emplace_back(); // the room is there before the file is
@@ -73,10 +70,10 @@ Transient::~Transient()
     }
 }
 
-void Transient::renameTo (const std::filesystem::path& target)
+void Transient::renameTo (const fs::path& target)
 {
     const std::scoped_lock hold (registry().lock);
-    std::filesystem::rename (path_, target);
+    fs::rename (path_, target);
     forget (path_);
     path_.clear();
 }
@@ -89,32 +86,23 @@ void Transient::removeAllForGood() noexcept
         removeQuietly (path);
 }
 
-std::filesystem::path makePrivateFolder()
+fs::path makePrivateFolder()
 {
     std::error_code error;
-    auto folder = std::filesystem::temp_directory_path (error);
+    const auto parent = fs::temp_directory_path (error);
 
     if (error)
         throw Failure (kExitOutput, "There is no folder for temporary files: " + error.message() + ".");
 
-#if defined(_WIN32)
-    // The temporary folder of a Windows account is private already.
-    std::random_device random;
-    folder /= "veltra-" + std::to_string (random()) + std::to_string (random());
-
-    if (! std::filesystem::create_directory (folder, error))
-        throw Failure (kExitOutput, "No folder could be made in " + folder.parent_path().string() + ".");
-
-    return folder;
-#else
-    auto name = (folder / "veltra-XXXXXX").string();
-
-    if (::mkdtemp (name.data()) == nullptr) // mode 0700
+    try
+    {
+        return platform::makePrivateFolder (parent, "veltra-tmp-");
+    }
+    catch (const std::system_error& failure)
+    {
         throw Failure (kExitOutput,
-                       "No folder could be made in " + folder.string() + ": " + std::strerror (errno) + ".");
-
-    return name;
-#endif
+                       "No folder could be made in " + parent.string() + ": " + failure.code().message() + ".");
+    }
 }
 
 }

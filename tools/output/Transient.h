@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <functional>
 
-namespace veltra::host {
+namespace veltra {
 
 /** A file or folder that must not outlive its use: removed with everything in it when the object is destroyed,
     and also when a signal ends the program (see SignalWatch).
@@ -37,7 +37,8 @@ private:
     std::filesystem::path path_;
 };
 
-/** A new folder in the system's folder for temporary files that only this user can look into.
+/** A new folder in the system's folder for temporary files that only this user can open. Removes the folders of earlier
+    runs that were killed.
     @throws  Failure (kExitOutput)
 */
 std::filesystem::path makePrivateFolder();
