@@ -13,7 +13,6 @@
 #include "tests/support/Measured.h"
 #include "tools/receiver/sound/Correction.h"
 #include "tools/receiver/sound/NoiseSource.h"
-#include "tools/veltra/measure/Deconvolution.h"
 
 namespace veltra::receiver {
 namespace {
@@ -71,14 +70,6 @@ protected:
         return Eigen::Map<const Eigen::VectorXf> (capture.data(), static_cast<Eigen::Index> (capture.size()));
     }
 
-    void waitForSilence() const
-    {
-        for (int i = 0; i < 6000 && model->measurement().stimulus.isPlaying; ++i)
-            std::this_thread::sleep_for (10ms);
-
-        EXPECT_FALSE (model->measurement().stimulus.isPlaying);
-    }
-
     bool take (const veltraio::AudioData& packet)
     {
         const std::scoped_lock guard (lock);
@@ -108,25 +99,19 @@ TEST_F (ReceiverMeasurement, StreamsTheMicrophonesNoiseInNumberedPacketsAtThePac
     expectOk (kAudition);
 
     tools::NoiseSource noise (-60.0);
-    double energy = 0.0;
 
     for (const auto sample : capture)
-    {
         ASSERT_EQ (noise.next(), sample);
-        energy += static_cast<double> (sample) * sample;
-    }
-
-    EXPECT_NEAR (-60.0, 10.0 * std::log10 (energy / static_cast<double> (capture.size())), 0.1);
 }
 
-TEST_F (ReceiverMeasurement, ARoomWithoutResponsesIsADelayAndVolumeAndAttenuationAreGains)
+TEST_F (ReceiverMeasurement, HearsTheSumOfTheChannelsWithVolumeAttenuationAndDelay)
 {
     start ({ { {}, 5.0 }, 1000.0, kSilence, MeasurementOptions::kMaxPacketSamples });
     expectOk ("ChannelAttenuation deviceIndex: 0 channel: 2 attenuation: 0.5"); // of the profile's 12 dB
     expectOk ("Volume deviceIndex: 0 volume: 0.35");                            // half of the reference
     const Eigen::VectorXf wanted =
-        0.5f * std::pow (10.0f, -6.0f / 20.0f) * test::stimulusOf (shippedProfile ("seven-one"), 48000);
-    const auto heard = measure ("2");
+        0.5f * (1.0f + std::pow (10.0f, -6.0f / 20.0f)) * test::stimulusOf (shippedProfile ("seven-one"), 48000);
+    const auto heard = measure ("2, 5, 2");
     Eigen::Index first = 0;
 
     while (first < heard.size() && std::abs (heard[first]) < 1e-7f)
@@ -139,20 +124,6 @@ TEST_F (ReceiverMeasurement, ARoomWithoutResponsesIsADelayAndVolumeAndAttenuatio
     EXPECT_LT ((heard.segment (first - 1, wanted.size()) - wanted).cwiseAbs().maxCoeff(), 1e-5f);
 }
 
-TEST_F (ReceiverMeasurement, HearsTheSumOfTheChannelsThatPlay)
-{
-    start (kFast);
-    Room room (kFast.room);
-    Eigen::VectorXf wanted = Eigen::VectorXf::Zero (48000);
-
-    for (const auto* name : { "FR", "SW" })
-        wanted.head (room.response (name, 48000).size()) += room.response (name, 48000);
-
-    const auto response =
-        tools::deconvolve (measure ("3, 1, 3"), test::stimulusOf (shippedProfile ("seven-one"), 48000));
-    EXPECT_LT (test::difference_dB (response, wanted), -80.0);
-}
-
 TEST_F (ReceiverMeasurement, RefusesWhatItCannotPlayAndEndsWithItsSession)
 {
     start (kFast);
@@ -161,7 +132,6 @@ TEST_F (ReceiverMeasurement, RefusesWhatItCannotPlayAndEndsWithItsSession)
                host->say (kMeasurement + " sampleRate: 88200"));
     expectOk (kMeasurementAt48000);
     EXPECT_EQ ("Stimulus at 44100 Hz in a measurement at 48000 Hz", host->say (sweepOn ("0", 44100)));
-    EXPECT_EQ ("Stimulus without channels", host->say (sweepOn ("")));
     EXPECT_EQ ("No channel 9", host->say (sweepOn ("0, 9")));
 
     ModelHost second (*model, 2);
@@ -175,63 +145,47 @@ TEST_F (ReceiverMeasurement, RefusesWhatItCannotPlayAndEndsWithItsSession)
         EXPECT_THROW (start (bad), std::runtime_error);
 }
 
-TEST_F (ReceiverMeasurement, AStimulusTakesItsTimeWithAndWithoutAMicrophone)
+TEST_F (ReceiverMeasurement, WithoutAMicrophoneAStimulusTakesItsTimeToo)
 {
-    for (const bool hasMicrophone : { true, false })
-    {
-        auto profile = shippedProfile ("seven-one");
-        const auto& mode = hasMicrophone ? kMeasurementAt48000 : kMeasurement;
+    auto profile = shippedProfile ("seven-one");
+    profile.unit.set_capabilities (veltraio::Unit::Caps_kVolume);
+    start ({ {}, 0.01 }, profile); // it would take 500 s
+    expectOk (kMeasurement);
+    expectOk (sweepOn ("0"));
+    EXPECT_EQ ("isPlaying: true\nprogress: 0\n", host->say (kStimulusState));
+    expectOk ("StopStimulus deviceIndex: 0");
+    EXPECT_EQ ("isPlaying: false\n", host->say (kStimulusState));
 
-        if (! hasMicrophone)
-            profile.unit.set_capabilities (veltraio::Unit::Caps_kVolume);
+    start ({ {}, 100.0 }, profile); // 50 ms
+    expectOk (kMeasurement);
+    const auto begun = std::chrono::steady_clock::now();
+    expectOk (sweepOn ("0"));
 
-        start ({ {}, 0.01 }, profile); // it would take 500 s
-        expectOk (mode);
-        expectOk (sweepOn ("0"));
-        EXPECT_EQ ("isPlaying: true\nprogress: 0\n", host->say (kStimulusState));
-        expectOk ("StopStimulus deviceIndex: 0");
-        EXPECT_EQ ("isPlaying: false\n", host->say (kStimulusState));
+    while (host->say (kStimulusState) != "isPlaying: false\n" && std::chrono::steady_clock::now() - begun < 60s)
+        std::this_thread::sleep_for (5ms);
 
-        start ({ {}, 100.0 }, profile); // 50 ms
-        expectOk (mode);
-        const auto begun = std::chrono::steady_clock::now();
-        expectOk (sweepOn ("0"));
-        waitForSilence();
-        EXPECT_GE (std::chrono::steady_clock::now() - begun, 48ms);
-        expectOk (kAudition);
-        EXPECT_EQ (hasMicrophone, ! capture.empty());
-    }
+    EXPECT_GE (std::chrono::steady_clock::now() - begun, 48ms);
+    EXPECT_EQ ("isPlaying: false\n", host->say (kStimulusState));
+    EXPECT_TRUE (capture.empty());
 }
 
 TEST (Correction, IsTheFilterWithGainAndDelayOfItsChannel)
 {
-    const auto profile = shippedProfile ("stereo");
-    veltraio::TopologyInfo info = profile.topologyInfo;
+    auto info = shippedProfile ("stereo").topologyInfo;
     info.mutable_topologies (0)->set_information ("NbrOfFIRTaps=1");
     Slot slot;
-    slot.state = Slot::State::occupied;
     auto& block = slot.blocks.emplace_back();
     block.sampleRate = 44100;
-    block.channelIndices = { 1, 0 };
-    block.bytes.assign ("\0\0\0\x3f\0\0\0\x3f", 8);
-
-    for (const bool noEq : { false, true })
-    {
-        auto& channel = slot.channels.emplace_back();
-        channel.set_channelindex (noEq);
-        channel.set_gain_db (-20.0f);
-        channel.set_delay_ms (1.0f);
-        channel.set_noeq (noEq);
-    }
-
-    const Eigen::VectorXf delayed = Eigen::VectorXf::Unit (45, 44);
-    EXPECT_TRUE (correctionResponse (slot, info, 1, 44100)->isApprox (0.05f * delayed));
-    EXPECT_TRUE (correctionResponse (slot, info, 0, 44100)->isApprox (0.1f * delayed)) << "gain and delay only";
-    EXPECT_FALSE (correctionResponse (slot, info, 2, 44100));
-    EXPECT_FALSE (correctionResponse (slot, info, 1, 48000));
-
-    block.bytes.pop_back();
-    EXPECT_THROW (correctionResponse (slot, info, 1, 44100), Refusal);
+    block.channelIndices = { 1 };
+    block.bytes.assign ("\0\0\0\x3f", 4); // 0.5
+    auto& channel = slot.channels.emplace_back();
+    channel.set_channelindex (0);
+    channel.set_gain_db (-20.0f);
+    channel.set_delay_ms (1.0f);
+    EXPECT_TRUE (correctionResponse (slot, info, 1, 44100)->isApprox (0.05f * Eigen::VectorXf::Unit (45, 44)));
+    EXPECT_FALSE (correctionResponse (slot, info, 0, 44100)) << "not a channel of this filter";
+    channel.set_noeq (true);
+    EXPECT_TRUE (correctionResponse (slot, info, 1, 44100)->isApprox (0.1f * Eigen::VectorXf::Unit (45, 44)));
 }
 
 TEST (Stimulus, HasTheLevelAndBandThatItsDescriptionSays)
@@ -260,14 +214,9 @@ TEST (Stimulus, HasTheLevelAndBandThatItsDescriptionSays)
     // Twenty sines in phase would reach 16 dB above their RMS value.
     EXPECT_LT (20.0 * std::log10 (level.cwiseAbs().maxCoeff()), -20.0 + 12.0);
 
-    EXPECT_FALSE (tools::parseStimulus (3, 48000, "", error));
-    EXPECT_FALSE (tools::parseStimulus (0, 0, "", error));
-
     for (const auto* information : { "Seconds=0", "Seconds=61", "Seconds=nan", "StartFrequency=24001", "Level_dBFS=1",
                                      "StartFrequency=100;EndFrequency=100" })
         EXPECT_FALSE (tools::parseStimulus (0, 48000, information, error)) << information;
-
-    EXPECT_EQ ("StartFrequency is not below EndFrequency", error);
 }
 
 }

@@ -2,16 +2,15 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 
 #include <arpa/inet.h>
-#include <cerrno>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
+
+#include <gtest/gtest.h>
 
 #include "tests/receiver/ModelHost.h"
 #include "tests/support/Envelope.h"
@@ -30,8 +29,7 @@ public:
         name.sin_port = htons (port);
         name.sin_addr.s_addr = htonl (INADDR_LOOPBACK);
 
-        if (::connect (socket.get(), reinterpret_cast<sockaddr*> (&name), sizeof (name)) != 0)
-            throw std::runtime_error ("cannot connect");
+        EXPECT_EQ (0, ::connect (socket.get(), reinterpret_cast<sockaddr*> (&name), sizeof (name)));
     }
 
     static std::string envelopeOf (const std::string& message)
@@ -42,8 +40,7 @@ public:
 
     void sendBytes (std::string_view bytes)
     {
-        if (::send (socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) != static_cast<ssize_t> (bytes.size()))
-            throw std::runtime_error ("cannot send");
+        EXPECT_EQ (std::ssize (bytes), ::send (socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL));
     }
 
     /** The next envelope: the message's name, and its text form on the same line; "wrong checksum", or "nothing" when the
