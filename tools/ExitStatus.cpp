@@ -18,6 +18,7 @@ const std::map<ExitStatus, const char*> kMeanings {
     { kExitSlotInUse, "the filter slot holds other filters" },
     { kExitConversion, "the filters do not fit the receiver" },
     { kExitNetwork, "the address and port to listen at cannot be used" },
+    { kExitChannels, "the filters are not those of the receiver's channels" },
     { kExitCancelled, "cancelled by Ctrl-C" },
 };
 

@@ -21,6 +21,7 @@ enum ExitStatus
     kExitSlotInUse = 8,  ///< the filter slot holds other filters
     kExitConversion = 9, ///< the filters do not fit what the receiver can run
     kExitNetwork = 10,   ///< the address and port to listen at cannot be used
+    kExitChannels = 11,  ///< the filters are not those of the receiver's channels
     kExitCancelled = 130 ///< Ctrl-C, as a shell reports it
 };
 

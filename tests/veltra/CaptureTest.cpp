@@ -39,7 +39,7 @@ protected:
     std::uint64_t received = 0;
 };
 
-TEST_F (MissingAudio, LossIsToldFromDelay)
+TEST_F (MissingAudio, LossIsDistinguishedFromDelay)
 {
     for (int number = 0; number < 19; ++number)
         packet (number, 0.0);
@@ -55,14 +55,13 @@ TEST_F (MissingAudio, LossIsToldFromDelay)
         packet (number, number % 3 == 0 ? 0.0 : 0.2);
 
     EXPECT_NEAR (0.05, missing(), 1e-9) << "five packets were left out";
-}
 
-TEST_F (MissingAudio, AReceiverFasterThanRealTimeMissesNothing)
-{
-    for (int number = 0; number < 1000; ++number)
+    arrivals.clear();
+
+    for (int number = 0; number < 100; ++number)
         packet (number, -0.0095 * number);
 
-    EXPECT_EQ (0.0, missing());
+    EXPECT_EQ (0.0, missing()) << "faster than real time";
 }
 
 }

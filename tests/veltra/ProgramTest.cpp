@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::uint32_t kRate = 48000;
 
-/** The program's words and endings. What it does to a receiver in earnest stands in EndToEndTest.cpp. */
+/** What the program prints and how it ends. Whole downloads and measurements are in EndToEndTest.cpp. */
 class Veltra : public WithReceiver
 {
 protected:
@@ -19,28 +19,36 @@ protected:
 TEST_F (Veltra, EveryKindOfFailureHasItsStatusAndItsSentence)
 {
     write ("filters.xml", "<Veltra/>");
-    expectOneSentence (veltra ({ "info", "--device", "127.0.0.1:1" }), kExitNoReceiver, "TCP:127.0.0.1:1");
+    expectOneSentence (veltra ({ "info", "--device", "127.0.0.1:1" }), kExitNoReceiver, "127.0.0.1:1");
     expectOneSentence (veltra ({ "info", "--device", "6000" }), kExitUsage, "HOST:PORT");
     expectOneSentence (veltra ({ "info", "--setting", "Device" }), kExitUsage, "KEY=VALUE");
+    expectOneSentence (veltra ({ "info", "--setting", "Speed=1" }), kExitUsage,
+                       "no setting Speed; it has Device, ST, ");
+    expectOneSentence (veltra ({ "info", "--setting", "NoEqCompensateLimits=-3;x" }), kExitUsage, "two numbers");
+    expectOneSentence (veltra ({ "info", "--setting", "UPnPTimeout=6s" }), kExitUsage, "'6s' is not a value");
     expectOneSentence (veltra ({ "info", "--log-level", "loud" }), kExitUsage, "--log-level");
-    expectOneSentence (veltra ({}), kExitUsage, "no command");
+    expectOneSentence (veltra ({}), kExitUsage, "No command");
     expectOneSentence (veltra ({ "informer" }), kExitUsage, "informer");
     expectOneSentence (veltra ({ "download", path ("filters.xml") }), kExitUsage, "--slot");
     expectOneSentence (veltra ({ "download", "--slot", "0", path ("nothing") }), kExitInput, "nothing");
     expectOneSentence (veltra ({ "info", "--device", "a:1", "--log", path ("filters.xml/log") }), kExitOutput, "log");
     expectOneSentence (plainVeltra ({ "info", "--device", "a:1", "--module", path ("nothing") }), kExitModule,
                        "nothing");
-    expectOneSentence (plainVeltra ({ "info", "--device", "a:1", "--module", path ("filters.xml") }), kExitModule,
+    expectOneSentence (plainVeltra ({ "slot", "--device", "a:1", "--module", path ("filters.xml") }), kExitModule,
                        "could not be loaded");
 
     profile.unit.mutable_devices (0)->mutable_filterslots (1)->set_isoccupied (true);
     profile.topologyInfo.mutable_topologies (1)->set_name ("X");
     startReceiver (profile);
-    expectOneSentence (veltra ({ "download", "--slot", "2", path ("filters.xml") }), kExitUsage, "slots 0 to 1");
-    expectOneSentence (veltra ({ "download", "--slot", "0", path ("filters.xml") }), kExitInput, "filters.xml");
-    expectOneSentence (veltra ({ "download", "--slot", "1", importRoom() }), kExitSlotInUse, "--replace");
-    expectOneSentence (veltra ({ "download", "--slot", "0", path ("room.xml") }), kExitConversion,
+    expectOneSentence (veltra ({ "download", "--slot", "0", path ("filters.xml") }), kExitInput,
+                       "filters.xml is not a valid filter description");
+    expectOneSentence (veltra ({ "download", "--slot", "2", importRoom() }), kExitUsage, "slots 0 to 1");
+    expectOneSentence (veltra ({ "download", "--slot", "1", path ("room.xml") }), kExitSlotInUse, "--replace");
+    expectOneSentence (veltra ({ "download", "--slot", "0", path ("room.xml") }), kExitChannels,
+                       "channels: no channel for BL, BR, C, SL, SR, SW; see");
+    expectOneSentence (veltra ({ "download", "--slot", "0", "--partial", path ("room.xml") }), kExitConversion,
                        "fit this receiver: Topology X not supported.");
+    EXPECT_EQ (0u, theReceiver->messageCount ("LoadFilter"));
     setFaults ("refuse RemoveFilter 1");
     expectOneSentence (veltra ({ "remove", "--slot", "1" }), kExitReceiver, "did not empty slot 1");
 }
@@ -51,13 +59,21 @@ TEST_F (Veltra, SlotsAreListedEmptiedAndReplaced)
     device.mutable_filterslots (1)->set_isoccupied (true);
     device.mutable_filterslots (1)->set_name ("Old");
     device.mutable_configurations (0)->mutable_samplerates()->Assign (&kRate, &kRate + 1);
+    profile.topologyInfo.mutable_topologies (1)->set_information ("NbrOfFIRTaps=99;NbrOfIIRSections=9");
     startReceiver (profile);
-    EXPECT_EQ ("   0  empty\n   1  \"Old\": FL FR\n", veltra ({ "slots" }).out);
+    EXPECT_EQ ("   0  empty\n   1  \"Old\"\n", veltra ({ "slots" }).out);
     EXPECT_EQ ("Slot 0 was empty already.\n", veltra ({ "remove", "--slot", "0" }).out);
 
-    ASSERT_EQ (0, plainVeltra ({ "design", roomFile ("FL_48000"), roomFile ("FR_48000"), "-o", path ("room.xml"),
-                                 "--project", "New", "--taps", "99", "--sections", "9" })
-                      .status);
+    const auto design = [&] (const std::string& taps) {
+        return plainVeltra ({ "design", roomFile ("FR_48000"), roomFile ("FL_48000"), "-o", path ("room.xml"),
+                              "--project", "New", "--taps", taps, "--sections", "9", "--force" })
+            .status;
+    };
+    ASSERT_EQ (0, design ("98"));
+    expectOneSentence (veltra ({ "download", "--slot", "1", "--replace", path ("room.xml") }), kExitConversion,
+                       "veltra design --taps 99 --sections 9");
+    EXPECT_EQ (0u, theReceiver->messageCount ("RemoveFilter"));
+    ASSERT_EQ (0, design ("99"));
     const auto ending = veltra ({ "download", "--slot", "1", "--replace", path ("room.xml") });
     EXPECT_EQ (0, ending.status) << ending.err;
     EXPECT_TRUE (ending.out.ends_with ("Slot 1 holds \"New\": FL FR\n")) << ending.out;
@@ -85,7 +101,7 @@ TEST_F (Veltra, ASignalDuringTheSearchLeavesNothingBehind)
     for (const int number : { SIGINT, SIGTERM, SIGHUP })
     {
         const auto before = theReceiver->sessionCount();
-        startVeltra ({ "info", "--setting", "Timeout=off" });
+        startVeltra ({ "slot", "--setting", "Timeout=off" });
         EXPECT_TRUE (theReceiver->waitFor ([&] { return theReceiver->sessionCount() > before; }));
         EXPECT_FALSE (fs::is_empty (path ("tmp")));
         sendSignal (number);
@@ -147,7 +163,6 @@ TEST_F (Veltra, ControlsAreSetAndReadBack)
 
     setFaults ("refuse Volume *\nrefuse ChannelAttenuation *\nrefuse ActiveFilterSlot *\nrefuse FilteringState *");
     expectOneSentence (veltra ({ "volume", "0.5" }), kExitReceiver, "volume");
-    expectOneSentence (veltra ({ "volume", "-1" }), kExitUsage, "");
     expectOneSentence (veltra ({ "attenuation", "FL", "1" }), kExitReceiver, "attenuation");
     expectOneSentence (veltra ({ "attenuation", "8" }), kExitUsage, "no channel 8");
     expectOneSentence (veltra ({ "slot", "4" }), kExitUsage, "slots 0 to 3");
@@ -155,9 +170,49 @@ TEST_F (Veltra, ControlsAreSetAndReadBack)
     expectOneSentence (veltra ({ "filtering", "off" }), kExitReceiver, "filtering off");
     expectOneSentence (veltra ({ "filtering", "maybe" }), kExitUsage, "maybe");
 
+    const auto before = theReceiver->sessionCount();
+
+    for (const char* const text : { "-1", "50%", "0,5", "nan", "1e99", "" })
+    {
+        expectOneSentence (veltra ({ "volume", text }), kExitUsage, text);
+        expectOneSentence (veltra ({ "attenuation", "FL", text }), kExitUsage, text);
+    }
+
+    EXPECT_EQ (before, theReceiver->sessionCount());
     profile.unit.set_capabilities (0);
     startReceiver (profile);
     expectOneSentence (veltra ({ "volume" }), kExitReceiver, "volume");
+}
+
+TEST_F (Veltra, InfoPrintsWhatTheReceiverDeclaredAndNoControlCharacters)
+{
+    auto& device = *profile.unit.mutable_devices (0);
+    profile.unit.set_name ("\x1b[2JStereo");
+    device.mutable_filterslots (0)->set_isoccupied (true);
+    device.mutable_filterslots (0)->set_name ("Old\r\x9b");
+    device.mutable_outputchannels (1)->set_name ("F\x07R");
+    auto& configuration = *device.mutable_configurations (0);
+    configuration.clear_samplerates();
+    configuration.add_samplerates (88200);
+    profile.topologyInfo.clear_topologies();
+    auto& entry = *profile.topologyInfo.add_topologies();
+    entry.set_name ("VLFIR");
+    entry.set_samplerate (88200);
+    entry.set_information ("NbrOfFIRTaps=2048");
+    profile.stimulusInfo.mutable_stimulusinformation (0)->set_information ("a\x1b");
+    startReceiver (profile);
+
+    const auto info = veltra ({ "info" });
+    expectSuccess (info);
+    expectParts (info.out,
+                 { "\\x1b[2JStereo", "Sample rates       88200 Hz\n", "F\\x07R", "Old\\r?",
+                   " 88200 Hz  VLFIR, 2048 taps, latency 2.9 ms (default of the module)\n",
+                   "convert: --topology VLFIR --rate 88200 --taps 2048\n",
+                   "(its default: the receiver declares no topology FIIR)\n  FIIR, 44100 Hz: NbrOfFIRTaps=918;" });
+    EXPECT_EQ ("   0  \"Old\\r?\"\n   1  empty\n", veltra ({ "slots" }).out);
+
+    for (const char c : { '\x1b', '\r', '\x07', '\x9b' })
+        EXPECT_EQ (std::string::npos, info.out.find (c));
 }
 
 /** From impulse responses to what a device holds, without a module. */
@@ -192,17 +247,26 @@ TEST_F (Conversion, ToFIRKeepsTheSamplesOfTheImport)
         expected.append (reinterpret_cast<const char*> (samples.data()), 1000 * sizeof (float));
     }
 
-    ASSERT_EQ (0, import ({ roomFile ("FL_48000"), roomFile ("SW_48000") }).status);
+    const Words files { roomFile ("FL_48000"), roomFile ("SW_48000") };
+    EXPECT_TRUE (import (files).out.starts_with ("FL    48000 Hz   16384 samples, peak at "));
+    expectOneSentence (plainVeltra ({ "import", "-o", path ("room.xml"), files[0] }), kExitOutput, "--force");
     const auto ending = convert ("FIR", "48000", "1000");
     EXPECT_EQ (0, ending.status) << ending.err;
     expectParts (ending.out, { "FIR at 48000 Hz, 2 channels, 8000 bytes, crc32 " });
     EXPECT_TRUE (expected == read (path ("blob")));
 
     fs::remove (path ("blob"));
-    write ("filters.xml", "<Veltra/>");
     expectOneSentence (convert ("FIR", "96000", "9"), kExitConversion,
                        "No filter response for channel FL at 96000 Hz.");
-    expectOneSentence (convert ("FIR", "48000", "9", {}, "filters.xml"), kExitInput, "is no filter description");
+    write ("filters.xml", "<Veltra><Tune><Channel>\n<Coefficients Topology='FIR'><FIR NbrOfTaps='2'>\n<taps>1\n2</taps>"
+                          "</FIR></Coefficients></Channel></Tune></Veltra>");
+
+    for (const auto& refused : { convert ("FIR", "48000", "9", {}, "filters.xml"),
+                                 plainVeltra ({ "check-description", path ("filters.xml") }),
+                                 veltra ({ "download", "--slot", "0", path ("filters.xml") }) })
+        expectOneSentence (refused, kExitInput,
+                           "filters.xml is not a valid filter description: line 3: taps has 1 number, NbrOfTaps says "
+                           "2; numbers are separated by spaces or brackets, not by line ends.\n");
     expectOneSentence (convert ("IIR", "48000", "9"), kExitUsage, "IIR");
     EXPECT_FALSE (fs::exists (path ("blob")));
 }
@@ -251,26 +315,27 @@ TEST_F (Conversion, AFilterThatBeginsAtOnceIsNotedForTheDualRateStructures)
     const auto note = noteFor ("VLFIR", "0");
     EXPECT_TRUE (note.starts_with ("Note: ")) << note;
     expectParts (note, { "first sample of FL is lost", "--lead-in 298" });
-
-    startReceiver();
-    EXPECT_TRUE (veltra ({ "download", "--slot", "0", path ("room.xml") }).err.starts_with ("Note: if this receiver"));
 }
 
-TEST_F (Conversion, TheSampleRoomImportsToTheSameTextWhateverTheOrderOfTheFiles)
+TEST_F (Conversion, AnImportForAReceiverTakesItsNamesOrderAndNumbers)
 {
-    const Words options { "--project", "Living room", "--channels", "FL,SW" };
-    const auto ending = import (
-        { roomFile ("FL_48000"), roomFile ("SW_48000"), roomFile ("FL_44100"), roomFile ("SW_44100") }, options);
-    expectSuccess (ending);
-    EXPECT_EQ (5, std::ranges::count (ending.out, '\n')) << ending.out;
-    EXPECT_TRUE (ending.out.starts_with ("FL    44100 Hz   16384 samples, peak at ")) << ending.out;
+    const Words files { roomFile ("C_48000"), roomFile ("FL_48000"), roomFile ("FR_48000") };
+    startReceiver (receiver::shippedProfile ("twelve"));
+    write ("stereo.textproto", read ("examples/receivers/stereo.textproto"));
 
-    const auto text = read (path ("room.xml"));
-    import ({ roomFile ("SW_44100"), roomFile ("SW_48000"), roomFile ("FL_44100"), roomFile ("FL_48000") }, options);
-    EXPECT_NE ("", text);
-    EXPECT_EQ (text, read (path ("room.xml")));
-    expectOneSentence (plainVeltra ({ "import", "-o", path ("room.xml"), roomFile ("FL_48000") }), kExitOutput,
-                       "--force");
+    for (const std::string& stereo : Words { "stereo", path ("stereo.textproto") })
+    {
+        expectOneSentence (import (files, { "--for", stereo }), kExitChannels, "channels: no channel for C; see");
+        const auto ending = import (files, { "--for", stereo, "--partial" });
+        EXPECT_EQ (0, ending.status) << ending.err;
+        EXPECT_EQ (path ("room.xml").string()
+                       + ": \"room\", 2 channels\n  FL   number 1    48000 Hz 16384 taps\n"
+                         "  FR   number 2    48000 Hz 16384 taps\n",
+                   plainVeltra ({ "check-description", path ("room.xml") }).out);
+    }
+
+    expectOneSentence (import (files, { "--for", theReceiver->address() }), kExitChannels, "no filter for SW, SL, ");
+    expectOneSentence (import (files, { "--for", "mono" }), kExitUsage, "'mono' is neither HOST:PORT nor");
 }
 
 // Once the design is made beforehand and copied, once it is made in the conversion, from a description of FIR sets.

@@ -11,8 +11,6 @@
 
 namespace veltra::host {
 
-inline const std::vector<std::string> kChannels { "FL", "FR", "C", "SW", "SL", "SR", "BL", "BR" };
-
 inline std::string roomFile (const std::string& name) { return "examples/living-room/" + name + ".wav"; }
 
 /** The built program with the built module, both as they are shipped, and a simulated receiver in this process.
@@ -37,7 +35,7 @@ protected:
         theReceiver->setFaults (receiver::parseFaults (script, error).value());
     }
 
-    /** A command for the receiver; without one, for an address where nobody is, since a command that names none searches
+    /** A command for the receiver; without one, for an address without a receiver, since a command without an address searches
         the network. */
     Words line (Words words) const
     {
@@ -60,14 +58,15 @@ protected:
         return run (words);
     }
 
-    /** The filters of all channels at some rates, numbered as the receiver numbers them. */
-    std::string importRoom (const Words& rates = { "44100", "48000", "96000" })
+    /** The filters of all channels and rates, in the order of a shell and not of the receiver. */
+    std::string importRoom (const Words& options = {})
     {
         Words words { "import", "--force", "-o", path ("room.xml"), "--project", "Living room" };
+        words.insert (words.end(), options.begin(), options.end());
 
-        for (const auto& rate : rates)
-            for (const auto& channel : kChannels)
-                words.push_back (roomFile (channel + "_" + rate));
+        for (const std::string channel : { "BL", "BR", "C", "FL", "FR", "SL", "SR", "SW" })
+            for (const char* const rate : { "_44100", "_48000", "_96000" })
+                words.push_back (roomFile (channel + rate));
 
         expectSuccess (plainVeltra (words));
         return path ("room.xml");

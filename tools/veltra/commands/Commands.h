@@ -14,6 +14,7 @@ void addFindCommand (CLI::App& program, const SessionOptions& session);
 void addInfoCommand (CLI::App& program, const SessionOptions& session);
 void addImportCommand (CLI::App& program);
 void addDesignCommand (CLI::App& program);
+void addCheckDescriptionCommand (CLI::App& program);
 void addConvertCommand (CLI::App& program, const SessionOptions& session);
 void addInspectCommand (CLI::App& program);
 void addDownloadCommand (CLI::App& program, const SessionOptions& session);
@@ -21,12 +22,12 @@ void addSlotCommands (CLI::App& program, const SessionOptions& session);
 void addMeasureCommand (CLI::App& program, const SessionOptions& session);
 void addControlCommands (CLI::App& program, const SessionOptions& session);
 
-/** Adds the options that say which impulse responses a command takes and what becomes of their names.
+/** Adds the options that say which impulse responses a command takes and how their channels are numbered.
     @param import  filled while the command line is parsed
 */
 void addImportOptions (CLI::App& command, ImportOptions& import, const char* technology);
 
-/** What addImportOptions has to tell about its options, for a command's footer. */
+/** The explanation of these options, for a command's footer. */
 extern const char* const kImportNotes;
 
 }

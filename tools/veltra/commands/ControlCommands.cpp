@@ -3,17 +3,19 @@
 #include <memory>
 #include <optional>
 
+#include "common/Text.h"
 #include "tools/ExitStatus.h"
 #include "tools/veltra/commands/Commands.h"
 #include "tools/veltra/session/ChannelName.h"
 #include "tools/veltra/session/FilterSlots.h"
+#include "tools/veltra/session/StrictNumber.h"
 
 namespace veltra::host {
 
 namespace {
 
 /** Each of these sets a value when one is given, and then prints what the device says. A device that does not
-    answer a question cannot be told from one that answers 0 or off; one that refuses a value can. */
+    answer a question cannot be distinguished from one that answers 0 or off; one that refuses a value can. */
 
 void volume (DeviceSession& session, std::optional<float> value)
 {
@@ -27,7 +29,8 @@ void volume (DeviceSession& session, std::optional<float> value)
 
     float now = 0.0f;
     const auto text = textFrom ([&] (char* buffer, std::uint32_t size) { now = device.GetVolume (buffer, size); });
-    std::printf ("Volume %.3g%s\n", static_cast<double> (now), text.empty() ? "" : (" (" + text + ")").c_str());
+    std::printf ("Volume %.3g%s\n", static_cast<double> (now),
+                 text.empty() ? "" : (" (" + logText (text) + ")").c_str());
 }
 
 void attenuation (DeviceSession& session, const std::string& channel, std::optional<float> value_dB)
@@ -38,7 +41,7 @@ void attenuation (DeviceSession& session, const std::string& channel, std::optio
     if (value_dB && ! device.SetChannelAttenuation (number, *value_dB))
         throw Failure (kExitReceiver, "The receiver did not take the attenuation: it refused or did not answer.");
 
-    std::printf ("Channel %s is attenuated by %.3g dB of at most %.3g dB\n", channel.c_str(),
+    std::printf ("Channel %s is attenuated by %.3g dB of at most %.3g dB\n", logText (channel).c_str(),
                  static_cast<double> (device.GetChannelAttenuation (number)),
                  static_cast<double> (device.GetMaxChannelAttenuation()));
 }
@@ -49,7 +52,7 @@ void activeSlot (DeviceSession& session, std::optional<std::uint32_t> slot)
 
     if (slot)
     {
-        checkSlot (device, *slot);
+        checkSlot (device.GetFilterSlotCount(), *slot);
 
         if (! device.SetActiveFilterSlot (*slot))
             throw Failure (kExitReceiver, "The receiver did not select slot " + std::to_string (*slot)
@@ -59,63 +62,101 @@ void activeSlot (DeviceSession& session, std::optional<std::uint32_t> slot)
     std::printf ("Slot %u is in use\n", device.GetActiveFilterSlot());
 }
 
-void filtering (DeviceSession& session, std::optional<std::string> state)
+void filtering (DeviceSession& session, std::optional<bool> state)
 {
     auto& device = session.device();
 
     if (state)
-        device.SetFiltering (*state == "on"); // reports nothing, hence the comparison
+        device.SetFiltering (*state); // reports nothing, hence the comparison
 
     const bool on = device.GetFiltering();
 
-    if (state && on != (*state == "on"))
-        throw Failure (kExitReceiver, "The receiver did not turn filtering " + *state + ".");
+    if (state && on != *state)
+        throw Failure (kExitReceiver, std::string ("The receiver did not turn filtering ") + (*state ? "on." : "off."));
 
     std::printf ("Filtering is %s\n", on ? "on" : "off");
 }
 
-/** Adds a command with an optional value. */
-template <typename Value>
-CLI::Option* addValueCommand (CLI::App& program, const SessionOptions& options, const char* name, const char* help,
-                              const char* valueName, void (*run) (DeviceSession&, std::optional<Value>))
+std::optional<float> notNegative (const std::string& text)
 {
-    const auto value = std::make_shared<std::optional<Value>>();
-    auto* const command = program.add_subcommand (name, help);
+    const auto value = strictNumber<float> (text);
+    return value && *value >= 0.0f ? value : std::nullopt;
+}
+
+std::optional<std::uint32_t> slotNumber (const std::string& text) { return strictNumber<std::uint32_t> (text); }
+
+std::optional<bool> onOrOff (const std::string& text)
+{
+    return text == "on" || text == "off" ? std::optional (text == "on") : std::nullopt;
+}
+
+/** The value that a text is, before anything is sent.
+    @throws  Failure (kExitUsage) */
+template <typename Value>
+std::optional<Value> valueOf (const std::optional<std::string>& text, std::optional<Value> (*read) (const std::string&),
+                              const char* expected)
+{
+    const auto value = text ? read (*text) : std::nullopt;
+
+    if (text && ! value)
+        throw Failure (kExitUsage, "'" + *text + "' cannot be set; expected " + expected + ".");
+
+    return value;
+}
+
+/** A command with an optional value. The value is a text until it has been checked: the parser of the command line
+    would take "nan" and "1e99" for numbers. */
+template <typename Value>
+struct ValueCommand
+{
+    const char* name;
+    const char* help;
+    const char* typeName;
+    const char* expected;
+    std::optional<Value> (*read) (const std::string&);
+    void (*run) (DeviceSession&, std::optional<Value>);
+};
+
+template <typename Value>
+void add (CLI::App& program, const SessionOptions& options, const ValueCommand<Value>& what)
+{
+    const auto text = std::make_shared<std::optional<std::string>>();
+    auto* const command = program.add_subcommand (what.name, what.help);
     command->footer ("");
+    command->add_option ("value", *text, "What to set; without it nothing is changed")->type_name (what.typeName);
 
-    command->callback ([&options, value, run] {
+    command->callback ([&options, text, what] {
+        const auto value = valueOf (*text, what.read, what.expected);
         DeviceSession session (options);
-        run (session, *value);
+        what.run (session, value);
     });
-
-    return command->add_option (valueName, *value, "What to set; without it nothing is changed");
 }
 
 }
 
 void addControlCommands (CLI::App& program, const SessionOptions& options)
 {
-    addValueCommand<float> (program, options, "volume",
-                            "Set or tell the volume; 1 is the loudest that a measurement uses", "value", volume)
-        ->check (CLI::NonNegativeNumber)
-        ->type_name ("VALUE");
-    addValueCommand<std::uint32_t> (program, options, "slot", "Set or tell the filter slot in use", "slot", activeSlot)
-        ->type_name ("N");
-    addValueCommand<std::string> (program, options, "filtering", "Turn filtering on or off, or tell which", "state",
-                                  filtering)
-        ->check (CLI::IsMember ({ "on", "off" }).description (""))
-        ->type_name ("on|off");
+    add<float> (program, options,
+                { "volume", "Set or print the volume; 1 is the loudest that a measurement uses", "VALUE",
+                  "a number from 0 such as 0.5", notNegative, volume });
+    add<std::uint32_t> (
+        program, options,
+        { "slot", "Set or print the filter slot in use", "N", "the number of a slot", slotNumber, activeSlot });
+    add<bool> (
+        program, options,
+        { "filtering", "Turn filtering on or off, or print its state", "on|off", "on or off", onOrOff, filtering });
 
     const auto channel = std::make_shared<std::string>();
-    const auto value = std::make_shared<std::optional<float>>();
-    auto* const command = program.add_subcommand ("attenuation", "Set or tell the attenuation of a channel");
+    const auto text = std::make_shared<std::optional<std::string>>();
+    auto* const command = program.add_subcommand ("attenuation", "Set or print the attenuation of a channel");
     command->footer ("");
     command->add_option ("channel", *channel, "Name or number of the channel")->required()->type_name ("CHANNEL");
-    command->add_option ("dB", *value, "What to set; without it nothing is changed")->type_name ("DB");
+    command->add_option ("dB", *text, "What to set; without it nothing is changed")->type_name ("DB");
 
-    command->callback ([&options, channel, value] {
+    command->callback ([&options, channel, text] {
+        const auto value_dB = valueOf (*text, notNegative, "a number of dB from 0 such as 1.5");
         DeviceSession session (options);
-        attenuation (session, *channel, *value);
+        attenuation (session, *channel, value_dB);
     });
 }
 

@@ -8,13 +8,12 @@
 #include <zlib.h>
 
 #include "filters/FIIRSourceImpl.h"
-#include "filters/FilterDescriptionParser.h"
 #include "filters/FilterSetsImpl.h"
 #include "tools/ExitStatus.h"
 #include "tools/output/OutputFile.h"
 #include "tools/veltra/commands/Commands.h"
+#include "tools/veltra/filters/DescriptionFile.h"
 #include "tools/veltra/filters/ResponseSource.h"
-#include "tools/veltra/filters/TextFile.h"
 #include "tools/veltra/report/ConversionReport.h"
 #include "tools/veltra/report/LeadInNote.h"
 #include "tools/veltra/report/ResponsePlot.h"
@@ -57,10 +56,7 @@ juce::StringPairArray parametersOf (const ConvertOptions& options)
 /** The settings that the conversion would find beside the module. */
 juce::PropertySet settingsOf (const SessionOptions& session, const std::filesystem::path& dump)
 {
-    juce::PropertySet settings;
-
-    for (const auto& [key, value] : session.settings)
-        settings.setValue (juce::String (key), juce::String (value));
+    auto settings = propertySet (session.settings);
 
     if (! dump.empty())
         settings.setValue ("BlobPath", juce::String (dump.string()));
@@ -83,14 +79,6 @@ void writeDump (const std::filesystem::path& source, const std::filesystem::path
 
         output.complete();
     }
-}
-
-void readFilters (const std::filesystem::path& file, filters::FilterSetsImpl& set)
-{
-    const auto text = readTextFile (file);
-
-    if (parser::FIIR::parse (text.c_str(), &set, "Veltra") != parser::FIIR::Success)
-        throw Failure (kExitInput, file.string() + " is no filter description.");
 }
 
 /** The receiver's channels that the filters of a set name. */
@@ -173,8 +161,8 @@ void convert (const ConvertOptions& options, const SessionOptions& session)
     if (! options.plot.empty())
         checkMayWrite (options.plot, options.force);
 
-    filters::FilterSetsImpl set;
-    readFilters (options.input, set);
+    const auto description = readDescription (options.input);
+    auto& set = *description.set;
     ConversionSource source (set, options.sampleRate);
 
     auto result = juce::Result::ok();

@@ -1,16 +1,20 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <iostream>
 #include <memory>
 #include <optional>
 
+#include "common/Text.h"
 #include "tools/ExitStatus.h"
 #include "tools/output/SignalWatch.h"
 #include "tools/veltra/commands/Commands.h"
-#include "tools/veltra/filters/TextFile.h"
+#include "tools/veltra/filters/DescriptionFile.h"
+#include "tools/veltra/filters/DownloadPlan.h"
 #include "tools/veltra/report/LeadInNote.h"
 #include "tools/veltra/session/FilterSlots.h"
+#include "tools/veltra/session/ReceiverDescription.h"
 #include "tools/veltra/terminal/Progress.h"
 
 namespace veltra::host {
@@ -24,27 +28,29 @@ struct DownloadOptions
     std::filesystem::path file;
     std::uint32_t slot = 0;
     bool replace = false;
+    MatchOptions match;
 };
 
-/** How many chunks the receiver has acknowledged, and how fast: the module reports a fraction and no bytes. */
+/** How many bytes the receiver has acknowledged, and how fast. */
 class TransferMeter
 {
 public:
+    explicit TransferMeter (std::uint64_t bytesInAll) : totalBytes (static_cast<double> (bytesInAll)) {}
+
     void begin() { startTime = Clock::now(); }
 
-    void countChunk() noexcept { ++chunks; }
-
-    std::string rate() const
+    /** @param fraction  of all bytes, as the module reports it */
+    std::string rate (double fraction) const
     {
         const auto seconds = elapsed_s();
-        return seconds > 0.0 ? std::to_string (static_cast<int> (chunks / seconds)) + " chunks/s" : std::string();
+        return seconds > 0.0 && fraction > 0.0 ? readableBytes (fraction * totalBytes / seconds) + "/s" : std::string();
     }
 
     std::string summary() const
     {
         char time[32];
         std::snprintf (time, sizeof (time), "%.2f s", elapsed_s());
-        return std::to_string (chunks) + " chunks in " + time + ", " + rate();
+        return readableBytes (totalBytes) + " in " + time + ", " + rate (1.0);
     }
 
 private:
@@ -53,13 +59,15 @@ private:
     double elapsed_s() const { return std::chrono::duration<double> (Clock::now() - startTime).count(); }
 
     Clock::time_point startTime = Clock::now();
-    std::uint64_t chunks = 0;
+    const double totalBytes;
 };
 
 class DownloadFollower final : public veltratune_io::ProgressCallback
 {
 public:
-    explicit DownloadFollower (Progress& progressToUse) : progress (progressToUse) {}
+    DownloadFollower (Progress& progressToUse, std::uint64_t totalBytes) : progress (progressToUse), meter (totalBytes)
+    {
+    }
 
     void Reserved1() override {}
 
@@ -79,11 +87,12 @@ public:
 
     bool OnProgress (float fraction) override
     {
-        meter.countChunk();
         cancelled = cancelled || (cancel && cancel->requested());
 
-        progress.show (static_cast<double> (fraction),
-                       [this] { return meter.rate() + (cancelled ? ", cancelling after this sample rate" : ""); });
+        progress.show (static_cast<double> (fraction), [this, fraction] {
+            return meter.rate (static_cast<double> (fraction))
+                   + (cancelled ? ", cancelling after this sample rate" : "");
+        });
 
         return ! cancelled;
     }
@@ -104,58 +113,122 @@ private:
     bool cancelled = false;
 };
 
-Failure downloadFailure (veltratune_io::EResult result, bool transferBegun, DeviceSession& session,
-                         const DownloadOptions& options)
+/** What the download does, decided before anything is touched. */
+struct PreparedDownload
 {
-    const auto slot = std::to_string (options.slot);
+    std::string text; ///< for the module
+    std::string project;
+    DownloadPlan plan;
+};
 
-    switch (result)
-    {
-        case veltratune_io::kResultBadFilterText:
-            return { kExitInput, options.file.string() + " is no filter description." };
+bool isArranged (const std::vector<ArrangedChannel>& channels, const std::vector<NamedFilter>& filters)
+{
+    if (channels.size() != filters.size())
+        return false;
 
-        case veltratune_io::kResultChannelConflict:
-            return { kExitSlotInUse, "Slot " + slot + " holds filters already; --replace removes them first." };
+    for (std::size_t i = 0; i < channels.size(); ++i)
+        if (channels[i].place != i || filters[i].number != channels[i].number - 1)
+            return false;
 
-        default:
-            return transferBegun
-                       ? Failure (kExitReceiver, "The receiver did not take the filters: " + session.words() + ".")
-                       : Failure (kExitConversion, "The filters do not fit this receiver: " + session.words() + ".");
-    }
+    return true;
 }
 
-void download (const SessionOptions& sessionOptions, const DownloadOptions& options)
+/** Checks the description, and gives it the receiver's order and numbers. */
+PreparedDownload prepare (DescriptionFile description, const DownloadOptions& options, const SessionOptions& session,
+                          const ReceiverDescription& receiver)
 {
-    const auto text = readTextFile (options.file);
+    const auto rates = servedRates (receiver.device(), receiver.topologyInfo);
+    const auto channels = channelsOfReceiver (receiver.device(), rates);
+    const auto filters = namedFilters (*description.set);
+    const auto match = matchChannels (filters, channels, options.match);
+
+    std::cout << matchTable (match, filters, channels) << std::flush;
+
+    if (! match.problem.empty())
+        throw Failure (kExitChannels, "The filters are not those of the receiver's channels: " + match.problem
+                                          + "; see --by-number and --partial.");
+
+    std::vector<ArrangedChannel> arranged;
+
+    for (const auto& pair : match.pairs)
+        arranged.push_back ({ pair.filter, channels[pair.channel].number + 1 });
+
+    auto settings = propertySet (session.settings);
+    settings.removeValue ("BlobPath"); // the module dumps; once is enough
+    const auto set = arrangedSet (*description.set, arranged);
+    auto plan = planDownload (*set, receiver.device(), rates, settings);
+
+    for (const auto& warning : plan.warnings)
+        std::cerr << "Warning: " << warning << "\n";
+
+    std::cerr << leadInNote ("this receiver runs its filters at two rates, so that", plan.needingLeadIn);
+
+    auto text = isArranged (arranged, filters) ? std::move (description.text)
+                                               : arrangedDescription (description.text, arranged);
+    return { std::move (text), logText (description.set->GetName()), std::move (plan) };
+}
+
+/** Carries it out, with a session of its own.
+    @returns  nothing, or how it failed */
+std::optional<Failure> transfer (const PreparedDownload& download, const DownloadOptions& options,
+                                 const SessionOptions& sessionOptions)
+{
     DeviceSession session (sessionOptions);
-    checkSlot (session.device(), options.slot);
-
-    if (options.slot >= kSlotsOfModule)
-        throw Failure (kExitUsage, "Filters go to the slots 0 to " + std::to_string (kSlotsOfModule - 1) + " only.");
-
-    std::cerr << leadInNote ("if this receiver runs its filters at two rates (VLFIR),", channelsThatNeedLeadIn (text));
 
     if (options.replace && emptySlot (session, options.slot))
         std::printf ("Slot %u emptied.\n", options.slot);
 
     Progress progress (stdout, isTerminal (stdout));
-    DownloadFollower follower (progress);
-    const auto result = session.device().DownloadFilterSet (options.slot, text.c_str(), 0, &follower);
+    DownloadFollower follower (progress, download.plan.totalBytes);
+    const auto result = session.device().DownloadFilterSet (options.slot, download.text.c_str(), 0, &follower);
 
     if (result == veltratune_io::kResultOk && ! follower.wasCancelled())
         progress.show (1.0, [&] { return follower.summary(); });
 
     progress.endLine();
 
-    if (result != veltratune_io::kResultOk)
-        throw downloadFailure (result, follower.transferBegun(), session, options);
+    if (follower.wasCancelled() && result == veltratune_io::kResultOk)
+        return Failure (kExitCancelled,
+                        "Cancelled; slot " + std::to_string (options.slot) + " of the receiver is incomplete.");
 
-    if (follower.wasCancelled())
-        throw Failure (kExitCancelled,
-                       "Cancelled; slot " + std::to_string (options.slot) + " of the receiver is incomplete.");
+    if (result == veltratune_io::kResultOk)
+        return std::nullopt;
 
-    for (auto* const set : setsIn (session.device(), options.slot))
-        std::printf ("Slot %u holds \"%s\": %s\n", options.slot, set->GetName(), filterNames (*set).c_str());
+    return follower.transferBegun()
+               ? Failure (kExitReceiver, "The receiver did not take the filters: " + session.words() + ".")
+               : Failure (kExitConversion, "The module refused the filters: " + session.words() + ".");
+}
+
+void download (const SessionOptions& sessionOptions, const DownloadOptions& options)
+{
+    if (options.slot >= kSlotsOfModule)
+        throw Failure (kExitUsage, "Filters go to the slots 0 to " + std::to_string (kSlotsOfModule - 1) + " only.");
+
+    auto description = readDescription (options.file);
+    const auto session = withAddress (sessionOptions);
+    const auto receiver = describeReceiver (session);
+    checkSlot (static_cast<std::uint32_t> (receiver.device().filterslots_size()), options.slot);
+
+    if (! options.replace && receiver.device().filterslots (static_cast<int> (options.slot)).isoccupied())
+        throw Failure (kExitSlotInUse, "Slot " + std::to_string (options.slot)
+                                           + " holds filters already; --replace removes them first.");
+
+    const auto prepared = prepare (std::move (description), options, session, receiver);
+
+    if (auto failure = transfer (prepared, options, session))
+        throw Failure (failure->status,
+                       std::string (failure->what()) + " " + slotSentence (session.device, options.slot));
+
+    if (slotIsOccupied (session.device, options.slot) == false)
+        throw Failure (kExitReceiver, "The receiver acknowledged all filters, but says that slot "
+                                          + std::to_string (options.slot) + " is empty.");
+
+    std::printf ("Slot %u holds \"%s\":", options.slot, prepared.project.c_str());
+
+    for (const auto& name : prepared.plan.sentChannels)
+        std::printf (" %s", name.c_str());
+
+    std::printf ("\n");
 }
 
 }
@@ -170,9 +243,14 @@ void addDownloadCommand (CLI::App& program, const SessionOptions& session)
     command->add_option ("--slot", options->slot, "Number of the slot, as `veltra slots` lists it")
         ->required()
         ->type_name ("N");
-    command->add_flag ("--replace", options->replace, "Empty the slot first");
+    command->add_flag ("--replace", options->replace, "Empty the slot before");
+    command->add_flag ("--by-number", options->match.byNumber, "Match filters and channels by number instead of name");
+    command->add_flag ("--partial", options->match.partial,
+                       "Leave out filters without a channel and channels without a filter");
     command->footer (
-        "\nCtrl-C cancels when the data for one sample rate is through; a second Ctrl-C does not wait for that.\n");
+        "\nA filter goes to the channel of the same name, whatever its case; order and numbers of the description do not\n"
+        "matter. Everything is checked and converted before anything is sent or a slot is emptied.\n"
+        "Ctrl-C cancels after the data of the current sample rate; a second Ctrl-C ends the program at once.\n");
     command->callback ([options, &session] { download (session, *options); });
 }
 

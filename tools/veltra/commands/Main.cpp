@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "common/Text.h"
 #include "tools/ExitStatus.h"
 #include "tools/output/OutputFile.h"
 #include "tools/output/SignalWatch.h"
@@ -20,7 +21,7 @@ std::string footer()
 {
     return "\nThe exit status is 0, or:\n"
            + exitStatusHelp ({ kExitInternal, kExitUsage, kExitModule, kExitNoReceiver, kExitReceiver, kExitInput,
-                               kExitOutput, kExitSlotInUse, kExitConversion, kExitCancelled })
+                               kExitOutput, kExitSlotInUse, kExitConversion, kExitChannels, kExitCancelled })
            + "Output files appear complete or not at all and keep the mode of the file that they replace. Devices, pipes and\n"
              "links are written through; \"-\" is standard output, and what a command prints then goes to standard error.\n"
              "A command's own options: `veltra COMMAND --help`.\n";
@@ -57,8 +58,9 @@ void addSessionOptions (CLI::App& program, SessionOptions& session)
                     const auto equals = item.find ('=');
 
                     if (equals == item.npos || equals == 0)
-                        throw CLI::ValidationError ("--setting", "'" + item + "' should read KEY=VALUE");
+                        throw Failure (kExitUsage, "'" + item + "' is not a setting; expected KEY=VALUE.");
 
+                    checkSetting (item.substr (0, equals), item.substr (equals + 1));
                     session.settings[item.substr (0, equals)] = item.substr (equals + 1);
                 }
             },
@@ -82,6 +84,7 @@ int run (int argc, char** argv)
     addInfoCommand (program, session);
     addImportCommand (program);
     addDesignCommand (program);
+    addCheckDescriptionCommand (program);
     addConvertCommand (program, session);
     addInspectCommand (program);
     addDownloadCommand (program, session);
@@ -95,7 +98,7 @@ int run (int argc, char** argv)
 
         // Asked here and not by CLI11, which would say so of a misspelt command too.
         if (program.get_subcommands().empty())
-            throw Failure (kExitUsage, "There is no command; `veltra --help` lists them.");
+            throw Failure (kExitUsage, "No command was given; `veltra --help` lists them.");
 
         return kExitOk;
     }
@@ -104,17 +107,17 @@ int run (int argc, char** argv)
         if (error.get_exit_code() == static_cast<int> (CLI::ExitCodes::Success))
             return program.exit (error); // --help and --version
 
-        std::fprintf (stderr, "veltra: %s; `veltra --help` tells more.\n", error.what());
+        std::fprintf (stderr, "veltra: %s; see `veltra --help`.\n", logText (error.what()).c_str());
         return kExitUsage;
     }
     catch (const Failure& failure)
     {
-        std::fprintf (stderr, "veltra: %s\n", failure.what());
+        std::fprintf (stderr, "veltra: %s\n", logText (failure.what()).c_str());
         return failure.status;
     }
     catch (const std::exception& fault)
     {
-        std::fprintf (stderr, "veltra: something went wrong in this program: %s.\n", fault.what());
+        std::fprintf (stderr, "veltra: a fault of this program: %s.\n", fault.what());
         return kExitInternal;
     }
 }

@@ -28,7 +28,7 @@ struct MeasureOptions
     bool force = false;
 };
 
-/** Missing audio that is worth a word; the clocks of two devices are not that far apart in a minute. */
+/** Missing audio that is reported; the clocks of two devices do not differ by that much in a minute. */
 constexpr double kNotableGap_s = 0.02;
 
 constexpr double kMeterFloor_dB = -60.0;
@@ -192,7 +192,7 @@ void addMeasureCommand (CLI::App& program, const SessionOptions& session)
         ->type_name ("FILE");
     command->add_flag ("--force", options->force, "Replace an output file that exists");
     command->footer (
-        "\nThe module does not pass on the numbers of audio packets, so lost ones cannot be named; a note tells when less\n"
+        "\nThe module does not pass on the numbers of audio packets, so lost ones are not listed; a note says when less\n"
         "audio came than time passed. Ctrl-C stops the signal and puts the receiver back into listening mode.\n");
 
     command->callback ([options, &session] {

@@ -4,6 +4,7 @@
 
 #include "tools/veltra/commands/Commands.h"
 #include "tools/veltra/session/FilterSlots.h"
+#include "tools/veltra/session/ReceiverDescription.h"
 
 namespace veltra::host {
 
@@ -12,10 +13,7 @@ void addSlotCommands (CLI::App& program, const SessionOptions& options)
     auto* const list = program.add_subcommand ("slots", "List the filter slots of a receiver");
 
     list->footer ("");
-    list->callback ([&options] {
-        DeviceSession session (options);
-        printSlots (session.device());
-    });
+    list->callback ([&options] { printSlots (describeReceiver (withAddress (options)).device()); });
 
     auto* const remove = program.add_subcommand ("remove", "Empty a filter slot of a receiver");
     const auto slot = std::make_shared<std::uint32_t>();
@@ -24,7 +22,7 @@ void addSlotCommands (CLI::App& program, const SessionOptions& options)
 
     remove->callback ([&options, slot] {
         DeviceSession session (options);
-        checkSlot (session.device(), *slot);
+        checkSlot (session.device().GetFilterSlotCount(), *slot);
         std::printf (emptySlot (session, *slot) ? "Slot %u is empty now.\n" : "Slot %u was empty already.\n", *slot);
     });
 }

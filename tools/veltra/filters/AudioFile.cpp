@@ -44,7 +44,7 @@ MonoAudio readMonoAudio (const std::filesystem::path& file)
         throw refuse ("ends before its last sample");
 
     if (! std::ranges::all_of (audio.samples, [] (float sample) { return std::isfinite (sample); }))
-        throw refuse ("holds samples that are no finite numbers");
+        throw refuse ("holds samples that are not finite numbers");
 
     return audio;
 }

@@ -19,7 +19,7 @@ struct MonoAudio
 /** Reads a mono audio file of any kind that libsndfile knows; integer formats come as -1 to 1.
 
     @throws  Failure (kExitInput) when it cannot be read, has more than one channel, no samples, more than
-             67108864 of them, or samples that are no finite numbers
+             67108864 of them, or samples that are not finite numbers
 */
 MonoAudio readMonoAudio (const std::filesystem::path& file);
 

@@ -106,7 +106,9 @@ FilterDescription importFilters (const ImportOptions& options, std::ostream& rep
     refuseTwice (files);
 
     FilterDescription description { options.project, options.technology, {} };
-    const auto places = numberChannels (files, options.channelOrder);
+    const auto places = options.receiverChannels.empty()
+                            ? numberChannels (files, options.channelOrder)
+                            : placeChannels (files, options.receiverChannels, options.partial);
     std::ranges::stable_sort (files, {}, &ImpulseFile::sampleRate);
 
     for (const auto& place : places)

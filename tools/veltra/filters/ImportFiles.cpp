@@ -2,12 +2,12 @@
 #include "tools/veltra/filters/ImportFiles.h"
 
 #include <algorithm>
-#include <charconv>
 #include <fstream>
 #include <optional>
 
 #include "common/Text.h"
 #include "tools/ExitStatus.h"
+#include "tools/veltra/session/StrictNumber.h"
 
 namespace fs = std::filesystem;
 
@@ -21,10 +21,8 @@ constexpr unsigned kHighestChannel = 65536;
 /** A whole number from 1 to highest. */
 std::optional<unsigned> number (std::string_view text, unsigned highest)
 {
-    unsigned value = 0;
-    const auto [end, error] = std::from_chars (text.data(), text.data() + text.size(), value);
-    const bool good = error == std::errc() && end == text.data() + text.size() && value >= 1 && value <= highest;
-    return good ? std::optional (value) : std::nullopt;
+    const auto value = strictNumber<unsigned> (text);
+    return value && *value >= 1 && *value <= highest ? value : std::nullopt;
 }
 
 /** Takes the first word of a text, and the blanks behind it, off the text. */
@@ -67,7 +65,8 @@ std::vector<ChannelPlace> readOrder (std::string_view order)
             equals == item.npos ? std::optional (next) : number (trimmed (item.substr (equals + 1)), kHighestChannel);
 
         if (name.empty() || ! given)
-            throw Failure (kExitUsage, "'" + std::string (item) + "' in the channel order is no NAME or NAME=NUMBER.");
+            throw Failure (kExitUsage,
+                           "'" + std::string (item) + "' in the channel order is neither NAME nor NAME=NUMBER.");
 
         add (places, name, *given);
         next = *given + 1;
@@ -88,7 +87,7 @@ ImpulseFile impulseFileFromName (const fs::path& file)
             return { stem.substr (0, mark), *rate, file };
 
     throw Failure (kExitInput, "The name of " + file.string()
-                                   + " does not tell channel and rate as FL_48000.wav does; "
+                                   + " does not give channel and rate as FL_48000.wav does; "
                                      "a mapping file can (--map FILE).");
 }
 
@@ -110,7 +109,7 @@ std::vector<ImpulseFile> readMapping (const fs::path& file)
 
         if (! rate || rest.empty())
             throw Failure (kExitInput, "Line " + std::to_string (lineNumber) + " of " + file.string()
-                                           + " should read CHANNEL RATE FILE.");
+                                           + ": expected CHANNEL RATE FILE.");
 
         files.push_back ({ std::string (channel), *rate, file.parent_path() / fs::path (rest) });
     }
@@ -143,6 +142,36 @@ std::vector<ChannelPlace> numberChannels (const std::vector<ImpulseFile>& files,
             throw Failure (kExitUsage, "There is no file for channel " + place.name + " of the channel order.");
 
     std::ranges::sort (places, {}, &ChannelPlace::number);
+    return places;
+}
+
+std::vector<ChannelPlace> placeChannels (std::vector<ImpulseFile>& files, const std::vector<ReceiverChannel>& channels,
+                                         bool partial)
+{
+    std::vector<NamedFilter> named;
+
+    for (const auto& file : files)
+        if (std::ranges::find (named, file.channel, &NamedFilter::name) == named.end())
+            named.push_back ({ file.channel });
+
+    const auto match = matchChannels (named, channels, { .partial = partial });
+
+    if (! match.problem.empty())
+        throw Failure (kExitChannels,
+                       "The files are not those of the receiver's channels: " + match.problem + "; see --partial.");
+
+    std::vector<ChannelPlace> places;
+
+    for (const auto& pair : match.pairs)
+    {
+        const auto& channel = channels[pair.channel];
+        places.push_back ({ channel.name, channel.number + 1 });
+
+        for (auto& file : files)
+            if (file.channel == named[pair.filter].name)
+                file.channel = channel.name;
+    }
+
     return places;
 }
 

@@ -6,6 +6,8 @@
 #include <string_view>
 #include <vector>
 
+#include "tools/veltra/filters/ChannelMatch.h"
+
 namespace veltra::host {
 
 /** A file with the impulse response of one channel at one sample rate. */
@@ -16,7 +18,7 @@ struct ImpulseFile
     std::filesystem::path path;
 };
 
-/** Takes channel and rate out of a file's name: "FL_48000.wav" is channel FL at 48000 Hz. The rate stands after
+/** Takes channel and rate out of a file's name: "FL_48000.wav" is channel FL at 48000 Hz. The rate is behind
     the last "_".
     @throws  Failure (kExitInput)
 */
@@ -42,8 +44,18 @@ struct ChannelPlace
     @param order  names separated by ","; a name is numbered one above the name before it, from 1, unless it
                   says its number itself as in "LFE=12". Empty: the channels of files in order of first appearance
     @returns      in ascending order of number
-    @throws       Failure (kExitUsage) when a channel stands in one of the two only, or a name or number twice
+    @throws       Failure (kExitUsage) when a channel is in one of the two only, or a name or number twice
 */
 std::vector<ChannelPlace> numberChannels (const std::vector<ImpulseFile>& files, std::string_view order);
+
+/** Gives the channels of an import the order and the numbers of a receiver's channels of the same names.
+
+    @param files    their channels are spelt as the receiver spells them afterwards
+    @param partial  files without a channel and channels without a file are left out
+    @returns        in the receiver's order
+    @throws         Failure (kExitChannels)
+*/
+std::vector<ChannelPlace> placeChannels (std::vector<ImpulseFile>& files, const std::vector<ReceiverChannel>& channels,
+                                         bool partial);
 
 }

@@ -6,7 +6,7 @@
 
 namespace veltra::host {
 
-/** A text as it stands inside a double-quoted XML attribute. Tabs and line ends become character references,
+/** A text as written inside a double-quoted XML attribute. Tabs and line ends become character references,
     since an XML reader would turn them into blanks.
 
     @param text  UTF-8

@@ -23,7 +23,7 @@ struct Arrival
     the time that passed, and stayed behind. Packets carry no number that a host could see, so this is all that
     can be known of lost ones. A receiver that sends faster than real time is never behind.
 
-    @returns  nothing when there are too few packets to tell delay from loss
+    @returns  nothing when there are too few packets to distinguish delay from loss
 */
 std::optional<double> missingSeconds (std::span<const Arrival> arrivals, double sampleRate);
 

@@ -30,7 +30,7 @@ std::size_t captureCapacity (const MeasurementPlan& plan);
     @param recorder  receives the audio; not in use any more when the function has returned or thrown
     @param goOn      called about every 50 ms; false ends the measurement
     @returns         whether the stimulus came to its end
-    @throws          Failure (kExitReceiver) with the receiver's words
+    @throws          Failure (kExitReceiver) with the receiver's reason
 */
 bool measure (DeviceSession& session, const MeasurementPlan& plan, CaptureRecorder& recorder,
               const std::function<bool()>& goOn);

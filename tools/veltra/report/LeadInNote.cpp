@@ -2,45 +2,14 @@
 #include "tools/veltra/report/LeadInNote.h"
 
 #include "dsp/BandSplitFilters.h"
-#include "filters/FilterDescriptionParser.h"
-#include "filters/FilterSetsImpl.h"
 #include "topology/VLFIRSplit.h"
 
 namespace veltra::host {
-
-namespace {
-
-bool hasFilterThatNeedsLeadIn (const filters::FilterImpl& filter)
-{
-    for (const auto& [key, coefficients] : filter.getCoefficientSets())
-        if (coefficients.sections.empty() && needsLeadIn (coefficients.taps))
-            return true;
-
-    return false;
-}
-
-}
 
 bool needsLeadIn (const Eigen::VectorXf& filter)
 {
     constexpr double worthTelling_dB = -60.0; // the structure's own errors lie a little below
     return topology::leadInLoss_dB (filter) > worthTelling_dB;
-}
-
-std::vector<std::string> channelsThatNeedLeadIn (const std::string& description)
-{
-    filters::FilterSetsImpl set;
-    std::vector<std::string> channels;
-
-    if (parser::FIIR::parse (description.c_str(), &set, "Veltra") == parser::FIIR::Success)
-        set.forEachFilter ([&channels] (unsigned, const filters::FilterImpl& filter) {
-            if (hasFilterThatNeedsLeadIn (filter))
-                channels.push_back (filter.GetName());
-
-            return true;
-        });
-
-    return channels;
 }
 
 std::string leadInNote (const std::string& condition, const std::vector<std::string>& channels)

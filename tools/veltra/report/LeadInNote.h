@@ -11,10 +11,6 @@ namespace veltra::host {
 /** Whether the dual-rate structure loses more of a filter, for want of silence in front of it, than it costs anyway. */
 bool needsLeadIn (const Eigen::VectorXf& filter);
 
-/** The channels of a filter description with FIR filters that need silence in front; none for a text that is no
-    description. */
-std::vector<std::string> channelsThatNeedLeadIn (const std::string& description);
-
 /** One sentence about such channels, with a line end; empty when there are none.
     @param condition  begins the sentence: when it is true */
 std::string leadInNote (const std::string& condition, const std::vector<std::string>& channels);

@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "tools/veltra/session/ChannelName.h"
 
-#include <charconv>
-
 #include "tools/ExitStatus.h"
 #include "tools/veltra/session/DeviceSession.h"
+#include "tools/veltra/session/StrictNumber.h"
 
 namespace veltra::host {
 
@@ -19,12 +18,6 @@ bool takeEnd (std::string_view& text, std::string_view mark)
     return true;
 }
 
-bool wholeNumber (std::string_view text, std::uint32_t& number, int base)
-{
-    const auto [end, error] = std::from_chars (text.data(), text.data() + text.size(), number, base);
-    return error == std::errc() && end == text.data() + text.size();
-}
-
 }
 
 Channel channelFromText (std::string_view text)
@@ -36,24 +29,27 @@ Channel channelFromText (std::string_view text)
     auto rest = text;
     channel.takesFilter = ! takeEnd (rest, "#NOEQ");
 
-    // The marks stand at the end in a fixed order, so a name that looks like a mark does no harm.
+    // The marks are at the end in a fixed order, so a name that looks like a mark does no harm.
     const auto length = mark.size() + digits;
 
-    if (rest.size() < length || rest.substr (rest.size() - length, mark.size()) != mark
-        || ! wholeNumber (rest.substr (rest.size() - digits), channel.number, 16))
+    const bool isMarked = rest.size() >= length && rest.substr (rest.size() - length, mark.size()) == mark;
+    const auto number = isMarked ? strictNumber<std::uint32_t> (rest.substr (rest.size() - digits), 16) : std::nullopt;
+
+    if (! number)
     {
         channel.name = text;
         channel.takesFilter = true;
         return channel;
     }
 
+    channel.number = *number;
     rest.remove_suffix (length);
     channel.subwoofer = takeEnd (rest, "#SUB");
     channel.name = rest;
     return channel;
 }
 
-std::vector<Channel> channelsOf (const veltratune_io::Device& device)
+std::vector<Channel> outputChannels (const veltratune_io::Device& device)
 {
     std::vector<Channel> channels;
 
@@ -66,7 +62,7 @@ std::vector<Channel> channelsOf (const veltratune_io::Device& device)
 
 std::uint32_t channelNumber (const veltratune_io::Device& device, const std::string& nameOrNumber)
 {
-    const auto channels = channelsOf (device);
+    const auto channels = outputChannels (device);
     std::string names;
 
     for (const auto& channel : channels)
@@ -77,12 +73,10 @@ std::uint32_t channelNumber (const veltratune_io::Device& device, const std::str
         names += (names.empty() ? "" : ", ") + channel.name;
     }
 
-    std::uint32_t number = 0;
-
-    if (wholeNumber (nameOrNumber, number, 10))
+    if (const auto number = strictNumber<std::uint32_t> (nameOrNumber))
         for (const auto& channel : channels)
-            if (channel.number == (number & 0xff))
-                return number;
+            if (channel.number == (*number & 0xff))
+                return *number;
 
     throw Failure (kExitUsage, "The receiver has no channel " + nameOrNumber + "; it has " + names + ".");
 }

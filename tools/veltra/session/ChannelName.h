@@ -24,7 +24,7 @@ struct Channel
 Channel channelFromText (std::string_view text);
 
 /** All channels of a device, in its order. */
-std::vector<Channel> channelsOf (const veltratune_io::Device& device);
+std::vector<Channel> outputChannels (const veltratune_io::Device& device);
 
 /** A channel by its name or, when no channel has that name, by its number.
     @throws  Failure (kExitUsage) with the names that there are

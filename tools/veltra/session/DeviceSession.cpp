@@ -3,9 +3,10 @@
 
 #include <vector>
 
-#include "common/Numbers.h"
+#include "common/Text.h"
 #include "tools/ExitStatus.h"
 #include "tools/veltra/session/ReceiverSearch.h"
+#include "tools/veltra/session/StrictNumber.h"
 
 namespace fs = std::filesystem;
 
@@ -17,12 +18,7 @@ namespace {
 ModuleSettings settingsOf (const SessionOptions& options)
 {
     auto settings = options.settings;
-
-    if (! options.device.empty())
-        settings["Device"] = deviceSetting (options.device);
-    else if (settings["Device"].empty())
-        settings["Device"] = "TCP:" + onlyReceiver (options);
-
+    settings["Device"] = deviceSetting (options.device);
     return settings;
 }
 
@@ -36,25 +32,41 @@ std::string deviceSetting (const std::string& address)
 
     if (colon != std::string::npos && colon > 0)
     {
-        const auto port = place.substr (colon + 1);
-        const bool digits = ! port.empty() && port.find_first_not_of ("0123456789") == std::string::npos;
+        const auto port = strictNumber<std::uint16_t> (place.substr (colon + 1));
 
-        if (digits && toInt (port) >= 1 && toInt (port) <= 65535)
+        if (port && *port > 0)
             return prefix + place;
     }
 
-    throw Failure (kExitUsage, "'" + address + "' is no address; it should read HOST:PORT, such as 192.0.2.10:6000.");
+    throw Failure (kExitUsage, "'" + address + "' is not an address; expected HOST:PORT, such as 192.0.2.10:6000.");
 }
 
-DeviceSession::DeviceSession (const SessionOptions& options)
-    : module (findModule (options.module, programFolder())),
-      settings (settingsOf (options)),
-      copy (module, settings),
+SessionOptions withAddress (SessionOptions options)
+{
+    findModule (options.module, programFolder());
+
+    if (options.device.empty())
+        if (const auto setting = options.settings.find ("Device"); setting != options.settings.end())
+            options.device = setting->second;
+
+    options.device = options.device.empty() ? onlyReceiver (options) : deviceSetting (options.device).substr (4);
+    return options;
+}
+
+Failure noReceiver (const std::string& address)
+{
+    return { kExitNoReceiver,
+             "No receiver answers at " + address + " as it should; its log says more (--log FILE --log-level debug)." };
+}
+
+DeviceSession::DeviceSession (const SessionOptions& given)
+    : options (withAddress (given)),
+      copy (findModule (options.module, programFolder()), settingsOf (options)),
       library (copy.path()),
       release (library.function<ReleasePlugin> ("ReleaseVersionedPluginObject"))
 {
     const auto getPlugin = library.function<GetPlugin> ("GetVersionedPluginObject");
-    startLog (options);
+    startLog();
     plugin = getPlugin (veltratune_io::kPluginInterfaceVersion);
 
     if (plugin == nullptr)
@@ -65,22 +77,12 @@ DeviceSession::DeviceSession (const SessionOptions& options)
     try
     {
         if (! plugin->FindDevices())
-        {
-            // The module tells no reasons outside its log.
-            throw Failure (kExitNoReceiver, "No receiver answers at " + settings.at ("Device")
-                                                + " as it should; a log tells more (--log FILE --log-level DEBUG).");
-        }
+            throw noReceiver (options.device);
 
         veltratune_io::Device* first = nullptr;
-        veltratune_io::Device* second = nullptr;
 
         if (! plugin->GetDevice (0, &first) || first == nullptr)
-            throw Failure (kExitModule, "The module found a receiver and does not hand it out.");
-
-        if (plugin->GetDevice (1, &second))
-            throw Failure (kExitNoReceiver, std::string ("Several receivers answer, among them ") + first->GetName()
-                                                + " and " + second->GetName()
-                                                + "; choose one with --device HOST:PORT.");
+            throw Failure (kExitModule, "The module found a receiver and does not return it.");
 
         theDevice = static_cast<veltratune_io::Device2*> (first);
     }
@@ -93,7 +95,7 @@ DeviceSession::DeviceSession (const SessionOptions& options)
 
 DeviceSession::~DeviceSession() { release (plugin); }
 
-void DeviceSession::startLog (const SessionOptions& options)
+void DeviceSession::startLog()
 {
     if (options.log.empty())
         return;
@@ -113,7 +115,7 @@ std::string DeviceSession::words()
     while (! text.empty() && (text.back() == '.' || text.back() == ' ' || text.back() == '\n'))
         text.pop_back();
 
-    return text.empty() ? "it gave no reason" : text;
+    return text.empty() ? "it gave no reason" : logText (text);
 }
 
 std::string textFrom (const std::function<void (char*, std::uint32_t)>& operation)

@@ -6,6 +6,7 @@
 #include <functional>
 #include <string>
 
+#include "tools/ExitStatus.h"
 #include "tools/veltra/session/ModuleFile.h"
 #include "tools/veltra/session/SharedLibrary.h"
 #include "veltratune_io/Plugin.h"
@@ -29,6 +30,14 @@ struct SessionOptions
 */
 std::string deviceSetting (const std::string& address);
 
+/** The options with the receiver's address in `device`: the one given, that of the setting "Device", or that of the only
+    receiver of the network, which is then searched for.
+    @throws  Failure (kExitNoReceiver, kExitUsage), and before any search kExitModule when there is no module */
+SessionOptions withAddress (SessionOptions options);
+
+/** The failure of a receiver that does not answer as one. */
+Failure noReceiver (const std::string& address);
+
 /** The module loaded, and a session with one receiver, both for as long as the object lives.
 
     Everything reaches the receiver through the module's three exported functions and the classes of
@@ -41,7 +50,7 @@ public:
         network; blocks for the time of the search and of some exchanges.
         @throws  Failure (kExitModule, kExitNoReceiver, kExitOutput, kExitUsage)
     */
-    explicit DeviceSession (const SessionOptions& options);
+    explicit DeviceSession (const SessionOptions& given);
     ~DeviceSession();
 
     DeviceSession (const DeviceSession&) = delete;
@@ -49,8 +58,8 @@ public:
 
     veltratune_io::Device2& device() noexcept { return *theDevice; }
 
-    /** The device's words for the latest failure, which it then forgets; a stand-in when it has none.
-        Without a full stop, for the end of a sentence. */
+    /** The module's text for the latest failure, which it then forgets; another text when it has none. Without a full
+        stop, for the end of a sentence, and with control characters escaped. */
     std::string words();
 
 private:
@@ -58,10 +67,9 @@ private:
     using ReleasePlugin = void (veltratune_io::Plugin*);
     using SetLog = void (const char*, std::int32_t, std::int32_t);
 
-    void startLog (const SessionOptions& options);
+    void startLog();
 
-    const std::filesystem::path module;
-    const ModuleSettings settings;
+    const SessionOptions options; ///< with an address
     ModuleCopy copy;
     SharedLibrary library;
     ReleasePlugin* release;

@@ -3,6 +3,7 @@
 
 #include <cstdio>
 
+#include "common/Text.h"
 #include "tools/ExitStatus.h"
 
 namespace veltra::host {
@@ -20,35 +21,19 @@ std::vector<FilterSet*> setsIn (Device& device, std::uint32_t slot)
     return sets;
 }
 
-std::string filterNames (FilterSet& set)
+void printSlots (const veltraio::Unit::Device& device)
 {
-    std::string names;
-    veltratune_io::Filter* filter = nullptr;
+    int number = 0;
 
-    for (std::uint32_t i = 0; set.GetFilter (i, &filter); ++i)
-        names += (i == 0 ? "" : " ") + std::string (filter->GetName());
-
-    return names;
+    for (const auto& slot : device.filterslots())
+        if (slot.isoccupied())
+            std::printf ("  %2d  \"%s\"\n", number++, logText (slot.name()).c_str());
+        else
+            std::printf ("  %2d  empty\n", number++);
 }
 
-void printSlots (Device& device)
+void checkSlot (std::uint32_t count, std::uint32_t slot)
 {
-    for (std::uint32_t slot = 0; slot < device.GetFilterSlotCount(); ++slot)
-    {
-        const auto sets = setsIn (device, slot);
-
-        if (sets.empty())
-            std::printf ("  %2u  empty\n", slot);
-
-        for (auto* const set : sets)
-            std::printf ("  %2u  \"%s\": %s\n", slot, set->GetName(), filterNames (*set).c_str());
-    }
-}
-
-void checkSlot (const Device& device, std::uint32_t slot)
-{
-    const auto count = device.GetFilterSlotCount();
-
     if (slot >= count)
         throw Failure (kExitUsage, "The receiver has no slot " + std::to_string (slot) + "; it has "
                                        + (count == 0 ? "none" : "slots 0 to " + std::to_string (count - 1)) + ".");

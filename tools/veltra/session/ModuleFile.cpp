@@ -3,13 +3,99 @@
 
 #include <fstream>
 
+#include "common/Text.h"
 #include "tools/ExitStatus.h"
 #include "tools/platform/Platform.h"
 #include "tools/veltra/filters/XmlText.h"
+#include "tools/veltra/session/StrictNumber.h"
 
 namespace fs = std::filesystem;
 
 namespace veltra::host {
+
+namespace {
+
+enum class Kind
+{
+    text,
+    wholeNumber,
+    decimal,
+    yesOrNo,
+    twoDecimals
+};
+
+struct KnownSetting
+{
+    const char* key;
+    Kind kind;
+    const char* expected;
+};
+
+constexpr KnownSetting kSettings[] {
+    { "Device", Kind::text, "" },
+    { "ST", Kind::text, "" },
+    { "UPnPTimeout", Kind::wholeNumber, "a whole number of milliseconds" },
+    { "Timeout", Kind::yesOrNo, "on or off" },
+    { "NoEqCompensateLimits", Kind::twoDecimals, "two numbers of dB such as -3;6" },
+    { "FilterDataChunkTimeout", Kind::wholeNumber, "a whole number of milliseconds" },
+    { "FilterDataChunkRetries", Kind::wholeNumber, "a whole number" },
+    { "BlobPath", Kind::text, "" },
+    { "MaxFilterAttenuation", Kind::decimal, "a number of dB" },
+};
+
+bool isOfKind (Kind kind, const std::string& value)
+{
+    const auto semicolon = value.find (';');
+
+    switch (kind)
+    {
+        case Kind::wholeNumber: return strictNumber<int> (value).has_value();
+        case Kind::decimal: return strictNumber<double> (value).has_value();
+
+        case Kind::yesOrNo:
+            return strictNumber<int> (value)
+                   || juce::StringArray { "true", "yes", "on", "false", "no", "off" }.contains (juceText (value), true);
+
+        case Kind::twoDecimals:
+            return semicolon != value.npos && strictNumber<double> (value.substr (0, semicolon))
+                   && strictNumber<double> (value.substr (semicolon + 1));
+
+        case Kind::text: break;
+    }
+
+    return true;
+}
+
+}
+
+void checkSetting (const std::string& key, const std::string& value)
+{
+    std::string known;
+
+    for (const auto& setting : kSettings)
+    {
+        if (key == setting.key && isOfKind (setting.kind, value))
+            return;
+
+        if (key == setting.key)
+            throw Failure (kExitUsage, "'" + value + "' is not a value of the setting " + key + "; expected "
+                                           + setting.expected + ".");
+
+        known += (known.empty() ? "" : ", ") + std::string (setting.key);
+    }
+
+    throw Failure (kExitUsage, "The module has no setting " + key + "; it has " + known + ".");
+}
+
+juce::PropertySet propertySet (const ModuleSettings& settings)
+{
+    juce::PropertySet set;
+
+    for (const auto& [key, value] : settings)
+        set.setValue (juceText (key), juceText (value));
+
+    return set;
+}
 
 const char* moduleFileName() noexcept { return VELTRA_MODULE_FILE_NAME; }
 

@@ -5,17 +5,26 @@
 #include <map>
 #include <string>
 
+#include <juce_data_structures/juce_data_structures.h>
+
 #include "tools/output/Transient.h"
 
 namespace veltra::host {
 
-/** Settings of the module, by key; the module's documentation tells which there are. */
+/** Settings of the module, by key; docs/architecture.md lists them. */
 using ModuleSettings = std::map<std::string, std::string>;
+
+/** Checks a setting that a user gives.
+    @throws  Failure (kExitUsage) for a key that the module does not have, and for a value that is not of the key's kind */
+void checkSetting (const std::string& key, const std::string& value);
+
+/** The settings as the parts of the module take them. */
+juce::PropertySet propertySet (const ModuleSettings& settings);
 
 /** File name of the module on this system. */
 const char* moduleFileName() noexcept;
 
-/** Folder of the running program, or an empty path when the system does not tell. */
+/** Folder of the running program, or an empty path when the system does not say. */
 std::filesystem::path programFolder();
 
 /** Finds the module's file.
@@ -34,7 +43,7 @@ std::filesystem::path findModule (const std::filesystem::path& given, const std:
 std::string settingsFileText (const ModuleSettings& settings);
 
 /** A copy of the module in a private folder with a settings file beside it, which is where the module reads its
-    settings; a symbolic link would not do, since the module follows it to its own place. The folder goes with
+    settings; a symbolic link does not serve, since the module resolves it. The folder goes with
     the object, so the module must have been unloaded before (POSIX systems do not mind).
 */
 class ModuleCopy

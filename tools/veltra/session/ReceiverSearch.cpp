@@ -5,64 +5,21 @@
 #include <condition_variable>
 #include <cstdio>
 #include <deque>
-#include <memory>
 #include <mutex>
 #include <optional>
 
-#include <log4cplus/fileappender.h>
-#include <log4cplus/layout.h>
-
-#include "common/Log.h"
 #include "common/Numbers.h"
 #include "common/Text.h"
 #include "discovery/ConnectionManager.h"
-#include "protocol/Dispatcher.h"
-#include "protocol/ReplyHandlers.h"
 #include "tools/ExitStatus.h"
+#include "tools/veltra/session/ConnectionLog.h"
+#include "tools/veltra/session/ReceiverDescription.h"
 
 namespace veltra::host {
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr const char* kMarker = "2101FF";
-constexpr std::uint32_t kAnswerTime_ms = 2000;
-
-/** The log of a search, in the form of the module's, for as long as the object lives. The module must not be loaded
-    at that time: it shares the logger. */
-class SearchLog
-{
-public:
-    explicit SearchLog (const SessionOptions& options)
-    {
-        auto root = log4cplus::Logger::getRoot();
-        root.setLogLevel (log4cplus::OFF_LOG_LEVEL);
-
-        if (options.log.empty())
-            return;
-
-        // log4cplus would print its own words about a file that it cannot open.
-        if (auto* const file = std::fopen (options.log.string().c_str(), "a"))
-            std::fclose (file);
-        else
-            throw Failure (kExitOutput, "The log " + options.log.string() + " cannot be written.");
-
-        const log4cplus::SharedAppenderPtr appender (
-            std::make_unique<log4cplus::FileAppender> (options.log.string(), std::ios_base::app).release());
-        appender->setLayout (std::make_unique<log4cplus::PatternLayout> ("[%D{%Y-%m-%d %H:%M:%S.%q}] %m%n"));
-        root.addAppender (appender);
-        root.setLogLevel (options.logLevel);
-    }
-
-    ~SearchLog()
-    {
-        log4cplus::Logger::getRoot().setLogLevel (log4cplus::OFF_LOG_LEVEL);
-        log4cplus::Logger::getRoot().removeAllAppenders();
-    }
-
-    SearchLog (const SearchLog&) = delete;
-    SearchLog& operator= (const SearchLog&) = delete;
-};
 
 /** What the scan reports, on its way from the scan's threads to the program's. */
 class Arrivals final : public veltraio::IScanCallback
@@ -101,24 +58,11 @@ private:
     std::deque<FoundReceiver> waiting;
 };
 
-/** Asks a receiver for its maker and model. */
+/** Maker and model. */
 std::string modelAt (veltraio::ConnectionManager& connections, const std::string& address)
 {
-    auto connection = connections.Connect ("TCP:" + juce::String (address));
-
-    if (connection == nullptr)
-        return {};
-
-    veltraio::Dispatcher dispatcher (std::move (connection), kMarker, true);
-    veltraio::MessageHandler<veltraio::Unit> unit (dispatcher);
-    veltraio::Request request;
-    request.set_requesttype (veltraio::Request::RequestType_kGetUnit);
-    request.set_deviceindex (0);
-
-    if (dispatcher.Send (request) != 0 || unit.Wait (kAnswerTime_ms) != veltraio::ReplyState::answered)
-        return {};
-
-    return unit.message().manufacturer() + " " + unit.message().name();
+    const auto unit = readUnit (connections, address);
+    return unit ? unit->manufacturer() + " " + unit->name() : std::string();
 }
 
 }
@@ -126,7 +70,7 @@ std::string modelAt (veltraio::ConnectionManager& connections, const std::string
 std::vector<FoundReceiver> searchReceivers (std::chrono::milliseconds duration, const SessionOptions& options,
                                             const std::function<void (const FoundReceiver&)>& onFound)
 {
-    const SearchLog log (options);
+    const ConnectionLog log (options.log, options.logLevel);
     const auto end = Clock::now() + duration;
     std::vector<FoundReceiver> found;
     veltraio::ConnectionManager connections (0);

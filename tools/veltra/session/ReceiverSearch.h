@@ -18,7 +18,7 @@ struct FoundReceiver
     std::string model;   ///< maker and model; empty when it does not answer
 };
 
-/** Searches the network in the way of the module, which itself does not tell addresses.
+/** Searches the network as the module does, which itself gives no addresses away.
 
     @param options  where and what the search logs
     @param onFound  called on the calling thread, for each receiver once, soon after it has answered
@@ -34,7 +34,7 @@ std::chrono::milliseconds searchTime (const SessionOptions& options);
 /** One line for a person. */
 std::string lineOf (const FoundReceiver& receiver);
 
-/** Searches for the one receiver of the network, and tells on standard error what it does.
+/** Searches for the only receiver of the network, and reports the search on standard error.
 
     @returns  its address
     @throws   Failure (kExitNoReceiver) when there is none, or when there are several, which it names

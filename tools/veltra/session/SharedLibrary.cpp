@@ -8,12 +8,27 @@
 
 namespace veltra::host {
 
+namespace {
+
+/** The system gives the effect and not the cause. */
+std::string hintFor (const std::string& reason)
+{
+    return reason.find ("failed to map segment") == reason.npos
+               ? std::string()
+               : " Its folder may be mounted without the right to run programs (noexec); set TMPDIR to another one.";
+}
+
+}
+
 SharedLibrary::SharedLibrary (const std::filesystem::path& fileToLoad)
     : file (fileToLoad),
       handle (platform::loadLibrary (fileToLoad))
 {
-    if (handle == nullptr)
-        throw Failure (kExitModule, "The module could not be loaded: " + platform::libraryError() + ".");
+    if (handle != nullptr)
+        return;
+
+    const auto reason = platform::libraryError();
+    throw Failure (kExitModule, "The module could not be loaded: " + reason + "." + hintFor (reason));
 }
 
 SharedLibrary::~SharedLibrary() { platform::unloadLibrary (handle); }

@@ -9,7 +9,7 @@ namespace veltra::host {
 class SharedLibrary
 {
 public:
-    /** @throws  Failure (kExitModule) with the system's words */
+    /** @throws  Failure (kExitModule) with the system's reason */
     explicit SharedLibrary (const std::filesystem::path& file);
     ~SharedLibrary();
 
