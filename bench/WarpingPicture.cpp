@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 
-// Draws docs/images/fiir-warping.svg: what 1025 samples of a filter's tail tell of its spectrum, as they are and
+// Draws docs/images/fiir-warping.svg: what 1025 samples of a filter's tail show of its spectrum, as they are and
 // warped. Run at the root of the repository:
 //
 //   warping_picture | gnuplot > docs/images/fiir-warping.svg

@@ -7,7 +7,7 @@ namespace veltra::dsp {
 
 /** @file
     The fixed filters of the dual-rate structure: a device runs one filter at the full sample rate Fs beside one
-    at Fs / 16, and the same low-pass stands before the decimator and behind the interpolator of the latter.
+    at Fs / 16, and the same low-pass precedes the decimator and follows the interpolator of the latter.
     Read-only and shared by all conversions; the derived ones are worked out in double precision when the
     program starts, and rounded once.
 */
@@ -31,7 +31,7 @@ extern const std::array<float, 597> kHighPassFilter;
 
 /** Band limit for the low-rate part, delay 160 samples: a Kaiser-windowed sinc with beta 5. It is a Nyquist
     filter of factor 16: taps a multiple of 16 away from the centre are zero up to rounding, so that a signal
-    which stands on the decimation grid passes unchanged but for the factor 1/16.
+    which lies on the decimation grid passes unchanged but for the factor 1/16.
 */
 extern const std::array<float, 321> kSplitFilter;
 

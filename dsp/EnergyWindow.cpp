@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <new>
 
-#include "dsp/SetSize.h"
+#include "dsp/RealFft.h"
 
 namespace veltra::dsp {
 

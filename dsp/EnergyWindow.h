@@ -3,7 +3,7 @@
 
 #include <Eigen/Core>
 
-#include "dsp/FftConvolver.h"
+#include "dsp/FftConvolve.h"
 
 namespace veltra::dsp {
 

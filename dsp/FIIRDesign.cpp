@@ -58,8 +58,8 @@ double missedEnergy (const Sections& sections, const Eigen::VectorXd& tail)
     return (impulseResponse (sections, tail.size()) - tail).squaredNorm();
 }
 
-/** Where the modes are partly rounding, one solver's are as good as another's, and the exact solution for them
-    may be useless once it is rounded: tries them all, with the equations solved to different depths. */
+/** Where rounding decides on the modes, no solver's are better than another's, and the exact solution for them may be
+    useless once it is rounded: tries all of them, with different cut-offs in the equations. */
 Sections bestSections (const std::vector<Poles>& candidates, const Eigen::VectorXd& tail, std::uint32_t nSections)
 {
     Sections best = parallelSections ({}, ResidueFit ({}, tail).solve (0.0), nSections);
@@ -98,8 +98,13 @@ Sections modelTail (const Eigen::VectorXd& tail, std::uint32_t nSections, double
         const ResidueFit fit (poles, tail);
 
         if (fit.reciprocalCondition() > leastCondition)
-            if (Sections sections = parallelSections (poles, fit.solve (0.0), nSections); allFinite (sections))
+        {
+            Sections sections = parallelSections (poles, fit.solve (0.0), nSections);
+
+            // Poles near 1 can move far enough in rounding for a good fit to become worse than silence.
+            if (allFinite (sections) && missedEnergy (sections, tail) <= tail.squaredNorm())
                 return sections;
+        }
     }
 
     return bestSections (

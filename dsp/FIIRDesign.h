@@ -13,7 +13,7 @@ namespace veltra::dsp {
 /** A long impulse response as a short FIR filter with parallel second-order sections behind it. */
 struct FIIRDesign
 {
-    Eigen::VectorXf fir;               ///< the first samples of the response as they stand
+    Eigen::VectorXf fir;               ///< the first samples of the response, unchanged
     std::vector<FIIRSection> sections; ///< fed with the input delayed by fir.size() samples; their sum models the rest
 };
 
@@ -23,19 +23,20 @@ constexpr std::uint32_t maxDesignSections = 256;
 /** Designs the FIIR form of an impulse response: keeps its first samples and models the rest by a sum of decaying
     modes. The modes are found by Kung's Hankel realisation on a frequency-warped copy of the rest, so that most
     of them go where hearing is finest; their weights are then fitted to the unwarped response by least squares.
-    docs/fiir-design.md tells the method with its literature.
+    docs/fiir-design.md describes the method with its literature.
 
-    Sections stand in this order: pairs of conjugate poles, pairs of real poles, a real pole left over, the direct
-    term, all-zero sections up to the number asked for. A response that consists of fewer modes than the sections
-    could hold leaves rounding to decide on the others; the design then takes about ten times as long, and the
-    best of several solutions.
+    Sections come in this order: pairs of conjugate poles, pairs of real poles, a real pole left over, the direct
+    term, all-zero sections up to the number asked for. None is unstable with its rounded coefficients. A response that
+    consists of fewer modes than the sections could hold leaves rounding to decide on the others; the design then
+    takes about ten times as long and keeps the best of several solutions. It also does so where a solution would miss
+    the response by more than silence does.
 
     @param in          impulse response, longer than nTaps, all finite
     @param nTaps       samples to keep
     @param nSections   1 to maxDesignSections
     @param sampleRate  in Hz, above 0
     @returns           nTaps taps and nSections sections, all finite
-    @throws            std::invalid_argument with words for a person where a condition above is not met
+    @throws            std::invalid_argument with a readable reason where a condition above is not met
     @throws            std::bad_alloc
 
     Safe to call from several threads at once. Memory: about 15 MB and 24 bytes for each sample of `in`. Time: grows

@@ -14,7 +14,7 @@ struct Svd
 };
 
 /** Thin singular value decomposition by Eigen's two-sided Jacobi method, which also holds where matrices are
-    badly conditioned or short of rank. Stands in a file of its own since it takes the compiler long.
+    badly conditioned or short of rank. In a file of its own, since it takes long to compile.
 
     @param matrix  all finite, not empty
     @throws        std::bad_alloc

@@ -14,17 +14,7 @@ using Eigen::MatrixXd;
 using Eigen::VectorXd;
 using Complex = std::complex<double>;
 
-namespace {
-
-constexpr Index blockRows = 96; // with 60 columns a block just fits a first-level cache
-
-/** A mode whose power has come down to this adds nothing to a column that began with 1, and would soon make
-    denormal numbers. */
-constexpr double deadPower = 1e-25;
-
-/** Folds a block of rows into the triangle above it by Householder reflections, from the first column that is
-    not all zero in the block. The last column of both is the right-hand side. The block is destroyed. */
-void foldIn (MatrixXd& triangle, Eigen::Ref<MatrixXd> block, Index firstColumn)
+void foldRows (MatrixXd& triangle, Eigen::Ref<MatrixXd> block, Index firstColumn)
 {
     for (Index j = firstColumn; j < triangle.rows(); ++j)
     {
@@ -48,6 +38,12 @@ void foldIn (MatrixXd& triangle, Eigen::Ref<MatrixXd> block, Index firstColumn)
         }
     }
 }
+
+namespace {
+
+/** A mode whose power has come down to this adds nothing to a column that began with 1, and would soon make
+    denormal numbers. */
+constexpr double deadPower = 1e-25;
 
 /** a * b without the library's care for infinite factors. */
 Complex multiply (const Complex& a, const Complex& b)
@@ -102,13 +98,13 @@ std::vector<ResidueFit::Mode> ResidueFit::orderModes (const Poles& poles)
 ResidueFit::ResidueFit (const Poles& poles, const VectorXd& response) : modes (orderModes (poles))
 {
     const Index columns = modes.empty() ? 1 : modes.back().columnsEnd();
-    MatrixXd triangle = MatrixXd::Zero (columns, columns + 1), block (blockRows, columns + 1);
+    MatrixXd triangle = MatrixXd::Zero (columns, columns + 1), block (kFoldRows, columns + 1);
     std::vector<Complex> powers (modes.size(), 1.0);
     std::size_t alive = 0; // the first mode that still sounds
 
-    for (Index row = 0; row < response.size(); row += blockRows)
+    for (Index row = 0; row < response.size(); row += kFoldRows)
     {
-        const Index rows = std::min (blockRows, response.size() - row);
+        const Index rows = std::min (kFoldRows, response.size() - row);
 
         while (alive < modes.size() && std::abs (powers[alive]) < deadPower)
             ++alive;
@@ -126,7 +122,7 @@ ResidueFit::ResidueFit (const Poles& poles, const VectorXd& response) : modes (o
         }
 
         block.col (columns).head (rows) = response.segment (row, rows);
-        foldIn (triangle, block.topRows (rows), firstColumn);
+        foldRows (triangle, block.topRows (rows), firstColumn);
     }
 
     const Index rank = std::min (columns, response.size()); // of fewer equations than unknowns no more rows come

@@ -10,6 +10,14 @@
 
 namespace veltra::dsp {
 
+/** Rows that are folded into a triangle at once: with 60 columns a block just fits a first-level cache. */
+inline constexpr Eigen::Index kFoldRows = 96;
+
+/** Folds a block of equations into the triangle above it by Householder reflections. The last column of both is the
+    right-hand side. The block is destroyed.
+    @param firstColumn  the first column that is not all zero in the block */
+void foldRows (Eigen::MatrixXd& triangle, Eigen::Ref<Eigen::MatrixXd> block, Eigen::Index firstColumn);
+
 /** The weights of a sum of modes: sample i is direct (at i = 0 only), plus 2 Re (g p^i) for each complex pole
     and g p^i for each real one. */
 struct Residues

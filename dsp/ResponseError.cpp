@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <numbers>
 
 #include "dsp/FftConvolve.h"
 #include "dsp/RealFft.h"
@@ -17,15 +16,17 @@ using Eigen::Index;
 using Eigen::VectorXd;
 using Eigen::VectorXf;
 
-constexpr double lowestCentre_Hz = 15.625; // 1000 Hz, six octaves down
+constexpr double kLowestOctave_Hz = 15.625; // 1000 Hz, six octaves down
+constexpr double kLowestPoint_Hz = 10.0;
 
 double ratio_dB (double energy, double reference)
 {
     return energy > 0.0 ? 10.0 * std::log10 (energy / reference) : -std::numeric_limits<double>::infinity();
 }
 
-/** Energy of the bins of a half spectrum; sums of them compare with one another only. */
-VectorXd energyOfBins (const RealFft& fft, const VectorXf& signal)
+/** Power of the points of a half spectrum. The two at its ends count half, since the points between them also represent
+    their mirror images. */
+VectorXd powerSpectrum (const RealFft& fft, const VectorXf& signal)
 {
     VectorXf padded = VectorXf::Zero (fft.size());
     padded.head (signal.size()) = signal;
@@ -33,11 +34,38 @@ VectorXd energyOfBins (const RealFft& fft, const VectorXf& signal)
     Eigen::VectorXcf spectrum;
     fft.forward (padded, spectrum);
 
-    VectorXd energy = spectrum.cwiseAbs2().cast<double>();
-    energy.segment (1, energy.size() - 2) *=
-        2.0; // but for the two at the ends each bin stands for its mirror image too
-    return energy;
+    VectorXd power = spectrum.cwiseAbs2().cast<double>();
+    power[0] *= 0.5;
+    power[power.size() - 1] *= 0.5;
+    return power;
 }
+
+struct Spectra
+{
+    VectorXd wanted, played, difference;
+    double resolution_Hz;
+
+    /** @param factor  from the centre to either end of the band */
+    ResponseError::Band band (double centre_Hz, double factor) const
+    {
+        const auto pointAt = [this] (double frequency) {
+            return std::min<Index> (std::lround (frequency / resolution_Hz), wanted.size());
+        };
+
+        const Index first = std::min (pointAt (centre_Hz / factor), wanted.size() - 1);
+        const Index count = std::max<Index> (pointAt (centre_Hz * factor) - first, 1);
+        const auto sum = [=] (const VectorXd& power) { return power.segment (first, count).sum(); };
+        const double inBand = sum (wanted);
+        const double weight =
+            static_cast<double> (count) - (first == 0 ? 0.5 : 0.0) - (first + count == wanted.size() ? 0.5 : 0.0);
+
+        return { .centre_Hz = centre_Hz,
+                 .wanted_dB = ratio_dB (inBand, weight),
+                 .played_dB = ratio_dB (sum (played), weight),
+                 .error_dB = ratio_dB (sum (difference), inBand),
+                 .level_dB = ratio_dB (inBand, wanted.sum()) };
+    }
+};
 
 }
 
@@ -51,26 +79,22 @@ ResponseError compareResponses (const VectorXf& wanted, const VectorXf& played, 
     VectorXf difference = -expected;
     difference.head (played.size()) += played;
 
-    const double wholeEnergy = wanted.cast<double>().squaredNorm();
-    ResponseError result { ratio_dB (difference.cast<double>().squaredNorm(), wholeEnergy), {} };
+    ResponseError result;
+    result.overall_dB = ratio_dB (difference.cast<double>().squaredNorm(), wanted.cast<double>().squaredNorm());
+    result.isSilent = played.isZero (0.0f);
 
     const RealFft fft (convolutionFftSize (length, 1));
-    const VectorXd wantedEnergy = energyOfBins (fft, expected);
-    const VectorXd errorEnergy = energyOfBins (fft, difference);
-    const double allEnergy = wantedEnergy.sum();
+    const Spectra spectra { powerSpectrum (fft, expected), powerSpectrum (fft, played), powerSpectrum (fft, difference),
+                            sampleRate / fft.size() };
+    result.resolution_Hz = spectra.resolution_Hz;
 
-    for (double centre = lowestCentre_Hz; centre < sampleRate / 2.0; centre *= 2.0)
-    {
-        const auto binAt = [&] (double frequency) {
-            return std::min<Index> (std::lround (frequency / sampleRate * fft.size()), fft.bins());
-        };
+    for (double centre = kLowestOctave_Hz; centre < sampleRate / 2.0; centre *= 2.0)
+        result.octaves.push_back (spectra.band (centre, std::exp2 (0.5)));
 
-        const Index first = binAt (centre / std::numbers::sqrt2);
-        const Index count = binAt (centre * std::numbers::sqrt2) - first;
-        const double inBand = wantedEnergy.segment (first, count).sum();
-        result.bands.push_back (
-            { centre, ratio_dB (errorEnergy.segment (first, count).sum(), inBand), ratio_dB (inBand, allEnergy) });
-    }
+    const double step = std::exp2 (1.0 / kCurvePointsPerOctave);
+
+    for (double centre = kLowestPoint_Hz; centre < sampleRate / 2.0; centre *= step)
+        result.curve.push_back (spectra.band (centre, std::sqrt (step)));
 
     return result;
 }

@@ -7,23 +7,39 @@
 
 namespace veltra::dsp {
 
-/** How far a response that is played misses the one that was wanted, as energy. */
+/** How a response that is played differs from the one that was wanted. All errors are energies of the difference of the
+    two responses, in dB relative to the wanted response's energy in the same band: -infinity where the two are equal,
+    +infinity where nothing was wanted.
+*/
 struct ResponseError
 {
-    /** One octave, from centre_Hz / sqrt (2) to centre_Hz * sqrt (2). */
     struct Band
     {
         double centre_Hz;
-        double error_dB; ///< energy of the difference in the band, relative to the wanted response's in the band
+        double wanted_dB; ///< mean magnitude of the wanted response
+        double played_dB; ///< mean magnitude of the played response
+        double error_dB;
         double level_dB; ///< the wanted response's energy in the band, relative to its whole energy
     };
 
-    /** Energy of the difference relative to the wanted response's; -infinity when there is no difference. */
-    double overall_dB;
+    /** Over all frequencies. */
+    double overall_dB = 0.0;
 
-    /** The octaves with centres 1000 Hz * 2^k from 15.625 Hz up to half the sample rate. */
-    std::vector<Band> bands;
+    /** The played response is zero throughout. */
+    bool isSilent = false;
+
+    /** Octaves with centres 1000 Hz * 2^k from 15.625 Hz up to half the sample rate, each from its centre / sqrt (2)
+        to its centre * sqrt (2). */
+    std::vector<Band> octaves;
+
+    /** Bands for a picture, kCurvePointsPerOctave in each octave from 10 Hz on. Where resolution_Hz is wider than a
+        band, the band is one point of the spectrum. */
+    std::vector<Band> curve;
+
+    double resolution_Hz = 0.0; ///< between two points of the spectrum
 };
+
+inline constexpr int kCurvePointsPerOctave = 48;
 
 /** Compares two responses.
 

@@ -21,7 +21,7 @@ struct Period
     std::uint64_t out = 1;
 };
 
-/** The simplest fraction that a ratio stands for, by its continued fraction. Ratios of sample rates are found
+/** The simplest fraction for a ratio, by its continued fraction. Ratios of sample rates are found
     exactly; whatever else comes in is met to within a part in 10^12. */
 Period periodOf (double ratio)
 {
@@ -66,7 +66,7 @@ SoxrResampler::SoxrResampler (double ratio) : lock (oneAtATime)
     if (ratio == 1.0)
         return;
 
-    auto quality = soxr_quality_spec (SOXR_VHQ, 0);
+    auto quality = soxr_quality_spec (SOXR_VHQ, SOXR_ROLLOFF_NONE);
     quality.precision = 20.0;
     quality.passband_end = 0.9913; // puts -3 dB at 0.995
     quality.stopband_begin = 1.0;

@@ -13,7 +13,7 @@ namespace veltra::dsp {
     with the same outcome: linear phase, output sample 0 in line with input sample 0.
 
     Quality, measured over the usual pairs of rates from 1:32 to 2:1: -3 dB at 0.995 of the lower Nyquist frequency,
-    at most 0.007 dB of ripple below 0.99 of it, images and aliases at -120 dB or less.
+    at most 0.0001 dB of ripple up to 0.98 of it, images and aliases at -120 dB or less.
 
     One object lives at a time: making another one waits for the end of the first, because libsoxr sets up tables of
     the whole process without a lock.

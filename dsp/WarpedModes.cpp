@@ -7,7 +7,6 @@
 
 #include <Eigen/Eigenvalues>
 
-#include "dsp/HankelMatrix.h"
 #include "dsp/JacobiSvd.h"
 
 namespace veltra::dsp {
@@ -49,6 +48,19 @@ Svd symmetricSvd (const MatrixXd& matrix)
     return { vectors, ordered.cwiseAbs(), vectors * ordered.cwiseSign().asDiagonal() };
 }
 
+}
+
+MatrixXd hankelMatrix (const VectorXd& column, const VectorXd& row)
+{
+    VectorXd joined (column.size() + row.size() - 1);
+    joined << column, row.tail (row.size() - 1);
+
+    MatrixXd matrix (column.size(), row.size());
+
+    for (Index j = 0; j < matrix.cols(); ++j)
+        matrix.col (j) = joined.segment (j, matrix.rows());
+
+    return matrix;
 }
 
 WarpedModes findModes (const VectorXd& warped, Index order, HankelDecomposition decomposition)

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
 
 #include <Eigen/Core>
 
@@ -19,9 +18,8 @@ namespace veltra::filters {
     is not zero, the sections a few for each sample behind the first such sample. A unit impulse comes out with the
     taps as they went in, bit by bit.
 
-    Taps work in single precision. Sections keep their state in double precision: a pole near the unit circle, as low
-    frequencies need at high sample rates, magnifies the rounding of each step by some thousands, and only their sum
-    is rounded to float.
+    Taps work in single precision. Sections work in double precision (see dsp::SectionBank), and only their sum is
+    rounded to float.
 
     One thread at a time.
 */
@@ -46,25 +44,11 @@ public:
     void process (Eigen::VectorXf& signal) const;
 
 private:
-    /** Four sections side by side; places that no section took are zero. */
-    struct Bank
-    {
-        Eigen::Array4d a1 = Eigen::Array4d::Zero();
-        Eigen::Array4d a2 = Eigen::Array4d::Zero();
-        Eigen::Array4d b0 = Eigen::Array4d::Zero();
-        Eigen::Array4d b1 = Eigen::Array4d::Zero();
-    };
-
-    /** @param inputEnd  place from which on the input is zero */
-    static void addBankOutput (const Bank& bank, const Eigen::Ref<const Eigen::VectorXf>& input, Eigen::Index inputEnd,
-                               Eigen::VectorXd& sum);
-
-    /** Distinguishes a live engine from a destroyed one in a debugger or a memory dump. */
+    /** Distinguishes a living engine from a stale one in a debugger or a memory dump. */
     volatile std::uint32_t mark;
 
     Eigen::VectorXf taps;
-    std::vector<Bank> banks;
-    unsigned sectionCount = 0;
+    dsp::SectionBank sections;
 };
 
 }

@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "topology/FloatSlot.h"
+#include "topology/Conversion.h"
 #include "topology/Topology.h"
 
 namespace veltra::topology {

@@ -11,7 +11,6 @@
 #include "dsp/FIIRDesign.h"
 #include "topology/ChannelJob.h"
 #include "topology/Conversion.h"
-#include "topology/FloatSlot.h"
 
 namespace veltra::topology {
 
@@ -167,5 +166,13 @@ void FIIRHandler::createFilterData (juce::Result& result, IFIRSource& source, co
 unsigned FIIRHandler::getMaxTaps (const juce::StringPairArray&, unsigned sampleRate) { return sampleRate / 2; }
 
 float FIIRHandler::getLatencyMs (const juce::StringPairArray&, unsigned) { return 0.0f; }
+
+std::optional<Eigen::VectorXf> FIIRHandler::readResponse (const DeviceData& data, std::uint32_t channel,
+                                                          std::string& problem)
+{
+    const auto taps = countParameter (data.parameters, "NbrOfFIRTaps").value_or (0);
+    const auto sections = countParameter (data.parameters, "NbrOfIIRSections").value_or (0);
+    return responseOfFloats (data, taps, sections, channel, problem);
+}
 
 }

@@ -36,8 +36,12 @@ public:
     /** Half a second. */
     unsigned getMaxTaps (const juce::StringPairArray& parameters, unsigned sampleRate) override;
 
-    /** 0: a parameter "latency" has no say here. */
+    /** 0: the parameter "latency" is ignored. */
     float getLatencyMs (const juce::StringPairArray& parameters, unsigned sampleRate) override;
+
+    /** TopologyEntry::readResponse. */
+    static std::optional<Eigen::VectorXf> readResponse (const DeviceData& data, std::uint32_t channel,
+                                                        std::string& problem);
 
 private:
     ProgressFunction progress;

@@ -4,7 +4,6 @@
 #include <algorithm>
 
 #include "topology/Conversion.h"
-#include "topology/FloatSlot.h"
 
 namespace veltra::topology {
 
@@ -54,5 +53,12 @@ unsigned FIRHandler::getMaxTaps (const juce::StringPairArray& parameters, unsign
 }
 
 float FIRHandler::getLatencyMs (const juce::StringPairArray&, unsigned) { return 0.0f; }
+
+std::optional<Eigen::VectorXf> FIRHandler::readResponse (const DeviceData& data, std::uint32_t channel,
+                                                         std::string& problem)
+{
+    const auto taps = countParameter (data.parameters, "NbrOfFIRTaps").value_or (0);
+    return responseOfFloats (data, taps, 0, channel, problem);
+}
 
 }

@@ -5,7 +5,7 @@
 
 namespace veltra::topology {
 
-/** The plainest structure: one FIR filter a channel at the full sample rate.
+/** One FIR filter for each channel at the full sample rate.
 
     Blob: for each channel in order the first T samples of its response as 32-bit little-endian floats, where T is
     the parameter "NbrOfFIRTaps"; no header, no padding. A response shorter than T is filled up with zeros. The
@@ -24,8 +24,12 @@ public:
     /** "NbrOfFIRTaps"; 0 when it is absent or negative. */
     unsigned getMaxTaps (const juce::StringPairArray& parameters, unsigned sampleRate) override;
 
-    /** 0: a parameter "latency" has no say here. */
+    /** 0: the parameter "latency" is ignored. */
     float getLatencyMs (const juce::StringPairArray& parameters, unsigned sampleRate) override;
+
+    /** TopologyEntry::readResponse. */
+    static std::optional<Eigen::VectorXf> readResponse (const DeviceData& data, std::uint32_t channel,
+                                                        std::string& problem);
 };
 
 }

@@ -1,14 +1,33 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "topology/VLFIRBlob.h"
 
+#include <array>
 #include <cmath>
 #include <new>
-
-#include "topology/FixedPoint.h"
 
 namespace veltra::topology {
 
 namespace {
+
+using R = VLFIRRecord;
+using Field = std::uint32_t R::*;
+
+constexpr std::array<Field, 8> firstFields = {
+    &R::channelWord,    &R::gain,     &R::highRateDelay,   &R::highRateTapCount,
+    &R::highRateOffset, &R::reserved, &R::lowRateTapCount, &R::lowRateOffset,
+};
+
+// The stage gains are in the order of the processor's stages, which is not that of their numbers.
+constexpr std::array<Field, 12> secondFields = {
+    &R::channelWord,    &R::gain,       &R::stageGain3,      &R::stageGain1,
+    &R::stageGain4,     &R::stageGain2, &R::highRateDelay,   &R::highRateTapCount,
+    &R::highRateOffset, &R::reserved,   &R::lowRateTapCount, &R::lowRateOffset,
+};
+
+constexpr VLFIRLayout firstLayout { VFIIR::channelFactor, VFIIR::SFilterBlock::words, firstFields };
+constexpr VLFIRLayout secondLayout { VFIIR2::channelFactor, VFIIR2::SFilterBlock::words, secondFields };
+
+static_assert (firstLayout.recordSize() == 32 && secondLayout.recordSize() == 48);
 
 std::uint32_t gainWord (double gaindB, int& clipCount)
 {
@@ -126,6 +145,40 @@ catch (const std::bad_alloc&)
     return -1;
 }
 
+}
+
+const VLFIRLayout& layoutOf (VLFIRGeneration generation) noexcept
+{
+    return generation == VLFIRGeneration::first ? firstLayout : secondLayout;
+}
+
+std::uint32_t toFixed (float value, int fractionBits, int& clipCount) noexcept
+{
+    constexpr float bound = 2147483648.0f;
+
+    const float scaled = value * std::ldexp (1.0f, fractionBits);
+    float rounded = std::floor (scaled + 0.5f);
+
+    if (std::isnan (rounded))
+    {
+        ++clipCount;
+        return 0;
+    }
+
+    if (rounded < -bound || rounded > bound)
+    {
+        ++clipCount;
+        rounded = std::copysign (bound, rounded);
+    }
+
+    // Beyond the highest 32-bit integer a conversion is undefined in C++; 64 bits hold it, and the lower half of
+    // 2^31 is the word wanted.
+    return static_cast<std::uint32_t> (static_cast<std::int64_t> (rounded));
+}
+
+float fromFixed (std::uint32_t word, int fractionBits) noexcept
+{
+    return std::ldexp (static_cast<float> (static_cast<std::int32_t> (word)), -fractionBits);
 }
 
 int VFIIR::makeBlob (unsigned sampleRate, std::span<const SFilter> filters, std::vector<std::uint8_t>& blob,

@@ -3,9 +3,6 @@
 
 #include <cstddef>
 
-#include "topology/FixedPoint.h"
-#include "topology/VLFIRBlob.h"
-
 namespace veltra::topology {
 
 namespace {

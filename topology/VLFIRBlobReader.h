@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "topology/VLFIRLayout.h"
+#include "topology/VLFIRBlob.h"
 #include "topology/VLFIRModel.h"
 
 namespace veltra::topology {
@@ -23,7 +23,7 @@ struct VLFIRBlobContents
     /** The records word by word: all of them, or none when the blob is too short for them. */
     std::vector<VLFIRRecord> records;
 
-    /** What is wrong with the blob, in words for a person; empty for a blob as the writers make it. */
+    /** What is wrong with the blob, one readable sentence each; empty for a blob as the writers make it. */
     std::vector<std::string> problems;
 
     /** The channels with their taps; empty when there is a problem. */

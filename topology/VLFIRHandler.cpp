@@ -9,8 +9,9 @@
 #include "common/Numbers.h"
 #include "common/SettingKeys.h"
 #include "dsp/BandSplitFilters.h"
-#include "dsp/SetSize.h"
+#include "dsp/RealFft.h"
 #include "topology/Conversion.h"
+#include "topology/VLFIRBlobReader.h"
 #include "topology/VLFIRDump.h"
 #include "topology/VLFIRModel.h"
 #include "topology/VLFIRSplit.h"
@@ -194,6 +195,24 @@ float VLFIRHandler<SFilterBlock, SFilter>::getLatencyMs (const juce::StringPairA
     constexpr int defaultLatency = 256; // samples
     const int latency = parameters.containsKey ("latency") ? toInt (parameters["latency"].toRawUTF8()) : defaultLatency;
     return static_cast<float> (latency) * 1000.0f / static_cast<float> (sampleRate);
+}
+
+template <class SFilterBlock, class SFilter>
+std::optional<Eigen::VectorXf> VLFIRHandler<SFilterBlock, SFilter>::readResponse (const DeviceData& data,
+                                                                                  std::uint32_t channel,
+                                                                                  std::string& problem)
+{
+    const auto contents = readVLFIRBlob (data.bytes, SFilter::generation);
+
+    if (! contents.problems.empty())
+        problem = contents.problems.front();
+    else if (contents.channelCount != data.channelCount)
+        problem = "the blob has " + std::to_string (contents.channelCount) + " channels instead of "
+                  + std::to_string (data.channelCount);
+    else
+        return impulseResponse (contents.channels[channel]);
+
+    return std::nullopt;
 }
 
 template <class SFilterBlock, class SFilter>

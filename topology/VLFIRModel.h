@@ -13,7 +13,7 @@ struct VLFIRChannel
     std::uint32_t id = 0;
 
     /** Factor at or below 1 by which the conversion scaled the channel's filter down, so that a boost does not
-        exceed full scale. It is already in the taps: the device is told of it and does not apply it again. */
+        exceed full scale. It is already in the taps: the device knows it and does not apply it again. */
     float gain = 1.0f;
 
     std::uint32_t highRateDelay = 0; ///< samples

@@ -8,7 +8,7 @@
 
 #include "dsp/BandSplitFilters.h"
 #include "dsp/FftConvolve.h"
-#include "dsp/SetSize.h"
+#include "dsp/RealFft.h"
 
 namespace veltra::topology {
 

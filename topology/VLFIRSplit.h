@@ -4,12 +4,12 @@
 #include <Eigen/Core>
 
 #include "dsp/EnergyWindow.h"
-#include "dsp/FftConvolver.h"
+#include "dsp/FftConvolve.h"
 
 namespace veltra::topology {
 
 /** Splits full-range responses into the two short filters of the dual-rate structure: one that runs at the full
-    rate and one of the same length that runs at a sixteenth of it (VLFIRModel.h tells how the device adds them).
+    rate and one of the same length that runs at a sixteenth of it (VLFIRModel.h describes how the device adds them).
 
     - Low rate: the response through kSplitFilter, every 16th sample, times 16: the response below Fs/32, over
       16 times as many samples as there are taps.

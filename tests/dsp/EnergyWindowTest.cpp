@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <cmath>
 #include <limits>
 #include <new>
 
@@ -64,21 +63,6 @@ TEST (EnergyWindow, TheEnergyUnderTheTriangleDecides)
     }
 
     EXPECT_EQ (0, extractEnergyWindow (impulse (10, 3), 0, 0.4f, offset, 0).size());
-}
-
-TEST (EnergyWindow, AKeptWindowGivesTheSameAsOneMadeForTheCall)
-{
-    EnergyWindow kept (512, 0.4f);
-
-    for (const int size : { 3000, 5000, 3000 })
-    {
-        const VectorXf in = VectorXf::NullaryExpr (
-            size, [] (Eigen::Index i) { return std::sin (0.01f * float (i) * float (i % 1999)); });
-        unsigned keptOffset = 0, offset = 0;
-        EXPECT_EQ (extractEnergyWindow (in, 512, 0.4f, offset, 2000), kept.extract (in, keptOffset, 2000));
-        EXPECT_EQ (offset, keptOffset);
-    }
-
     EXPECT_THROW (EnergyWindow (0xffffffffu, 0.4f), std::bad_alloc);
 }
 

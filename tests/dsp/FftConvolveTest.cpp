@@ -11,7 +11,6 @@
 #include <unsupported/Eigen/FFT>
 
 #include "dsp/FftConvolve.h"
-#include "dsp/FftConvolver.h"
 #include "dsp/RealFft.h"
 
 namespace {

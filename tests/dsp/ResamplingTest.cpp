@@ -25,6 +25,14 @@ double levelAt (const Eigen::VectorXd& h, double frequency, double rate)
     return 20.0 * std::log10 (std::abs (sum));
 }
 
+// r8brain's ripple follows from the stop-band attenuation, and at fractional ratios it misses what rings before the
+// first sample, so that its first samples are off by up to 0.018 of a step. libsoxr works in single precision.
+#ifdef VELTRA_HAS_R8BRAIN
+constexpr double kRipple_dB = 0.02, kStartError = 0.02, kError = 1e-4;
+#else
+constexpr double kRipple_dB = 0.0005, kStartError = 2e-6, kError = 2e-6;
+#endif
+
 struct Rates
 {
     double from;
@@ -67,8 +75,8 @@ TEST_P (Resampling, PassesTheBandAndStopsWhatLiesBeyond)
     const auto response = (resampleDouble (Eigen::VectorXd::Unit (40000, 20480), ratio, 80.0) / ratio).eval();
     const double nyquist = 0.5 * std::min (from, to);
 
-    for (const double fraction : { 0.001, 0.1, 0.5, 0.9, 0.98 })
-        EXPECT_NEAR (0.0, levelAt (response, fraction * nyquist, to), 0.02) << fraction;
+    for (int percent = 0; percent <= 98; percent += 2)
+        EXPECT_NEAR (0.0, levelAt (response, 0.01 * percent * nyquist, to), kRipple_dB) << percent;
 
     EXPECT_NEAR (-3.0, levelAt (response, 0.995 * nyquist, to), 0.5);
 
@@ -94,8 +102,7 @@ TEST_P (Resampling, PassesTheBandAndStopsWhatLiesBeyond)
 TEST_P (Resampling, ASignalMayBeginWithItsFirstSample)
 {
     // The same signal, which begins with a step, at the start and behind silence. The shift lies on an output sample
-    // at all of the rates. At fractional ratios a resampler may miss what rings before the first sample: r8brain's
-    // first samples are off by up to 0.018 of the step.
+    // at all of the rates.
     constexpr Eigen::Index shift = 94080;
     const Eigen::VectorXd atStart =
         Eigen::VectorXd::NullaryExpr (5000, [] (Eigen::Index n) { return std::cos (0.1 * static_cast<double> (n)); });
@@ -106,8 +113,8 @@ TEST_P (Resampling, ASignalMayBeginWithItsFirstSample)
     const auto outLater = resampleDouble (later, ratio, 80.0);
     const auto place = static_cast<Eigen::Index> (std::round (static_cast<double> (shift) * ratio));
     const Eigen::VectorXd error = (outAtStart - outLater.segment (place, outAtStart.size())).cwiseAbs();
-    EXPECT_LT (error.maxCoeff(), 0.02);
-    EXPECT_LT (error.tail (error.size() - 100).maxCoeff(), 1e-4);
+    EXPECT_LT (error.maxCoeff(), kStartError);
+    EXPECT_LT (error.tail (error.size() - 100).maxCoeff(), kError);
 }
 
 INSTANTIATE_TEST_SUITE_P (Rates, Resampling,

@@ -30,14 +30,25 @@ TEST (ResponseError, AScaleOfOnePercentIsMinusFortyDecibelsInEveryBand)
 
     const auto error = compareResponses (wanted, played, 300, 48000.0);
     EXPECT_NEAR (-40.0, error.overall_dB, 0.01);
-    ASSERT_EQ (11u, error.bands.size()); // 15.625 Hz to 16 kHz
+    ASSERT_EQ (11u, error.octaves.size()); // 15.625 Hz to 16 kHz
 
-    for (const auto& band : error.bands)
+    for (const auto& band : error.octaves)
         EXPECT_NEAR (-40.0, band.error_dB, 0.01) << band.centre_Hz;
 
+    // In each, the played magnitude is 1.01 times the wanted one, which is 1.
+    for (const auto& band : error.curve)
+    {
+        EXPECT_NEAR (-40.0, band.error_dB, 0.01) << band.centre_Hz;
+        EXPECT_NEAR (0.0, band.wanted_dB, 1e-4) << band.centre_Hz;
+        EXPECT_NEAR (20.0 * std::log10 (1.01), band.played_dB, 1e-4) << band.centre_Hz;
+    }
+
+    EXPECT_EQ (539u, error.curve.size()); // 48 an octave from 10 Hz up to 24 kHz
+    EXPECT_EQ (48000.0 / 2048.0, error.resolution_Hz);
+
     // An impulse is white: an octave has twice the energy of the one below it. The top one ends at 22.6 kHz.
-    EXPECT_NEAR (3.0, error.bands[9].level_dB - error.bands[8].level_dB, 0.1);
-    EXPECT_NEAR (10.0 * std::log10 (11.314 / 24.0), error.bands[10].level_dB, 0.1);
+    EXPECT_NEAR (3.0, error.octaves[9].level_dB - error.octaves[8].level_dB, 0.1);
+    EXPECT_NEAR (10.0 * std::log10 (11.314 / 24.0), error.octaves[10].level_dB, 0.1);
 }
 
 TEST (ResponseError, AnErrorIsSeenInItsOwnBandOnly)
@@ -46,7 +57,7 @@ TEST (ResponseError, AnErrorIsSeenInItsOwnBandOnly)
     const auto error = compareResponses (wanted, wanted + tone (4000.0, 0.001), 0, 48000.0);
     EXPECT_NEAR (-63.0, error.overall_dB, 0.1);
 
-    for (const auto& band : error.bands)
+    for (const auto& band : error.octaves)
     {
         if (band.centre_Hz == 4000.0)
             EXPECT_NEAR (-60.0, band.error_dB, 0.1);
@@ -69,6 +80,8 @@ TEST (ResponseError, WhatIsMissingOrInExcessCountsWhereverItLies)
     EXPECT_EQ (-std::numeric_limits<double>::infinity(),
                compareResponses (wanted, VectorXf::Unit (100, 8), 5, 48000.0).overall_dB);
     EXPECT_EQ (std::numeric_limits<double>::infinity(), compareResponses (VectorXf(), wanted, 5, 48000.0).overall_dB);
+    EXPECT_TRUE (compareResponses (wanted, VectorXf::Zero (20), 5, 48000.0).isSilent);
+    EXPECT_FALSE (compareResponses (VectorXf::Zero (20), wanted, 5, 48000.0).isSilent);
 }
 
 }

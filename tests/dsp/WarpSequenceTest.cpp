@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include <gtest/gtest.h>
 
-#include "dsp/HankelMatrix.h"
+#include "dsp/WarpedModes.h"
 #include "dsp/WarpSequence.h"
 #include "tests/support/ImpulseResponses.h"
 #include "tests/support/ReferenceFIIRDesign.h"

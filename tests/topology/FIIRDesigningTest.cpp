@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstring>
 #include <random>
+#include <stdexcept>
 
 #include <gtest/gtest.h>
 
 #include "dsp/FIIRDesign.h"
 #include "tests/support/TestSource.h"
+#include "topology/ChannelJob.h"
 
 /** @file The FIIR structure filled from impulse responses alone. */
 
@@ -53,7 +56,7 @@ std::vector<float> slotOf (const Eigen::VectorXf& fir, const std::vector<veltra:
     return values;
 }
 
-TEST (FIIRDesigning, EachChannelsDesignStandsInItsOwnSlot)
+TEST (FIIRDesigning, EachChannelsDesignIsInItsOwnSlot)
 {
     FIRTestSource source ({ { .response = decayingNoise (1) },
                             { .response = decayingNoise (2, 101) },
@@ -108,6 +111,46 @@ TEST (FIIRDesigning, AChannelThatCannotBeDesignedKeepsItsTapsAndIsNamed)
     EXPECT_EQ ("No filter response for channel C at 48000 Hz", Designing (silent).error());
     EXPECT_EQ ("No FIIR design for channel FL at 48000 Hz: cannot design 0 sections, only 1 to 256",
                Conversion ("FIIR", source, "NbrOfFIRTaps=0;NbrOfIIRSections=0").error());
+}
+
+class TestJob : public ChannelJob
+{
+public:
+    explicit TestJob (std::function<void()> functionToRun)
+        : ChannelJob ("test", FloatSlot ({})),
+          function (std::move (functionToRun))
+    {
+    }
+
+private:
+    void convert (FloatSlot&) override { function(); }
+
+    std::function<void()> function;
+};
+
+TEST (ChannelJobs, NeitherAnExceptionNorAProgressFunctionThatThrowsStopsTheOthers)
+{
+    std::vector<std::unique_ptr<ChannelJob>> jobs;
+    std::atomic<int> ran { 0 };
+    int reports = 0;
+    const auto throwing = [&] (float, const juce::String&) -> bool {
+        ++reports;
+        throw std::runtime_error ("no");
+    };
+
+    EXPECT_TRUE (runOnPool (jobs, throwing).wasOk());
+    EXPECT_EQ (1, std::exchange (reports, 0));
+
+    jobs.push_back (std::make_unique<TestJob> ([&] { ++ran; }));
+    jobs.push_back (std::make_unique<TestJob> ([] { throw 1; }));
+    jobs.push_back (std::make_unique<TestJob> ([] { throw std::runtime_error ("no convergence"); }));
+    jobs.push_back (std::make_unique<TestJob> ([&] { ++ran; }));
+    EXPECT_EQ ("Unknown error", runOnPool (jobs, throwing).getErrorMessage().toStdString());
+    EXPECT_EQ (2, ran);
+    EXPECT_EQ (1, reports);
+
+    jobs.erase (jobs.begin() + 1);
+    EXPECT_EQ ("no convergence", runOnPool (jobs, {}).getErrorMessage().toStdString());
 }
 
 }

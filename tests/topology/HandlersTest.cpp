@@ -21,14 +21,22 @@ const std::string one = "0000803f", two = "00000040", minusHalf = "000000bf", ze
 
 TEST (Topologies, AreFoundByTheirExactNames)
 {
-    for (const char* name : { "FIIR", "FIR", "VLFIR", "VLFIR2" })
-        EXPECT_NE (nullptr, createTopology (name, {})) << name;
+    std::string names;
+
+    for (const auto& entry : topologies())
+    {
+        EXPECT_NE (nullptr, createTopology (entry.name, {})) << entry.name;
+        EXPECT_EQ (entry.dualRate ? 298u : 0u, entry.delay);
+        names += std::string (entry.name) + (entry.dualRate ? " dual-rate " : " ");
+    }
+
+    EXPECT_EQ ("FIIR FIR VLFIR dual-rate VLFIR2 dual-rate ", names);
 
     for (const char* name : { "fir", "FIR ", "FIRx", "F", "", "FII", "VLFIR3" })
         EXPECT_EQ (nullptr, createTopology (name, {})) << name;
 }
 
-TEST (Topologies, TellTheLongestResponseAndTheLatency)
+TEST (Topologies, HaveALongestResponseAndALatency)
 {
     const auto parameters = parseParameters ("NbrOfFIRTaps=1000;latency=256");
     EXPECT_EQ (1000u, createTopology ("FIR", {})->getMaxTaps (parameters, 44101));
@@ -64,7 +72,7 @@ TEST (ParameterString, KeepsItemsOfOneKeyAndOneValue)
     EXPECT_EQ ("1000", parseParameters ("nbroffirtaps=1000")["NbrOfFIRTaps"].toStdString());
 }
 
-TEST (ParameterString, ATextOfAMillionItemsTakesNoTime)
+TEST (ParameterString, OnlySoManyItemsAreRead)
 {
     juce::MemoryOutputStream text;
 
@@ -90,7 +98,7 @@ TEST (FIRTopology, WritesTheFirstTapsOfEachChannel)
         EXPECT_TRUE (nothing.result.wasOk() && nothing.blob.isEmpty());
 }
 
-TEST (FIRTopology, FailuresHaveWords)
+TEST (FIRTopology, FailuresAreExplained)
 {
     FIRTestSource source ({ { .response = vector ({ 1.0f }) }, { .name = "C\xf0" } });
     EXPECT_EQ ("Required topology parameter not found", Conversion ("FIR", source, "NbrOfTaps=2").error());
@@ -120,7 +128,7 @@ TEST (FIIRTopology, CopiesEachChannelIntoItsSlot)
                bytesOf (conversion));
 }
 
-TEST (FIIRTopology, FailuresHaveWords)
+TEST (FIIRTopology, FailuresAreExplained)
 {
     FIIRTestSource source (
         { { .data = { Eigen::VectorXf::Zero (1200), std::vector<veltra::dsp::FIIRSection> (24) } } });
@@ -140,6 +148,28 @@ TEST (FIIRTopology, FailuresHaveWords)
 
     FIIRTestSource nobody;
     EXPECT_TRUE (Conversion ("FIIR", nobody, "NbrOfFIRTaps=1000;NbrOfIIRSections=30").result.wasOk());
+}
+
+TEST (DeviceResponse, BytesThatDoNotFitAreRefused)
+{
+    FIRTestSource source ({ { .response = vector ({ 1, 2, 3 }) } });
+    std::string problem;
+    const auto problemOf = [&] (const char* topology, const juce::String& parameters,
+                                std::span<const std::uint8_t> bytes, std::uint32_t channelCount) {
+        const DeviceData data { .topologyName = topology,
+                                .parameters = parseParameters (parameters),
+                                .sampleRate = 8000,
+                                .channelCount = channelCount,
+                                .bytes = bytes };
+        EXPECT_FALSE (deviceResponse (data, channelCount - 1, problem));
+        return problem;
+    };
+
+    const Conversion fir ("FIR", source, "NbrOfFIRTaps=2", 8000), dualRate ("VLFIR2", source, "NbrOfFIRTaps=64", 8000);
+    EXPECT_EQ ("8 bytes where its topology takes 24", problemOf ("FIR", "NbrOfFIRTaps=2", fir.bytes(), 3));
+    EXPECT_EQ ("the blob has 1 channels instead of 2", problemOf ("VLFIR2", "NbrOfFIRTaps=64", dualRate.bytes(), 2));
+    EXPECT_NE ("", problemOf ("VLFIR2", "NbrOfFIRTaps=64", dualRate.bytes().first (100), 1));
+    EXPECT_EQ ("there is no topology IIR", problemOf ("IIR", "", fir.bytes(), 1));
 }
 
 }

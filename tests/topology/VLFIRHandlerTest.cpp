@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include "dsp/ResponseError.h"
+#include "tests/support/ImpulseResponses.h"
 #include "tests/support/TestSource.h"
 #include "topology/VLFIRBlobReader.h"
 
@@ -213,6 +215,42 @@ TEST (VLFIRHandler, TheDumpWritesWhatAPersonComparesAndChangesNothing)
     }
     EXPECT_NEAR (0.25f, highest, 0.01f);
     EXPECT_LT (worst, 3e-4f);
+}
+
+/** The worst and the best of the eight channels in docs/dual-rate.md. They may get better, and worse by no more than
+    3 dB. The read-back goes through the blob's integers. */
+TEST (VLFIRHandler, TheLivingRoomsErrorsDoNotGrow)
+{
+    struct Figures
+    {
+        unsigned sampleRate, taps;
+        double left_dB, subwoofer_dB;
+    };
+
+    for (const auto& [sampleRate, taps, left_dB, subwoofer_dB] : { Figures { 44100, 1024, -68.5, -61.4 },
+                                                                   { 44100, 2048, -73.0, -63.5 },
+                                                                   { 48000, 1024, -70.0, -61.6 },
+                                                                   { 48000, 2048, -74.0, -63.7 },
+                                                                   { 96000, 2048, -68.1, -62.6 },
+                                                                   { 96000, 4096, -69.5, -63.5 } })
+    {
+        const auto rate = "_" + std::to_string (sampleRate);
+        FIRTestSource source ({ channel (1, "FL", veltra::dsp::test::livingRoom ("FL" + rate)),
+                                channel (2, "SW", veltra::dsp::test::livingRoom ("SW" + rate)) });
+        const auto conversion = convert (source, std::to_string (taps), {}, sampleRate);
+        EXPECT_EQ (1u, source.logged.size()); // nothing clipped, no cut-out at its limit
+
+        const DeviceData data { "VLFIR2", {}, sampleRate, 2, conversion.bytes() };
+        std::string problem;
+
+        for (unsigned i = 0; i < 2; ++i)
+        {
+            const auto error =
+                veltra::dsp::compareResponses (source.getFIR (i), deviceResponse (data, i, problem).value(),
+                                               findTopology ("VLFIR2")->delay, sampleRate);
+            EXPECT_LT (error.overall_dB, (i == 0 ? left_dB : subwoofer_dB) + 3.0) << sampleRate << " Hz, " << taps;
+        }
+    }
 }
 
 }

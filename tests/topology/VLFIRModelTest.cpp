@@ -49,10 +49,8 @@ TEST (VLFIRModel, TheHighRatePathIsADelayAndAFilter)
     VLFIRChannel channel;
     channel.highRateDelay = 5;
     channel.highRateTaps = (VectorXf (2) << 1.0f, -0.5f).finished();
-
     const VectorXf played = simulate ((VectorXf (100) << 1.0f, 2.0f, VectorXf::Zero (98)).finished(), channel);
-    EXPECT_EQ ((VectorXf (4) << 1.0f, 1.5f, -1.0f, 0.0f).finished(), VectorXf (played.segment (5, 4)));
-    EXPECT_EQ (0.0f, played.head (5).norm());
+    EXPECT_EQ ((VectorXf (9) << VectorXf::Zero (5), 1.0f, 1.5f, -1.0f, 0.0f).finished(), VectorXf (played.head (9)));
 }
 
 TEST (VLFIRModel, TheLowRatePathCarriesLowTonesAndNoHighOnes)
@@ -160,13 +158,11 @@ TEST (VLFIRSplit, ShortResponsesAreFollowedByZeros)
     // The same response with and without its zeros gives the same parts but for the transforms' rounding.
     VectorXf h = VectorXf::Zero (20000);
     h.segment (300, 200) = VectorXf::Random (200);
-
     VLFIRSplitter splitter (1024);
     const auto padded = splitter.split (h), bare = splitter.split (h.head (900));
     EXPECT_EQ (padded.offset, bare.offset);
     EXPECT_LT ((padded.lowRate.head (57) - bare.lowRate.head (57)).norm(), 1e-5f);
     EXPECT_EQ (0.0f, bare.lowRate.tail (1024 - 57).norm());
-    EXPECT_EQ (1024, bare.highRate.size());
     EXPECT_EQ (0.0f, bare.highRate.tail (1024 - 900 + bare.offset).norm());
 }
 

@@ -294,7 +294,7 @@ TEST_F (Conversion, TellsWhatTheDeviceWillPlay)
     write ("cut", read (path ("blob")).substr (0, 32000));
     ending = plainVeltra ({ "inspect", path ("cut"), "--topology", "VLFIR2" });
     expectParts (ending.out, { "wrong: channel 1: low-rate taps, 2048 from 24684, reach beyond the end at 32000\n" });
-    expectOneSentence (ending, kExitInput, "is no sound blob");
+    expectOneSentence (ending, kExitInput, "is not a valid blob");
     expectOneSentence (plainVeltra ({ "inspect", path ("nothing") }), kExitInput, "nothing");
     expectOneSentence (convert ("VLFIR2", "48000", "2048", { "--plot", path ("plot.jpg") }), kExitUsage,
                        ".svg or .png");
@@ -339,7 +339,7 @@ TEST_F (Conversion, AnImportForAReceiverTakesItsNamesOrderAndNumbers)
 }
 
 // Once the design is made beforehand and copied, once it is made in the conversion, from a description of FIR sets.
-TEST_F (Conversion, BothRoadsToADesignGiveTheSameBytes)
+TEST_F (Conversion, BothRoadsToADesignGiveTheSamePoles)
 {
     const Words design { "design", roomFile ("FL_48000"), roomFile ("SW_48000"),
                          "-o",     path ("designed.xml"), "--taps",
@@ -347,8 +347,8 @@ TEST_F (Conversion, BothRoadsToADesignGiveTheSameBytes)
                          "--plot", path ("it's.svg") };
     const auto ending = plainVeltra (design);
     ASSERT_EQ (0, ending.status) << ending.err;
-    expectParts (ending.out, { "FL at 48000 Hz: error -",
-                               "     31     62    125    250    500     1k     2k     4k     8k    16k  Hz\n" });
+    expectParts (ending.out, { "FIIR at 48000 Hz, 12 sections\n",
+                               "  error     15   31   62  125  250  500   1k   2k   4k   8k  16k\n" });
     expectParts (read (path ("it's-FL_48000.svg")), { "</svg>" });
     expectOneSentence (plainVeltra (design), kExitOutput, "--force");
 
@@ -357,7 +357,14 @@ TEST_F (Conversion, BothRoadsToADesignGiveTheSameBytes)
     EXPECT_EQ (2 * (1000 + 4 * 12) * sizeof (float), copied.size());
     ASSERT_EQ (0, import ({ roomFile ("FL_48000"), roomFile ("SW_48000") }).status);
     EXPECT_EQ (0, convert ("FIIR", "48000", "1000", { "--sections", "12" }).status);
-    EXPECT_TRUE (copied == read (path ("blob")));
+    const auto designed = read (path ("blob"));
+    ASSERT_EQ (copied.size(), designed.size());
+
+    // Of each section's four numbers the last two, its numerator, are fitted once more by `veltra design`.
+    for (std::size_t at = 0; at < copied.size(); at += 16)
+        EXPECT_EQ (copied.substr (at, 8), designed.substr (at, 8)) << at;
+
+    EXPECT_NE (copied, designed);
 
     const Words impossible { "design", roomFile ("FL_48000"), "-o", path ("none.xml") };
     const auto with = [&] (const std::string& option, const std::string& value) {

@@ -7,7 +7,6 @@
 
 #include "common/Text.h"
 #include "tools/receiver/device/Messages.h"
-#include "topology/DeviceResponse.h"
 #include "topology/Topology.h"
 
 namespace veltra::receiver {

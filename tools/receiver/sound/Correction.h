@@ -12,7 +12,7 @@
 namespace veltra::receiver {
 
 /** The impulse response of a channel with the filter of a slot: that of the bytes in the receiver's topology (see
-    topology/DeviceResponse.h), with gain and delay of the FilterChannel. A channel marked noEq has gain and delay only.
+    topology/Topology.h), with gain and delay of the FilterChannel. A channel marked noEq has gain and delay only.
 
     @param slot          an occupied slot
     @param topologyInfo  the format of the bytes at each rate

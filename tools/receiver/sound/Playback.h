@@ -6,7 +6,7 @@
 
 #include <Eigen/Core>
 
-#include "dsp/FftConvolver.h"
+#include "dsp/FftConvolve.h"
 
 namespace veltra::receiver {
 

@@ -27,6 +27,12 @@ void addControlCommands (CLI::App& program, const SessionOptions& session);
 */
 void addImportOptions (CLI::App& command, ImportOptions& import, const char* technology);
 
+/** Adds the option --topology, which takes the name of a filter structure of topology/Topology.h.
+    @param about         says what the name is for; the list of names is added to it
+    @param dualRateOnly  takes only the names of dual-rate structures
+*/
+CLI::Option* addTopologyOption (CLI::App& command, std::string& name, const std::string& about, bool dualRateOnly);
+
 /** The explanation of these options, for a command's footer. */
 extern const char* const kImportNotes;
 

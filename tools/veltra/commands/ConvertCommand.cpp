@@ -38,7 +38,7 @@ struct ConvertOptions
     bool force = false;
 };
 
-/** The structure's parameters in the words of a receiver. */
+/** The structure's parameters as a receiver announces them. */
 juce::StringPairArray parametersOf (const ConvertOptions& options)
 {
     juce::StringPairArray parameters;
@@ -53,7 +53,7 @@ juce::StringPairArray parametersOf (const ConvertOptions& options)
     return parameters;
 }
 
-/** The settings that the conversion would find beside the module. */
+/** The settings that the module would read. */
 juce::PropertySet settingsOf (const SessionOptions& session, const std::filesystem::path& dump)
 {
     auto settings = propertySet (session.settings);
@@ -103,7 +103,7 @@ bool holdsSections (const filters::FilterSetsImpl& set)
     return false;
 }
 
-/** All filters of a set. What the conversion would log in the module it tells here. */
+/** All filters of a set. Warnings that the module would log are printed. */
 class ConversionSource final : public filters::FIIRSourceImpl
 {
 public:
@@ -119,7 +119,7 @@ public:
             firstError = message;
     }
 
-    /** Says more than the conversion's result; empty when it logged no error. */
+    /** More precise than the conversion's result; empty when no error was logged. */
     const std::string& error() const noexcept { return firstError; }
 
 private:
@@ -143,7 +143,7 @@ std::vector<ComparedResponse> responsesOf (const std::vector<ConvertedChannel>& 
     std::vector<ComparedResponse> responses;
 
     for (const auto& channel : channels)
-        responses.push_back ({ channel.name, channel.wanted, channel.played, channel.playedDelay });
+        responses.push_back ({ channel.name, channel.error });
 
     return responses;
 }
@@ -191,8 +191,9 @@ void convert (const ConvertOptions& options, const SessionOptions& session)
     progress.endLine();
 
     if (result.failed())
-        throw Failure (kExitConversion, "The filters could not be converted: " + result.getErrorMessage().toStdString()
-                                            + (source.error().empty() ? "" : " (" + source.error() + ")") + ".");
+        throw Failure (kExitConversion,
+                       "The filters could not be converted: "
+                           + (source.error().empty() ? result.getErrorMessage().toStdString() : source.error()) + ".");
 
     if (dump)
         writeDump (dump->path(), options.dump);
@@ -212,6 +213,11 @@ void convert (const ConvertOptions& options, const SessionOptions& session)
                                      source.getChannelCount(),
                                      { static_cast<const std::uint8_t*> (blob.getData()), blob.getSize() } });
     printConversion (std::cout, channels);
+
+    for (const auto& channel : channels)
+        if (channel.error.isSilent)
+            std::cerr << "Warning: " << channel.name << " plays silence with this conversion.\n";
+
     std::cerr << leadInNote ("with the structure " + options.topology + ",", channelsThatNeedLeadIn (channels));
 
     if (! options.plot.empty())
@@ -220,16 +226,31 @@ void convert (const ConvertOptions& options, const SessionOptions& session)
 
 }
 
+CLI::Option* addTopologyOption (CLI::App& command, std::string& name, const std::string& about, bool dualRateOnly)
+{
+    std::vector<std::string> names;
+
+    for (const auto& structure : topology::topologies())
+        if (structure.dualRate || ! dualRateOnly)
+            names.push_back (structure.name);
+
+    std::string list = names.front();
+
+    for (std::size_t i = 1; i < names.size(); ++i)
+        list += (i + 1 < names.size() ? ", " : " or ") + names[i];
+
+    return command.add_option ("--topology", name, about + ": " + list)
+        ->check (CLI::IsMember (names).description (""))
+        ->type_name ("NAME");
+}
+
 void addConvertCommand (CLI::App& program, const SessionOptions& session)
 {
     const auto options = std::make_shared<ConvertOptions>();
     auto* const command = program.add_subcommand ("convert", "Convert filters for a topology without a receiver");
 
     command->add_option ("file", options->input, "The filter description (XML)")->required()->type_name ("FILE");
-    command->add_option ("--topology", options->topology, "The receiver's filter structure: FIR, FIIR, VLFIR or VLFIR2")
-        ->required()
-        ->check (CLI::IsMember ({ "FIR", "FIIR", "VLFIR", "VLFIR2" }).description (""))
-        ->type_name ("NAME");
+    addTopologyOption (*command, options->topology, "The receiver's filter structure", false)->required();
     command->add_option ("--rate", options->sampleRate, "Sample rate in Hz")
         ->required()
         ->check (CLI::Range (1u, 1536000u).description (""))
@@ -247,13 +268,13 @@ void addConvertCommand (CLI::App& program, const SessionOptions& session)
         ->type_name ("DIR");
     command
         ->add_option ("--plot", options->plot,
-                      "Draw wanted and played magnitude and the error, one panel a channel (.svg or .png)")
+                      "Draw the filter, what is played, and the error, one panel a channel (.svg or .png)")
         ->type_name ("FILE");
     command->add_flag ("--force", options->force, "Replace an output file that exists");
     command->footer (
         "\nThe bytes are those that a download sends for this rate to a receiver whose channels are the filters' channels.\n"
-        "The printed CRC-32 is zlib's. For FIIR, a description without sections has them designed. Settings given by\n"
-        "--setting hold as they do for the module.\n");
+        "The printed CRC-32 is zlib's. For FIIR, sections are designed when the description has none. Settings given by\n"
+        "--setting apply as in the module.\n");
     command->callback ([options, &session] { convert (*options, session); });
 }
 

@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include <cstdio>
 #include <iostream>
+#include <map>
 #include <memory>
 
+#include "dsp/FIIRDesign.h"
 #include "tools/ExitStatus.h"
 #include "tools/output/OutputFile.h"
 #include "tools/veltra/commands/Commands.h"
 #include "tools/veltra/filters/FilterDesign.h"
-#include "tools/veltra/report/DesignPlot.h"
+#include "tools/veltra/report/ErrorTable.h"
+#include "tools/veltra/report/ResponsePlot.h"
 #include "tools/veltra/terminal/Progress.h"
 
 namespace veltra::host {
@@ -15,10 +18,9 @@ namespace veltra::host {
 namespace {
 
 const char* const kFooter =
-    "\nA receiver of the FIIR technology has room for a number of taps and sections, which `veltra info` tells; design\n"
-    "for exactly these. Errors are energies: what the design misses, against the wanted response in the same octave.\n"
-    "With several responses --plot draws one picture for each and puts channel and rate into its name. The pictures\n"
-    "need gnuplot.\n";
+    "\nA receiver of the FIIR technology has room for a number of taps and sections, which `veltra info` prints; design\n"
+    "for exactly these. With several responses --plot draws one picture for each and puts channel and rate into its\n"
+    "name. The pictures need gnuplot.\n";
 
 struct DesignOptions
 {
@@ -28,20 +30,24 @@ struct DesignOptions
     bool force = false;
 };
 
-void print (const DesignedResponse& design)
+/** Prints one table for each sample rate, since the octaves differ. */
+void print (const std::vector<DesignedResponse>& designs, unsigned sections)
 {
-    std::printf ("%s at %u Hz: error %.1f dB, outermost pole %.6f, %.2f s\n", design.channel.c_str(), design.sampleRate,
-                 design.report.error_dB, design.report.poleRadius, design.seconds);
+    std::map<unsigned, std::vector<ErrorRow>> tables;
 
-    for (const auto& octave : design.report.octaves)
-        std::printf ("%7s", octaveName (octave.frequency).c_str());
+    for (const auto& design : designs)
+        tables[design.sampleRate].push_back (
+            { design.channel,
+              { std::to_string (design.taps), fixedText (design.poleRadius, 6), fixedText (design.seconds, 2) },
+              design.error });
 
-    std::printf ("  Hz\n");
+    for (const auto& [sampleRate, rows] : tables)
+    {
+        std::cout << "FIIR at " << sampleRate << " Hz, " << sections << " sections\n";
+        printErrors (std::cout, { "taps", "outermost pole", "seconds" }, rows);
+    }
 
-    for (const auto& octave : design.report.octaves)
-        std::printf ("%7.1f", octave.error_dB);
-
-    std::printf ("  dB\n");
+    std::cout << kErrorLegend;
 }
 
 /** The picture's own name, or one made of it where there are several. */
@@ -55,6 +61,12 @@ std::filesystem::path plotFile (const std::filesystem::path& plot, const std::st
     name += "-" + channel + "_" + std::to_string (sampleRate);
     name += plot.extension();
     return plot.parent_path() / name;
+}
+
+std::string titleOf (const DesignedResponse& design, const DesignSize& size)
+{
+    return "FIIR at " + std::to_string (design.sampleRate) + " Hz, " + std::to_string (design.taps) + " taps, "
+           + std::to_string (size.sections) + " sections";
 }
 
 void design (const DesignOptions& options)
@@ -89,13 +101,13 @@ void design (const DesignOptions& options)
         progress.endLine();
     }
 
-    for (const auto& designed : designs)
-    {
-        print (designed);
+    print (designs, options.size.sections);
 
-        if (! options.plot.empty())
-            plotDesign (plotFile (options.plot, designed.channel, designed.sampleRate, several), designed);
-    }
+    if (! options.plot.empty())
+        for (const auto& designed : designs)
+            plotResponses (plotFile (options.plot, designed.channel, designed.sampleRate, several),
+                           titleOf (designed, options.size), designed.sampleRate,
+                           { { designed.channel, designed.error } });
 
     writeFilterDescription (options.output, description);
     std::printf ("%s: \"%s\", %zu channels, %zu designs\n", options.output.string().c_str(),
@@ -107,19 +119,19 @@ void design (const DesignOptions& options)
 void addDesignCommand (CLI::App& program)
 {
     const auto options = std::make_shared<DesignOptions>();
-    auto* const command = program.add_subcommand ("design", "Design FIIR filters after impulse responses");
+    auto* const command = program.add_subcommand ("design", "Design FIIR filters from impulse responses");
 
     command->add_option ("-o,--output", options->output, "The filter description (XML)")
         ->required()
         ->type_name ("FILE");
-    command->add_option ("--taps", options->size.taps, "Taps to keep; without it the sample rate divided by 48")
+    command->add_option ("--taps", options->size.taps, "Taps to keep, by default the sample rate divided by 48")
         ->check (CLI::Range (1u, 1u << 20).description (""))
         ->type_name ("N");
     command->add_option ("--sections", options->size.sections, "Parallel second-order sections for the rest")
         ->check (CLI::Range (1u, dsp::maxDesignSections).description (""))
         ->type_name ("N")
         ->capture_default_str();
-    command->add_option ("--plot", options->plot, "Draw wanted and designed response (.svg or .png)")
+    command->add_option ("--plot", options->plot, "Draw the filter, what is played, and the error (.svg or .png)")
         ->type_name ("FILE");
     addImportOptions (*command, options->import, "FIIR");
     command->add_flag ("--force", options->force, "Replace output files that exist");

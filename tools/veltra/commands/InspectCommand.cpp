@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <fstream>
@@ -6,7 +7,8 @@
 
 #include "tools/ExitStatus.h"
 #include "tools/veltra/commands/Commands.h"
-#include "topology/FixedPoint.h"
+#include "tools/veltra/report/ErrorTable.h"
+#include "topology/Topology.h"
 #include "topology/VLFIRBlobReader.h"
 
 namespace veltra::host {
@@ -31,20 +33,24 @@ std::vector<std::uint8_t> readBlob (const std::filesystem::path& file)
     return bytes;
 }
 
-/** The blob does not say of which generation it is: the user may, and otherwise its layout tells. */
+/** The generation that the user named; otherwise the one that the layout of the bytes shows. */
 VLFIRGeneration chooseGeneration (const std::string& topology, std::span<const std::uint8_t> bytes)
 {
-    if (! topology.empty())
-        return topology == "VLFIR" ? VLFIRGeneration::first : VLFIRGeneration::second;
+    const auto* const named = findTopology (topology);
+    return named != nullptr ? *named->dualRate : findVLFIRGeneration (bytes).value_or (VLFIRGeneration::second);
+}
 
-    return findVLFIRGeneration (bytes).value_or (VLFIRGeneration::second);
+const char* nameOf (VLFIRGeneration generation)
+{
+    const auto all = topologies();
+    return std::find_if (all.begin(), all.end(), [&] (const auto& entry) { return entry.dualRate == generation; })
+        ->name;
 }
 
 std::string gain_dB (std::uint32_t word)
 {
-    char text[32];
-    std::snprintf (text, sizeof (text), "%+.2f dB", 20.0 * std::log10 (fromFixed (word, vlfir::gainFractionBits)));
-    return text;
+    const double gain = fromFixed (word, vlfir::gainFractionBits);
+    return fixedText (20.0 * std::log10 (gain), 2) + " dB";
 }
 
 void printRecord (std::size_t place, const VLFIRRecord& record, VLFIRGeneration generation)
@@ -66,8 +72,8 @@ void inspect (const std::filesystem::path& file, const std::string& topology)
     const auto bytes = readBlob (file);
     const auto contents = readVLFIRBlob (bytes, chooseGeneration (topology, bytes));
 
-    std::printf ("%s: %s, %zu bytes, %u Hz, %u channels\n", file.string().c_str(),
-                 layoutOf (contents.generation).topologyName, bytes.size(), contents.sampleRate, contents.channelCount);
+    std::printf ("%s: %s, %zu bytes, %u Hz, %u channels\n", file.string().c_str(), nameOf (contents.generation),
+                 bytes.size(), contents.sampleRate, contents.channelCount);
 
     for (std::size_t i = 0; i < contents.records.size(); ++i)
         printRecord (i, contents.records[i], contents.generation);
@@ -76,7 +82,7 @@ void inspect (const std::filesystem::path& file, const std::string& topology)
         std::printf ("wrong: %s\n", problem.c_str());
 
     if (! contents.problems.empty())
-        throw Failure (kExitInput, file.string() + " is no sound blob.");
+        throw Failure (kExitInput, file.string() + " is not a valid blob.");
 
     std::printf ("Every offset and count fits the file.\n");
 }
@@ -97,9 +103,8 @@ void addInspectCommand (CLI::App& program)
     command->add_option ("file", options->file, "The bytes that `veltra convert` or a download made")
         ->required()
         ->type_name ("FILE");
-    command->add_option ("--topology", options->topology, "VLFIR or VLFIR2; without it the layout of the bytes tells")
-        ->check (CLI::IsMember ({ "VLFIR", "VLFIR2" }).description (""))
-        ->type_name ("NAME");
+    addTopologyOption (*command, options->topology,
+                       "The filter structure whose data it is, by default the one that the layout shows", true);
     command->callback ([options] { inspect (options->file, options->topology); });
 }
 

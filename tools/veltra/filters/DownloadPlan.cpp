@@ -8,7 +8,6 @@
 #include "tools/ExitStatus.h"
 #include "tools/veltra/report/LeadInNote.h"
 #include "topology/Conversion.h"
-#include "topology/DeviceResponse.h"
 #include "topology/Topology.h"
 
 namespace veltra::host {
@@ -169,7 +168,7 @@ private:
                          + (source.error.empty() ? "" : " (" + logText (source.error) + ")"));
 
         plan.totalBytes += blob.getSize();
-        const bool isDualRate = topology::deviceDelay (juceText (rate.topology)) > 0;
+        const bool isDualRate = topology::findTopology (juceText (rate.topology))->dualRate.has_value();
 
         for (unsigned i = 0; i < channels.size(); ++i)
         {

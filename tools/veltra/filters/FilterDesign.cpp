@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "dsp/NumeratorFit.h"
 #include "tools/ExitStatus.h"
 
 namespace veltra::host {
@@ -23,21 +24,34 @@ struct Task
     std::string refusal;
 };
 
+/** What a design plays, as far as twice its response. */
+Eigen::VectorXf playedBy (const dsp::FIIRDesign& design, Eigen::Index responseLength)
+{
+    Eigen::VectorXf played (2 * responseLength);
+    played << design.fir, dsp::impulseResponse (design.sections, played.size() - design.fir.size()).cast<float>();
+    return played;
+}
+
 void design (Task& task, const DesignSize& size)
 {
     auto& response = *task.response;
-    std::vector<float> wanted = response.taps;
-    wanted.resize (response.sampleRate); // what the module designs from: one second
     auto& outcome = task.outcome;
+    const auto length = std::min<std::size_t> (response.taps.size(), response.sampleRate);
+    Eigen::VectorXf wanted = Eigen::VectorXf::Zero (response.sampleRate);
+    std::copy_n (response.taps.begin(), length, wanted.begin());
     outcome.taps = size.taps > 0 ? size.taps : response.sampleRate / 48;
 
     try
     {
         const auto start = std::chrono::steady_clock::now();
-        const Eigen::Map<const Eigen::VectorXf> samples (wanted.data(), static_cast<Eigen::Index> (wanted.size()));
-        const auto made = dsp::designFIIR (samples, outcome.taps, size.sections, response.sampleRate);
+        const auto made =
+            dsp::refitNumerators (wanted, dsp::designFIIR (wanted, outcome.taps, size.sections, response.sampleRate));
         outcome.seconds = std::chrono::duration<double> (std::chrono::steady_clock::now() - start).count();
-        outcome.report = examineDesign (wanted, made, response.sampleRate);
+        outcome.error = dsp::compareResponses (wanted, playedBy (made, wanted.size()), 0, response.sampleRate);
+
+        for (const auto& section : made.sections)
+            outcome.poleRadius = std::max (outcome.poleRadius, dsp::poleRadius (section.a1, section.a2));
+
         response.taps.assign (made.fir.begin(), made.fir.end());
         response.sections = made.sections;
     }
@@ -47,7 +61,7 @@ void design (Task& task, const DesignSize& size)
     }
 }
 
-/** Designs with several threads while this one tells how far they are. */
+/** Designs with several threads while this one reports their progress. */
 void runAll (std::vector<Task>& tasks, const DesignSize& size, const std::function<void (double)>& progress)
 {
     std::atomic<std::size_t> next { 0 };
@@ -69,15 +83,15 @@ void runAll (std::vector<Task>& tasks, const DesignSize& size, const std::functi
             }
         });
 
-    for (std::size_t told = 0; told < tasks.size();)
+    for (std::size_t reported = 0; reported < tasks.size();)
     {
         {
             std::unique_lock guard (lock);
-            changed.wait (guard, [&] { return done != told; });
-            told = done;
+            changed.wait (guard, [&] { return done != reported; });
+            reported = done;
         }
 
-        progress (static_cast<double> (told) / static_cast<double> (tasks.size()));
+        progress (static_cast<double> (reported) / static_cast<double> (tasks.size()));
     }
 }
 
@@ -91,7 +105,7 @@ std::vector<DesignedResponse> designFilters (FilterDescription& description, con
     for (auto& channel : description.channels)
         for (auto& response : channel.responses)
             tasks.push_back (
-                { &response, { .channel = channel.name, .sampleRate = response.sampleRate, .report = {} }, {} });
+                { &response, { .channel = channel.name, .sampleRate = response.sampleRate, .error = {} }, {} });
 
     runAll (tasks, size, progress);
     std::vector<DesignedResponse> outcomes;

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "dsp/ResponseError.h"
 #include "tools/veltra/filters/FilterDescription.h"
-#include "tools/veltra/report/DesignReport.h"
 
 namespace veltra::host {
 
@@ -23,12 +23,14 @@ struct DesignedResponse
     std::string channel;
     unsigned sampleRate = 0; ///< Hz
     unsigned taps = 0;
-    DesignReport report;
-    double seconds = 0.0; ///< the design alone
+    double poleRadius = 0.0;  ///< of the outermost pole
+    double seconds = 0.0;     ///< the design alone
+    dsp::ResponseError error; ///< of what is played, the sections' ringing behind the response's end included
 };
 
 /** Replaces each FIR response of a description by its FIIR design, as many at once as the machine has processors.
-    The module designs from one second of a response, filled up with zeros; so does this.
+    As in the module, a design is made from one second of a response, filled up with zeros. Its numerators are then
+    fitted once more (dsp/NumeratorFit.h), which the module does not do.
 
     @param progress  called on this thread with the fraction of designs that are done
     @returns         one entry a response, in the description's order

@@ -14,7 +14,7 @@ namespace veltra::host {
     @param response  at least one sample
     @returns         minus infinity for silence
     @throws          std::bad_alloc
-    Makes transforms with FFTW, so call from one thread at a time.
+    Any thread.
 */
 double peakGain_dB (std::span<const float> response);
 

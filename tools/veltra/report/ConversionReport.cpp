@@ -1,20 +1,17 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "tools/veltra/report/ConversionReport.h"
 
-#include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <ostream>
 
 #include "dsp/BandSplitFilters.h"
 #include "tools/ExitStatus.h"
+#include "tools/veltra/report/ErrorTable.h"
 #include "topology/VLFIRBlobReader.h"
 
 namespace veltra::host {
 
 namespace {
-
-constexpr double kQuietBand_dB = -60.0;
 
 unsigned countClipped (const Eigen::VectorXf& taps)
 {
@@ -28,45 +25,20 @@ ConvertedChannel::DualRate dualRateOf (const topology::VLFIRChannel& channel)
              countClipped (channel.highRateTaps) + countClipped (channel.lowRateTaps) };
 }
 
-std::string formatted (const char* format, double value)
-{
-    char text[64];
-    std::snprintf (text, sizeof (text), format, value);
-    return text;
-}
-
-/** A difference of none at all has no level. */
-std::string level (const char* format, double level_dB)
-{
-    auto text = formatted (format, level_dB);
-    return std::isfinite (level_dB) ? text : std::string (text.size() - 4, ' ') + "none";
-}
-
-std::string bandName (double centre_Hz)
-{
-    return centre_Hz >= 1000.0 ? formatted ("%.0fk", centre_Hz / 1000.0) : formatted ("%.0f", std::floor (centre_Hz));
-}
-
-std::string padded (const std::string& text, std::size_t width)
-{
-    return std::string (width - std::min (width, text.size()), ' ') + text;
-}
-
 }
 
 std::vector<ConvertedChannel> examineConversion (topology::IFIRSource& source, const topology::DeviceData& data)
 {
-    const bool dualRate = data.topologyName.startsWith ("VLFIR");
-    const auto generation =
-        data.topologyName == "VLFIR" ? topology::VLFIRGeneration::first : topology::VLFIRGeneration::second;
-    const auto contents = dualRate ? topology::readVLFIRBlob (data.bytes, generation) : topology::VLFIRBlobContents();
+    const auto& structure = *topology::findTopology (data.topologyName);
+    const auto contents =
+        structure.dualRate ? topology::readVLFIRBlob (data.bytes, *structure.dualRate) : topology::VLFIRBlobContents();
 
     std::vector<ConvertedChannel> channels;
 
     for (std::uint32_t i = 0; i < data.channelCount; ++i)
     {
         std::string problem;
-        auto played = topology::deviceResponse (data, i, problem);
+        const auto played = topology::deviceResponse (data, i, problem);
 
         if (! played)
             throw Failure (kExitConversion, "The conversion cannot be read back: " + problem + ".");
@@ -74,16 +46,14 @@ std::vector<ConvertedChannel> examineConversion (topology::IFIRSource& source, c
         ConvertedChannel channel;
         channel.name = source.getChannelName (i);
         channel.wanted = source.getFIR (i);
-        channel.played = std::move (*played);
-        channel.playedDelay = topology::deviceDelay (data.topologyName);
 
-        if (dualRate)
+        if (structure.dualRate)
         {
             channel.wanted *= contents.channels[i].gain;
             channel.dualRate = dualRateOf (contents.channels[i]);
         }
 
-        channel.error = dsp::compareResponses (channel.wanted, channel.played, channel.playedDelay, data.sampleRate);
+        channel.error = dsp::compareResponses (channel.wanted, *played, structure.delay, data.sampleRate);
         channels.push_back (std::move (channel));
     }
 
@@ -95,33 +65,23 @@ void printConversion (std::ostream& stream, const std::vector<ConvertedChannel>&
     if (channels.empty())
         return;
 
-    const bool dualRate = channels.front().dualRate.has_value();
-    stream << "Error of what is played, in dB relative to the filter, over all and by octave:\n"
-           << "channel" << (dualRate ? "  offset  delay  atten.  clipped" : "") << "   error  ";
+    std::vector<std::string> headings;
+    std::vector<ErrorRow> rows;
 
-    for (const auto& band : channels.front().error.bands)
-        stream << padded (bandName (band.centre_Hz), 5);
-
-    stream << '\n';
+    if (channels.front().dualRate)
+        headings = { "offset", "delay", "atten.", "clipped" };
 
     for (const auto& channel : channels)
     {
-        stream << channel.name << padded ("", 7 - std::min<std::size_t> (7, channel.name.size()));
+        rows.push_back ({ channel.name, {}, channel.error });
 
         if (const auto& structure = channel.dualRate)
-            stream << padded (std::to_string (structure->offset), 8) << padded (std::to_string (structure->delay), 7)
-                   << padded (formatted ("%.1f", structure->attenuation_dB), 8)
-                   << padded (std::to_string (structure->clipped), 9);
-
-        stream << level ("%8.1f", channel.error.overall_dB) << "  ";
-
-        for (const auto& band : channel.error.bands)
-            stream << padded (band.level_dB < kQuietBand_dB ? "." : level ("%4.0f", band.error_dB), 5);
-
-        stream << '\n';
+            rows.back().details = { std::to_string (structure->offset), std::to_string (structure->delay),
+                                    fixedText (structure->attenuation_dB, 1), std::to_string (structure->clipped) };
     }
 
-    stream << "A dot stands where the filter itself has less than a millionth of its energy.\n";
+    printErrors (stream, headings, rows);
+    stream << kErrorLegend;
 }
 
 }

@@ -9,8 +9,7 @@
 #include <Eigen/Core>
 
 #include "dsp/ResponseError.h"
-#include "topology/DeviceResponse.h"
-#include "topology/FilterSource.h"
+#include "topology/Topology.h"
 
 namespace veltra::host {
 
@@ -28,18 +27,16 @@ struct ConvertedChannel
 
     std::string name;
     Eigen::VectorXf wanted;   ///< the filter that was asked for, scaled down as the conversion scaled it
-    Eigen::VectorXf played;   ///< what the device makes of an impulse
-    unsigned playedDelay = 0; ///< samples by which the structure is late
-    dsp::ResponseError error; ///< of what is played
+    dsp::ResponseError error; ///< of what the device plays
     std::optional<DualRate> dualRate;
 };
 
-/** Takes the bytes of a conversion apart again and compares what they play with what was asked for.
+/** Reads the bytes of a conversion back and compares what they play with what was asked for.
     @throws  Failure (kExitConversion) for bytes that are not those of their topology
 */
 std::vector<ConvertedChannel> examineConversion (topology::IFIRSource& source, const topology::DeviceData& data);
 
-/** Prints a line for each channel, in columns. */
+/** Prints a table with a row for each channel. */
 void printConversion (std::ostream& stream, const std::vector<ConvertedChannel>& channels);
 
 }

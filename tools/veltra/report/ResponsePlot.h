@@ -5,21 +5,19 @@
 #include <string>
 #include <vector>
 
-#include <Eigen/Core>
+#include "dsp/ResponseError.h"
 
 namespace veltra::host {
 
-/** A filter as it was asked for and as a device plays it. */
+/** How a filter is played on a channel. */
 struct ComparedResponse
 {
     std::string channel;
-    Eigen::VectorXf wanted;
-    Eigen::VectorXf played;
-    unsigned delay = 0; ///< samples by which the played response comes later
+    dsp::ResponseError error;
 };
 
-/** Draws one panel a channel: above the magnitude of both responses, below that of their difference, each as the
-    energy in twelfths of an octave.
+/** Draws one panel for each channel: above, the magnitudes of the filter and of what is played; below, the error
+    relative to the filter in the same band. A filter that is played exactly has no error to draw; the panel says so.
 
     @param file  .svg or .png
     @throws      Failure (kExitUsage, kExitOutput)
