@@ -63,7 +63,7 @@ bool isWritable (const std::filesystem::path& file) noexcept;
 /** Writes the bytes of a file to one that exists, or to a device or pipe. Waits for a pipe's reader. */
 void writeInto (const std::filesystem::path& source, const std::filesystem::path& target);
 
-/** Whether a path names what standard output is connected to. */
+/** Whether a path names the file or pipe that standard output is connected to. Never for a device, such as /dev/null. */
 bool isStandardOutput (const std::filesystem::path& file) noexcept;
 
 /** From the first call on, what the program prints on standard output goes to standard error: standard output then

@@ -347,8 +347,8 @@ bool isStandardOutput (const fs::path& file) noexcept
 {
     struct stat named = {}, output = {};
     const int fd = reservedOutput() >= 0 ? reservedOutput() : STDOUT_FILENO;
-    return ::stat (file.c_str(), &named) == 0 && ::fstat (fd, &output) == 0 && named.st_dev == output.st_dev
-           && named.st_ino == output.st_ino;
+    return ::stat (file.c_str(), &named) == 0 && ::fstat (fd, &output) == 0 && ! S_ISCHR (named.st_mode)
+           && named.st_dev == output.st_dev && named.st_ino == output.st_ino;
 }
 
 void reserveStandardOutput()
