@@ -88,22 +88,25 @@ std::vector<std::uint32_t> channelsToServe (const DownloadTarget& target, const 
 void warnOfNames (const DownloadTarget& target, const filters::FilterSetsImpl& set,
                   const std::vector<std::uint32_t>& served)
 {
-    const auto nameOf = [&] (std::uint32_t channel) {
-        for (const auto& info : target.deviceInfo.outputchannels())
-            if (info.channelindex() == channel)
-                return std::string_view (info.name());
+    std::map<std::uint32_t, std::string_view> names;
+    std::set<juce::String> servedNames;
+    const auto lowerCase = [] (std::string_view name) { return juceText (name).toLowerCase(); };
 
-        return std::string_view();
-    };
+    for (const auto& info : target.deviceInfo.outputchannels())
+        names.emplace (info.channelindex(), info.name());
+
+    for (const auto channel : served)
+        servedNames.insert (lowerCase (names[channel]));
 
     for (std::uint32_t place = 0; place < std::min<std::size_t> (served.size(), set.getFilterCount()); ++place)
     {
         const auto filterName = set.getChannelName (place);
-        const auto hasName = [&] (std::uint32_t channel) { return equalsIgnoringCase (nameOf (channel), filterName); };
+        const auto channelName = names[served[place]];
 
-        if (! filterName.empty() && ! hasName (served[place]) && std::any_of (served.begin(), served.end(), hasName))
+        if (! filterName.empty() && lowerCase (filterName) != lowerCase (channelName)
+            && servedNames.contains (lowerCase (filterName)))
             VELTRA_LOG (WARN, "Filter '" << logText (filterName) << "' goes to channel " << served[place] << " '"
-                                         << logText (nameOf (served[place]))
+                                         << logText (channelName)
                                          << "': filters go by their place in the description, not by name");
     }
 }

@@ -15,8 +15,6 @@
 
 #include "common/Contain.h"
 #include "dsp/FIIRDesign.h"
-#include "filters/FIIRSourceImpl.h"
-#include "filters/FilterDescriptionParser.h"
 #include "plugin/Session.h"
 #include "protocol/EventHandler.h"
 #include "protocol/ReplyHandlers.h"
@@ -35,8 +33,6 @@ extern "C" const char* __lsan_default_suppressions() { return "leak:google::prot
 namespace veltra::test {
 
 namespace {
-
-using parser::FIIR::EResult;
 
 constexpr std::size_t most = 100000; // allocations of an operation; a loop that comes so far does not end
 
@@ -109,120 +105,8 @@ long long blocksOf (const Message& message)
 class AllocationFailure : public DeviceFixture
 {
 protected:
-    AllocationFailure() { log.reset(); } // which keeps what it is told
+    AllocationFailure() { log.reset(); } // which keeps its lines
 };
-
-/** Two channels with long enough responses for every structure at both rates. */
-std::string longDescription (int taps)
-{
-    std::vector<float> response (static_cast<std::size_t> (taps));
-
-    for (int n = 0; n < taps; ++n)
-        response[static_cast<std::size_t> (n)] = (n % 3 == 0 ? 1.0f : -0.25f) / static_cast<float> (n + 1);
-
-    return DescriptionBuilder ("Room", "FIIR")
-        .channel ("FL", 1, R"(MaxFilterGaindB="3")")
-        .fiir (4800, response, { { -1.5f, 0.6f, 0.01f, 0.02f } }, "Delay=48")
-        .channel ("A channel with a name that needs an allocation", 2)
-        .fiir (4800, response, { { 0.5f, 0.25f, -0.5f, 0.75f } })
-        .text();
-}
-
-}
-
-TEST_F (AllocationFailure, AParsedDescriptionIsWholeOrRefused)
-{
-    struct State
-    {
-        filters::FilterSetsImpl set;
-        EResult result = parser::FIIR::UnknownError;
-    };
-
-    const auto text = longDescription (200);
-
-    failEachAllocation (
-        "parse", 0, [] { return State(); },
-        [&] (State& state) { state.result = parser::FIIR::parse (text.c_str(), &state.set, "Veltra"); },
-        [&] (State& state, bool isUndisturbed) {
-            EXPECT_TRUE (! isUndisturbed || state.result == parser::FIIR::Success);
-
-            // What was reported until then stays, and can be used.
-            for (std::uint32_t i = 0; i < state.set.getFilterCount(); ++i)
-                state.set.getFIR (4800, i);
-
-            filters::FilterSetsImpl again;
-            EXPECT_EQ (parser::FIIR::parse (text.c_str(), &again, "Veltra"), parser::FIIR::Success);
-
-            for (std::uint32_t i = 0; state.result == parser::FIIR::Success && i < 2; ++i)
-                EXPECT_EQ (state.set.getFIR (4800, i), again.getFIR (4800, i));
-        });
-}
-
-TEST_F (AllocationFailure, AConversionMakesTheSameBytesAfterOneThatFailed)
-{
-    struct State
-    {
-        std::unique_ptr<filters::FilterSetsImpl> set = std::make_unique<filters::FilterSetsImpl>();
-        juce::MemoryBlock blob;
-        juce::Result result = juce::Result::ok();
-        bool hasEnded = false;
-    };
-
-    const auto text = longDescription (64);
-    const juce::String names[] = { "FIR", "FIIR", "VLFIR", "VLFIR2" };
-
-    for (const auto& name : names)
-    {
-        if (topology::createTopology (name, {}) == nullptr)
-            continue;
-
-        for (const std::uint32_t rate : { 4800u, 2400u }) // the second one is resampled
-        {
-            const auto parameters = topology::parseParameters ("NbrOfFIRTaps=64;NbrOfIIRSections=2");
-            juce::PropertySet noSettings;
-
-            const auto convert = [&] (filters::FilterSetsImpl& set, juce::MemoryBlock& blob) {
-                auto result = juce::Result::ok();
-                filters::FIIRSourceImpl source (set, { 0, 1 }, rate);
-
-                if (const auto topology = topology::createTopology (name, {}))
-                    topology->createFilterData (result, source, parameters, rate, blob, noSettings);
-                else
-                    result = juce::Result::fail ("no memory");
-
-                return result;
-            };
-
-            const auto prepare = [&] {
-                State state;
-                EXPECT_EQ (parser::FIIR::parse (text.c_str(), state.set.get(), "Veltra"), parser::FIIR::Success);
-                return state;
-            };
-
-            juce::MemoryBlock expected;
-            auto reference = prepare();
-            const auto outcome = convert (*reference.set, expected);
-            ASSERT_TRUE (outcome.wasOk()) << outcome.getErrorMessage();
-
-            failEachAllocation ((name + " at " + juce::String (rate) + " Hz").toRawUTF8(), 0, prepare,
-                                [&] (State& state) {
-                                    state.result = convert (*state.set, state.blob);
-                                    state.hasEnded = true;
-                                },
-                                [&] (State& state, bool isUndisturbed) {
-                                    EXPECT_TRUE (! isUndisturbed || (state.hasEnded && state.result.wasOk()));
-
-                                    EXPECT_TRUE (! state.hasEnded || state.result.failed() || state.blob == expected);
-
-                                    juce::MemoryBlock again;
-                                    EXPECT_TRUE (convert (*state.set, again).wasOk());
-                                    EXPECT_EQ (again, expected);
-                                });
-        }
-    }
-}
-
-namespace {
 
 Eigen::VectorXf decayingModes (Eigen::Index taps)
 {
@@ -278,7 +162,7 @@ TEST_F (AllocationFailure, ADesignNeedsNoThreads)
     EXPECT_EQ (convert(), expected);
 }
 
-/** At the roots of our threads there is nobody to catch anything, and no memory for a line in the log either. */
+/** Nothing above the roots of our threads catches an exception, and there is no memory for a line in the log either. */
 TEST_F (AllocationFailure, AFailureOnAThreadOfOursIsContained)
 {
     const LogLines lines; // which switches the log on
@@ -392,7 +276,29 @@ TEST_F (AllocationFailure, ASessionThatDoesNotOpenCanBeOpenedAgain)
 
 TEST_F (AllocationFailure, ADownloadSendsTheSameAfterOneThatFailed)
 {
-    const auto text = description().text();
+    // Every structure; upwards, since a rate that was resampled counts for those below it.
+    auto& rates = *profile.unit.mutable_devices (0)->mutable_configurations (0)->mutable_samplerates();
+    rates.Clear();
+    profile.topologyInfo.clear_topologies();
+
+    for (const auto& [name, rate] :
+         { std::pair ("FIR", 2400u), { "VLFIR", 3000u }, { "VLFIR2", 3600u }, { "FIIR", 4800u } })
+    {
+        auto& topology = *profile.topologyInfo.add_topologies();
+        topology.set_name (name);
+        topology.set_samplerate (rate);
+        topology.set_information ("NbrOfFIRTaps=64;NbrOfIIRSections=2");
+        rates.Add (rate);
+    }
+
+    const auto response = decayingModes (64);
+    const std::vector<float> taps (response.begin(), response.end());
+    const auto text = DescriptionBuilder()
+                          .channel ("FL", 1, "MaxFilterGaindB='3'")
+                          .fiir (4800, taps, { { -1.5f, 0.6f, 0.01f, 0.02f } }, "Delay=48")
+                          .channel ("A channel with a name that needs an allocation", 2)
+                          .fiir (4800, taps, { { 0.5f, 0.25f, -0.5f, 0.75f } })
+                          .text();
     std::optional<std::uint32_t> expected;
 
     const auto prepare = [&] {

@@ -21,7 +21,7 @@ int depthOf (const rapidxml::xml_node<char>& node)
     return deepest;
 }
 
-/** The scan that stands before RapidXml never takes a random text for shallower than RapidXml does, and seldom refuses
+/** The scan before RapidXml never takes a random text for shallower than RapidXml does, and seldom refuses
     one that RapidXml takes. */
 TEST (DescriptionDepth, NoTextIsDeeperThanItWasFoundToBe)
 {

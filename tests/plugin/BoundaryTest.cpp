@@ -34,15 +34,18 @@ std::string outputOf (const std::string& command)
     return output;
 }
 
-/** The place of an operation in its class's table of operations, counted in slots. The ABI of all systems but
-    Windows keeps it in the pointer to the member, plus one. */
-template <typename Member>
-std::size_t slotOf (Member member)
+/** Expects operations in successive slots of their class's table. The ABI of all systems but Windows keeps the slot,
+    in bytes and plus one, in the pointer to the member. */
+template <typename... Members>
+void expectInOrder (std::size_t first, Members... members)
 {
-    std::uintptr_t offset;
-    static_assert (sizeof (member) >= sizeof (offset));
-    std::memcpy (&offset, &member, sizeof (offset));
-    return (offset - 1) / sizeof (void*);
+    const auto expectNext = [&first] (const auto& member) {
+        std::uintptr_t offset;
+        static_assert (sizeof (member) >= sizeof (offset));
+        std::memcpy (&offset, &member, sizeof (offset));
+        EXPECT_EQ ((offset - 1) / sizeof (void*), first++);
+    };
+    (expectNext (members), ...);
 }
 
 }
@@ -62,69 +65,28 @@ TEST (Boundary, TheBuiltFileShowsExactlyThreeSymbols)
 /** A host that was compiled years ago calls by these numbers. Slots 0 and 1 are the destructor's. */
 TEST (Boundary, OperationsKeepTheirPlaces)
 {
-    const auto expectInOrder = [] (const std::vector<std::size_t>& slots, std::size_t first) {
-        for (std::size_t i = 0; i < slots.size(); ++i)
-            EXPECT_EQ (slots[i], first + i);
-    };
-
-    expectInOrder ({ slotOf (&Plugin::GetName), slotOf (&Plugin::GetVendor), slotOf (&Plugin::GetVersion),
-                     slotOf (&Plugin::GetDate), slotOf (&Plugin::FindDevices), slotOf (&Plugin::GetDevice) },
-                   2);
-
-    expectInOrder ({ slotOf (&Device::GetName),
-                     slotOf (&Device::GetCapabilities),
-                     slotOf (&Device::GetExtendedCapabilities),
-                     slotOf (&Device::ReservedCall1),
-                     slotOf (&Device::GetChannelCount),
-                     slotOf (&Device::GetChannelName),
-                     slotOf (&Device::GetSampleRate),
-                     slotOf (&Device::GetDefaultSampleRate),
-                     slotOf (&Device::EnterMeasurementMode),
-                     slotOf (&Device::LeaveMeasurementMode),
-                     slotOf (&Device::StartStimulus),
-                     slotOf (&Device::StartGenericStimulus),
-                     slotOf (&Device::StopStimulus),
-                     slotOf (&Device::IsStimulusPlaying),
-                     slotOf (&Device::GetStimulusInformation),
-                     slotOf (&Device::GetStimulusLatency),
-                     slotOf (&Device::GetFilterSlotCount),
-                     slotOf (&Device::SetActiveFilterSlot),
-                     slotOf (&Device::GetActiveFilterSlot),
-                     slotOf (&Device::GetFilterSet),
-                     slotOf (&Device::ReservedCall2),
-                     slotOf (&Device::LoadFilterSet),
-                     slotOf (&Device::RemoveFilterSet),
-                     slotOf (&Device::SetFiltering),
-                     slotOf (&Device::GetFiltering),
-                     slotOf (&Device::SetVolume),
-                     slotOf (&Device::GetVolume),
-                     slotOf (&Device::GetMaxChannelAttenuation),
-                     slotOf (&Device::SetChannelAttenuation),
-                     slotOf (&Device::GetChannelAttenuation),
-                     slotOf (&Device::ReservedCall3),
-                     slotOf (&Device::ReservedCall4),
-                     slotOf (&Device::ReservedCall5),
-                     slotOf (&Device::GetTopologyParameters),
-                     slotOf (&Device::GetLastError),
-                     slotOf (&Device2::IsReady),
-                     slotOf (&Device2::ReservedCall6),
-                     slotOf (&Device2::DownloadFilterSet),
-                     slotOf (&Device2::RemoveFilterSet2),
-                     slotOf (&Device2::GetSerialNumber) },
-                   2);
-
-    expectInOrder ({ slotOf (&Filter::GetName), slotOf (&Filter::GetDescription), slotOf (&Filter::GetChannel),
-                     slotOf (&Filter::UnsupportedQuery1), slotOf (&Filter::UnsupportedQuery2),
-                     slotOf (&Filter::GetGaindB), slotOf (&Filter::UnsupportedQuery3),
-                     slotOf (&Filter::UnsupportedQuery4), slotOf (&Filter::GetDelayMs), slotOf (&Filter::Reserved) },
-                   2);
-
-    expectInOrder ({ slotOf (&FilterSet::GetName), slotOf (&FilterSet::GetTechnology), slotOf (&FilterSet::GetFilter) },
-                   2);
+    expectInOrder (2, &Plugin::GetName, &Plugin::GetVendor, &Plugin::GetVersion, &Plugin::GetDate, &Plugin::FindDevices,
+                   &Plugin::GetDevice);
+    expectInOrder (2, &Device::GetName, &Device::GetCapabilities, &Device::GetExtendedCapabilities,
+                   &Device::ReservedCall1, &Device::GetChannelCount, &Device::GetChannelName, &Device::GetSampleRate,
+                   &Device::GetDefaultSampleRate, &Device::EnterMeasurementMode, &Device::LeaveMeasurementMode,
+                   &Device::StartStimulus, &Device::StartGenericStimulus, &Device::StopStimulus,
+                   &Device::IsStimulusPlaying, &Device::GetStimulusInformation, &Device::GetStimulusLatency,
+                   &Device::GetFilterSlotCount, &Device::SetActiveFilterSlot, &Device::GetActiveFilterSlot,
+                   &Device::GetFilterSet, &Device::ReservedCall2, &Device::LoadFilterSet, &Device::RemoveFilterSet,
+                   &Device::SetFiltering, &Device::GetFiltering, &Device::SetVolume, &Device::GetVolume,
+                   &Device::GetMaxChannelAttenuation, &Device::SetChannelAttenuation, &Device::GetChannelAttenuation,
+                   &Device::ReservedCall3, &Device::ReservedCall4, &Device::ReservedCall5,
+                   &Device::GetTopologyParameters, &Device::GetLastError, &Device2::IsReady, &Device2::ReservedCall6,
+                   &Device2::DownloadFilterSet, &Device2::RemoveFilterSet2, &Device2::GetSerialNumber);
+    expectInOrder (2, &Filter::GetName, &Filter::GetDescription, &Filter::GetChannel, &Filter::UnsupportedQuery1,
+                   &Filter::UnsupportedQuery2, &Filter::GetGaindB, &Filter::UnsupportedQuery3,
+                   &Filter::UnsupportedQuery4, &Filter::GetDelayMs, &Filter::Reserved);
+    expectInOrder (2, &FilterSet::GetName, &FilterSet::GetTechnology, &FilterSet::GetFilter);
 
     // The host's own objects have no virtual destructor.
-    expectInOrder ({ slotOf (&CaptureCallback::OnCaptureStart), slotOf (&CaptureCallback::OnCaptureData) }, 2);
-    expectInOrder ({ slotOf (&ProgressCallback::OnProgressText), slotOf (&ProgressCallback::OnProgress) }, 1);
+    expectInOrder (2, &CaptureCallback::OnCaptureStart, &CaptureCallback::OnCaptureData);
+    expectInOrder (1, &ProgressCallback::OnProgressText, &ProgressCallback::OnProgress);
 }
 
 TEST (Boundary, OnlyVersionFiveIsHandedOut)

@@ -2,7 +2,7 @@
 
 /** @file
     Downloads that fail, stage by stage: the result, the words, the log, and that the device and the slot can be used
-    again. Stages that fail by waiting for seconds stand in WaitsTest.cpp.
+    again. Stages that fail by waiting for seconds are in WaitsTest.cpp.
 */
 
 #include "tests/support/DeviceFixture.h"
@@ -162,7 +162,7 @@ TEST_F (DownloadFailure, RefusedStages)
     }
 }
 
-/** A message above the limit cannot be sent; nothing is left to say about it. */
+/** A message above the limit cannot be sent. */
 TEST_F (DownloadFailure, StagesThatCannotBeSent)
 {
     auto& opened = openWithWords();
@@ -248,21 +248,6 @@ TEST_F (DownloadFailure, ChunksWhoseAttemptsAreUsedUp)
         expectFailure (opened, row.words, row.lines);
         expectWorks (opened);
     }
-}
-
-TEST_F (DownloadFailure, ChunksThatCannotBeSent)
-{
-    settings[keys::kFilterDataChunkRetries] = "2";
-    auto& opened = open();
-    progress.onProgress = [this] {
-        breakConnections();
-        return true;
-    };
-    EXPECT_EQ (download (opened), kResultFailed);
-    EXPECT_EQ (takeLastError (opened), "Filter data send failed, timeout");
-    EXPECT_EQ (failuresLogged(), (Lines { kFatalTimeout }));
-    EXPECT_EQ (chunks(), 1u);
-    EXPECT_EQ (setsIn (opened, 2), 0u);
 }
 
 /** No device has a limit so small that the messages before the chunks would fit and these would not. */

@@ -49,7 +49,7 @@ TEST_F (Download, PutsExactlyTheseBytesOnTheWire)
     ASSERT_EQ (download (opened), kResultOk);
 
     // A FIR device takes the first taps, with zeros where the response is shorter; a FIIR device takes taps and
-    // sections as they stand in the description.
+    // sections as the description gives them.
     const auto fir = floats (
         { 1.0f, 0.5f, -0.25f, 0.125f, 2.0f, -1.0f, 0.75f, 0.1f, 0.0f, 1.0f, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f });
     const auto fiir = floats ({ 0.9f,  0.8f,  0.7f,   0.6f,  0.5f,  0.4f,  0.3f, 0.2f, -1.5f, 0.6f, 0.01f,

@@ -10,6 +10,7 @@
 
 #include <sys/stat.h>
 
+#include "common/SettingKeys.h"
 #include "tests/support/Scratch.h"
 
 namespace veltra::test {
@@ -26,7 +27,7 @@ const std::string kSettingLine = "] Device is specified as TCP:127.0.0.1:1, skip
 const std::string kConnectingLine = "] Connecting to device @ 'TCP:127.0.0.1:1'...\n";
 const std::string kFailedLine = "] Connection to device @ 'TCP:127.0.0.1:1' failed\n";
 
-/** A copy of the module whose settings name an address at which nobody listens. */
+/** A copy of the module whose settings name an address without a listener. */
 class LogFile : public host::ScratchTest
 {
 protected:
@@ -45,7 +46,7 @@ protected:
     bool logHas (const std::string& line) const { return read (log).find (line) != std::string::npos; }
 
     const std::filesystem::path log = path ("logs/deep/veltra.log");
-    const host::ModuleCopy copy { MODULE_FILE, { { "Device", "TCP:127.0.0.1:1" } } };
+    const host::ModuleCopy copy { MODULE_FILE, { { keys::kDevice, "TCP:127.0.0.1:1" } } };
     HostModule module { copy.path() };
 };
 
@@ -69,6 +70,18 @@ TEST_F (LogFile, EachLineHasTheTimeAndTheTextAndTheLevelIsTheHostsChoice)
     start (log, kOff);
     search();
     EXPECT_EQ (read (log), "");
+
+    // The length bounds the path; it may count the end mark in.
+    const auto size = static_cast<std::int32_t> (log.string().size());
+
+    for (const auto& [name, length] :
+         { std::pair (log.string() + "and what follows", size), { log.string(), size + 1 } })
+    {
+        std::filesystem::remove (log);
+        module.setLogPath (name.c_str(), length, kInfo);
+        search();
+        EXPECT_TRUE (logHas (kSettingLine));
+    }
 }
 
 TEST_F (LogFile, StaysAtItsPathAndIsAppendedToByTheNextSession)
@@ -132,23 +145,10 @@ TEST_F (LogFile, WithoutOneAndWithAPathThatCannotBeOneThereIsSilence)
     EXPECT_TRUE (std::filesystem::is_directory (folder.path()));
 }
 
-TEST_F (LogFile, TheLengthBoundsThePath)
-{
-    const auto size = static_cast<std::int32_t> (log.string().size());
-    module.setLogPath ((log.string() + "and what follows").c_str(), size, kInfo);
-    search();
-    EXPECT_TRUE (logHas (kSettingLine));
-
-    std::filesystem::remove (log);
-    module.setLogPath (log.c_str(), size + 1, kInfo); // the end mark counted in
-    search();
-    EXPECT_TRUE (logHas (kSettingLine));
-}
-
-/** The settings are read from beside the module, wherever the host stands by then. */
+/** The settings are read from beside the module, whatever the current folder is by then. */
 TEST_F (LogFile, AModuleLoadedByARelativePathFindsItsSettingsLater)
 {
-    const host::ModuleCopy other (MODULE_FILE, { { "Device", "TCP:127.0.0.1:1" } });
+    const host::ModuleCopy other (MODULE_FILE, { { keys::kDevice, "TCP:127.0.0.1:1" } });
     const auto before = std::filesystem::current_path();
     std::filesystem::current_path (other.path().parent_path());
     const HostModule relative ("./" + other.path().filename().string());

@@ -2,7 +2,7 @@
 
 /** @file
     The operations of measurement control: their messages, their results and their words for each outcome. What they
-    do when no reply comes stands in WaitsTest.cpp.
+    do without a reply is in WaitsTest.cpp.
 */
 
 #include "tests/support/DeviceFixture.h"

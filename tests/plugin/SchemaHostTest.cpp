@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <log4cplus/logger.h>
 
+#include "common/SettingKeys.h"
 #include "protocol/veltraio.pb.h" // the test's own, not the module's
 #include "tests/plugin/HostModule.h"
 #include "tests/support/LogLines.h"
@@ -41,7 +42,7 @@ protected:
         waitFor ("out", "\n");
         const auto line = read (path ("out"));
         address = "TCP:" + line.substr (line.find ("127"), line.find ('\n') - line.find ("127"));
-        copy.emplace (MODULE_FILE, std::map<std::string, std::string> { { "Device", address } });
+        copy.emplace (MODULE_FILE, std::map<std::string, std::string> { { keys::kDevice, address } });
     }
 
     std::string address;
@@ -74,30 +75,26 @@ TEST_F (SchemaHost, LivesBesideTheModuleHoweverOftenThatComesAndGoes)
     EXPECT_NE (read (log).find ("manufacturer: \"Morvane\""), std::string::npos) << "the text form works too";
 }
 
-TEST_F (SchemaHost, KeepsItsOwnLog)
+TEST_F (SchemaHost, KeepsItsOwnLogAndNoLogFileIsLeftOpenByAModuleThatIsUnloadedWithoutRelease)
 {
-    const LogLines own;
     auto root = log4cplus::Logger::getRoot();
-    root.setLogLevel (log4cplus::INFO_LOG_LEVEL);
-    HostModule module (copy->path());
-    ASSERT_TRUE (module.get (5)->FindDevices());
-    EXPECT_EQ (own.all().front().text, "Device is specified as " + address + ", skipping UPnP search")
-        << "the module's lines go where the host's go";
-    module.unload();
-    EXPECT_EQ (root.getAllAppenders().size(), 1u);
-    EXPECT_EQ (root.getLogLevel(), log4cplus::INFO_LOG_LEVEL);
-}
-
-TEST_F (SchemaHost, AModuleThatIsUnloadedWithoutReleaseLeavesNoLogFileOpen)
-{
     HostModule module (copy->path());
     module.setLogPath (log.c_str(), -1, 0);
     ASSERT_TRUE (module.get (5)->FindDevices());
-    auto root = log4cplus::Logger::getRoot();
     EXPECT_EQ (root.getAllAppenders().size(), 1u);
     module.unload();
     EXPECT_TRUE (root.getAllAppenders().empty());
     EXPECT_EQ (root.getLogLevel(), log4cplus::OFF_LOG_LEVEL);
+
+    const LogLines own;
+    root.setLogLevel (log4cplus::INFO_LOG_LEVEL);
+    HostModule again (copy->path());
+    ASSERT_TRUE (again.get (5)->FindDevices());
+    EXPECT_EQ (own.all().front().text, "Device is specified as " + address + ", skipping UPnP search")
+        << "the module's lines go where the host's go";
+    again.unload();
+    EXPECT_EQ (root.getAllAppenders().size(), 1u);
+    EXPECT_EQ (root.getLogLevel(), log4cplus::INFO_LOG_LEVEL);
 }
 
 }

@@ -7,6 +7,7 @@
 
 #include "tests/support/DeviceFixture.h"
 
+#include "common/SettingKeys.h"
 #include "plugin/Session.h"
 
 namespace veltra::test {
@@ -20,7 +21,7 @@ class SessionOpening : public DeviceFixture
 protected:
     std::string address() const { return "TCP:" + receiver->address(); }
 
-    /** Opens a device with many channels and tells whether a StartStimulus whose envelope has so many bytes goes out. */
+    /** Whether a StartStimulus goes out when its envelope has so many bytes. */
     bool goesOut (std::size_t envelopeBytes)
     {
         startAfresh();
@@ -128,7 +129,7 @@ TEST_F (SessionOpening, WhereNobodyListensTheSearchFails)
     for (const auto* where : { "TCP:127.0.0.1:1", "TCP:127.0.0.1", "TCP:", "SERIAL:1", "nonsense", ":" })
     {
         startAfresh();
-        settings["Device"] = where;
+        settings[keys::kDevice] = where;
         EXPECT_FALSE (find()) << where;
         EXPECT_EQ (failuresLogged().back(), std::string ("WARN Connection to device @ '") + where + "' failed");
     }

@@ -38,7 +38,7 @@ inline std::string list (std::span<const float> values)
                              .fiir (48000, { 1.0f }, { { -1.8f, 0.81f, 0.1f, 0.0f } }, "Delay=48")
                              .text();
 
-    Attributes go into the text as they stand, so a test can put anything there.
+    Attributes go into the text unchanged, so a test can put anything there.
 */
 class DescriptionBuilder
 {

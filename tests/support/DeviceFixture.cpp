@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "tests/support/DeviceFixture.h"
+#include "common/SettingKeys.h"
 
 #include <stdexcept>
 
@@ -69,7 +70,7 @@ bool DeviceFixture::find()
     if (plugin == nullptr)
     {
         juce::String text ("<PROPERTIES>");
-        settings.try_emplace ("Device", "TCP:" + receiver->address());
+        settings.try_emplace (keys::kDevice, "TCP:" + receiver->address());
 
         for (const auto& [key, value] : settings)
             text << "<VALUE name=\"" << key << "\" val=\"" << value << "\"/>";
@@ -107,7 +108,7 @@ void DeviceFixture::startAfresh()
 {
     plugin = nullptr;
     receiver = nullptr;
-    settings.erase ("Device");
+    settings.erase (keys::kDevice);
     options.faults.clear();
     log.emplace();
 }

@@ -55,7 +55,7 @@ protected:
 
     veltratune_io::Device2& device (std::uint32_t index);
 
-    /** Away with plug-in object and receiver, with the faults and the lines of the log. */
+    /** Removes plug-in object and receiver, the faults and the lines of the log. */
     void startAfresh();
 
     /** Changes the receiver's faults, also while it runs; see FaultScript.h for the lines. */
