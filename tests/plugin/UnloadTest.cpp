@@ -121,7 +121,7 @@ TEST_F (Unload, AProcessThatEndsWithoutReleaseEndsWell)
             const HostModule module (file);
             module.setLogPath ((file.parent_path() / "veltra.log").c_str(), -1, 0);
             const bool isOpen = module.get (kPluginInterfaceVersion)->FindDevices();
-            host::Transient::removeAllForGood();
+            Transient::removeAllForGood();
             std::exit (isOpen ? 0 : 1);
         },
         testing::ExitedWithCode (0), "^$");
