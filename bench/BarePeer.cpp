@@ -13,6 +13,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "common/BigEndian.h"
+
 namespace veltra::bench {
 
 namespace {
@@ -44,15 +46,7 @@ sockaddr_in loopback (int port)
     return address;
 }
 
-std::size_t bodySize (const std::array<char, headerSize>& header)
-{
-    std::size_t size = 0;
-
-    for (std::size_t i = 3; i < 3 + 4; ++i)
-        size = size << 8 | static_cast<unsigned char> (header[i]);
-
-    return size;
-}
+std::size_t bodySize (const std::array<char, headerSize>& header) { return getBigEndian (header.data() + 3); }
 
 }
 

@@ -97,7 +97,7 @@ void BM_Capture (benchmark::State& state)
 
     PacketCount count;
     auto& wire = *connection;
-    veltraio::Dispatcher dispatcher (std::move (connection), markerText, true);
+    veltraio::Dispatcher dispatcher (std::move (connection), envelopeMarkerText, true);
     plugin::AudioCapture capture (wire);
     capture.start (&count);
 

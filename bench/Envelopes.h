@@ -11,14 +11,14 @@
 
 namespace veltra::bench {
 
-inline constexpr const char* markerText = "2101FF";
+using veltraio::envelopeMarkerText;
 
 /** A message's whole envelope. */
 template <class T>
 std::string envelopeOf (const T& message)
 {
     juce::MemoryBlock marker;
-    marker.loadFromHexString (markerText);
+    marker.loadFromHexString (envelopeMarkerText);
     juce::MemoryOutputStream stream;
 
     if (! veltraio::putEnvelope (stream, marker, veltraio::IdType<T>::value, message))

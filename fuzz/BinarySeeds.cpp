@@ -47,7 +47,7 @@ template <class Message>
 std::string envelope (const Message& message)
 {
     juce::MemoryOutputStream stream;
-    const juce::MemoryBlock marker ("\x21\x01\xff", 3);
+    const juce::MemoryBlock marker (defaultEnvelopeMarker.data(), defaultEnvelopeMarker.size());
     putEnvelope (stream, marker, IdType<Message>::value, message);
     return { static_cast<const char*> (stream.getData()), stream.getDataSize() };
 }

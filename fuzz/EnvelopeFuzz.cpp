@@ -54,7 +54,7 @@ extern "C" int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t siz
     const std::size_t pieceSize = *data++ + std::size_t { 1 };
     --size;
 
-    Dispatcher dispatcher (std::make_unique<LocalConnection>(), "2101FF", true);
+    Dispatcher dispatcher (std::make_unique<LocalConnection>(), envelopeMarkerText, true);
     AcknowledgeHandler acknowledge (dispatcher);
     MessageHandler<Unit> unit (dispatcher);
     MessageHandler<Volume> volume (dispatcher);

@@ -13,7 +13,6 @@ using veltraio::Request;
 
 namespace {
 
-constexpr const char* kFrameMarker = "2101FF";
 constexpr std::uint32_t kProtocolInfoTimeout_ms = 1000;
 constexpr std::uint32_t kDescriptionTimeout_ms = 2000;
 
@@ -62,7 +61,7 @@ std::unique_ptr<Session> openSession (std::unique_ptr<veltra::ipc::Connection> c
                                       const juce::String& friendlyName, juce::PropertySet& settings)
 {
     auto session = std::make_unique<Session>();
-    session->dispatcher = std::make_unique<veltraio::Dispatcher> (std::move (connection), kFrameMarker,
+    session->dispatcher = std::make_unique<veltraio::Dispatcher> (std::move (connection), veltraio::envelopeMarkerText,
                                                                   readBool (settings, keys::kTimeout, true));
     auto& dispatcher = *session->dispatcher;
     agreeOnMessageLimit (dispatcher);

@@ -3,6 +3,8 @@
 
 #include <limits>
 
+#include "common/BigEndian.h"
+
 namespace veltraio {
 
 bool putEnvelope (juce::MemoryOutputStream& stream, const juce::MemoryBlock& marker, std::int32_t messageId,
@@ -23,9 +25,15 @@ bool putEnvelope (juce::MemoryOutputStream& stream, const juce::MemoryBlock& mar
     message.SerializeWithCachedSizesToArray (static_cast<std::uint8_t*> (body.getData()));
 
     stream.write (marker.getData(), marker.getSize());
-    stream.writeIntBigEndian (static_cast<int> (bodySize));
-    stream.writeIntBigEndian (messageId);
-    stream.writeIntBigEndian (static_cast<int> (envelopeHash (body.getData(), bodySize)));
+
+    for (const auto word : { static_cast<std::uint32_t> (bodySize), static_cast<std::uint32_t> (messageId),
+                             envelopeHash (body.getData(), bodySize) })
+    {
+        std::array<char, 4> bytes;
+        veltra::putBigEndian (bytes.data(), word);
+        stream.write (bytes.data(), bytes.size());
+    }
+
     return stream.write (body.getData(), bodySize);
 }
 
@@ -35,10 +43,10 @@ std::optional<ReceivedEnvelope> getEnvelope (const juce::MemoryBlock& block) noe
         return std::nullopt;
 
     const auto* bytes = static_cast<const char*> (block.getData());
-    const ReceivedEnvelope envelope { static_cast<std::int32_t> (juce::ByteOrder::bigEndianInt (bytes)), bytes + 4 + 4,
+    const ReceivedEnvelope envelope { static_cast<std::int32_t> (veltra::getBigEndian (bytes)), bytes + 4 + 4,
                                       block.getSize() - 4 - 4 };
 
-    if (envelopeHash (envelope.body, envelope.bodySize) != juce::ByteOrder::bigEndianInt (bytes + 4))
+    if (envelopeHash (envelope.body, envelope.bodySize) != veltra::getBigEndian (bytes + 4))
         return std::nullopt;
 
     return envelope;

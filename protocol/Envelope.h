@@ -2,7 +2,7 @@
 #pragma once
 
 /** @file
-    The bytes round a message; all integers are big-endian, there is no padding:
+    The bytes around a message; all integers are big-endian, there is no padding:
 
         marker     3   0x21 0x01 0xFF (configurable, so that all that follows moves with its length)
         length     4   bytes of the body
@@ -11,6 +11,7 @@
         body       length bytes, the message's protobuf serialisation
 */
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -24,7 +25,7 @@ namespace veltraio {
 /** The hash of the device protocol: h = h * 31 + byte in 32-bit arithmetic from 0, bytes taken as unsigned.
 
     Over an envelope's body it is the checksum, over a message's full name the message's identifier. The empty
-    text hashes to 0. It finds transmission faults, nothing more: anybody can make a body of a given hash.
+    text hashes to 0. It detects transmission faults; it does not protect against forged messages.
 */
 constexpr std::uint32_t envelopeHash (std::string_view bytes) noexcept
 {
@@ -48,15 +49,15 @@ inline std::uint32_t envelopeHash (const void* data, std::size_t size) noexcept
     return envelopeHash (std::string_view (static_cast<const char*> (data), size));
 }
 
-/** No message of the schema: stands for "every message" when a handler is registered. */
+/** Not a message of the schema: registers a handler for every message. */
 struct AnyMessage
 {
 };
 
 /** The identifier of message type T on the wire: the envelope hash of its full name, "veltraio.Ping" for example.
 
-    There is no table in the protocol; both sides compute the same values from the schema's names. The wire
-    carries the 32-bit pattern, which the code holds in a signed word. Computed when the module is loaded.
+    There is no table in the protocol; both sides compute the same values from the schema's names. The code holds the
+    32-bit pattern in a signed word. Computed when the module is loaded.
 */
 template <class T>
 struct IdType
@@ -72,7 +73,21 @@ struct IdType<AnyMessage>
     static constexpr std::int32_t value = 0;
 };
 
-/** What stands between marker and body. */
+/** The marker in hexadecimal. */
+inline constexpr char envelopeMarkerText[] = "2101FF";
+
+inline constexpr auto defaultEnvelopeMarker = [] {
+    constexpr auto digit = [] (char text) { return text <= '9' ? text - '0' : text - 'A' + 10; };
+    std::array<std::uint8_t, (sizeof (envelopeMarkerText) - 1) / 2> bytes {};
+
+    for (std::size_t i = 0; i < bytes.size(); ++i)
+        bytes[i] =
+            static_cast<std::uint8_t> (digit (envelopeMarkerText[2 * i]) << 4 | digit (envelopeMarkerText[2 * i + 1]));
+
+    return bytes;
+}();
+
+/** The fields between marker and body. */
 inline constexpr std::size_t envelopeFieldsSize = 4 + 4 + 4;
 
 /** Writes a whole envelope at the start of an empty stream.

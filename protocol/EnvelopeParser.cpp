@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "common/BigEndian.h"
 #include "protocol/Envelope.h"
 
 namespace veltraio {
@@ -14,13 +15,12 @@ namespace {
 
 constexpr std::size_t maximumMarkerSize = 64;
 constexpr std::size_t lengthSize = 4;
-constexpr std::uint8_t defaultMarker[] = { 0x21, 0x01, 0xFF };
 
 std::mutex markerLock;
 
 std::vector<std::uint8_t>& processMarker()
 {
-    static std::vector<std::uint8_t> marker (std::begin (defaultMarker), std::end (defaultMarker));
+    static std::vector<std::uint8_t> marker (defaultEnvelopeMarker.begin(), defaultEnvelopeMarker.end());
     return marker;
 }
 
@@ -32,7 +32,7 @@ void setEnvelopeMarker (std::span<const std::uint8_t> marker)
         throw std::invalid_argument ("The envelope marker is too long");
 
     if (marker.empty())
-        marker = defaultMarker;
+        marker = defaultEnvelopeMarker;
 
     const std::lock_guard guard (markerLock);
     processMarker().assign (marker.begin(), marker.end());
@@ -94,7 +94,7 @@ void VeltraIOEnvelopeParser::takeOpening (std::uint8_t byte)
 
 void VeltraIOEnvelopeParser::readLength()
 {
-    const auto length = juce::ByteOrder::bigEndianInt (buffer.data() + marker.size());
+    const auto length = veltra::getBigEndian (buffer.data() + marker.size());
 
     // Compared this way round so that no length can wrap the sum.
     if (length > bufferSize - 1 - marker.size() - envelopeFieldsSize)

@@ -12,9 +12,9 @@
 
 namespace veltraio {
 
-/** The bytes that open each envelope, for the whole process: 0x21, 0x01, 0xFF unless somebody sets others.
+/** The bytes that open each envelope, for the whole process: defaultEnvelopeMarker unless others are set.
 
-    A parser takes the marker that holds when it is made and keeps it. An empty list brings the default back.
+    A parser takes the marker that holds when it is made and keeps it. An empty list restores the default.
     @throws std::invalid_argument for more than 64 bytes. Any thread.
 */
 void setEnvelopeMarker (std::span<const std::uint8_t> marker);
@@ -22,8 +22,8 @@ std::vector<std::uint8_t> getEnvelopeMarker();
 
 /** Finds envelopes in a byte stream (docs/wire-format.md has their layout).
 
-    Everything that is no envelope is skipped without a word: noise, an envelope that is longer than the buffer,
-    and the beginning of one that stops arriving for a second. Whoever waits for the lost message sees a time-out.
+    All other bytes are skipped silently: noise, an envelope that is longer than the buffer, and the beginning of one
+    that stops arriving for a second. The handler that waits for the lost message sees a time-out.
 
     The object holds a buffer of 32 KiB. One thread at a time.
 */

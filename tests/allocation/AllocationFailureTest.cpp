@@ -198,8 +198,8 @@ TEST_F (AllocationFailure, AMessageThatIsLostIsFollowedByOneThatArrives)
 {
     struct State
     {
-        std::unique_ptr<veltraio::Dispatcher> dispatcher =
-            std::make_unique<veltraio::Dispatcher> (std::make_unique<AnsweringConnection>(), "2101FF", true);
+        std::unique_ptr<veltraio::Dispatcher> dispatcher = std::make_unique<veltraio::Dispatcher> (
+            std::make_unique<AnsweringConnection>(), veltraio::envelopeMarkerText, true);
         std::unique_ptr<veltraio::MessageHandler<veltraio::Unit>> handler =
             std::make_unique<veltraio::MessageHandler<veltraio::Unit>> (*dispatcher);
     };

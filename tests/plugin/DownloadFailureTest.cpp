@@ -255,7 +255,8 @@ TEST_F (DownloadFailure, AMessageLimitWithoutRoomForASample)
 {
     open();
     veltraio::ConnectionManager manager (0);
-    veltraio::Dispatcher dispatcher (manager.Connect ("TCP:" + receiver->address()), "2101FF", true);
+    veltraio::Dispatcher dispatcher (manager.Connect ("TCP:" + receiver->address()), veltraio::envelopeMarkerText,
+                                     true);
     dispatcher.setMessageLimit (15 + 2 + 2 + 2 + 2 + 3);
     juce::PropertySet none;
     std::string words = "earlier";

@@ -13,7 +13,7 @@
 namespace {
 
 using namespace std::string_literals;
-using veltra::test::bigEndian;
+using veltra::bigEndian;
 using veltra::test::envelopeOf;
 
 /** Identifier, checksum and body as the parser hands them up. */
@@ -32,14 +32,10 @@ struct Parser : veltraio::VeltraIOEnvelopeParser
     void onEnvelope (const juce::MemoryBlock& block) override
     {
         blocks.emplace_back (static_cast<const char*> (block.getData()), block.getSize());
-
-        if (fails)
-            throw std::runtime_error ("handler");
     }
 
     std::int64_t now = 1000000;
     std::vector<std::string> blocks;
-    bool fails = false;
 };
 
 TEST (EnvelopeHash, CountsBytesAsUnsignedAndWraps)
@@ -72,7 +68,8 @@ TEST (EnvelopeParser, FindsEnvelopesInPiecesOfAnySizeAndBetweenNoise)
 {
     const auto first = envelopeOf ("veltraio.Acknowledge", "\x08\x01");
     const auto second = envelopeOf ("veltraio.Pong", "");
-    const auto stream = "noise\x21\x01\x21"s + first + second + "\x21\x21\x01\xFF more noise" + second;
+    // A byte that breaks the marker is not looked at again: the envelope behind "!" is lost.
+    const auto stream = "noise\x21\x01\x21 "s + first + second + "more noise!" + first + second;
 
     for (std::size_t piece = 1; piece <= stream.size(); ++piece)
     {
@@ -86,13 +83,6 @@ TEST (EnvelopeParser, FindsEnvelopesInPiecesOfAnySizeAndBetweenNoise)
     }
 }
 
-TEST (EnvelopeParser, AByteThatBreaksTheMarkerIsNotLookedAtAgain)
-{
-    Parser parser;
-    parser.feed ("\x21"s + envelopeOf ("veltraio.Pong", ""));
-    EXPECT_TRUE (parser.blocks.empty());
-}
-
 TEST (EnvelopeParser, TheLargestEnvelopeIs32767BytesAndALongerOneIsSkipped)
 {
     Parser parser;
@@ -101,7 +91,7 @@ TEST (EnvelopeParser, TheLargestEnvelopeIs32767BytesAndALongerOneIsSkipped)
     ASSERT_EQ (1u, parser.blocks.size());
     EXPECT_EQ (largest, parser.blocks[0].substr (8));
 
-    // The length alone decides; a sum with the header that wraps round 32 bits is no way in.
+    // The length alone decides; the sum with the header may not wrap around.
     for (const std::uint32_t length : { 32768u - 15, 0x7fffffffu, 0x80000000u, 0xfffffff0u, 0xfffffff1u, 0xffffffffu })
     {
         parser.blocks.clear();
@@ -115,7 +105,15 @@ TEST (EnvelopeParser, TheLargestEnvelopeIs32767BytesAndALongerOneIsSkipped)
 TEST (EnvelopeParser, APartialEnvelopeIsDroppedAfterAPauseOfASecond)
 {
     const auto envelope = envelopeOf ("veltraio.Acknowledge", "\x08\x01");
-    const auto deliveredAfter = [&] (std::vector<std::int64_t> pauses) {
+    const std::vector<std::pair<std::vector<std::int64_t>, bool>> cases {
+        { { 999 }, true },
+        { { 1000 }, false },
+        { { 999, 999, 999 }, true }, // an empty read counts as well
+        { { -5000, 999 }, true },    // a clock that steps backwards drops nothing
+    };
+
+    for (const auto& [pauses, isDelivered] : cases)
+    {
         Parser parser;
         parser.feed (envelope.substr (0, 10));
 
@@ -126,26 +124,9 @@ TEST (EnvelopeParser, APartialEnvelopeIsDroppedAfterAPauseOfASecond)
         }
 
         parser.feed (envelope.substr (10));
-        const bool delivered = ! parser.blocks.empty();
         parser.feed (envelope);
-        EXPECT_EQ (delivered ? 2u : 1u, parser.blocks.size()) << "the next one is not found";
-        return delivered;
-    };
-
-    EXPECT_TRUE (deliveredAfter ({ 999 }));
-    EXPECT_FALSE (deliveredAfter ({ 1000 }));
-    EXPECT_TRUE (deliveredAfter ({ 999, 999, 999 })) << "an empty read counts as well";
-    EXPECT_TRUE (deliveredAfter ({ -5000, 999 })) << "a clock that steps backwards drops nothing";
-}
-
-TEST (EnvelopeParser, AHandlerThatThrowsLeavesTheParserInStep)
-{
-    Parser parser;
-    parser.fails = true;
-    EXPECT_THROW (parser.feed (envelopeOf ("veltraio.Pong", "")), std::runtime_error);
-    parser.fails = false;
-    parser.feed (envelopeOf ("veltraio.Pong", ""));
-    EXPECT_EQ (2u, parser.blocks.size());
+        EXPECT_EQ (isDelivered ? 2u : 1u, parser.blocks.size());
+    }
 }
 
 TEST (EnvelopeParser, TheMarkerIsTheOneThatHeldWhenTheParserWasMade)

@@ -5,17 +5,13 @@
 #include <string>
 #include <string_view>
 
+#include "common/BigEndian.h"
+
 /** @file
     The protocol's envelope as its rules say, written once more so that the module's own code is not its own judge.
 */
 
 namespace veltra::test {
-
-inline std::string bigEndian (std::uint32_t value)
-{
-    return { static_cast<char> (value >> 24), static_cast<char> (value >> 16), static_cast<char> (value >> 8),
-             static_cast<char> (value) };
-}
 
 inline std::uint32_t hashOf (std::string_view bytes)
 {

@@ -6,6 +6,7 @@
 #include <optional>
 #include <sstream>
 
+#include "common/BigEndian.h"
 #include "protocol/Envelope.h"
 #include "tools/receiver/device/Messages.h"
 
@@ -22,12 +23,6 @@ const Fault* find (const std::vector<Fault>& faults, Action action)
     const auto found =
         std::find_if (faults.begin(), faults.end(), [&] (const auto& fault) { return fault.action == action; });
     return found == faults.end() ? nullptr : &*found;
-}
-
-void putWord (std::string& bytes, std::uint32_t word)
-{
-    for (const int shift : { 24, 16, 8, 0 })
-        bytes += static_cast<char> (word >> shift & 0xFF);
 }
 
 /** Bytes that a parser has to skip. Beginnings of a marker are among them, but not at the end, where they would
@@ -69,12 +64,9 @@ struct HostSession::Outgoing
 
     std::string write (bool withWrongChecksum, std::uint32_t missingBytes) const
     {
-        std::string bytes ("\x21\x01\xFF", 3);
-        bytes.reserve (kHeaderSize + body.size());
-        putWord (bytes, static_cast<std::uint32_t> (body.size()) + missingBytes);
-        putWord (bytes, messageId);
-        putWord (bytes, veltraio::envelopeHash (body) + (withWrongChecksum ? 1 : 0));
-        return bytes + body;
+        return std::string (veltraio::defaultEnvelopeMarker.begin(), veltraio::defaultEnvelopeMarker.end())
+               + bigEndian (static_cast<std::uint32_t> (body.size()) + missingBytes) + bigEndian (messageId)
+               + bigEndian (veltraio::envelopeHash (body) + (withWrongChecksum ? 1 : 0)) + body;
     }
 };
 
