@@ -67,6 +67,12 @@ void Connection::removeHandler (EventHandlerBase* handler)
         handlers.erase (entry);
 }
 
+bool Connection::isAwaited (std::int32_t id) const
+{
+    const juce::ScopedLock guard (lock);
+    return handlers.find (id) != handlers.end();
+}
+
 bool Connection::isRegistered (const EventHandlerBase* handler) const
 {
     const auto contains = [handler] (const Handlers& list) {

@@ -9,19 +9,19 @@
 
 #include <juce_core/juce_core.h>
 
-#include "protocol/EventHandlerBase.h"
+#include "protocol/EventHandler.h"
 #include "protocol/MessageSignal.h"
 
 namespace veltra::ipc {
 
-/** Where a datagram goes; a stream connection has its peer already and looks at nothing of this. */
+/** Where a datagram goes; stream connections ignore it. */
 struct Destination
 {
     juce::String host;
     int port = 0;
 };
 
-/** A message connection with a registry of handlers. What moves the bytes is up to the derived class.
+/** A message connection with a registry of handlers. Derived classes transport the bytes.
 
     Threads: the derived class's reader thread calls onData; handlers come and go on any thread.
 */
@@ -33,8 +33,8 @@ public:
 
     explicit Connection (int patience_ms = defaultHandlerPatience_ms);
 
-    /** Waits for the registered handlers to go, but not for ever; those that are left are told that their
-        connection has gone. A derived class stops its reader thread before its own destructor ends. */
+    /** Waits a limited time until no handler is registered; those that are left then are unregistered. A derived
+        class stops its reader thread before its own destructor ends. */
     virtual ~Connection();
 
     virtual bool isConnected() = 0;
@@ -59,9 +59,12 @@ public:
     void addHandler (EventHandlerBase* handler);
     void removeHandler (EventHandlerBase* handler);
 
-    /** Hands the stream, from where it stands, to each handler of the identifier and sub-identifier, and then to the
-        any-message handlers. A message whose identifier nobody has registered reaches nobody, not even those. An
-        exception out of a handler stays with that handler: it is logged, and the others get the message. */
+    /** Whether a handler is registered for the messages of an identifier. */
+    bool isAwaited (std::int32_t id) const;
+
+    /** Hands the stream, from its present position, to each handler of the identifier and sub-identifier, and then to
+        the any-message handlers. A message without a handler of its identifier is dropped, also for those. An
+        exception out of a handler is logged, and the other handlers get the message. */
     void dispatch (juce::InputStream& stream, std::int32_t id, std::int32_t subId);
 
     /** Takes the received blocks instead of the registry; called on the reader thread with the lock held. */
@@ -72,7 +75,7 @@ public:
         count, look, and wait for another count. */
     std::uint32_t getMessageCount() const { return handledMessages.getCount(); }
 
-    /** @returns the count when it differs from the one seen, when the time is over, or now and then without reason */
+    /** @returns the count when it differs from the one seen, when the time is over, or sometimes earlier */
     std::uint32_t waitForMessage (std::uint32_t seen, std::chrono::milliseconds timeout)
     {
         return handledMessages.wait (seen, timeout);

@@ -60,8 +60,8 @@ bool waitForEnd (gaicb& control, std::chrono::steady_clock::time_point deadline,
     return true;
 }
 
-/** Look-ups that nobody waits for any more. The C library writes its results into them one day, and only then can they
-    be freed. */
+/** Look-ups that were given up. The C library still writes its results into them, and only then can they be
+    freed. */
 class AbandonedRequests
 {
 public:

@@ -10,7 +10,7 @@ namespace veltra {
 
 /** Looks up the addresses of a host name, giving up after a time.
 
-    Neither getaddrinfo nor the look-ups of JUCE and libcurl can be told to give up: all of them wait for name servers
+    Neither getaddrinfo nor the look-ups of JUCE and libcurl can be cancelled: all of them wait for name servers
     for tens of seconds, and anybody who can send us a name can make them do so. On glibc this one leaves a look-up that
 
     takes too long to a helper thread of the C library, which runs no code of this module and may outlive it; while 16

@@ -18,7 +18,7 @@ namespace veltraio {
 
 /** The keep-alive of a connection: after 5 seconds without a message that any handler knows it sends a Ping, and when
     the next 5 such seconds pass without a Pong it calls its callbacks, then again every 5 seconds while no Pong comes.
-    Traffic other than Pong postpones the check but is no proof of life.
+    Traffic other than Pong postpones the check but does not count as a Pong.
 */
 class PingHandler final : public juce::Thread,
                           private EventHandler<Pong>,

@@ -3,7 +3,7 @@
 
 #include <juce_core/juce_core.h>
 
-/** What JUCE's sockets leave to the operating system. */
+/** What JUCE's sockets leave to the operating system; one source for each system. */
 namespace veltra::ipc::platform {
 
 /** Once for each connected stream socket: sending raises no signal, and a send that may block gives up after
@@ -28,7 +28,7 @@ int sendBytes (int handle, const void* data, int size, Blocking blocking) noexce
     @returns their number; 0 when the peer has closed its side or the socket has been shut down; -1 for a dead socket */
 int receiveBytes (int handle, void* data, int size) noexcept;
 
-/** Ends both directions, which wakes whoever waits for the socket or is sending; the handle stays open. */
+/** Ends both directions, which wakes a thread that waits for the socket or is sending; the handle stays open. */
 void shutDown (int handle) noexcept;
 
 }

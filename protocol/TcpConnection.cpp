@@ -17,7 +17,6 @@ namespace {
 
 constexpr std::uint32_t headerWord = 0xF2B49E2C;
 constexpr int headerSize = 4 + 4;
-constexpr int defaultThreadPriority = 5;
 constexpr int readerStart_ms = 1000;
 constexpr int readerStop_ms = 4000;
 
@@ -98,12 +97,6 @@ std::shared_ptr<juce::StreamingSocket> TcpConnection::getSocket() const
 
 bool TcpConnection::readerShouldExit() const { return thread != nullptr && thread->threadShouldExit(); }
 
-void TcpConnection::pauseReader (int milliseconds) const
-{
-    if (thread != nullptr)
-        thread->wait (milliseconds);
-}
-
 bool TcpConnection::isConnected()
 {
     const auto current = getSocket();
@@ -120,8 +113,8 @@ int TcpConnection::write (const void* data, int size) { return write (data, size
 
 int TcpConnection::write (const void* data, int size, platform::Blocking blocking)
 {
-    // The lock is round the pointer only. Whoever disconnects meanwhile wakes the send, and the socket is closed
-    // when the last of those who use it lets go.
+    // The lock protects the pointer only. A disconnect on another thread wakes the send, and the socket is closed
+    // when the last copy of the pointer goes.
     const auto current = getSocket();
 
     if (current == nullptr || ! current->isConnected())
@@ -177,12 +170,12 @@ bool TcpConnection::start (std::unique_ptr<juce::StreamingSocket> newSocket, con
 {
     platform::prepareSocket (newSocket->getRawSocketHandle());
 
-    // Held to the end, so that nobody hears of a lost connection before hearing of the connection.
+    // Held to the end, so that no listener hears of the loss before it hears of the connection.
     const juce::ScopedLock guard (socketLock);
     socket = std::move (newSocket);
     hostName = name;
 
-    if (thread != nullptr && ! thread->start (threadPriority >= 0 ? threadPriority : defaultThreadPriority))
+    if (thread != nullptr && ! thread->start (threadPriority))
     {
         socket = nullptr;
         hostName.clear();
@@ -209,7 +202,7 @@ void TcpConnection::disconnect (bool)
 
     // Not close: closing a socket that another thread is about to wait for leaves that thread waiting for ever. A
     // socket that has been shut down wakes it, however late it comes. The handle is closed when old goes out of scope,
-    // or later by whoever still uses it.
+    // or later, with the last copy of the pointer.
     if (old != nullptr)
         platform::shutDown (old->getRawSocketHandle());
 

@@ -14,8 +14,8 @@ namespace veltra::ipc {
 
 /** A connection over a TCP stream, with a reader thread.
 
-    The framing of this class (8 bytes: the word 0xF2B49E2C and the body's size, both little-endian) is for users of
-    the class itself; the device protocol brings its own, see veltraio::TcpDeviceConnection.
+    The framing of this class (8 bytes: the word 0xF2B49E2C and the body's size, both little-endian) is for direct users of
+    this class; the device protocol brings its own, see veltraio::TcpDeviceConnection.
 
     Threads: write, isConnected and getName may be called from any thread at any time, also while another one
     disconnects. connect, attach and disconnect belong to one owner.
@@ -79,17 +79,14 @@ public:
     std::vector<std::function<void (bool)>> listeners;
 
 protected:
-    /** The socket as it is now, or null. It stays open as long as somebody holds it, so a disconnect on another thread
+    /** The socket as it is now, or null. It stays open while a copy of the pointer exists, so a disconnect on another thread
         never closes a handle that is in use. */
     std::shared_ptr<juce::StreamingSocket> getSocket() const;
 
     int write (const void* data, int size, platform::Blocking blocking);
 
-    /** True on the reader thread when it has been told to stop. */
+    /** True on the reader thread when it has been asked to stop. */
     bool readerShouldExit() const;
-
-    /** Sleeps on the reader thread; a disconnect ends it early. */
-    void pauseReader (int milliseconds) const;
 
 private:
     class TcpThread;

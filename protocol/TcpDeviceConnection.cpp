@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <utility>
 
+#include "common/Log.h"
+#include "common/Text.h"
 #include "protocol/PingHandler.h"
 #include "protocol/SocketPlatform.h"
 
@@ -14,7 +16,6 @@ namespace {
 
 constexpr int readerPriority = 5;
 constexpr int largestRead = 1024;
-constexpr int pauseAtEndOfStream_ms = 10;
 
 }
 
@@ -48,18 +49,19 @@ bool TcpDeviceConnection::poll()
     std::array<std::uint8_t, largestRead> bytes;
     const int got = veltra::ipc::platform::receiveBytes (current->getRawSocketHandle(), bytes.data(), largestRead);
 
-    if (got < 0)
-    {
-        notifyDisconnected();
-        return false;
-    }
-
     if (readerShouldExit())
         return false;
 
-    // The peer has closed its side, and reading gives nothing at once from now on.
-    if (got == 0)
-        pauseReader (pauseAtEndOfStream_ms);
+    if (got <= 0)
+    {
+        VELTRA_LOG (DEBUG, veltra::logText (getName().toStdString())
+                               << (got == 0 ? " closed the connection" : " reset the connection"));
+
+        if (got < 0)
+            notifyDisconnected();
+
+        return false;
+    }
 
     return feed (bytes.data(), static_cast<std::uint32_t> (got));
 }

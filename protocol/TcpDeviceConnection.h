@@ -17,7 +17,8 @@ class PingHandler;
 /** The TCP connection to a receiver: reads envelopes instead of the generic framing and hands them, marker and length
     taken off, to the raw callback, which a Dispatcher sets. Sending is write, one whole envelope a call.
 
-    A peer's orderly close does not end the reader: it looks again every 10 ms until somebody disconnects.
+    When the receiver closes or resets the connection, the reader ends with a DEBUG line in the log. A close calls no
+    listener; the connection stays as it is until its owner disconnects.
 */
 class TcpDeviceConnection final : public veltra::ipc::TcpConnection,
                                   private VeltraIOEnvelopeParser

@@ -55,7 +55,7 @@ std::string toText (const MessageLite& message)
 {
     const auto twin = Schema::get().makeTwin (message);
 
-    // Unlike the lite classes, the twin complains on standard error about a text that is no UTF-8.
+    // Unlike the lite classes, the twin complains on standard error about text that is not UTF-8.
     const google::protobuf::LogSilencer silence;
 
     if (twin == nullptr || ! twin->ParsePartialFromString (message.SerializePartialAsString()))

@@ -34,7 +34,7 @@ constexpr auto crcTable = [] {
 }();
 
 /** Begins with the polynomial's number, takes whole little-endian words first and then the bytes that are left. It is
-    no standard CRC, but it is the one that the framing has. */
+    not a standard CRC; the framing is defined with it. */
 std::uint32_t computeCrc (const std::uint8_t* data, std::size_t size)
 {
     std::uint32_t crc = 0x04C11DB7;

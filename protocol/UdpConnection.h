@@ -18,10 +18,10 @@ namespace veltra::ipc {
         crc       4   over the body
         body          in the rest of this datagram and in those that follow
 
-    in the sender's byte order, which is little-endian here. A user with a protocol of his own overrides handleRead.
+    in the sender's byte order, which is little-endian here. A class with another protocol overrides handleRead.
 
     A final class calls startReading at the end of its constructor and stopReading first in its destructor, so that the
-    thread never meets an object that is half there.
+    thread never uses an object that is only partly constructed.
 */
 class UdpConnection : public juce::Thread,
                       public Connection
@@ -29,7 +29,7 @@ class UdpConnection : public juce::Thread,
 public:
     static constexpr int maximumDatagramSize = 65536;
 
-    /** The largest message that handleDatagram collects; a header that announces more is no header. */
+    /** The largest message that handleDatagram collects; a header with a larger size is not recognised. */
     static constexpr std::uint32_t maximumMessageSize = 16 * 1024 * 1024;
 
     /** Binds the socket; port 0 lets the system choose.

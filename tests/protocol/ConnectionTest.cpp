@@ -47,34 +47,28 @@ std::string block (char id, char subId, const std::string& body)
 TEST (Connection, EveryHandlerOfTheIdentifierGetsTheMessageFromItsStart)
 {
     LocalConnection connection;
-    Handler one (connection, 7), two (connection, 7), other (connection, 8), sub (connection, 7, 1),
-        any (connection, 0);
-
-    connection.receive (block (7, 0, "hello"));
-    connection.receive (block (7, 1, "sub"));
-
-    EXPECT_EQ (Texts { "hello" }, one.received);
-    EXPECT_EQ (Texts { "hello" }, two.received);
-    EXPECT_EQ (Texts {}, other.received);
-    EXPECT_EQ (Texts { "sub" }, sub.received);
-    EXPECT_EQ ((Texts { "hello", "sub" }), any.received);
-}
-
-TEST (Connection, AMessageThatNobodyRegisteredReachesNotEvenTheAnyMessageHandlers)
-{
-    LocalConnection connection;
     Handler any (connection, 0);
 
+    // Without a handler of its identifier a message reaches not even the any-message handlers.
     connection.receive (block (7, 0, "x"));
     connection.receive (block (0, 0, "x"));
     connection.receive ("short");
     EXPECT_EQ (Texts {}, any.received);
 
-    auto known = std::make_unique<Handler> (connection, 7);
-    connection.receive (block (7, 0, "x"));
-    known = nullptr;
-    connection.receive (block (7, 0, "x"));
-    EXPECT_EQ (Texts { "x" }, any.received);
+    auto one = std::make_unique<Handler> (connection, 7);
+    Handler two (connection, 7), other (connection, 8), sub (connection, 9, 1);
+    EXPECT_TRUE (connection.isAwaited (7));
+    connection.receive (block (7, 0, "hello"));
+    EXPECT_EQ (Texts { "hello" }, one->received);
+    one = nullptr;
+    connection.receive (block (9, 1, "sub"));
+    connection.receive (block (9, 0, "not sub"));
+
+    EXPECT_EQ (Texts { "hello" }, two.received);
+    EXPECT_EQ (Texts {}, other.received);
+    EXPECT_EQ (Texts { "sub" }, sub.received);
+    EXPECT_EQ ((Texts { "hello", "sub", "not sub" }), any.received);
+    EXPECT_FALSE (connection.isAwaited (1));
 }
 
 TEST (Connection, HandlersMayComeAndGoWhileAMessageIsHandled)
@@ -100,7 +94,7 @@ TEST (Connection, HandlersMayComeAndGoWhileAMessageIsHandled)
     EXPECT_EQ (Texts { "b" }, late->received);
 }
 
-TEST (Connection, AHandlerThatThrowsKeepsTheMessageFromNobodyElse)
+TEST (Connection, AHandlerThatThrowsDoesNotKeepTheMessageFromTheOthers)
 {
     LogLines log;
     LocalConnection connection;
@@ -123,7 +117,7 @@ TEST (Connection, ItsDestructorWaitsForHandlersButNotForEver)
     connection = nullptr;
     EXPECT_GE (veltra::steadyMilliseconds() - start, 100);
 
-    // The handlers know that their connection has gone: unregistering them now does nothing.
+    // Unregistering the handlers now does nothing.
 }
 
 }

@@ -1,33 +1,22 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include <istream>
+#include <iterator>
 #include <ostream>
 #include <string>
 
 #include <gtest/gtest.h>
 
-#include "common/Text.h"
 #include "protocol/StreamAdaptors.h"
 #include "protocol/TextForm.h"
 #include "protocol/veltraio.pb.h"
 
 namespace {
 
-using namespace std::string_literals;
-
 TEST (TextForm, AnIncompleteMessageIsShown)
 {
     veltraio::Acknowledge incomplete;
     incomplete.set_errormessage ("why");
     EXPECT_EQ ("errorMessage: \"why\"\n", veltraio::toText (incomplete));
-}
-
-TEST (PeerText, IsAlwaysWellFormedAndEndsAtANul)
-{
-    EXPECT_EQ (juce::String (juce::CharPointer_UTF8 ("gr\xc3\xbc\xc3\x9f")), veltra::juceText ("gr\xc3\xbc\xc3\x9f"));
-    EXPECT_EQ (juce::String ("a?b?"), veltra::juceText ("a\xff"
-                                                        "b\xe2"));
-    EXPECT_EQ (juce::String ("a"), veltra::juceText ("a\0b"s));
-    EXPECT_TRUE (veltra::juceText ("").isEmpty());
 }
 
 TEST (StreamAdaptors, CarryMoreThanTheirBufferAndDoNotSeek)

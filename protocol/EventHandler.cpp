@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "protocol/EventHandlerBase.h"
+#include "protocol/EventHandler.h"
 
 #include "protocol/Connection.h"
 

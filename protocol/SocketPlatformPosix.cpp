@@ -1,12 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "protocol/SocketPlatform.h"
 
-#include "protocol/BlockedSigpipe.h"
-
-#if JUCE_WINDOWS
-#include <winsock2.h>
-#include <ws2tcpip.h>
-#else
 #include <arpa/inet.h>
 #include <cerrno>
 #include <csignal>
@@ -15,56 +9,10 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/time.h>
-#endif
+
+#include "protocol/BlockedSigpipe.h"
 
 namespace veltra::ipc::platform {
-
-#if JUCE_WINDOWS
-
-void prepareSocket (int handle) noexcept
-{
-    const DWORD patience_ms = 2000;
-    ::setsockopt (static_cast<SOCKET> (handle), SOL_SOCKET, SO_SNDTIMEO, reinterpret_cast<const char*> (&patience_ms),
-                  sizeof (patience_ms));
-}
-
-void prepareMulticastSocket (int handle, const char* localAddress) noexcept
-{
-    u_long on = 1;
-    ::ioctlsocket (static_cast<SOCKET> (handle), FIONBIO, &on);
-
-    in_addr address {};
-
-    if (::inet_pton (AF_INET, localAddress, &address) == 1)
-        ::setsockopt (static_cast<SOCKET> (handle), IPPROTO_IP, IP_MULTICAST_IF,
-                      reinterpret_cast<const char*> (&address), sizeof (address));
-}
-
-int sendBytes (int handle, const void* data, int size, Blocking blocking) noexcept
-{
-    WSAPOLLFD writable { static_cast<SOCKET> (handle), POLLOUT, 0 };
-
-    if (blocking == Blocking::no && ::WSAPoll (&writable, 1, 0) <= 0)
-        return -1;
-
-    return ::send (static_cast<SOCKET> (handle), static_cast<const char*> (data), size, 0);
-}
-
-int receiveBytes (int handle, void* data, int size) noexcept
-{
-    return ::recv (static_cast<SOCKET> (handle), static_cast<char*> (data), size, 0);
-}
-
-void shutDown (int handle) noexcept { ::shutdown (static_cast<SOCKET> (handle), SD_BOTH); }
-
-struct BlockedSigpipe::State
-{
-};
-
-BlockedSigpipe::BlockedSigpipe() = default;
-BlockedSigpipe::~BlockedSigpipe() = default;
-
-#else
 
 void prepareSocket (int handle) noexcept
 {
@@ -85,7 +33,7 @@ void prepareMulticastSocket (int handle, const char* localAddress) noexcept
 {
     ::fcntl (handle, F_SETFL, ::fcntl (handle, F_GETFL) | O_NONBLOCK);
 
-    // Linux takes the interface that has the socket's own address by itself; others want to be told.
+    // Linux takes the interface that has the socket's own address by itself; other systems have to be given it.
     in_addr address {};
 
     if (::inet_pton (AF_INET, localAddress, &address) == 1)
@@ -150,7 +98,5 @@ BlockedSigpipe::~BlockedSigpipe()
 
     ::pthread_sigmask (SIG_SETMASK, &state->maskBefore, nullptr);
 }
-
-#endif
 
 }
