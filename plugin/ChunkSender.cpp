@@ -16,6 +16,7 @@ constexpr std::uint64_t kLargestChunk = 1024;
 constexpr std::uint64_t kFewestChunks = 20; // so that the host's progress bar moves
 constexpr std::uint64_t kSampleBytes = 4;   // a chunk that was shrunk holds whole samples
 constexpr int kPause_ms = 500;
+constexpr const char* kUnknownRefusal = "Filter data send failed, refusal of an unknown chunk";
 
 /** Where a chunk lies, for the log. */
 std::string place (const veltraio::FilterDataChunk& message)
@@ -32,7 +33,8 @@ ChunkSender::ChunkSender (const DownloadTarget& downloadTarget, std::uint32_t sl
       slot (slotToFill),
       total (totalBytes),
       progress (progressToUse),
-      chunkSize (totalBytes < kFewestChunks ? totalBytes : std::min (totalBytes / kFewestChunks, kLargestChunk))
+      chunkSize (totalBytes < kFewestChunks ? totalBytes : std::min (totalBytes / kFewestChunks, kLargestChunk)),
+      straysBefore (downloadTarget.dispatcher.getLedger()->strays())
 {
 }
 
@@ -63,6 +65,7 @@ bool ChunkSender::send (const juce::MemoryBlock& blob)
         sent += chunk;
     }
 
+    checkForMissedRefusal();
     return ! isCancelled;
 }
 
@@ -80,12 +83,21 @@ std::uint32_t ChunkSender::sendChunk (const veltraio::FilterDataChunk& message)
         if (reply.isAcknowledged())
             return 0;
 
+        isDoubtful = true;
+
         if (reply.isRefused())
             noteRefusal (reply.refusal, message);
         else if (reply.sent == 0)
             VELTRA_LOG (WARN, "Timeout sending FilterDataChunk error = " << reply.state << place (message));
 
         waitForNextAttempt (attempts);
+
+        // A reply behind the refusal is the one to this chunk, and the refusal belongs to an earlier one.
+        if (reply.isRefused() && target.dispatcher.getLedger()->hasStraysSinceLastExchange())
+        {
+            target.lastError = kUnknownRefusal;
+            fail();
+        }
     }
 }
 
@@ -96,6 +108,20 @@ void ChunkSender::noteRefusal (const std::string& refusal, const veltraio::Filte
 
     if (! refusal.empty())
         VELTRA_LOG (ERROR, "Error message '" << logText (refusal) << "'");
+}
+
+/** A refusal that no exchange has reported belongs to a chunk that counted as acknowledged. */
+void ChunkSender::checkForMissedRefusal()
+{
+    const auto& ledger = *target.dispatcher.getLedger();
+    const auto strays =
+        isDoubtful || ledger.strays() != straysBefore ? target.dispatcher.lookForStrays() : straysBefore;
+
+    if (strays.refusals != straysBefore.refusals)
+    {
+        target.lastError = kUnknownRefusal;
+        fail();
+    }
 }
 
 void ChunkSender::waitForNextAttempt (int attempts)

@@ -7,15 +7,17 @@
 
 #include "plugin/FilterDownload.h"
 #include "plugin/ProgressReport.h"
+#include "protocol/ReplyLedger.h"
 #include "protocol/veltraio.pb.h"
 
 namespace veltra::plugin {
 
-/** Moves the blocks of one download piece by piece, each acknowledged by the device.
+/** Moves the blocks of one download chunk by chunk, each acknowledged by the device.
 
-    Pieces begin as a twentieth of all data, at most 1024 bytes, and shrink to what fits into the device's message
-    limit; what fits once is kept for the rest of the download. A piece that the device refuses or does not
-    acknowledge in time is sent again, by the settings "FilterDataChunkTimeout" and "FilterDataChunkRetries".
+    Chunks begin as a twentieth of all data, at most 1024 bytes, and shrink to what fits into the device's message
+    limit; what fits once is kept for the rest of the download. A chunk that the device refuses or does not
+    acknowledge in time is sent again, by the settings "FilterDataChunkTimeout" and "FilterDataChunkRetries". When it
+    cannot be known which chunk a refusal belongs to, the download fails.
 */
 class ChunkSender
 {
@@ -32,6 +34,7 @@ public:
 private:
     std::uint32_t sendChunk (const veltraio::FilterDataChunk& message);
     void noteRefusal (const std::string& refusal, const veltraio::FilterDataChunk& message);
+    void checkForMissedRefusal();
     void waitForNextAttempt (int attempts);
     void shrink (std::uint32_t excess_bytes);
     [[noreturn]] void fail();
@@ -42,6 +45,8 @@ private:
     ProgressReport& progress;
     std::uint64_t chunkSize;
     std::uint64_t sent = 0; ///< bytes of all blocks that the device has acknowledged
+    const veltraio::StrayReplies straysBefore;
+    bool isDoubtful = false; ///< a chunk has been refused or not acknowledged in time
 };
 
 }

@@ -1,11 +1,44 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "protocol/Dispatcher.h"
 
+#include <algorithm>
+#include <chrono>
 #include <utility>
 
+#include "common/Clock.h"
 #include "protocol/Envelope.h"
+#include "protocol/EventHandler.h"
 
 namespace veltraio {
+
+using veltra::steadyMilliseconds;
+
+namespace {
+
+template <class... Messages>
+bool isOneOf (std::int32_t messageId)
+{
+    return ((messageId == IdType<Messages>::value) || ...);
+}
+
+/** A message that answers one of ours, unlike Pong and AudioData. */
+bool isReply (std::int32_t messageId)
+{
+    return isOneOf<Acknowledge, ActiveFilterSlot, ChannelAttenuation, FilteringState, ProtocolInfo, StimulusInfo,
+                   StimulusState, TopologyInfo, Unit, Volume> (messageId);
+}
+
+bool isRefusal (const ReceivedEnvelope& envelope)
+{
+    if (envelope.messageId != IdType<Acknowledge>::value)
+        return false;
+
+    Acknowledge message; // what can be read of it counts, as for a handler
+    static_cast<void> (message.ParsePartialFromArray (envelope.body, static_cast<int> (envelope.bodySize)));
+    return ! message.ok();
+}
+
+}
 
 Dispatcher::Dispatcher (std::unique_ptr<veltra::ipc::Connection> connectionToOwn, const juce::String& markerText,
                         bool shouldUseTimeouts)
@@ -37,8 +70,17 @@ std::int32_t Dispatcher::sendMessage (const google::protobuf::MessageLite& messa
     if (const auto limit = messageLimit.load(); limit > 0 && total > limit)
         return total - limit;
 
+    // Before the write, because a reply may come before it returns.
+    if (messageId != IdType<Ping>::value)
+        ledger->sending (messageId, steadyMilliseconds());
+
     if (connection->write (stream.getData(), total) != total)
+    {
+        if (messageId != IdType<Ping>::value)
+            ledger->sendFailed();
+
         return -1;
+    }
 
     if (clearOnSuccess != nullptr)
         clearOnSuccess->clear();
@@ -46,10 +88,40 @@ std::int32_t Dispatcher::sendMessage (const google::protobuf::MessageLite& messa
     return 0;
 }
 
+void Dispatcher::settle (bool isQuery)
+{
+    const auto deadline = steadyMilliseconds() + ReplyLedger::longestLook_ms;
+    auto seen = connection->getMessageCount();
+
+    for (auto now = steadyMilliseconds(); now < deadline; now = steadyMilliseconds())
+    {
+        const auto left = std::min (ledger->timeToSettle (now, isQuery), deadline - now);
+
+        if (left <= 0)
+            break;
+
+        seen = connection->waitForMessage (seen, std::chrono::milliseconds (left));
+    }
+}
+
+StrayReplies Dispatcher::lookForStrays()
+{
+    ledger->beginLook (steadyMilliseconds());
+    settle();
+    return ledger->strays();
+}
+
 void Dispatcher::onData (const juce::MemoryBlock& block)
 {
     if (const auto envelope = getEnvelope (block))
     {
+        if (isReply (envelope->messageId))
+        {
+            // Before the handlers, so that a waiter who sees the reply finds it in the ledger.
+            const bool isAwaited = connection->isAwaited (envelope->messageId);
+            ledger->arrived (isAwaited, ! isAwaited && isRefusal (*envelope), steadyMilliseconds());
+        }
+
         juce::MemoryInputStream body (envelope->body, envelope->bodySize, false);
         connection->dispatch (body, envelope->messageId, 0);
     }

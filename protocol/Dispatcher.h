@@ -10,6 +10,7 @@
 
 #include "protocol/Connection.h"
 #include "protocol/Envelope.h"
+#include "protocol/ReplyLedger.h"
 #include "protocol/veltraio.pb.h"
 
 namespace veltraio {
@@ -31,7 +32,7 @@ class Dispatcher
 {
 public:
     /** @param connection   not null
-        @param markerText   the envelope's marker in hexadecimal, "2101FF"
+        @param markerText   the envelope's marker in hexadecimal, envelopeMarkerText
         @param useTimeouts  false makes every reply handler wait without limit */
     Dispatcher (std::unique_ptr<veltra::ipc::Connection> connection, const juce::String& markerText, bool useTimeouts);
 
@@ -45,6 +46,18 @@ public:
 
     veltra::ipc::Connection& getConnection() const noexcept { return *connection; }
     bool usesTimeouts() const noexcept { return useTimeouts; }
+
+    /** Waits until what the receiver may still say to the last exchange has come; at once when that is known. The
+        handlers of replies call it before they register.
+        @param isQuery  the next message is one that no late acknowledgement can mislead */
+    void settle (bool isQuery = false);
+
+    /** The same, and never at once: looks for as long as this receiver needs for a reply.
+        @returns the replies since the session began that no handler waited for */
+    StrayReplies lookForStrays();
+
+    /** Shared with the handlers, which may outlive the dispatcher. */
+    const std::shared_ptr<ReplyLedger>& getLedger() const noexcept { return ledger; }
 
     /** The largest whole envelope that may be sent, header included; 0 or below means no limit, as at the start. */
     void setMessageLimit (std::int32_t bytes) noexcept { messageLimit = bytes; }
@@ -70,6 +83,7 @@ private:
     juce::MemoryBlock frameMarker;
     const bool useTimeouts;
     std::atomic<std::int32_t> messageLimit { -1 };
+    const std::shared_ptr<ReplyLedger> ledger = std::make_shared<ReplyLedger>();
 
     // Declared last, destroyed first: its threads may use all the rest until they have been stopped.
     const std::unique_ptr<veltra::ipc::Connection> connection;

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <type_traits>
 
@@ -26,18 +27,21 @@ inline constexpr std::int32_t pending = 3;      // nothing yet; after a Wait: ti
 
 /** Waits for the Acknowledge to one command. Lives on the stack for one exchange; see Dispatcher.
 
-    A reply is matched by nothing but its type: an Acknowledge that comes late for one command counts for the next.
-    The owner's thread makes it, waits and reads; the reader thread delivers.
+    A reply is matched by its type and its order alone; ReplyLedger.h says when that takes more than the first reply. Its
+    constructor waits for a moment where the last exchange may not be over. The owner's thread makes it, waits and
+    reads; the reader thread delivers.
 */
 class AcknowledgeHandler : public EventHandler<Acknowledge>
 {
 public:
     explicit AcknowledgeHandler (Dispatcher& dispatcher);
+    ~AcknowledgeHandler() override;
 
-    /** Waits for a reply, which ends it at once.
+    /** Waits for a reply, which ends it at once unless more replies may come.
 
         Replies that arrive before it returns overwrite one another, so the last one counts. A reply that has been
-        returned is final: the handler is then off the connection, and its contents change no more.
+        returned is final: the handler is then off the connection, and its contents change no more. A wait takes at
+        most ReplyLedger::longestPatience_ms longer than its time.
 
         @param timeoutMs  ignored when the dispatcher uses no time-outs; a lost reply then blocks for good
         @returns one of ReplyState
@@ -48,12 +52,15 @@ public:
     juce::String getErrorText() const;
 
 protected:
-    /** For a class that registers itself, and this part of it, through registration when it is complete. */
-    struct Unregistered
+    /** What a handler waits for. */
+    enum class Wanted
     {
+        acknowledgement,
+        answer
     };
 
-    AcknowledgeHandler (Dispatcher& dispatcher, Unregistered);
+    /** For a class that registers itself, and this part of it, through registration when it is complete. */
+    AcknowledgeHandler (Dispatcher& dispatcher, Wanted whatFor);
 
     /** Publishes what has been stored before it. */
     void setState (std::int32_t newState);
@@ -61,10 +68,19 @@ protected:
     void onEvent (const Acknowledge& message) override;
 
 private:
+    ReplyLedger::Outcome outcome() const;
+
+    /** Takes the handler off the connection and the exchange into the ledger; once. */
+    void endExchange();
+
     mutable std::mutex errorTextLock;
     juce::String errorText;
     veltra::ipc::Connection& connection;
+    const std::shared_ptr<ReplyLedger> ledger;
+    const Wanted wanted;
     const bool waitForever;
+    bool hasEnded = false;
+    std::atomic<bool> sawRefusal { false };
     std::atomic<std::int32_t> state { ReplyState::pending };
 
 protected:
@@ -81,7 +97,7 @@ class MessageHandler final : public EventHandler<T>,
 public:
     /** @param target  where the message is copied; null keeps it in the handler. It must outlive the handler. */
     explicit MessageHandler (Dispatcher& dispatcher, T* target = nullptr)
-        : AcknowledgeHandler (dispatcher, Unregistered()),
+        : AcknowledgeHandler (dispatcher, Wanted::answer),
           destination (target)
     {
         registration.add (dispatcher.getConnection(), static_cast<veltraio::EventHandler<T>&> (*this));

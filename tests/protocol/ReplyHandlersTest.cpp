@@ -2,7 +2,9 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -43,7 +45,7 @@ struct Session
 private:
     Session (std::unique_ptr<LocalConnection> local, bool useTimeouts)
         : connection (*local),
-          dispatcher (std::move (local), "2101FF", useTimeouts)
+          dispatcher (std::move (local), envelopeMarkerText, useTimeouts)
     {
     }
 };
@@ -56,59 +58,34 @@ Volume someVolume()
     return volume;
 }
 
-FilterDataChunk chunkOf (std::size_t dataSize)
-{
-    FilterDataChunk chunk;
-    chunk.set_deviceindex (0);
-    chunk.set_slotindex (0);
-    chunk.set_dataoffset (0);
-    chunk.add_data (std::string (dataSize, 'x'));
-    return chunk;
-}
-
-TEST (Dispatcher, TheMessageLimitCountsTheWholeEnvelope)
+TEST (Dispatcher, SendsOneEnvelopeAWriteWithinTheMessageLimit)
 {
     Session session;
-    session.dispatcher.setMessageLimit (460);
-
-    for (const int size : { 460, 461, 500 })
-    {
-        // Field 1 takes 2 bytes, so do the tags of fields 2 and 3 and the slot, the length of data takes 2.
-        const auto chunk = chunkOf (static_cast<std::size_t> (size) - 15 - 3 * 2 - 1 - 2);
-        ByteVector bytes (10);
-
-        EXPECT_EQ (size - 460, session.dispatcher.Send (chunk, &bytes));
-        EXPECT_EQ (size > 460 ? 10u : 0u, bytes.size()) << "emptied only when the message went out";
-    }
-
-    ASSERT_EQ (1u, session.connection.written.size());
-    EXPECT_EQ (460u, session.connection.written[0].size());
-
-    for (const int noLimit : { 0, -1 })
-    {
-        session.dispatcher.setMessageLimit (noLimit);
-        EXPECT_EQ (0, session.dispatcher.Send (chunkOf (100000)));
-    }
-}
-
-TEST (Dispatcher, AMessageThatIsIncompleteOrNotTakenWholeIsAFailure)
-{
-    Session session;
-    EXPECT_EQ (-1, session.dispatcher.Send (Volume()));
-    EXPECT_TRUE (session.connection.written.empty());
-
     ByteVector bytes (10);
+    EXPECT_EQ (-1, session.dispatcher.Send (Volume(), &bytes)) << "incomplete";
+    EXPECT_TRUE (session.connection.written.empty());
     session.connection.takesAll = false;
     EXPECT_EQ (-1, session.dispatcher.Send (someVolume(), &bytes));
     session.connection.refuses = true;
     EXPECT_EQ (-1, session.dispatcher.Send (someVolume(), &bytes));
-    EXPECT_EQ (10u, bytes.size());
+    EXPECT_EQ (10u, bytes.size()) << "emptied only when the message went out";
 
     session.connection.refuses = false;
     session.connection.takesAll = true;
     EXPECT_EQ (0, session.dispatcher.Send (someVolume(), &bytes));
-    EXPECT_EQ (envelopeOf ("veltraio.Volume", { 0x08, 0x00, 0x15, 0x00, 0x00, 0x0c, 0x42 }),
-               session.connection.written.back());
+    EXPECT_TRUE (bytes.empty());
+    const auto envelope = envelopeOf ("veltraio.Volume", { 0x08, 0x00, 0x15, 0x00, 0x00, 0x0c, 0x42 });
+    EXPECT_EQ (envelope, session.connection.written.back());
+
+    const auto size = static_cast<int> (envelope.size()); // the limit counts the whole envelope
+
+    for (const auto& [limit, result] : { std::pair (size, 0), { size - 1, 1 }, { 1, size - 1 }, { 0, 0 }, { -1, 0 } })
+    {
+        const auto before = session.connection.written.size();
+        session.dispatcher.setMessageLimit (limit);
+        EXPECT_EQ (result, session.dispatcher.Send (someVolume()));
+        EXPECT_EQ (before + (result == 0 ? 1 : 0), session.connection.written.size());
+    }
 }
 
 TEST (AcknowledgeHandler, TheReplyAndItsTextAreWhatTheDeviceSaid)
@@ -127,7 +104,7 @@ TEST (AcknowledgeHandler, TheReplyAndItsTextAreWhatTheDeviceSaid)
     EXPECT_EQ (std::pair (ReplyState::refused, juce::String()),
                replyTo ([&] { session.receive ("veltraio.Acknowledge", ""); }));
 
-    // A text that stops in the middle of a character is a hazard to whoever walks through it.
+    // A text that ends inside a character would be read past its end.
     EXPECT_EQ (std::pair (ReplyState::refused, juce::String ("bad ?")), replyTo ([&] { session.refuse ("bad \xf0"); }));
 }
 
@@ -169,71 +146,129 @@ TEST (MessageHandler, ATruncatedOrIncompleteMessageArrivesSilentlyWithWhatCouldB
     EXPECT_EQ ("", testing::internal::GetCapturedStderr());
 }
 
-TEST (AcknowledgeHandler, AWaitLastsItsTimeAtMostAndEndsWithTheReply)
+TEST (AcknowledgeHandler, AWaitLastsItsTimeAndEndsWithTheReply)
 {
     Session session;
     const auto start = veltra::steadyMilliseconds();
-    {
-        AcknowledgeHandler handler (session.dispatcher);
-        EXPECT_EQ (ReplyState::pending, handler.Wait (50));
-        EXPECT_GE (veltra::steadyMilliseconds() - start, 50);
-    }
-
     AcknowledgeHandler handler (session.dispatcher);
-    std::thread device ([&] {
+    EXPECT_EQ (ReplyState::pending, handler.Wait (50));
+    EXPECT_GE (veltra::steadyMilliseconds() - start, 50);
+
+    std::jthread device ([&] {
         std::this_thread::sleep_for (std::chrono::milliseconds (30));
         session.acknowledge();
     });
     EXPECT_EQ (ReplyState::acknowledged, handler.Wait (60000));
-    device.join();
     EXPECT_LT (veltra::steadyMilliseconds() - start, 30000);
 }
 
-TEST (AcknowledgeHandler, WithoutTimeoutsItWaitsOnPastItsTime)
+/** Says to each message what it has been given for it, each reply so long after the message. */
+class Receiver
 {
-    Session session (false);
-    AcknowledgeHandler handler (session.dispatcher);
-    std::atomic<bool> returned { false };
-    std::thread application ([&] {
-        EXPECT_EQ (ReplyState::acknowledged, handler.Wait (1));
-        returned = true;
-    });
-
-    std::this_thread::sleep_for (std::chrono::milliseconds (50));
-    EXPECT_FALSE (returned);
-    session.acknowledge();
-    application.join();
-}
-
-TEST (MessageHandler, AFloodOfRepliesDoesNotDisturbHandlersThatComeAndGoOnSeveralThreads)
-{
-    Session session;
-    std::atomic<bool> done { false };
-    std::jthread device ([&] {
-        while (! done)
-        {
-            session.activeSlot();
-            session.refuse ("again and again");
-        }
-    });
-
+public:
+    struct Reply
     {
-        std::vector<std::jthread> hosts;
+        int delay_ms;
+        void (*say) (Session&);
+    };
 
-        for (int i = 0; i < 3; ++i)
-            hosts.emplace_back ([&] {
-                for (int turn = 0; turn < 100; ++turn)
-                {
-                    MessageHandler<ActiveFilterSlot> handler (session.dispatcher);
-                    const auto state = handler.Wait (10000);
-                    EXPECT_TRUE (state == ReplyState::answered
-                                     ? handler.message().slotindex() == 3
-                                     : state == ReplyState::refused && handler.getErrorText() == "again and again");
-                }
-            });
+    explicit Receiver (std::vector<std::vector<Reply>> replies) : script (std::move (replies))
+    {
+        session.connection.onWrite = [this] {
+            const std::lock_guard guard (mutex);
+
+            for (const auto& reply : script.at (messages++))
+                due.emplace (veltra::steadyMilliseconds() + reply.delay_ms, reply.say);
+        };
     }
 
-    done = true;
+    Session session;
+
+private:
+    void run (const std::stop_token& stop)
+    {
+        while (! stop.stop_requested())
+        {
+            void (*say) (Session&) = nullptr;
+
+            {
+                const std::lock_guard guard (mutex);
+
+                if (! due.empty() && due.begin()->first <= veltra::steadyMilliseconds())
+                    say = due.extract (due.begin()).mapped();
+            }
+
+            if (say != nullptr)
+                say (session);
+            else
+                std::this_thread::sleep_for (std::chrono::microseconds (200));
+        }
+    }
+
+    std::mutex mutex;
+    const std::vector<std::vector<Reply>> script;
+    std::size_t messages = 0;
+    std::multimap<std::int64_t, void (*) (Session&)> due;
+    std::jthread thread { [this] (const std::stop_token& stop) { run (stop); } };
+};
+
+void ok (Session& session) { session.acknowledge(); }
+void no (Session& session) { session.refuse (""); }
+void answer (Session& session) { session.activeSlot(); }
+
+TEST (ReplyHandlers, WhateverTheRepliesToOneExchangeTheNextTwoGetTheirOwn)
+{
+    struct Case
+    {
+        const char* name;
+        bool isQuery;
+        std::uint32_t patience_ms;
+        std::vector<Receiver::Reply> replies;
+        std::int32_t expected;
+        int work_ms = 0; ///< of the next two
+    };
+
+    const Case cases[] = {
+        { "a command in order", false, 5000, { { 0, ok } }, ReplyState::acknowledged },
+        { "acknowledged twice", false, 5000, { { 0, ok }, { 3, ok } }, ReplyState::acknowledged },
+        { "refused twice", false, 5000, { { 0, no }, { 3, no } }, ReplyState::refused },
+        { "a query answered and acknowledged", true, 5000, { { 0, answer }, { 2, ok } }, ReplyState::answered },
+        { "a query acknowledged and answered", true, 5000, { { 0, ok }, { 5, answer } }, ReplyState::answered },
+        { "a query that is only acknowledged", true, 5000, { { 0, ok } }, ReplyState::acknowledged },
+        { "acknowledged late", false, 20, { { 60, ok } }, ReplyState::pending, 60 },
+        { "answered late", true, 20, { { 60, answer } }, ReplyState::pending, 60 },
+        { "refused late, twice", false, 20, { { 60, no }, { 63, no } }, ReplyState::pending, 70 },
+        { "never answered", true, 20, {}, ReplyState::pending },
+    };
+
+    for (const auto& row : cases)
+    {
+        const auto run = [&row] {
+            Receiver receiver ({ row.replies, { { row.work_ms, no } }, { { row.work_ms, ok } }, { { 0, answer } } });
+            auto& dispatcher = receiver.session.dispatcher;
+            const auto exchange = [&] (bool isQuery, std::uint32_t patience_ms) {
+                const auto with = [&] (AcknowledgeHandler&& handler) {
+                    EXPECT_EQ (0, dispatcher.Send (someVolume()));
+                    return handler.Wait (patience_ms);
+                };
+                return isQuery ? with (MessageHandler<ActiveFilterSlot> (dispatcher))
+                               : with (AcknowledgeHandler (dispatcher));
+            };
+
+            return std::vector { exchange (row.isQuery, row.patience_ms), exchange (false, 5000),
+                                 exchange (false, 5000), exchange (true, 5000) };
+        };
+
+        const std::vector expected { row.expected, ReplyState::refused, ReplyState::acknowledged,
+                                     ReplyState::answered };
+        auto states = run();
+
+        // A machine that is busy elsewhere may keep a second reply back until the look is over.
+        for (int more = 0; more < 4 && states != expected; ++more)
+            states = run();
+
+        EXPECT_EQ (expected, states) << row.name;
+    }
 }
 
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 
 /** @file
-    What a host sees of each kind of misbehaviour in each kind of operation. docs/reliability.md shows the table.
+    The outcome of each operation under each fault of the receiver. docs/reliability.md shows the table.
 */
 
 #include "tests/reliability/CaptureCount.h"
@@ -48,7 +48,7 @@ const Misbehaviour misbehaviours[] = {
     { "WrongChecksum", "wrong-checksum TYPE *", Effect::silence },
     { "WrongType", "answer TYPE * Pong", Effect::silence },
     { "Duplicating", "duplicate TYPE * 3", Effect::none },
-    { "Truncating", "truncate TYPE * 1", Effect::refusal }, // what can be read arrives, and lacks the "ok"
+    { "Truncating", "truncate TYPE * 1", Effect::refusal }, // arrives without the "ok"
     { "Noisy", "noise TYPE * 3000", Effect::none },
     { "Resetting", "reset TYPE *", Effect::broken },
     { "ResettingInsideAReply", "reset TYPE * 9", Effect::broken },
@@ -86,8 +86,8 @@ public:
         setFaults (juce::String (misbehaviour.fault).replace ("TYPE", type).toStdString());
     }
 
-    /** Whether a host can go on: with the session that there was, or with a new one when that has ended. Of a reply
-        of wrong length the parser finds its way back after the next one. */
+    /** Whether a host can go on: with its session, or with a new one when that has ended. After a reply of wrong length
+        the parser is in step again behind the next one. */
     bool goesOn (Effect effect)
     {
         setFaults ("");
@@ -138,7 +138,7 @@ const Operation operations[] = {
     { "download: announcement", "LoadFilter", &Cell::load, "Timeout sending LoadFilter", true },
     { "download: channel", "FilterChannel", &Cell::load, "", true },
     { "download: block", "FilterData", &Cell::load, "", true },
-    { "download: piece", "FilterDataChunk", &Cell::load, "Filter data send failed, timeout", true },
+    { "download: chunk", "FilterDataChunk", &Cell::load, "Filter data send failed, timeout", true },
     { "release of a set", "RemoveFilter", &Cell::remove, "", false },
 };
 
@@ -164,7 +164,7 @@ class HalfOpen : public PrivateNetworkTest
 
 }
 
-TEST_P (FaultMatrix, EveryOperationEndsInTimeWithAClearWordAndTheHostGoesOn)
+TEST_P (FaultMatrix, EveryOperationEndsInTimeWithItsOutcomeAndTheHostGoesOn)
 {
     const auto& misbehaviour = GetParam();
     std::vector<std::unique_ptr<Cell>> cells;
@@ -212,7 +212,7 @@ TEST_P (FaultMatrix, EveryOperationEndsInTimeWithAClearWordAndTheHostGoesOn)
 INSTANTIATE_TEST_SUITE_P (, FaultMatrix, testing::ValuesIn (misbehaviours),
                           [] (const auto& row) { return row.param.name; });
 
-/** From one moment on nothing arrives any more, in neither direction, and nobody says so. */
+/** Nothing arrives any more, in either direction, and neither side is notified. */
 TEST_F (HalfOpen, IsSilenceAndTheSessionGoesOnWhenTheNetworkIsBack)
 {
     const Misbehaviour halfOpen { "HalfOpen", "", Effect::silence };
@@ -316,43 +316,24 @@ INSTANTIATE_TEST_SUITE_P (
 
 namespace {
 
-class OutOfOrder : public DeviceFixture
+class SharedSlots : public DeviceFixture
 {
 };
 
 }
 
-/** A reply whose exchange has ended belongs to nobody; one that meets the next exchange is taken for its own, since
-    replies carry no number, and the one after that is right again. */
-TEST_F (OutOfOrder, ALateReplyMisleadsOneExchangeAtMost)
-{
-    auto& opened = open();
-    veltraio::Acknowledge refusal;
-    refusal.set_ok (false);
-    receiver->broadcast (refusal);
-    opened.GetFiltering();
-    EXPECT_TRUE (opened.SetVolume (0.5f));
-
-    setFaults ("delay Volume 1 700"); // longer than the host waits
-    EXPECT_FALSE (opened.SetVolume (0.25f));
-    opened.SetVolume (0.75f);
-    opened.GetVolume (nullptr, 0);
-    EXPECT_TRUE (opened.SetVolume (0.5f));
-    EXPECT_EQ (download (opened), kResultOk);
-}
-
-/** Another host empties and fills a slot between two downloads of ours. */
-TEST_F (OutOfOrder, SlotsThatSomebodyElseChangedAreFoundOutByTheReceiversWords)
+/** Another host empties and fills a slot between two downloads. */
+TEST_F (SharedSlots, AreSeenByANewSessionAndAnOlderOneKeepsItsOwnView)
 {
     auto& first = open();
     EXPECT_EQ (download (first, description().text(), 2), kResultOk);
     auto& second = open();
     FilterSet* set = nullptr;
-    ASSERT_TRUE (second.GetFilterSet (2, 0, &set)) << "a new session sees what the slot holds";
+    ASSERT_TRUE (second.GetFilterSet (2, 0, &set));
     EXPECT_TRUE (second.RemoveFilterSet (set));
     EXPECT_EQ (download (second, description().text(), 2), kResultOk);
 
-    EXPECT_EQ (download (first, description().text(), 2), kResultChannelConflict) << "the session's own view is kept";
+    EXPECT_EQ (download (first, description().text(), 2), kResultChannelConflict);
     ASSERT_TRUE (first.GetFilterSet (2, 0, &set));
     EXPECT_TRUE (first.RemoveFilterSet (set));
     EXPECT_EQ (download (first, description().text(), 2), kResultOk);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 
 /** @file
-    Objects that go at the worst moment, and a process that has much open already.
+    Objects that are destroyed while they are in use, and a process with many open files.
 */
 
 #include "tests/reliability/CaptureCount.h"
@@ -65,7 +65,7 @@ TEST_F (Lifetime, AHostMayHaveMoreThanAThousandFilesOpen)
     limit.rlim_cur = std::min<rlim_t> (4096, limit.rlim_max);
 
     if (setrlimit (RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur < 2048)
-        GTEST_SKIP() << "no so many descriptors are permitted here";
+        GTEST_SKIP() << "so many descriptors are not permitted here";
 
     std::vector<int> files;
 

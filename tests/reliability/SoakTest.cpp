@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 
 /** @file
-    Thousands of sessions with whatever may happen in them. What a session takes must come back when it ends.
+    Thousands of sessions with faults. What a session allocates must be free when it has ended.
 */
 
 #include "tests/reliability/CaptureCount.h"
 #include "tests/support/DeviceFixture.h"
 
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <iterator>
 #include <random>
@@ -24,39 +23,28 @@ namespace {
 
 using namespace veltratune_io;
 
-// Sessions with faults wait more than they work, so many hosts take their turns at once.
+// Sessions with faults mostly wait, so many hosts run at once.
 constexpr unsigned hostCount = 40;
-constexpr unsigned sessionsUntilSettled = 10; ///< of each host, until caches have what they want
+constexpr unsigned sessionsUntilSettled = 10; ///< of each host, until caches are filled
 constexpr unsigned sessionsAfterwards = 40;
 
 struct Footprint
 {
-    std::size_t descriptors = 0, threads = 0;
-    double residentMiB = 0.0, allocatedMiB = 0.0;
-
-    static constexpr double mebi = 1024.0 * 1024.0;
-
-    /** What the program holds of the allocator's memory; what is resident also tells how well the allocator packs it. */
-    static std::size_t allocated()
-    {
-#if defined(__GLIBC__) && ! defined(VELTRA_SANITIZED)
-        const auto heap = mallinfo2();
-        return heap.uordblks + heap.hblkhd;
-#else
-        return 0;
-#endif
-    }
+    std::size_t descriptors, threads;
+    double allocated_MiB; ///< what is resident also depends on how well the allocator packs it
 
     static Footprint now()
     {
         const auto entries = [] (const char* folder) {
             return static_cast<std::size_t> (std::distance (std::filesystem::directory_iterator (folder), {}));
         };
-        std::ifstream statm ("/proc/self/statm");
-        double pages = 0.0;
-        statm >> pages >> pages;
-        return { entries ("/proc/self/fd"), entries ("/proc/self/task"), pages * 4096.0 / mebi,
-                 static_cast<double> (allocated()) / mebi };
+        std::size_t allocated = 0;
+#if defined(__GLIBC__) && ! defined(VELTRA_SANITIZED)
+        const auto heap = mallinfo2();
+        allocated = heap.uordblks + heap.hblkhd;
+#endif
+        return { entries ("/proc/self/fd"), entries ("/proc/self/task"),
+                 static_cast<double> (allocated) / (1024.0 * 1024.0) };
     }
 };
 
@@ -96,7 +84,7 @@ public:
 
     void TestBody() override {}
 
-    /** Sends the receiver away, which clears up after a session only when the next one begins. */
+    /** Destroys the receiver, which frees a session only when the next one begins. */
     void leaveReceiver()
     {
         receiver = nullptr;
@@ -196,7 +184,7 @@ void runSessions (const std::vector<std::unique_ptr<Host>>& hosts, unsigned coun
 TEST (Soak, DescriptorsThreadsAndMemoryStayAsTheyAre)
 {
 #ifdef __GLIBC__
-    mallopt (M_ARENA_MAX, 1); // of which mallinfo tells
+    mallopt (M_ARENA_MAX, 1); // the one that mallinfo2 counts
 #endif
 
     std::vector<std::unique_ptr<Host>> hosts;
@@ -215,14 +203,13 @@ TEST (Soak, DescriptorsThreadsAndMemoryStayAsTheyAre)
 
     constexpr unsigned sessions = hostCount * (sessionsUntilSettled + sessionsAfterwards);
     std::cout << sessions << " sessions, " << downloads << " downloads; descriptors " << settled.descriptors << " -> "
-              << last.descriptors << ", threads " << settled.threads << " -> " << last.threads << ", resident MiB "
-              << settled.residentMiB << " -> " << last.residentMiB << ", allocated MiB " << settled.allocatedMiB
-              << " -> " << last.allocatedMiB << "\n";
+              << last.descriptors << ", threads " << settled.threads << " -> " << last.threads << ", allocated MiB "
+              << settled.allocated_MiB << " -> " << last.allocated_MiB << "\n";
 
     EXPECT_GT (downloads, sessions / 10);
     EXPECT_EQ (last.descriptors, settled.descriptors);
     EXPECT_EQ (last.threads, settled.threads);
-    EXPECT_LT (last.allocatedMiB, settled.allocatedMiB + 0.5) << "half a kilobyte a session";
+    EXPECT_LT (last.allocated_MiB, settled.allocated_MiB + 0.5) << "half a kilobyte a session";
 }
 
 }

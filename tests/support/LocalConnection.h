@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -23,8 +24,14 @@ public:
         if (refuses)
             return -1;
 
-        const std::lock_guard guard (mutex);
-        written.emplace_back (static_cast<const char*> (data), static_cast<std::size_t> (size));
+        {
+            const std::lock_guard guard (mutex);
+            written.emplace_back (static_cast<const char*> (data), static_cast<std::size_t> (size));
+        }
+
+        if (onWrite)
+            onWrite();
+
         return takesAll ? size : size - 1;
     }
 
@@ -40,4 +47,5 @@ public:
     std::vector<std::string> written;
     bool refuses = false;
     bool takesAll = true;
+    std::function<void()> onWrite;
 };

@@ -1,0 +1,138 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+
+/** @file
+    Replies carry no number. Whatever a receiver does to their time and count, a download leaves what was meant or fails in
+    words, and the exchanges behind it get their own replies. docs/reliability.md says how.
+*/
+
+#include "tests/support/DeviceFixture.h"
+
+#include <future>
+#include <random>
+
+namespace veltra::test {
+
+namespace {
+
+using namespace veltratune_io;
+
+/** Every reply twice: an Acknowledge without words has 17 bytes. */
+const std::string saidTwice = "duplicate * *\npieces * * 17 3\n";
+
+struct Manners
+{
+    std::string name;
+    std::string always;   ///< faults from the opening of the session to its end
+    std::string faults;   ///< faults of the download
+    bool mayFail = false; ///< with words
+    std::string chunkTimeout_ms = "400";
+};
+
+std::vector<Manners> receivers()
+{
+    std::vector<Manners> rows;
+
+    // The chunk that stalls is sent twice and acknowledged twice.
+    for (const int work_ms : { 0, 1, 2, 3, 5, 8, 12, 20 })
+    {
+        const auto work = " " + std::to_string (work_ms) + "\n";
+        rows.push_back ({ "Works" + std::to_string (work_ms) + "ms", "",
+                          "delay FilterDataChunk 1-6" + work + "delay FilterDataChunk 7 1200\n"
+                              + "delay FilterDataChunk 8+" + work + "refuse FilterDataChunk 20 'flash busy'" });
+    }
+
+    rows.push_back ({ "WithDefaults", "",
+                      "delay FilterDataChunk 7 4000\ndelay FilterDataChunk 1-6 2\ndelay FilterDataChunk 8+ 2\n"
+                      "refuse FilterDataChunk 20 'flash busy'",
+                      false, "3000" });
+    rows.push_back ({ "StallsForThreeAttempts", "",
+                      "delay FilterDataChunk 7 2000\ndelay FilterDataChunk 8+ 2\nrefuse FilterDataChunk 20" });
+    rows.push_back ({ "LosesAReply", "", "lose-reply FilterDataChunk 7\nrefuse FilterDataChunk 20 'flash busy'" });
+    rows.push_back ({ "SaysEverythingTwice", saidTwice, "refuse FilterDataChunk 20" });
+
+    // The refusal comes for a later chunk, unless the second reply happens to arrive between two exchanges.
+    rows.push_back ({ "SaysOneThingTwice", "",
+                      "delay FilterDataChunk * 5\nduplicate FilterDataChunk 10\npieces FilterDataChunk 10 17 3\n"
+                      "refuse FilterDataChunk 20 'busy'",
+                      true });
+    return rows;
+}
+
+class Host : public DeviceFixture
+{
+public:
+    explicit Host (const Manners& receiverManners) : manners (receiverManners)
+    {
+        log.reset(); // collects for the whole process
+        useFirOnly (32 * 1024);
+        settings["FilterDataChunkTimeout"] = manners.chunkTimeout_ms;
+    }
+
+    void TestBody() override {}
+
+    void open()
+    {
+        setFaults (manners.always);
+        ASSERT_TRUE (find());
+    }
+
+    void downloadAndGoOn()
+    {
+        auto& opened = device (0);
+        setFaults (manners.always + manners.faults);
+        const auto result = download (opened, text());
+        EXPECT_TRUE (result == kResultOk || manners.mayFail) << manners.name;
+
+        if (result == kResultOk)
+            expectSlotAsMeant();
+        else
+            EXPECT_NE ("", takeLastError (opened)) << manners.name;
+
+        setFaults (manners.always + "refuse ActiveFilterSlot 1");
+        EXPECT_FALSE (opened.SetActiveFilterSlot (2)) << manners.name << ": refused";
+        EXPECT_TRUE (opened.SetVolume (0.5f)) << manners.name;
+    }
+
+private:
+    static std::string text()
+    {
+        std::mt19937 random (1);
+        std::vector<float> taps (4096);
+
+        for (auto& tap : taps)
+            tap = static_cast<float> (random()) * 1e-9f;
+
+        return DescriptionBuilder().channel ("FL", 1).fir (44100, taps).channel ("SW", 2).fir (44100, taps).text();
+    }
+
+    void expectSlotAsMeant()
+    {
+        const auto slot = receiver->slots()[2];
+        ASSERT_EQ (receiver::Slot::State::occupied, slot.state) << manners.name;
+
+        Manners good;
+        Host undisturbed (good);
+        undisturbed.open();
+        ASSERT_EQ (kResultOk, undisturbed.download (undisturbed.device (0), text()));
+        EXPECT_TRUE (undisturbed.receiver->slots()[2].blocks[0].bytes == slot.blocks[0].bytes) << manners.name;
+    }
+
+    const Manners& manners;
+};
+
+}
+
+TEST (Replies, ADownloadLeavesWhatWasMeantOrFailsInWordsAndTheNextExchangesGetTheirOwn)
+{
+    const auto rows = receivers();
+    std::vector<std::unique_ptr<Host>> hosts;
+    std::vector<std::future<void>> done;
+
+    for (const auto& row : rows)
+        hosts.emplace_back (std::make_unique<Host> (row))->open();
+
+    for (const auto& host : hosts)
+        done.push_back (std::async (std::launch::async, [&host] { host->downloadAndGoOn(); }));
+}
+
+}
