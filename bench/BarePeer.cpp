@@ -19,7 +19,7 @@ namespace veltra::bench {
 
 namespace {
 
-constexpr std::size_t headerSize = 3 + 4 + 4 + 4;
+constexpr std::size_t kHeaderSize = 3 + 4 + 4 + 4;
 
 bool receiveAll (int handle, char* data, std::size_t size)
 {
@@ -46,7 +46,7 @@ sockaddr_in loopback (int port)
     return address;
 }
 
-std::size_t bodySize (const std::array<char, headerSize>& header) { return getBigEndian (header.data() + 3); }
+std::size_t bodySize (const std::array<char, kHeaderSize>& header) { return getBigEndian (header.data() + 3); }
 
 }
 
@@ -80,7 +80,7 @@ void BarePeer::serve() const
          handle = ::accept (listener, nullptr, nullptr))
     {
         doNotDelay (handle);
-        std::array<char, headerSize> header {};
+        std::array<char, kHeaderSize> header {};
 
         while (receiveAll (handle, header.data(), header.size()))
         {

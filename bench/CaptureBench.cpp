@@ -21,8 +21,8 @@ namespace veltra::bench {
 
 namespace {
 
-constexpr std::uint32_t packetsInABurst = 2000;
-constexpr int samplesInAPacket = 512; // 11 ms at 48000 Hz
+constexpr std::uint32_t kPacketsInABurst = 2000;
+constexpr int kSamplesInAPacket = 512; // 11 ms at 48000 Hz
 
 /** What asks the peer for its next burst: it answers any message with one. */
 veltraio::Volume demand()
@@ -38,10 +38,10 @@ std::string burst()
     std::string bytes;
     veltraio::AudioData packet;
 
-    for (int i = 0; i < samplesInAPacket; ++i)
+    for (int i = 0; i < kSamplesInAPacket; ++i)
         packet.add_data (0.001f * static_cast<float> (i));
 
-    for (std::uint32_t number = 1; number <= packetsInABurst; ++number)
+    for (std::uint32_t number = 1; number <= kPacketsInABurst; ++number)
     {
         packet.set_packetnumber (number);
         bytes += envelopeOf (packet);
@@ -59,7 +59,7 @@ public:
 
     void OnCaptureData (const float*, std::int32_t) override
     {
-        if (++packets % packetsInABurst == 0)
+        if (++packets % kPacketsInABurst == 0)
         {
             bursts.fetch_add (1);
             bursts.notify_one();
@@ -72,7 +72,7 @@ private:
     std::uint32_t packets = 0;
 };
 
-void countPackets (benchmark::State& state) { state.SetItemsProcessed (state.iterations() * packetsInABurst); }
+void countPackets (benchmark::State& state) { state.SetItemsProcessed (state.iterations() * kPacketsInABurst); }
 
 void BM_BareCapture (benchmark::State& state)
 {
@@ -97,7 +97,7 @@ void BM_Capture (benchmark::State& state)
 
     PacketCount count;
     auto& wire = *connection;
-    veltraio::Dispatcher dispatcher (std::move (connection), envelopeMarkerText, true);
+    veltraio::Dispatcher dispatcher (std::move (connection), kEnvelopeMarkerText, true);
     plugin::AudioCapture capture (wire);
     capture.start (&count);
 

@@ -95,7 +95,7 @@ public:
         if (! connection->connect ("127.0.0.1", peer.port(), 2000))
             throw std::runtime_error ("no connection to the benchmark's peer");
 
-        dispatcher = std::make_unique<veltraio::Dispatcher> (std::move (connection), envelopeMarkerText, true);
+        dispatcher = std::make_unique<veltraio::Dispatcher> (std::move (connection), kEnvelopeMarkerText, true);
         dispatcher->setMessageLimit (messageLimit);
         device = std::make_unique<plugin::DeviceImpl> (*dispatcher, receiverWithSixteenChannels(), settings, 0, "");
     }

@@ -11,14 +11,14 @@
 
 namespace veltra::bench {
 
-using veltraio::envelopeMarkerText;
+using veltraio::kEnvelopeMarkerText;
 
 /** A message's whole envelope. */
 template <class T>
 std::string envelopeOf (const T& message)
 {
     juce::MemoryBlock marker;
-    marker.loadFromHexString (envelopeMarkerText);
+    marker.loadFromHexString (kEnvelopeMarkerText);
     juce::MemoryOutputStream stream;
 
     if (! veltraio::putEnvelope (stream, marker, veltraio::IdType<T>::value, message))

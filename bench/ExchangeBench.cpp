@@ -48,7 +48,7 @@ void BM_Exchange (benchmark::State& state)
     if (! connection->connect ("127.0.0.1", peer.port(), 2000))
         return state.SkipWithError ("no connection");
 
-    veltraio::Dispatcher dispatcher (std::move (connection), envelopeMarkerText, true);
+    veltraio::Dispatcher dispatcher (std::move (connection), kEnvelopeMarkerText, true);
     const auto message = question();
 
     for (auto _ : state)

@@ -47,7 +47,7 @@ template <class Message>
 std::string envelope (const Message& message)
 {
     juce::MemoryOutputStream stream;
-    const juce::MemoryBlock marker (defaultEnvelopeMarker.data(), defaultEnvelopeMarker.size());
+    const juce::MemoryBlock marker (kDefaultEnvelopeMarker.data(), kDefaultEnvelopeMarker.size());
     putEnvelope (stream, marker, IdType<Message>::value, message);
     return { static_cast<const char*> (stream.getData()), stream.getDataSize() };
 }

@@ -54,7 +54,7 @@ extern "C" int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t siz
     const std::size_t pieceSize = *data++ + std::size_t { 1 };
     --size;
 
-    Dispatcher dispatcher (std::make_unique<LocalConnection>(), envelopeMarkerText, true);
+    Dispatcher dispatcher (std::make_unique<LocalConnection>(), kEnvelopeMarkerText, true);
     AcknowledgeHandler acknowledge (dispatcher);
     MessageHandler<Unit> unit (dispatcher);
     MessageHandler<Volume> volume (dispatcher);
@@ -71,14 +71,14 @@ extern "C" int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t siz
     require (pieces.envelopes == whole.envelopes, "a stream holds the same envelopes however it is cut");
 
     for (const auto& block : whole.envelopes)
-        require (block.getSize() >= 8 && block.getSize() + 3 + 4 < VeltraIOEnvelopeParser::bufferSize,
+        require (block.getSize() >= 8 && block.getSize() + 3 + 4 < VeltraIOEnvelopeParser::kBufferSize,
                  "an envelope holds identifier and checksum, and fits the buffer");
 
     // What arrived is read as after any exchange.
     acknowledge.Wait (0);
     acknowledge.getErrorText();
     require (unit.Wait (0) != ReplyState::answered
-                 || unit.message().ByteSizeLong() < VeltraIOEnvelopeParser::bufferSize,
+                 || unit.message().ByteSizeLong() < VeltraIOEnvelopeParser::kBufferSize,
              "a message is no larger than what it came in");
     return 0;
 }

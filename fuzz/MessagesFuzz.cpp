@@ -115,7 +115,7 @@ extern "C" int LLVMFuzzerTestOneInput (const std::uint8_t* data, std::size_t siz
     if (size == 0)
         return 0;
 
-    Dispatcher dispatcher (std::make_unique<LocalConnection>(), envelopeMarkerText, true);
+    Dispatcher dispatcher (std::make_unique<LocalConnection>(), kEnvelopeMarkerText, true);
     kinds[data[0] % std::size (kinds)](dispatcher, veltra::fuzz::asText (data + 1, size - 1));
     return 0;
 }

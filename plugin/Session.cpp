@@ -61,7 +61,7 @@ std::unique_ptr<Session> openSession (std::unique_ptr<veltra::ipc::Connection> c
                                       const juce::String& friendlyName, juce::PropertySet& settings)
 {
     auto session = std::make_unique<Session>();
-    session->dispatcher = std::make_unique<veltraio::Dispatcher> (std::move (connection), veltraio::envelopeMarkerText,
+    session->dispatcher = std::make_unique<veltraio::Dispatcher> (std::move (connection), veltraio::kEnvelopeMarkerText,
                                                                   readBool (settings, keys::kTimeout, true));
     auto& dispatcher = *session->dispatcher;
     agreeOnMessageLimit (dispatcher);

@@ -29,9 +29,9 @@ class Connection
 {
 public:
     /** How long the destructor waits for handlers that are still registered. */
-    static constexpr int defaultHandlerPatience_ms = 5000;
+    static constexpr int kHandlerPatience_ms = 5000;
 
-    explicit Connection (int patience_ms = defaultHandlerPatience_ms);
+    explicit Connection (int patience_ms = kHandlerPatience_ms);
 
     /** Waits a limited time until no handler is registered; those that are left then are unregistered. A derived
         class stops its reader thread before its own destructor ends. */

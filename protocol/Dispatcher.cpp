@@ -90,7 +90,7 @@ std::int32_t Dispatcher::sendMessage (const google::protobuf::MessageLite& messa
 
 void Dispatcher::settle (bool isQuery)
 {
-    const auto deadline = steadyMilliseconds() + ReplyLedger::longestLook_ms;
+    const auto deadline = steadyMilliseconds() + ReplyLedger::kLongestLook_ms;
     auto seen = connection->getMessageCount();
 
     for (auto now = steadyMilliseconds(); now < deadline; now = steadyMilliseconds())

@@ -32,7 +32,7 @@ class Dispatcher
 {
 public:
     /** @param connection   not null
-        @param markerText   the envelope's marker in hexadecimal, envelopeMarkerText
+        @param markerText   the envelope's marker in hexadecimal, kEnvelopeMarkerText
         @param useTimeouts  false makes every reply handler wait without limit */
     Dispatcher (std::unique_ptr<veltra::ipc::Connection> connection, const juce::String& markerText, bool useTimeouts);
 

@@ -14,7 +14,7 @@ bool putEnvelope (juce::MemoryOutputStream& stream, const juce::MemoryBlock& mar
     if (! message.IsInitialized())
         return false;
 
-    const auto headerSize = marker.getSize() + envelopeFieldsSize;
+    const auto headerSize = marker.getSize() + kEnvelopeFieldsSize;
     const auto bodySize = message.ByteSizeLong();
 
     if (bodySize > static_cast<std::size_t> (std::numeric_limits<std::int32_t>::max()) - headerSize)

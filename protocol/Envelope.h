@@ -74,21 +74,21 @@ struct IdType<AnyMessage>
 };
 
 /** The marker in hexadecimal. */
-inline constexpr char envelopeMarkerText[] = "2101FF";
+inline constexpr char kEnvelopeMarkerText[] = "2101FF";
 
-inline constexpr auto defaultEnvelopeMarker = [] {
+inline constexpr auto kDefaultEnvelopeMarker = [] {
     constexpr auto digit = [] (char text) { return text <= '9' ? text - '0' : text - 'A' + 10; };
-    std::array<std::uint8_t, (sizeof (envelopeMarkerText) - 1) / 2> bytes {};
+    std::array<std::uint8_t, (sizeof (kEnvelopeMarkerText) - 1) / 2> bytes {};
 
     for (std::size_t i = 0; i < bytes.size(); ++i)
-        bytes[i] =
-            static_cast<std::uint8_t> (digit (envelopeMarkerText[2 * i]) << 4 | digit (envelopeMarkerText[2 * i + 1]));
+        bytes[i] = static_cast<std::uint8_t> (digit (kEnvelopeMarkerText[2 * i]) << 4
+                                              | digit (kEnvelopeMarkerText[2 * i + 1]));
 
     return bytes;
 }();
 
 /** The fields between marker and body. */
-inline constexpr std::size_t envelopeFieldsSize = 4 + 4 + 4;
+inline constexpr std::size_t kEnvelopeFieldsSize = 4 + 4 + 4;
 
 /** Writes a whole envelope at the start of an empty stream.
     @returns false, with the stream in an undefined state, when the message lacks a required field

@@ -13,14 +13,14 @@ namespace veltraio {
 
 namespace {
 
-constexpr std::size_t maximumMarkerSize = 64;
-constexpr std::size_t lengthSize = 4;
+constexpr std::size_t kMaximumMarkerSize = 64;
+constexpr std::size_t kLengthSize = 4;
 
 std::mutex markerLock;
 
 std::vector<std::uint8_t>& processMarker()
 {
-    static std::vector<std::uint8_t> marker (defaultEnvelopeMarker.begin(), defaultEnvelopeMarker.end());
+    static std::vector<std::uint8_t> marker (kDefaultEnvelopeMarker.begin(), kDefaultEnvelopeMarker.end());
     return marker;
 }
 
@@ -28,11 +28,11 @@ std::vector<std::uint8_t>& processMarker()
 
 void setEnvelopeMarker (std::span<const std::uint8_t> marker)
 {
-    if (marker.size() > maximumMarkerSize)
+    if (marker.size() > kMaximumMarkerSize)
         throw std::invalid_argument ("The envelope marker is too long");
 
     if (marker.empty())
-        marker = defaultEnvelopeMarker;
+        marker = kDefaultEnvelopeMarker;
 
     const std::lock_guard guard (markerLock);
     processMarker().assign (marker.begin(), marker.end());
@@ -60,7 +60,7 @@ bool VeltraIOEnvelopeParser::feed (const std::uint8_t* data, std::uint32_t size)
 {
     const auto now = clock();
 
-    if (count > 0 && now - lastFeed >= stalePause_ms)
+    if (count > 0 && now - lastFeed >= kStalePause_ms)
         forget();
 
     lastFeed = now;
@@ -88,7 +88,7 @@ void VeltraIOEnvelopeParser::takeOpening (std::uint8_t byte)
     // A byte that breaks the marker is gone; it is not looked at again as the first byte of another one.
     if (count < marker.size() && byte != marker[count])
         count = 0;
-    else if (++count == marker.size() + lengthSize)
+    else if (++count == marker.size() + kLengthSize)
         readLength();
 }
 
@@ -97,7 +97,7 @@ void VeltraIOEnvelopeParser::readLength()
     const auto length = veltra::getBigEndian (buffer.data() + marker.size());
 
     // Compared this way round so that no length can wrap the sum.
-    if (length > bufferSize - 1 - marker.size() - envelopeFieldsSize)
+    if (length > kBufferSize - 1 - marker.size() - kEnvelopeFieldsSize)
         forget();
     else
         expected = static_cast<std::int32_t> (length);
@@ -105,14 +105,14 @@ void VeltraIOEnvelopeParser::readLength()
 
 std::size_t VeltraIOEnvelopeParser::takeRest (std::span<const std::uint8_t> bytes)
 {
-    const auto whole = marker.size() + envelopeFieldsSize + static_cast<std::size_t> (expected);
+    const auto whole = marker.size() + kEnvelopeFieldsSize + static_cast<std::size_t> (expected);
     const auto taken = std::min (bytes.size(), whole - count);
     std::copy_n (bytes.begin(), taken, buffer.begin() + static_cast<std::ptrdiff_t> (count));
     count += taken;
 
     if (count == whole)
     {
-        const auto start = marker.size() + lengthSize;
+        const auto start = marker.size() + kLengthSize;
         const juce::MemoryBlock block (buffer.data() + start, whole - start);
         forget();
         onEnvelope (block);

@@ -12,7 +12,7 @@
 
 namespace veltraio {
 
-/** The bytes that open each envelope, for the whole process: defaultEnvelopeMarker unless others are set.
+/** The bytes that open each envelope, for the whole process: kDefaultEnvelopeMarker unless others are set.
 
     A parser takes the marker that holds when it is made and keeps it. An empty list restores the default.
     @throws std::invalid_argument for more than 64 bytes. Any thread.
@@ -31,10 +31,10 @@ class VeltraIOEnvelopeParser
 {
 public:
     /** The largest envelope that can be received is one byte less, marker and header included. */
-    static constexpr std::uint32_t bufferSize = 32768;
+    static constexpr std::uint32_t kBufferSize = 32768;
 
     /** A partial envelope is dropped when so long a pause, or a longer one, lies between two feeds. */
-    static constexpr std::int64_t stalePause_ms = 1000;
+    static constexpr std::int64_t kStalePause_ms = 1000;
 
     explicit VeltraIOEnvelopeParser (veltra::MillisecondClock clock = veltra::steadyMilliseconds);
     virtual ~VeltraIOEnvelopeParser() = default;
@@ -66,7 +66,7 @@ private:
     std::size_t count = 0;      // bytes now in buffer
     std::int32_t expected = -1; // length of the body being collected, -1 while unknown
     std::int64_t lastFeed = 0;  // milliseconds
-    std::array<std::uint8_t, bufferSize> buffer;
+    std::array<std::uint8_t, kBufferSize> buffer;
 };
 
 }

@@ -65,7 +65,7 @@ bool waitForEnd (gaicb& control, std::chrono::steady_clock::time_point deadline,
 class AbandonedRequests
 {
 public:
-    static constexpr std::size_t maximum = 16;
+    static constexpr std::size_t kMaximum = 16;
 
     ~AbandonedRequests()
     {
@@ -80,7 +80,7 @@ public:
     {
         const std::lock_guard guard (mutex);
         freeFinished();
-        return requests.size() < maximum;
+        return requests.size() < kMaximum;
     }
 
     void add (std::unique_ptr<Request> request)

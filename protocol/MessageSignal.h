@@ -17,7 +17,7 @@ namespace veltra::ipc {
 class MessageSignal
 {
 public:
-    static constexpr std::chrono::microseconds patienceAwake { 50 };
+    static constexpr std::chrono::microseconds kPatienceAwake { 50 };
 
     void give()
     {
@@ -35,7 +35,7 @@ public:
     {
         using std::chrono::steady_clock;
 
-        for (const auto end = steady_clock::now() + patienceAwake; count == seen && steady_clock::now() < end;)
+        for (const auto end = steady_clock::now() + kPatienceAwake; count == seen && steady_clock::now() < end;)
             std::this_thread::yield();
 
         if (count == seen)

@@ -12,7 +12,7 @@ PingHandler::PingHandler (Dispatcher& dispatcherToUse, veltra::MillisecondClock 
       dispatcher (dispatcherToUse),
       clock (std::move (clockToUse)),
       poll_ms (pollInterval_ms),
-      nextPing (clock() + interval_ms),
+      nextPing (clock() + kInterval_ms),
       registration (dispatcherToUse.getConnection(), { static_cast<veltraio::EventHandler<Pong>*> (this),
                                                        static_cast<veltraio::EventHandler<AnyMessage>*> (this) })
 {
@@ -48,7 +48,7 @@ void PingHandler::run()
 
 void PingHandler::checkAndPing()
 {
-    nextPing = clock() + interval_ms;
+    nextPing = clock() + kInterval_ms;
     const bool lost = ! pongSeen.exchange (false);
 
     if (lost)
@@ -71,6 +71,6 @@ void PingHandler::callBack()
 
 void PingHandler::onEvent (const Pong&) { pongSeen = true; }
 
-void PingHandler::onEvent (const AnyMessage&) { nextPing = clock() + interval_ms; }
+void PingHandler::onEvent (const AnyMessage&) { nextPing = clock() + kInterval_ms; }
 
 }

@@ -25,7 +25,7 @@ class PingHandler final : public juce::Thread,
                           private EventHandler<AnyMessage>
 {
 public:
-    static constexpr std::int64_t interval_ms = 5000;
+    static constexpr std::int64_t kInterval_ms = 5000;
 
     /** Starts at once.
         @param poll_ms  how often the clock is looked at */

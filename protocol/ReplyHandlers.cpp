@@ -14,7 +14,7 @@ using veltra::steadyMilliseconds;
 
 namespace {
 
-constexpr std::int64_t longestPoll_ms = 10;
+constexpr std::int64_t kLongestPoll_ms = 10;
 
 }
 
@@ -44,7 +44,7 @@ std::int32_t AcknowledgeHandler::Wait (std::uint32_t timeoutMs)
     {
         const auto now = steadyMilliseconds();
         const bool isPending = state == ReplyState::pending;
-        auto left_ms = longestPoll_ms;
+        auto left_ms = kLongestPoll_ms;
 
         if (! isPending)
             left_ms = std::min (left_ms, ledger->timeToHold (now, outcome()));

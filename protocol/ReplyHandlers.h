@@ -41,7 +41,7 @@ public:
 
         Replies that arrive before it returns overwrite one another, so the last one counts. A reply that has been
         returned is final: the handler is then off the connection, and its contents change no more. A wait takes at
-        most ReplyLedger::longestPatience_ms longer than its time.
+        most ReplyLedger::kLongestPatience_ms longer than its time.
 
         @param timeoutMs  ignored when the dispatcher uses no time-outs; a lost reply then blocks for good
         @returns one of ReplyState

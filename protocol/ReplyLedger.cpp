@@ -8,9 +8,9 @@ namespace veltraio {
 
 namespace {
 
-constexpr int mostOwed = 16;
-constexpr int mostRepliesToOne = 4;
-constexpr int exchangesToBeWary = 64;
+constexpr int kMostOwed = 16;
+constexpr int kMostRepliesToOne = 4;
+constexpr int kExchangesToBeWary = 64;
 
 }
 
@@ -29,7 +29,7 @@ void ReplyLedger::beginLook (std::int64_t now)
 {
     const std::lock_guard guard (mutex);
     lookBegin = now;
-    lookEnd = now + std::min (patience(), longestLook_ms);
+    lookEnd = now + std::min (patience(), kLongestLook_ms);
 }
 
 void ReplyLedger::begin()
@@ -82,7 +82,7 @@ void ReplyLedger::arrived (bool isAwaited, bool isRefusal, std::int64_t now)
     if (now >= lookEnd)
         lookBegin = now;
 
-    lookEnd = std::max (lookEnd, std::min (now + look_ms, lookBegin + longestLook_ms));
+    lookEnd = std::max (lookEnd, std::min (now + kLook_ms, lookBegin + kLongestLook_ms));
 }
 
 std::int64_t ReplyLedger::timeToHold (std::int64_t now, Outcome outcome) const
@@ -94,12 +94,12 @@ std::int64_t ReplyLedger::timeToHold (std::int64_t now, Outcome outcome) const
 
     const int expected =
         outcome == Outcome::acknowledgedQuery ? current.replies + 1 : current.early + (owed + 1) * repliesToOne;
-    auto end = current.firstReply + look_ms;
+    auto end = current.firstReply + kLook_ms;
 
     if (current.replies < expected)
         end = std::max (end, current.lastReply + patience());
 
-    return std::max<std::int64_t> (std::min (end, current.firstReply + look_ms + longestPatience_ms) - now, 0);
+    return std::max<std::int64_t> (std::min (end, current.firstReply + kLook_ms + kLongestPatience_ms) - now, 0);
 }
 
 void ReplyLedger::end (std::int64_t now, Outcome outcome, bool sawRefusal)
@@ -116,7 +116,7 @@ void ReplyLedger::end (std::int64_t now, Outcome outcome, bool sawRefusal)
         if (owed == 0)
             oldestOwed = lastSend;
 
-        owed = std::min (owed + ended.sends, mostOwed);
+        owed = std::min (owed + ended.sends, kMostOwed);
         return;
     }
 
@@ -144,7 +144,7 @@ void ReplyLedger::end (std::int64_t now, Outcome outcome, bool sawRefusal)
     if (isQuery || (lastKind != nullptr && lastKind->looks > 0 && ! wasHeld))
     {
         lookBegin = now;
-        lookEnd = ended.lastReply + look_ms;
+        lookEnd = ended.lastReply + kLook_ms;
     }
 
     if (lastKind != nullptr && lastKind->looks > 0)
@@ -187,18 +187,18 @@ bool ReplyLedger::isCareful (Outcome outcome) const
     receiver was held up, and is perhaps the owed one: then its own time is the measure. */
 std::int64_t ReplyLedger::patience() const
 {
-    const auto usual = std::max (4 * slowestReply, leastPatience_ms);
+    const auto usual = std::max (4 * slowestReply, kLeastPatience_ms);
     const bool isLate = owed > 0 && current.firstReply - lastSend > usual;
-    return std::min (isLate ? std::max (usual, current.firstReply - oldestOwed) : usual, longestPatience_ms);
+    return std::min (isLate ? std::max (usual, current.firstReply - oldestOwed) : usual, kLongestPatience_ms);
 }
 
 void ReplyLedger::noteSurplus (int repliesOfOne)
 {
-    repliesToOne = std::clamp (repliesOfOne, repliesToOne, mostRepliesToOne);
-    wary = exchangesToBeWary;
+    repliesToOne = std::clamp (repliesOfOne, repliesToOne, kMostRepliesToOne);
+    wary = kExchangesToBeWary;
 
     if (lastKind != nullptr)
-        lastKind->looks = exchangesToBeWary;
+        lastKind->looks = kExchangesToBeWary;
 }
 
 }

@@ -38,10 +38,10 @@ struct StrayReplies
 class ReplyLedger
 {
 public:
-    static constexpr std::int64_t look_ms = 10;
-    static constexpr std::int64_t longestLook_ms = 500; ///< while strays keep arriving
-    static constexpr std::int64_t leastPatience_ms = 250;
-    static constexpr std::int64_t longestPatience_ms = 5000;
+    static constexpr std::int64_t kLook_ms = 10;
+    static constexpr std::int64_t kLongestLook_ms = 500; ///< while strays keep arriving
+    static constexpr std::int64_t kLeastPatience_ms = 250;
+    static constexpr std::int64_t kLongestPatience_ms = 5000;
 
     /** What an exchange has come to so far. */
     enum class Outcome

@@ -21,14 +21,14 @@ protected:
     using typename Base::int_type;
     using typename Base::traits_type;
 
-    static constexpr int bufferSize = 32768;
+    static constexpr int kBufferSize = 32768;
 
     int_type overflow (int_type character) override
     {
         if (! flush())
             return traits_type::eof();
 
-        this->setp (buffer.data(), buffer.data() + bufferSize);
+        this->setp (buffer.data(), buffer.data() + kBufferSize);
 
         if (! traits_type::eq_int_type (character, traits_type::eof()))
             return this->sputc (traits_type::to_char_type (character));
@@ -38,7 +38,7 @@ protected:
 
     int_type underflow() override
     {
-        const int got = readBytes (buffer.data(), bufferSize);
+        const int got = readBytes (buffer.data(), kBufferSize);
 
         if (got <= 0)
             return traits_type::eof();
@@ -61,7 +61,7 @@ private:
         return written;
     }
 
-    std::array<CharT, bufferSize + 1> buffer; // on purpose not cleared: 32 KiB a message would be felt
+    std::array<CharT, kBufferSize + 1> buffer; // on purpose not cleared: 32 KiB a message would be felt
 };
 
 /** Reads through juce::InputStream::read and ignores writes. */

@@ -15,10 +15,10 @@ namespace veltra::ipc {
 
 namespace {
 
-constexpr std::uint32_t headerWord = 0xF2B49E2C;
-constexpr int headerSize = 4 + 4;
-constexpr int readerStart_ms = 1000;
-constexpr int readerStop_ms = 4000;
+constexpr std::uint32_t kHeaderWord = 0xF2B49E2C;
+constexpr int kHeaderSize = 4 + 4;
+constexpr int kReaderStart_ms = 1000;
+constexpr int kReaderStop_ms = 4000;
 
 }
 
@@ -32,7 +32,7 @@ public:
         if (! startThread (veltra::threadPriority (wantedPriority)))
             return false;
 
-        started.wait (readerStart_ms);
+        started.wait (kReaderStart_ms);
         return true;
     }
 
@@ -123,13 +123,13 @@ int TcpConnection::write (const void* data, int size, platform::Blocking blockin
     return platform::sendBytes (current->getRawSocketHandle(), data, size, blocking);
 }
 
-int TcpConnection::getHeaderSize() { return headerSize; }
+int TcpConnection::getHeaderSize() { return kHeaderSize; }
 
 bool TcpConnection::send (juce::MemoryOutputStream& stream, const Destination&)
 {
     const auto size = static_cast<int> (stream.getDataSize());
     stream.setPosition (0);
-    stream.writeInt (static_cast<int> (headerWord));
+    stream.writeInt (static_cast<int> (kHeaderWord));
     stream.writeInt (size - getHeaderSize());
     return write (stream.getData(), size) == size;
 }
@@ -208,7 +208,7 @@ void TcpConnection::disconnect (bool)
 
     // A handler that disconnects runs on the reader itself, which ends when the handler returns.
     if (thread != nullptr && thread->getThreadId() != juce::Thread::getCurrentThreadId())
-        if (! thread->join (readerStop_ms))
+        if (! thread->join (kReaderStop_ms))
             VELTRA_LOG (ERROR, "VeltraIO: A message handler does not return, the connection stays open until it does");
 }
 
@@ -263,10 +263,10 @@ int TcpConnection::readHeader()
     if (current == nullptr)
         return -1;
 
-    std::uint8_t header[headerSize] = {};
-    const int got = current->read (header, headerSize, true);
+    std::uint8_t header[kHeaderSize] = {};
+    const int got = current->read (header, kHeaderSize, true);
 
-    if (got == headerSize && juce::ByteOrder::littleEndianInt (header) == headerWord)
+    if (got == kHeaderSize && juce::ByteOrder::littleEndianInt (header) == kHeaderWord)
         return static_cast<int> (juce::ByteOrder::littleEndianInt (header + 4));
 
     return got;
@@ -276,7 +276,7 @@ bool TcpConnection::read()
 {
     const int size = readHeader();
 
-    if (size < 0 || size > maximumMessageSize)
+    if (size < 0 || size > kMaximumMessageSize)
     {
         notifyDisconnected();
         return false;
@@ -285,7 +285,7 @@ bool TcpConnection::read()
     if (size == 0)
         return true;
 
-    constexpr int largestRead = 65536;
+    constexpr int kLargestRead = 65536;
     juce::MemoryBlock block (static_cast<std::size_t> (size), true);
     auto* const bytes = static_cast<char*> (block.getData());
 
@@ -293,7 +293,7 @@ bool TcpConnection::read()
     {
         const auto current = getSocket();
         const int got =
-            current != nullptr ? current->read (bytes + position, std::min (size - position, largestRead), true) : 0;
+            current != nullptr ? current->read (bytes + position, std::min (size - position, kLargestRead), true) : 0;
 
         if (got <= 0)
             break;

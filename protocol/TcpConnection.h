@@ -24,10 +24,10 @@ class TcpConnection : public Connection
 {
 public:
     /** The largest message that the generic framing takes; a peer that announces more is disconnected. */
-    static constexpr int maximumMessageSize = 16 * 1024 * 1024;
+    static constexpr int kMaximumMessageSize = 16 * 1024 * 1024;
 
     /** With a priority of 0 or above there will be a reader thread of that priority once a socket is attached. */
-    explicit TcpConnection (int threadPriority, int patience_ms = defaultHandlerPatience_ms);
+    explicit TcpConnection (int threadPriority, int patience_ms = kHandlerPatience_ms);
 
     /** Disconnects. A derived class that overrides an operation of the reader thread calls disconnect in its own
         destructor, since the thread must not find the object half gone. Waits for a running handler to return,

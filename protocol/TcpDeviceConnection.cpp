@@ -14,13 +14,13 @@ namespace veltraio {
 
 namespace {
 
-constexpr int readerPriority = 5;
-constexpr int largestRead = 1024;
+constexpr int kReaderPriority = 5;
+constexpr int kLargestRead = 1024;
 
 }
 
 TcpDeviceConnection::TcpDeviceConnection (const juce::String& hostAndPort, int patience_ms)
-    : TcpConnection (readerPriority, patience_ms),
+    : TcpConnection (kReaderPriority, patience_ms),
       address (hostAndPort)
 {
 }
@@ -46,8 +46,8 @@ bool TcpDeviceConnection::poll()
         return false;
 
     // Waiting and reading in one system call instead of four: this is on the road of every exchange.
-    std::array<std::uint8_t, largestRead> bytes;
-    const int got = veltra::ipc::platform::receiveBytes (current->getRawSocketHandle(), bytes.data(), largestRead);
+    std::array<std::uint8_t, kLargestRead> bytes;
+    const int got = veltra::ipc::platform::receiveBytes (current->getRawSocketHandle(), bytes.data(), kLargestRead);
 
     if (readerShouldExit())
         return false;

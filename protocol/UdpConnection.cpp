@@ -11,13 +11,13 @@ namespace veltra::ipc {
 
 namespace {
 
-constexpr std::uint32_t checkWord = 0x8FB67C4A;
-constexpr int headerSize = 4 + 4 + 4 + 4;
-constexpr int largestPayload = 65507; // of a datagram over IPv4
-constexpr int wait_ms = 100;          // a socket that is shut down under a waiting thread does not always wake it
+constexpr std::uint32_t kCheckWord = 0x8FB67C4A;
+constexpr int kHeaderSize = 4 + 4 + 4 + 4;
+constexpr int kLargestPayload = 65507; // of a datagram over IPv4
+constexpr int kWait_ms = 100;          // a socket that is shut down under a waiting thread does not always wake it
 
 /** The table of the reflected CRC-32, each entry with its bytes swapped. */
-constexpr auto crcTable = [] {
+constexpr auto kCrcTable = [] {
     std::array<std::uint32_t, 256> table {};
 
     for (std::uint32_t i = 0; i < 256; ++i)
@@ -38,7 +38,7 @@ constexpr auto crcTable = [] {
 std::uint32_t computeCrc (const std::uint8_t* data, std::size_t size)
 {
     std::uint32_t crc = 0x04C11DB7;
-    const auto shiftOut = [&crc] { crc = (crc << 8) ^ crcTable[crc >> 24]; };
+    const auto shiftOut = [&crc] { crc = (crc << 8) ^ kCrcTable[crc >> 24]; };
 
     for (; size >= 4; data += 4, size -= 4)
     {
@@ -90,30 +90,30 @@ juce::String UdpConnection::getName() { return {}; }
 
 int UdpConnection::write (const void*, int) { throw std::logic_error ("The method or operation is not implemented."); }
 
-int UdpConnection::getHeaderSize() { return headerSize; }
+int UdpConnection::getHeaderSize() { return kHeaderSize; }
 
 bool UdpConnection::send (juce::MemoryOutputStream& stream, const Destination& destination)
 {
     const auto size = static_cast<int> (stream.getDataSize());
 
-    if (size < headerSize)
+    if (size < kHeaderSize)
         return false;
 
-    const auto* const body = static_cast<const std::uint8_t*> (stream.getData()) + headerSize;
-    const auto bodyCrc = computeCrc (body, static_cast<std::size_t> (size - headerSize));
+    const auto* const body = static_cast<const std::uint8_t*> (stream.getData()) + kHeaderSize;
+    const auto bodyCrc = computeCrc (body, static_cast<std::size_t> (size - kHeaderSize));
     const auto word = static_cast<std::uint32_t> (juce::Random::getSystemRandom().nextInt());
 
     stream.setPosition (0);
     stream.writeInt (static_cast<int> (word));
-    stream.writeInt (static_cast<int> (word ^ checkWord));
-    stream.writeInt (size - headerSize);
+    stream.writeInt (static_cast<int> (word ^ kCheckWord));
+    stream.writeInt (size - kHeaderSize);
     stream.writeInt (static_cast<int> (bodyCrc));
 
     const auto* const bytes = static_cast<const char*> (stream.getData());
 
     for (int position = 0; position < size;)
     {
-        const int piece = std::min (size - position, largestPayload);
+        const int piece = std::min (size - position, kLargestPayload);
 
         if (socket.write (destination.host, destination.port, bytes + position, piece) != piece)
             return false;
@@ -130,7 +130,7 @@ void UdpConnection::run()
 
     while (! threadShouldExit())
     {
-        const int ready = socket.waitUntilReady (true, wait_ms);
+        const int ready = socket.waitUntilReady (true, kWait_ms);
 
         if (ready < 0)
             break;
@@ -146,13 +146,13 @@ bool UdpConnection::handleRead()
     remaining = 0;
     crc = 0;
 
-    std::array<char, maximumDatagramSize> datagram;
+    std::array<char, kMaximumDatagramSize> datagram;
     juce::String senderIp;
     int senderPort = 0;
 
     while (! threadShouldExit())
     {
-        const int got = socket.read (datagram.data(), maximumDatagramSize, false, senderIp, senderPort);
+        const int got = socket.read (datagram.data(), kMaximumDatagramSize, false, senderIp, senderPort);
 
         if (got <= 0)
             return false;
@@ -170,14 +170,14 @@ bool UdpConnection::handleDatagram (const void* data, int size, const juce::Stri
     auto payload = static_cast<std::uint32_t> (std::max (size, 0));
     const auto word = [bytes] (int index) { return juce::ByteOrder::littleEndianInt (bytes + 4 * index); };
 
-    if (payload >= headerSize && word (1) == (word (0) ^ checkWord) && word (2) <= maximumMessageSize)
+    if (payload >= kHeaderSize && word (1) == (word (0) ^ kCheckWord) && word (2) <= kMaximumMessageSize)
     {
         received = 0;
         remaining = word (2);
         crc = word (3);
         message.setSize (remaining);
-        bytes += headerSize;
-        payload -= headerSize;
+        bytes += kHeaderSize;
+        payload -= kHeaderSize;
     }
     else if (remaining == 0)
     {

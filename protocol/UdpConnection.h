@@ -27,10 +27,10 @@ class UdpConnection : public juce::Thread,
                       public Connection
 {
 public:
-    static constexpr int maximumDatagramSize = 65536;
+    static constexpr int kMaximumDatagramSize = 65536;
 
     /** The largest message that handleDatagram collects; a header with a larger size is not recognised. */
-    static constexpr std::uint32_t maximumMessageSize = 16 * 1024 * 1024;
+    static constexpr std::uint32_t kMaximumMessageSize = 16 * 1024 * 1024;
 
     /** Binds the socket; port 0 lets the system choose.
         @param threadPriority  below 0 there is no reader thread

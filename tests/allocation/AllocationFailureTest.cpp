@@ -199,7 +199,7 @@ TEST_F (AllocationFailure, AMessageThatIsLostIsFollowedByOneThatArrives)
     struct State
     {
         std::unique_ptr<veltraio::Dispatcher> dispatcher = std::make_unique<veltraio::Dispatcher> (
-            std::make_unique<AnsweringConnection>(), veltraio::envelopeMarkerText, true);
+            std::make_unique<AnsweringConnection>(), veltraio::kEnvelopeMarkerText, true);
         std::unique_ptr<veltraio::MessageHandler<veltraio::Unit>> handler =
             std::make_unique<veltraio::MessageHandler<veltraio::Unit>> (*dispatcher);
     };

@@ -255,7 +255,7 @@ TEST_F (DownloadFailure, AMessageLimitWithoutRoomForASample)
 {
     open();
     veltraio::ConnectionManager manager (0);
-    veltraio::Dispatcher dispatcher (manager.Connect ("TCP:" + receiver->address()), veltraio::envelopeMarkerText,
+    veltraio::Dispatcher dispatcher (manager.Connect ("TCP:" + receiver->address()), veltraio::kEnvelopeMarkerText,
                                      true);
     dispatcher.setMessageLimit (15 + 2 + 2 + 2 + 2 + 3);
     juce::PropertySet none;

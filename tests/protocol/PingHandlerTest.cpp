@@ -47,7 +47,7 @@ struct KeepAlive
     std::atomic<int> lost { 0 };
     LocalConnection* const connection = new LocalConnection;
     veltraio::Dispatcher dispatcher { std::unique_ptr<veltra::ipc::Connection> (connection),
-                                      veltraio::envelopeMarkerText, true };
+                                      veltraio::kEnvelopeMarkerText, true };
     veltraio::PingHandler handler { dispatcher,
                                     [this] {
                                         ++looks;

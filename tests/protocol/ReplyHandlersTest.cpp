@@ -45,7 +45,7 @@ struct Session
 private:
     Session (std::unique_ptr<LocalConnection> local, bool useTimeouts)
         : connection (*local),
-          dispatcher (std::move (local), envelopeMarkerText, useTimeouts)
+          dispatcher (std::move (local), kEnvelopeMarkerText, useTimeouts)
     {
     }
 };

@@ -45,9 +45,9 @@ TEST (ReplyLedger, AfterATimeOutAnExchangeIsHeldUntilTheOwedReplyOrAQuietStretch
     EXPECT_EQ (0, ledger.timeToHold (401, none)) << "not before a reply";
     ledger.reply (402);
     ledger.reply (403);
-    EXPECT_EQ (ReplyLedger::leastPatience_ms, ledger.timeToHold (403, acknowledged)) << "one more may come";
+    EXPECT_EQ (ReplyLedger::kLeastPatience_ms, ledger.timeToHold (403, acknowledged)) << "one more may come";
     ledger.reply (404);
-    EXPECT_EQ (402 + ReplyLedger::look_ms - 404, ledger.timeToHold (404, acknowledged));
+    EXPECT_EQ (402 + ReplyLedger::kLook_ms - 404, ledger.timeToHold (404, acknowledged));
     ledger.end (412, acknowledged, false);
     ledger.exchange (1000, 100);
 
@@ -67,7 +67,7 @@ TEST (ReplyLedger, AfterATimeOutAnExchangeIsHeldUntilTheOwedReplyOrAQuietStretch
     ledger.timeOut (10000);
     ledger.send (90000);
     ledger.reply (91000);
-    EXPECT_EQ (ReplyLedger::longestPatience_ms, ledger.timeToHold (91000, acknowledged));
+    EXPECT_EQ (ReplyLedger::kLongestPatience_ms, ledger.timeToHold (91000, acknowledged));
     ledger.end (96000, acknowledged, false);
 
     ledger.timeOut (100000);
@@ -80,19 +80,19 @@ TEST (ReplyLedger, AfterAStrayReplyCommandsAreHeldForALook)
 {
     Ledger ledger;
     ledger.exchange (0);
-    EXPECT_EQ (ReplyLedger::look_ms, ledger.timeToSettle (1, false)) << "the first of its kind";
+    EXPECT_EQ (ReplyLedger::kLook_ms, ledger.timeToSettle (1, false)) << "the first of its kind";
     EXPECT_EQ (0, ledger.timeToSettle (1, true)) << "a query is not misled";
     ledger.exchange (100);
     EXPECT_EQ (0, ledger.timeToSettle (101, false));
 
     ledger.stray (105, true);
     EXPECT_EQ ((veltraio::StrayReplies { 1, 0 }), ledger.strays());
-    EXPECT_EQ (ReplyLedger::look_ms, ledger.timeToSettle (105, false));
+    EXPECT_EQ (ReplyLedger::kLook_ms, ledger.timeToSettle (105, false));
 
     // It is expected to say everything twice, until it does not.
     ledger.send (200);
     ledger.reply (201);
-    EXPECT_EQ (ReplyLedger::leastPatience_ms, ledger.timeToHold (201, acknowledged));
+    EXPECT_EQ (ReplyLedger::kLeastPatience_ms, ledger.timeToHold (201, acknowledged));
     EXPECT_EQ (0, ledger.timeToHold (201, answered)) << "there is no doubt about an answer";
     ledger.end (451, acknowledged, false);
 
@@ -100,7 +100,7 @@ TEST (ReplyLedger, AfterAStrayReplyCommandsAreHeldForALook)
     {
         ledger.send (time);
         ledger.reply (time + 1);
-        ASSERT_EQ (ReplyLedger::look_ms, ledger.timeToHold (time + 1, acknowledged)) << left;
+        ASSERT_EQ (ReplyLedger::kLook_ms, ledger.timeToHold (time + 1, acknowledged)) << left;
         ledger.end (time + 11, acknowledged, false);
     }
 
@@ -119,16 +119,16 @@ TEST (ReplyLedger, AQueryThatIsAcknowledgedWaitsOnForItsAnswer)
     Ledger ledger;
     ledger.send (0);
     ledger.reply (1);
-    EXPECT_EQ (ReplyLedger::leastPatience_ms, ledger.timeToHold (1, acknowledgedQuery));
+    EXPECT_EQ (ReplyLedger::kLeastPatience_ms, ledger.timeToHold (1, acknowledgedQuery));
     ledger.reply (5);
     EXPECT_EQ (0, ledger.timeToHold (5, answered));
     ledger.end (5, answered, false);
-    EXPECT_EQ (ReplyLedger::look_ms, ledger.timeToSettle (5, false));
+    EXPECT_EQ (ReplyLedger::kLook_ms, ledger.timeToSettle (5, false));
 
     ledger.begin();
     ledger.reply (100); // of the exchange before, between the registration and the sending
     ledger.sending (2, 101);
-    EXPECT_EQ (ReplyLedger::leastPatience_ms - 1, ledger.timeToHold (101, acknowledged));
+    EXPECT_EQ (ReplyLedger::kLeastPatience_ms - 1, ledger.timeToHold (101, acknowledged));
 }
 
 }

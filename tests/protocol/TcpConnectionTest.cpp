@@ -65,7 +65,7 @@ struct Blocks
 /** A connection to a peer. */
 struct Connected
 {
-    explicit Connected (int patience_ms = veltra::ipc::Connection::defaultHandlerPatience_ms)
+    explicit Connected (int patience_ms = veltra::ipc::Connection::kHandlerPatience_ms)
         : owned (std::make_unique<TcpDeviceConnection> ("127.0.0.1:1", patience_ms)),
           connection (*owned)
     {
@@ -76,7 +76,7 @@ struct Connected
     /** Gives the connection to a dispatcher. */
     std::unique_ptr<Dispatcher> dispatch()
     {
-        return std::make_unique<Dispatcher> (std::move (owned), envelopeMarkerText, true);
+        return std::make_unique<Dispatcher> (std::move (owned), kEnvelopeMarkerText, true);
     }
 
     TestPeer peer;

@@ -40,9 +40,9 @@ struct Datagrams final : veltra::ipc::UdpConnection
     /** The next datagram that arrives, as it is. */
     std::string next()
     {
-        std::vector<char> bytes (maximumDatagramSize);
+        std::vector<char> bytes (kMaximumDatagramSize);
         const int size =
-            socket.waitUntilReady (true, 10000) > 0 ? socket.read (bytes.data(), maximumDatagramSize, false) : 0;
+            socket.waitUntilReady (true, 10000) > 0 ? socket.read (bytes.data(), kMaximumDatagramSize, false) : 0;
         return { bytes.data(), static_cast<std::size_t> (size) };
     }
 

@@ -24,9 +24,9 @@ namespace {
 using namespace veltratune_io;
 
 // Sessions with faults mostly wait, so many hosts run at once.
-constexpr unsigned hostCount = 40;
-constexpr unsigned sessionsUntilSettled = 10; ///< of each host, until caches are filled
-constexpr unsigned sessionsAfterwards = 40;
+constexpr unsigned kHostCount = 40;
+constexpr unsigned kSessionsUntilSettled = 10; ///< of each host, until caches are filled
+constexpr unsigned kSessionsAfterwards = 40;
 
 struct Footprint
 {
@@ -189,19 +189,19 @@ TEST (Soak, DescriptorsThreadsAndMemoryStayAsTheyAre)
 
     std::vector<std::unique_ptr<Host>> hosts;
 
-    for (unsigned i = 0; i < hostCount; ++i)
+    for (unsigned i = 0; i < kHostCount; ++i)
         hosts.push_back (std::make_unique<Host> (i));
 
-    runSessions (hosts, sessionsUntilSettled);
+    runSessions (hosts, kSessionsUntilSettled);
     const auto settled = Footprint::now();
-    runSessions (hosts, sessionsAfterwards);
+    runSessions (hosts, kSessionsAfterwards);
     const auto last = Footprint::now();
     unsigned downloads = 0;
 
     for (const auto& host : hosts)
         downloads += host->downloads;
 
-    constexpr unsigned sessions = hostCount * (sessionsUntilSettled + sessionsAfterwards);
+    constexpr unsigned sessions = kHostCount * (kSessionsUntilSettled + kSessionsAfterwards);
     std::cout << sessions << " sessions, " << downloads << " downloads; descriptors " << settled.descriptors << " -> "
               << last.descriptors << ", threads " << settled.threads << " -> " << last.threads << ", allocated MiB "
               << settled.allocated_MiB << " -> " << last.allocated_MiB << "\n";

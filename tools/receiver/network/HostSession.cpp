@@ -64,7 +64,7 @@ struct HostSession::Outgoing
 
     std::string write (bool withWrongChecksum, std::uint32_t missingBytes) const
     {
-        return std::string (veltraio::defaultEnvelopeMarker.begin(), veltraio::defaultEnvelopeMarker.end())
+        return std::string (veltraio::kDefaultEnvelopeMarker.begin(), veltraio::kDefaultEnvelopeMarker.end())
                + bigEndian (static_cast<std::uint32_t> (body.size()) + missingBytes) + bigEndian (messageId)
                + bigEndian (veltraio::envelopeHash (body) + (withWrongChecksum ? 1 : 0)) + body;
     }
