@@ -13,7 +13,6 @@ namespace {
 
 using veltraio::Request;
 
-constexpr const char* kMarker = "2101FF";
 constexpr std::uint32_t kAnswerTime_ms = 5000;
 
 /** A connection to a receiver for some questions. */
@@ -23,7 +22,8 @@ public:
     Questions (veltraio::ConnectionManager& connections, const std::string& address)
     {
         if (auto connection = connections.Connect ("TCP:" + juce::String (address)))
-            dispatcher = std::make_unique<veltraio::Dispatcher> (std::move (connection), kMarker, true);
+            dispatcher =
+                std::make_unique<veltraio::Dispatcher> (std::move (connection), veltraio::kEnvelopeMarkerText, true);
     }
 
     template <class Answer>
