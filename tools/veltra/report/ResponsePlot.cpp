@@ -123,11 +123,10 @@ void plotResponses (const std::filesystem::path& file, const std::string& title,
                             : "unset key\n")
                   + "plot " + curve (2, "lw 4 lc '#c0c0c0' title 'filter', ")
                   + curve (3, "lw 1.3 lc '#1f4e8c' title 'played', ")
-                  + "NaN with lines lw 1.3 lc '#b03020' title 'error, dB of the filter in the same band'\n"
-                  + "unset key\nset label 1 " + gnuplotText (remark (responses[i].error))
-                  + " at graph 0.02,0.85 font ',11' noenhanced\n" + layout.margins (i, 0.57, 0.89)
-                  + range (kHighestError_dB, kErrorSpan_dB) + frequencyTics (true) + "set ytics 40\nplot "
-                  + curve (4, "lw 1.3 lc '#b03020' notitle\n") + "unset label 1\n";
+                  + "NaN with lines lw 1.3 lc '#b03020' title 'error'\n" + "unset key\nset label 1 "
+                  + gnuplotText (remark (responses[i].error)) + " at graph 0.02,0.85 font ',11' noenhanced\n"
+                  + layout.margins (i, 0.57, 0.89) + range (kHighestError_dB, kErrorSpan_dB) + frequencyTics (true)
+                  + "set ytics 40\nplot " + curve (4, "lw 1.3 lc '#b03020' notitle\n") + "unset label 1\n";
     }
 
     const double resolution_Hz = responses.empty() ? 0.0 : responses.front().error.resolution_Hz;
