@@ -76,16 +76,20 @@ struct IdType<AnyMessage>
 /** The marker in hexadecimal. */
 inline constexpr char kEnvelopeMarkerText[] = "2101FF";
 
-inline constexpr auto kDefaultEnvelopeMarker = [] {
-    constexpr auto digit = [] (char text) { return text <= '9' ? text - '0' : text - 'A' + 10; };
-    std::array<std::uint8_t, (sizeof (kEnvelopeMarkerText) - 1) / 2> bytes {};
+/** The bytes of a text of hexadecimal digits, in capitals. */
+template <std::size_t size>
+constexpr std::array<std::uint8_t, size / 2> bytesOfHex (const char (&text)[size])
+{
+    constexpr auto digit = [] (char c) { return c <= '9' ? c - '0' : c - 'A' + 10; };
+    std::array<std::uint8_t, size / 2> bytes {};
 
     for (std::size_t i = 0; i < bytes.size(); ++i)
-        bytes[i] = static_cast<std::uint8_t> (digit (kEnvelopeMarkerText[2 * i]) << 4
-                                              | digit (kEnvelopeMarkerText[2 * i + 1]));
+        bytes[i] = static_cast<std::uint8_t> (digit (text[2 * i]) << 4 | digit (text[2 * i + 1]));
 
     return bytes;
-}();
+}
+
+inline constexpr auto kDefaultEnvelopeMarker = bytesOfHex (kEnvelopeMarkerText);
 
 /** The fields between marker and body. */
 inline constexpr std::size_t kEnvelopeFieldsSize = 4 + 4 + 4;
