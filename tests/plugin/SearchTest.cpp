@@ -4,6 +4,7 @@
 #include <iterator>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -79,6 +80,11 @@ TEST_F (Search, EveryReceiverOfTheNetworkGivesADeviceAndNoThreadIsLeftBehind)
             ASSERT_TRUE (receivers[0]->waitFor (
                 [this] { return receivers[0]->openSessions() == 1 && receivers[1]->openSessions() == 1; }));
         }
+
+        // The receivers' sessions end behind the module's connections, on threads of this process.
+        for (const auto end = steady_clock::now() + std::chrono::seconds (10);
+             threads() > threadsBefore && steady_clock::now() < end;)
+            std::this_thread::sleep_for (std::chrono::milliseconds (10));
 
         EXPECT_LE (threads(), threadsBefore);
         EXPECT_NE (announcements[0]->searches().at (0).bytes.find ("\r\nST:upnp:rootdevice\r\n"),
