@@ -9,7 +9,7 @@
 
 #include "tools/ExitStatus.h"
 #include "tools/output/SignalWatch.h"
-#include "tools/platform/Platform.h"
+#include "tools/platform/Files.h"
 
 namespace fs = std::filesystem;
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
-#include "tools/platform/Platform.h"
+#include "tools/platform/Process.h"
 
 namespace veltra {
 

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "tools/ExitStatus.h"
-#include "tools/platform/Platform.h"
+#include "tools/platform/Files.h"
 
 namespace fs = std::filesystem;
 

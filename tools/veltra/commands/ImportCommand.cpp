@@ -7,7 +7,7 @@
 #include "tools/output/OutputFile.h"
 #include "tools/receiver/device/Profile.h"
 #include "tools/veltra/commands/Commands.h"
-#include "tools/veltra/filters/ReceiverChannels.h"
+#include "tools/veltra/session/ReceiverChannels.h"
 #include "tools/veltra/session/ReceiverDescription.h"
 
 namespace veltra::host {

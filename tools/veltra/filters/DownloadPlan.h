@@ -12,7 +12,7 @@
 #include "protocol/veltraio.pb.h"
 #include "tools/veltra/filters/ArrangedDescription.h"
 #include "tools/veltra/filters/ChannelMatch.h"
-#include "tools/veltra/filters/ReceiverChannels.h"
+#include "tools/veltra/session/ReceiverChannels.h"
 
 namespace veltra::host {
 

@@ -3,7 +3,7 @@
 
 #include "tools/ExitStatus.h"
 #include "tools/output/OutputFile.h"
-#include "tools/platform/Platform.h"
+#include "tools/platform/Process.h"
 
 namespace veltra::host {
 

@@ -5,7 +5,7 @@
 
 #include "common/Text.h"
 #include "tools/ExitStatus.h"
-#include "tools/platform/Platform.h"
+#include "tools/platform/Process.h"
 #include "tools/veltra/filters/XmlText.h"
 #include "tools/veltra/session/StrictNumber.h"
 

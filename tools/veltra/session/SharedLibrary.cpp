@@ -4,7 +4,7 @@
 #include <string>
 
 #include "tools/ExitStatus.h"
-#include "tools/platform/Platform.h"
+#include "tools/platform/Process.h"
 
 namespace veltra::host {
 

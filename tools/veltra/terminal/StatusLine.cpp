@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "tools/platform/Platform.h"
+#include "tools/platform/Process.h"
 
 namespace veltra::host {
 

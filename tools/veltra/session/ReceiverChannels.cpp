@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "tools/veltra/filters/ReceiverChannels.h"
+#include "tools/veltra/session/ReceiverChannels.h"
 
 #include <algorithm>
 
