@@ -1,50 +1,20 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "tools/receiver/device/ProtoText.h"
 
-#include <memory>
-
-#include <google/protobuf/descriptor.h>
-#include <google/protobuf/descriptor.pb.h>
-#include <google/protobuf/dynamic_message.h>
 #include <google/protobuf/io/tokenizer.h>
 #include <google/protobuf/text_format.h>
 
+#include "protocol/PrivateSchema.h"
 #include "tools/receiver/device/EmbeddedFiles.h"
 
 namespace veltra::receiver {
 
 namespace {
 
-using google::protobuf::Message;
 using google::protobuf::MessageLite;
 
 /** Deeper than any message of the schema. */
 constexpr int kMaxDepth = 100;
-
-/** Full-featured twins of the lite messages. */
-class Schema
-{
-public:
-    Schema()
-    {
-        google::protobuf::FileDescriptorSet files;
-        files.ParseFromArray (profileSchema, static_cast<int> (profileSchemaSize));
-
-        for (const auto& file : files.file())
-            pool.BuildFile (file);
-    }
-
-    /** @returns null for a message that is not in the schema */
-    std::unique_ptr<Message> makeTwin (const MessageLite& message)
-    {
-        const auto* descriptor = pool.FindMessageTypeByName (message.GetTypeName());
-        return std::unique_ptr<Message> (descriptor != nullptr ? factory.GetPrototype (descriptor)->New() : nullptr);
-    }
-
-private:
-    google::protobuf::DescriptorPool pool;
-    google::protobuf::DynamicMessageFactory factory; // destroyed before the pool that its types come from
-};
 
 /** Keeps the first error; the others follow from it. */
 class FirstErrorOnly : public google::protobuf::io::ErrorCollector
@@ -71,7 +41,7 @@ private:
 
 bool readText (std::string_view text, MessageLite& message, std::string& error)
 {
-    static Schema schema;
+    static veltraio::PrivateSchema schema (profileSchema, profileSchemaSize);
     const auto twin = schema.makeTwin (message);
 
     if (twin == nullptr)
