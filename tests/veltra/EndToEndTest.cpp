@@ -162,6 +162,49 @@ TEST_F (Measuring, TheMeasuredRoomIsTheReceiversRoomWithAndWithoutTheCorrection)
     EXPECT_LT (difference_dB (measure ("FL"), dsp::fftConvolve (room, audio (roomFile ("FL_48000")))), -80.0);
 }
 
+/** What each structure plays differs from what was meant by its own error alone. */
+TEST_F (Measuring, FiltersAreHeardAsTheyWereMeantInEachOtherStructure)
+{
+    const std::vector<std::string> files { roomFile ("FL_48000"), roomFile ("FR_48000") };
+
+    struct
+    {
+        const char *topology, *information;
+        std::vector<std::string> makeDescription;
+        double bound_dB;
+    } const cases[] {
+        { "FIIR", "NbrOfFIRTaps=1000;NbrOfIIRSections=30", { "design", "--taps", "1000", "--sections", "30" }, -55.0 },
+        { "VLFIR", "NbrOfFIRTaps=2048", { "import" }, -65.0 },
+        { "VLFIR2", "NbrOfFIRTaps=2048", { "import" }, -65.0 }
+    };
+
+    for (auto [topology, information, words, bound_dB] : cases)
+    {
+        auto profile = receiver::shippedProfile ("stereo");
+        auto& configuration = *profile.unit.mutable_devices (0)->mutable_configurations (0);
+        configuration.clear_samplerates();
+        configuration.add_samplerates (48000);
+
+        for (auto& entry : *profile.topologyInfo.mutable_topologies())
+        {
+            entry.set_name (topology);
+            entry.set_information (information);
+        }
+
+        startReceiver (profile, inTheRoom (20.0));
+        words.insert (words.end(), { "--force", "-o", path ("filters.xml") });
+        words.insert (words.end(), files.begin(), files.end());
+        const auto made = plainVeltra (words);
+        ASSERT_EQ (0, made.status) << made.err;
+        expectSuccess (
+            veltra ({ "download", "--slot", "0", path ("filters.xml"), "--setting", "MaxFilterAttenuation=0" }));
+        filterBySlot ("0");
+
+        const auto expected = dsp::fftConvolve (audio (roomFile ("measured_FR_48000")), audio (roomFile ("FR_48000")));
+        EXPECT_LT (difference_dB (measure ("FR"), expected), bound_dB) << topology;
+    }
+}
+
 TEST_F (Measuring, CtrlCStopsTheStimulusAndLeavesTheMode)
 {
     for (const int number : { SIGINT, SIGTERM })
