@@ -31,19 +31,20 @@ struct Setting
 {
     const char* key;
     Kind kind;
+    const char* expected = ""; ///< what its value is, for a sentence to the user
 };
 
 /** All settings, for a program that checks what it writes. */
 inline constexpr Setting kAll[] {
     { kDevice, Kind::text },
     { kST, Kind::text },
-    { kUPnPTimeout, Kind::wholeNumber },
-    { kTimeout, Kind::flag },
-    { kNoEqCompensateLimits, Kind::pairOfNumbers },
-    { kFilterDataChunkTimeout, Kind::wholeNumber },
-    { kFilterDataChunkRetries, Kind::wholeNumber },
+    { kUPnPTimeout, Kind::wholeNumber, "a whole number of milliseconds" },
+    { kTimeout, Kind::flag, "on or off" },
+    { kNoEqCompensateLimits, Kind::pairOfNumbers, "two numbers of dB such as -3;6" },
+    { kFilterDataChunkTimeout, Kind::wholeNumber, "a whole number of milliseconds" },
+    { kFilterDataChunkRetries, Kind::wholeNumber, "a whole number" },
     { kBlobPath, Kind::text },
-    { kMaxFilterAttenuation, Kind::number },
+    { kMaxFilterAttenuation, Kind::number, "a number of dB" },
 };
 
 }

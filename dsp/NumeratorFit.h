@@ -13,7 +13,8 @@ namespace veltra::dsp {
     @param design  from designFIIR
     @returns       the design with other numerators; as it came when they do not fit better
     @throws        std::bad_alloc
-    Safe to call from several threads at once. Takes about as long as the design's own fit.
+    Safe to call from several threads at once. Takes about as long as the design's own fit, and a
+    double for each sample and each numerator coefficient.
 */
 FIIRDesign refitNumerators (const Eigen::VectorXf& in, FIIRDesign design);
 

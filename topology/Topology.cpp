@@ -31,11 +31,11 @@ std::unique_ptr<ITopology> makeFIIR (ProgressFunction progress)
 constexpr auto first = VLFIRGeneration::first, second = VLFIRGeneration::second;
 
 constexpr std::array<TopologyEntry, 4> table { {
-    // name, handler, reader of the bytes, delay, dual-rate generation
-    { "FIIR", makeFIIR, FIIRHandler::readResponse, 0, std::nullopt },
-    { "FIR", make<FIRHandler>, FIRHandler::readResponse, 0, std::nullopt },
-    { "VLFIR", make<VLFIR1Handler>, VLFIR1Handler::readResponse, dsp::kBandSplitDelay, first },
-    { "VLFIR2", make<VLFIR2Handler>, VLFIR2Handler::readResponse, dsp::kBandSplitDelay, second },
+    // name, handler, reader of the bytes, sections, delay, dual-rate generation
+    { "FIIR", makeFIIR, FIIRHandler::readResponse, true, 0, std::nullopt },
+    { "FIR", make<FIRHandler>, FIRHandler::readResponse, false, 0, std::nullopt },
+    { "VLFIR", make<VLFIR1Handler>, VLFIR1Handler::readResponse, false, dsp::kBandSplitDelay, first },
+    { "VLFIR2", make<VLFIR2Handler>, VLFIR2Handler::readResponse, false, dsp::kBandSplitDelay, second },
 } };
 
 }

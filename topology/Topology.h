@@ -72,6 +72,8 @@ struct TopologyEntry
     std::optional<Eigen::VectorXf> (*readResponse) (const DeviceData& data, std::uint32_t channel,
                                                     std::string& problem);
 
+    bool hasSections; ///< plays second-order sections beside its taps, and copies both from a set that has them
+
     unsigned delay; ///< samples by which the structure delays everything that it plays
 
     /** Of a dual-rate structure, which has a short filter at a sixteenth of the rate (VLFIRHandler.h). */

@@ -5,6 +5,8 @@
 #include <cmath>
 #include <new>
 
+#include "common/BigEndian.h"
+
 namespace veltra::topology {
 
 namespace {
@@ -52,7 +54,7 @@ public:
 
     void word (std::uint32_t value)
     {
-        vlfir::putWord (position, value);
+        putBigEndian (position, value);
         position += 4;
     }
 

@@ -62,24 +62,6 @@ inline constexpr std::uint32_t maxHighRateDelay = 1u << 21;
 inline constexpr int gainFractionBits = 23;
 inline constexpr int tapFractionBits = 29;
 
-/** Writes a word; `to` has room for 4 bytes. */
-constexpr void putWord (std::uint8_t* to, std::uint32_t word) noexcept
-{
-    for (int i = 0; i < 4; ++i)
-        to[i] = static_cast<std::uint8_t> (word >> (24 - 8 * i));
-}
-
-/** Reads a word; `from` has 4 bytes. */
-constexpr std::uint32_t getWord (const std::uint8_t* from) noexcept
-{
-    std::uint32_t word = 0;
-
-    for (int i = 0; i < 4; ++i)
-        word = word << 8 | from[i];
-
-    return word;
-}
-
 }
 
 /** A number as the device's processor takes it: two's complement with a fixed count of fraction bits.

@@ -3,6 +3,8 @@
 
 #include <cstddef>
 
+#include "common/BigEndian.h"
+
 namespace veltra::topology {
 
 namespace {
@@ -15,7 +17,7 @@ VLFIRRecord readRecord (const std::uint8_t* from, const VLFIRLayout& layout)
 
     for (const auto field : layout.fields)
     {
-        record.*field = vlfir::getWord (from);
+        record.*field = getBigEndian (from);
         from += 4;
     }
 
@@ -83,7 +85,7 @@ Eigen::VectorXf readTaps (Bytes bytes, std::uint32_t offset, std::uint32_t count
     Eigen::VectorXf taps (count);
 
     for (std::uint32_t i = 0; i < count; ++i)
-        taps[i] = fromFixed (vlfir::getWord (bytes.data() + offset + 4 * std::size_t { i }), vlfir::tapFractionBits);
+        taps[i] = fromFixed (getBigEndian (bytes.data() + offset + 4 * std::size_t { i }), vlfir::tapFractionBits);
 
     return taps;
 }
@@ -115,11 +117,11 @@ VLFIRBlobContents readVLFIRBlob (Bytes bytes, VLFIRGeneration generation)
         return contents;
     }
 
-    if (vlfir::getWord (bytes.data()) != vlfir::magic)
+    if (getBigEndian (bytes.data()) != vlfir::magic)
         problem ("the file does not begin with BA BA CE CA");
 
-    contents.sampleRate = vlfir::getWord (bytes.data() + 4);
-    contents.channelCount = vlfir::getWord (bytes.data() + 8);
+    contents.sampleRate = getBigEndian (bytes.data() + 4);
+    contents.channelCount = getBigEndian (bytes.data() + 8);
 
     if (bytes.size() > 4 * layout.workingWords)
         problem ("the file is longer than the " + std::to_string (4 * layout.workingWords)

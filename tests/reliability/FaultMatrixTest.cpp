@@ -4,6 +4,7 @@
     The outcome of each operation under each fault of the receiver. docs/reliability.md shows the table.
 */
 
+#include "common/SettingKeys.h"
 #include "tests/reliability/CaptureCount.h"
 #include "tests/support/DeviceFixture.h"
 #include "tests/support/NetworkNamespace.h"
@@ -63,8 +64,8 @@ public:
     Cell()
     {
         log.reset(); // collects for the whole process
-        settings["FilterDataChunkTimeout"] = "150";
-        settings["FilterDataChunkRetries"] = "2";
+        settings[keys::kFilterDataChunkTimeout] = "150";
+        settings[keys::kFilterDataChunkRetries] = "2";
     }
 
     void TestBody() override {}

@@ -5,6 +5,7 @@
     words, and the exchanges behind it get their own replies. docs/reliability.md says how.
 */
 
+#include "common/SettingKeys.h"
 #include "tests/support/DeviceFixture.h"
 
 #include <future>
@@ -65,7 +66,7 @@ public:
     {
         log.reset(); // collects for the whole process
         useFirOnly (32 * 1024);
-        settings["FilterDataChunkTimeout"] = manners.chunkTimeout_ms;
+        settings[keys::kFilterDataChunkTimeout] = manners.chunkTimeout_ms;
     }
 
     void TestBody() override {}

@@ -4,6 +4,7 @@
     Thousands of sessions with faults. What a session allocates must be free when it has ended.
 */
 
+#include "common/SettingKeys.h"
 #include "tests/reliability/CaptureCount.h"
 #include "tests/support/DeviceFixture.h"
 
@@ -78,8 +79,8 @@ public:
     {
         log.reset();
         options.recordedBytes = 4096;
-        settings["FilterDataChunkTimeout"] = "40";
-        settings["FilterDataChunkRetries"] = "1";
+        settings[keys::kFilterDataChunkTimeout] = "40";
+        settings[keys::kFilterDataChunkRetries] = "1";
     }
 
     void TestBody() override {}
@@ -88,7 +89,7 @@ public:
     void leaveReceiver()
     {
         receiver = nullptr;
-        settings.erase ("Device");
+        settings.erase (keys::kDevice);
     }
 
     void session()

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include "common/BigEndian.h"
 #include "topology/VLFIRBlobReader.h"
 
 namespace {
@@ -212,14 +213,14 @@ TEST (VLFIRBlobReader, EveryOffsetAndCountIsChecked)
            { 60 + 40, 2, { "4 bytes follow the tap data" } } })
     {
         auto blob = secondGeneration();
-        vlfir::putWord (blob.data() + offset, word);
+        veltra::putBigEndian (blob.data() + offset, word);
         const auto contents = readVLFIRBlob (blob, VLFIRGeneration::second);
         EXPECT_EQ (problems, contents.problems);
         EXPECT_TRUE (contents.channels.empty());
     }
 
     Bytes tooLong (4 * VFIIR2::SFilterBlock::words + 4);
-    vlfir::putWord (tooLong.data(), vlfir::magic);
+    veltra::putBigEndian (tooLong.data(), vlfir::magic);
     EXPECT_EQ ("the file is longer than the 792880 bytes that a device takes",
                readVLFIRBlob (tooLong, VLFIRGeneration::second).problems.at (0));
 

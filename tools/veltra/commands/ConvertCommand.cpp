@@ -7,6 +7,7 @@
 
 #include <zlib.h>
 
+#include "common/SettingKeys.h"
 #include "filters/FIIRSourceImpl.h"
 #include "filters/FilterSetsImpl.h"
 #include "tools/ExitStatus.h"
@@ -59,7 +60,7 @@ juce::PropertySet settingsOf (const SessionOptions& session, const std::filesyst
     auto settings = propertySet (session.settings);
 
     if (! dump.empty())
-        settings.setValue ("BlobPath", juce::String (dump.string()));
+        settings.setValue (keys::kBlobPath, juce::String (dump.string()));
 
     return settings;
 }
@@ -185,7 +186,7 @@ void convert (const ConvertOptions& options, const SessionOptions& session)
 
     // Sections are copied as their designer made them; without any the structure designs its own.
     ResponseSource responses (source);
-    const bool design = options.topology == "FIIR" && ! holdsSections (set);
+    const bool design = topology::findTopology (options.topology)->hasSections && ! holdsSections (set);
     handler->createFilterData (result, design ? static_cast<topology::IFIRSource&> (responses) : source, parameters,
                                options.sampleRate, blob, settings);
     progress.endLine();

@@ -48,6 +48,7 @@ public:
           rate (rateToUse),
           plan (planToFill),
           name (logText (rateToUse.topology)),
+          structure (topology::findTopology (juceText (rateToUse.topology))),
           parameters (topology::parseParameters (juceText (rateToUse.information)))
     {
     }
@@ -56,6 +57,10 @@ public:
     {
         listChannels();
         checkPlaces (device);
+
+        if (structure == nullptr)
+            throw unfit ("Topology " + name + " not supported");
+
         checkSets();
         convert (settings);
     }
@@ -90,13 +95,13 @@ private:
 
     void checkSets()
     {
-        if (rate.topology == "FIIR")
+        if (structure->hasSections)
             checkSections();
-        else if (rate.topology == "FIR")
+        else if (! structure->dualRate)
             noteCutSets();
     }
 
-    /** A topology FIIR copies its sets as they are, one behind the other. */
+    /** Sets with sections are copied as they are, one behind the other. */
     void checkSections()
     {
         const auto taps = static_cast<Eigen::Index> (count ("NbrOfFIRTaps"));
@@ -153,11 +158,7 @@ private:
 
     void convert (juce::PropertySet& settings)
     {
-        const auto handler = topology::createTopology (juceText (rate.topology), {});
-
-        if (handler == nullptr)
-            throw unfit ("Topology " + name + " not supported");
-
+        const auto handler = structure->makeHandler ({});
         PlanSource source (set, channels, rate.sampleRate);
         auto result = juce::Result::ok();
         juce::MemoryBlock blob;
@@ -168,13 +169,12 @@ private:
                          + (source.error.empty() ? "" : " (" + logText (source.error) + ")"));
 
         plan.totalBytes += blob.getSize();
-        const bool isDualRate = topology::findTopology (juceText (rate.topology))->dualRate.has_value();
 
         for (unsigned i = 0; i < channels.size(); ++i)
         {
             add (plan.sentChannels, i);
 
-            if (isDualRate && needsLeadIn (source.getFIR (i)))
+            if (structure->dualRate && needsLeadIn (source.getFIR (i)))
                 add (plan.needingLeadIn, i);
         }
     }
@@ -202,6 +202,7 @@ private:
     const ServedRate& rate;
     DownloadPlan& plan;
     const std::string name;
+    const topology::TopologyEntry* const structure;
     const juce::StringPairArray parameters;
     std::vector<std::uint32_t> channels;
 };

@@ -3,6 +3,7 @@
 
 #include <vector>
 
+#include "common/SettingKeys.h"
 #include "common/Text.h"
 #include "tools/ExitStatus.h"
 #include "tools/veltra/session/ReceiverSearch.h"
@@ -18,7 +19,7 @@ namespace {
 ModuleSettings settingsOf (const SessionOptions& options)
 {
     auto settings = options.settings;
-    settings["Device"] = deviceSetting (options.device);
+    settings[keys::kDevice] = deviceSetting (options.device);
     return settings;
 }
 
@@ -46,7 +47,7 @@ SessionOptions withAddress (SessionOptions options)
     findModule (options.module, programFolder());
 
     if (options.device.empty())
-        if (const auto setting = options.settings.find ("Device"); setting != options.settings.end())
+        if (const auto setting = options.settings.find (keys::kDevice); setting != options.settings.end())
             options.device = setting->second;
 
     options.device = options.device.empty() ? onlyReceiver (options) : deviceSetting (options.device).substr (4);

@@ -3,6 +3,7 @@
 
 #include <fstream>
 
+#include "common/SettingKeys.h"
 #include "common/Text.h"
 #include "tools/ExitStatus.h"
 #include "tools/platform/Process.h"
@@ -15,33 +16,7 @@ namespace veltra::host {
 
 namespace {
 
-enum class Kind
-{
-    text,
-    wholeNumber,
-    decimal,
-    yesOrNo,
-    twoDecimals
-};
-
-struct KnownSetting
-{
-    const char* key;
-    Kind kind;
-    const char* expected;
-};
-
-constexpr KnownSetting kSettings[] {
-    { "Device", Kind::text, "" },
-    { "ST", Kind::text, "" },
-    { "UPnPTimeout", Kind::wholeNumber, "a whole number of milliseconds" },
-    { "Timeout", Kind::yesOrNo, "on or off" },
-    { "NoEqCompensateLimits", Kind::twoDecimals, "two numbers of dB such as -3;6" },
-    { "FilterDataChunkTimeout", Kind::wholeNumber, "a whole number of milliseconds" },
-    { "FilterDataChunkRetries", Kind::wholeNumber, "a whole number" },
-    { "BlobPath", Kind::text, "" },
-    { "MaxFilterAttenuation", Kind::decimal, "a number of dB" },
-};
+using keys::Kind;
 
 bool isOfKind (Kind kind, const std::string& value)
 {
@@ -50,13 +25,13 @@ bool isOfKind (Kind kind, const std::string& value)
     switch (kind)
     {
         case Kind::wholeNumber: return strictNumber<int> (value).has_value();
-        case Kind::decimal: return strictNumber<double> (value).has_value();
+        case Kind::number: return strictNumber<double> (value).has_value();
 
-        case Kind::yesOrNo:
+        case Kind::flag:
             return strictNumber<int> (value)
                    || juce::StringArray { "true", "yes", "on", "false", "no", "off" }.contains (juceText (value), true);
 
-        case Kind::twoDecimals:
+        case Kind::pairOfNumbers:
             return semicolon != value.npos && strictNumber<double> (value.substr (0, semicolon))
                    && strictNumber<double> (value.substr (semicolon + 1));
 
@@ -72,7 +47,7 @@ void checkSetting (const std::string& key, const std::string& value)
 {
     std::string known;
 
-    for (const auto& setting : kSettings)
+    for (const auto& setting : keys::kAll)
     {
         if (key == setting.key && isOfKind (setting.kind, value))
             return;

@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "common/Numbers.h"
+#include "common/SettingKeys.h"
 #include "common/Text.h"
 #include "discovery/ConnectionManager.h"
 #include "tools/ExitStatus.h"
@@ -101,7 +102,7 @@ std::vector<FoundReceiver> searchReceivers (std::chrono::milliseconds duration, 
 
 std::chrono::milliseconds searchTime (const SessionOptions& options)
 {
-    const auto setting = options.settings.find ("UPnPTimeout");
+    const auto setting = options.settings.find (keys::kUPnPTimeout);
     return std::chrono::milliseconds (
         setting == options.settings.end() ? 6000 : std::clamp (toInt (setting->second), 0, 600000));
 }
