@@ -194,12 +194,47 @@ const Eigen::VectorXf& FilterSetsImpl::getFIR (std::uint32_t sampleRate, std::ui
 
     auto& [sourceRate, responses] = cacheFor (sampleRate);
     const auto channelNumber = filters[index]->GetChannel();
-    const auto found = responses.find (channelNumber);
 
-    if (found != responses.end())
+    if (const auto found = responses.find (channelNumber); found != responses.end())
         return found->second;
 
-    return responses.emplace (channelNumber, makeResponse (channelNumber, sourceRate, sampleRate)).first->second;
+    return responses
+        .emplace (channelNumber, sourceRate == sampleRate ? makeResponse (channelNumber, sampleRate)
+                                                          : makeResponse (index, sourceRate, sampleRate))
+        .first->second;
+}
+
+void FilterSetsImpl::keepResponsesFor (std::vector<std::uint32_t> ratesToCome) noexcept
+{
+    expectedRates.swap (ratesToCome);
+
+    // Of a rate that was not asked for yet, this is the only one that the first request can need.
+    const auto sourceOf = [this] (std::uint32_t rate) {
+        const auto next = firCache.lower_bound (rate);
+        return next == firCache.end() ? 0 : next->second.sourceRate;
+    };
+
+    for (auto& [rate, cache] : firCache)
+        if (! willBeAskedFor (rate)
+            && std::none_of (expectedRates.begin(), expectedRates.end(),
+                             [&, source = rate] (auto lower) { return sourceOf (lower) == source; }))
+            cache.responses.clear();
+}
+
+std::size_t FilterSetsImpl::getResponseCount() const noexcept
+{
+    std::size_t count = 0;
+
+    for (const auto& [rate, cache] : firCache)
+        count += static_cast<std::size_t> (std::count_if (cache.responses.begin(), cache.responses.end(),
+                                                          [] (const auto& r) { return r.second.size() > 0; }));
+
+    return count;
+}
+
+bool FilterSetsImpl::willBeAskedFor (std::uint32_t sampleRate) const noexcept
+{
+    return std::find (expectedRates.begin(), expectedRates.end(), sampleRate) != expectedRates.end();
 }
 
 FilterSetsImpl::RateCache& FilterSetsImpl::cacheFor (std::uint32_t sampleRate)
@@ -217,21 +252,31 @@ FilterSetsImpl::RateCache& FilterSetsImpl::cacheFor (std::uint32_t sampleRate)
     return firCache.emplace (sampleRate, RateCache { sourceRate, {} }).first->second;
 }
 
-Eigen::VectorXf FilterSetsImpl::makeResponse (std::uint32_t channelNumber, std::uint32_t sourceRate,
-                                              std::uint32_t sampleRate) const
+Eigen::VectorXf FilterSetsImpl::makeResponse (std::uint32_t channelNumber, std::uint32_t sampleRate) const
 {
     CoefficientSet last;
     forEachCoefficientSet (
         [&] (const auto& set) {
-            if (set.channelNumber == channelNumber && set.sampleRate == sourceRate)
+            if (set.channelNumber == channelNumber && set.sampleRate == sampleRate)
                 last = set;
         },
         false);
 
-    auto response = last.data == nullptr ? Eigen::VectorXf() : last.makeResponse();
+    return last.data == nullptr ? Eigen::VectorXf() : last.makeResponse();
+}
 
-    if (sourceRate == sampleRate || response.size() == 0)
-        return response;
+Eigen::VectorXf FilterSetsImpl::makeResponse (std::uint32_t index, std::uint32_t sourceRate, std::uint32_t sampleRate)
+{
+    if (sourceRate == 0 || cacheFor (sourceRate).sourceRate != sourceRate)
+        return {};
+
+    const auto channelNumber = filters[index]->GetChannel();
+    const bool isKept = willBeAskedFor (sourceRate) || cacheFor (sourceRate).responses.contains (channelNumber);
+    const auto made = isKept ? Eigen::VectorXf() : makeResponse (channelNumber, sourceRate);
+    const auto& response = isKept ? getFIR (sourceRate, index) : made;
+
+    if (response.size() == 0)
+        return {};
 
     const double ratio = static_cast<double> (sampleRate) / sourceRate;
     const auto scale = static_cast<float> (static_cast<double> (sourceRate) / sampleRate);

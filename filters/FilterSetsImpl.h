@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -120,10 +121,22 @@ public:
         Filters with the same channel number share the response of the last of them that has a set.
 
         @param index  place of the filter in the set
-        @returns      empty when there is no response; valid as long as the set exists
+        @returns      empty when there is no response; valid as long as the set exists, or until keepResponsesFor drops it
         @throws       std::bad_alloc, which is not remembered: another call may find the memory
     */
     const Eigen::VectorXf& getFIR (std::uint32_t sampleRate, std::uint32_t index);
+
+    /** Drops the responses that are needed neither at the rates to come nor to make theirs: at 48000 Hz a second takes
+        188 KiB a channel. Of a rate to come that others are made from, each response is then made only once. Which rates
+        were asked for stays known, so that a request means the same as without this call.
+
+        @param ratesToCome  those that will be asked for; empty when there are none
+        @throws             nothing
+    */
+    void keepResponsesFor (std::vector<std::uint32_t> ratesToCome) noexcept;
+
+    /** How many responses are in memory. */
+    std::size_t getResponseCount() const noexcept;
 
 private:
     /** The responses at one rate, each made when it is first asked for. */
@@ -138,11 +151,17 @@ private:
     bool refuse (const char* what, std::size_t place = 0);
 
     RateCache& cacheFor (std::uint32_t sampleRate);
-    Eigen::VectorXf makeResponse (std::uint32_t channelNumber, std::uint32_t sourceRate,
-                                  std::uint32_t sampleRate) const;
+    bool willBeAskedFor (std::uint32_t sampleRate) const noexcept;
+
+    /** From the set at this very rate. */
+    Eigen::VectorXf makeResponse (std::uint32_t channelNumber, std::uint32_t sampleRate) const;
+
+    /** From the response at a higher rate, which is kept when that rate will be asked for. */
+    Eigen::VectorXf makeResponse (std::uint32_t index, std::uint32_t sourceRate, std::uint32_t sampleRate);
 
     std::vector<std::unique_ptr<FilterImpl>> filters;
     std::map<std::uint32_t, RateCache> firCache;
+    std::vector<std::uint32_t> expectedRates; ///< see keepResponsesFor
     std::string projectName;
     std::string technology;
     const char* refusedWhat = nullptr;

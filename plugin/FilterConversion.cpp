@@ -147,17 +147,17 @@ std::vector<RateBlock> convertFilterSet (const DownloadTarget& target, filters::
     std::set<std::vector<std::uint32_t>> checked; // rates mostly serve the same channels: one warning for all
     std::uint64_t total = 0;
 
-    for (const auto rate : distinctRates (target.deviceInfo))
+    auto rates = distinctRates (target.deviceInfo);
+    std::erase_if (rates, [&] (auto rate) { return findTopology (target.topologyInfo, rate) == nullptr; });
+    rates.resize (std::min (rates.size(), kMaxRates + 1)); // the one too many fails when its turn comes
+
+    for (auto rate = rates.begin(); rate != rates.end(); ++rate)
     {
-        const auto* const entry = findTopology (target.topologyInfo, rate);
-
-        if (entry == nullptr)
-            continue;
-
         if (blocks.size() == kMaxRates)
             fail (target, "Too many sample rates");
 
-        blocks.push_back (convertRate (target, set, *entry));
+        set.keepResponsesFor ({ rate, rates.end() });
+        blocks.push_back (convertRate (target, set, *findTopology (target.topologyInfo, *rate)));
         total += blocks.back().blob.getSize();
 
         if (checked.insert (blocks.back().channels).second)
@@ -166,6 +166,8 @@ std::vector<RateBlock> convertFilterSet (const DownloadTarget& target, filters::
         if (total > kMaxDownloadBytes)
             fail (target, "Filter data too large");
     }
+
+    set.keepResponsesFor ({});
 
     if (total == 0)
         fail (target, "No topology supported");

@@ -167,6 +167,36 @@ TEST (FilterSets, AMissingRateComesFromTheNextHigherOneMadeOrGiven)
     EXPECT_EQ (0, loaded.set.getFIR (384000, 0).size()) << "a lower rate is never used";
 }
 
+TEST (FilterSets, ResponsesAreKeptForTheRatesToComeAndTheOrderOfRatesForGood)
+{
+    using Rates = std::vector<std::uint32_t>;
+    const auto description = channel().fir (44100, Taps { 1 }).fir (96000, Taps { 0, 1 });
+    Loaded plain (description), kept (description);
+
+    const struct
+    {
+        Rates toCome;
+        std::size_t count; ///< of responses in memory once the first of these rates has been asked for
+    } rows[] {
+        { { 48000, 96000, 47000 }, 2 }, // also the one at 96000, which 48000 is made from
+        { { 96000, 47000 }, 1 },
+        { { 47000, 64000 }, 1 }, // none at 47000, which 48000 has none for; 64000 will be made from 96000
+        { { 64000 }, 2 },
+        { { 44100 }, 1 },
+    };
+
+    for (const auto& [toCome, count] : rows)
+    {
+        kept.set.keepResponsesFor (toCome);
+        EXPECT_EQ (plain.set.getFIR (toCome[0], 0), kept.set.getFIR (toCome[0], 0)) << toCome[0];
+        EXPECT_EQ (count, kept.set.getResponseCount()) << toCome[0];
+    }
+
+    kept.set.keepResponsesFor ({});
+    EXPECT_EQ (0u, kept.set.getResponseCount());
+    EXPECT_EQ (0, kept.set.getFIR (47000, 0).size()) << "48000 was asked for before";
+}
+
 TEST (FilterSets, ARateBelongsToAllFilters)
 {
     Loaded loaded (channel()

@@ -2,6 +2,8 @@
 #include "tools/veltra/filters/DownloadPlan.h"
 
 #include <algorithm>
+#include <iterator>
+#include <utility>
 
 #include "common/Text.h"
 #include "filters/FIIRSourceImpl.h"
@@ -262,8 +264,15 @@ DownloadPlan planDownload (FilterSetsImpl& set, const veltraio::Unit::Device& de
     if (rates.empty())
         throw unfit ("it declares no topology for any of its sample rates");
 
-    for (const auto& rate : rates)
-        RatePlan (set, rate, plan).make (device, settings);
+    for (auto rate = rates.begin(); rate != rates.end(); ++rate)
+    {
+        std::vector<std::uint32_t> toCome;
+        std::transform (rate, rates.end(), std::back_inserter (toCome), [] (const auto& r) { return r.sampleRate; });
+        set.keepResponsesFor (std::move (toCome));
+        RatePlan (set, *rate, plan).make (device, settings);
+    }
+
+    set.keepResponsesFor ({});
 
     checkPlacesOfGains (set, device, plan);
 
