@@ -16,6 +16,7 @@ constexpr std::uint64_t kLargestChunk = 1024;
 constexpr std::uint64_t kFewestChunks = 20; // so that the host's progress bar moves
 constexpr std::uint64_t kSampleBytes = 4;   // a chunk that was shrunk holds whole samples
 constexpr int kPause_ms = 500;
+constexpr std::chrono::milliseconds kShortestLook { 2 };
 constexpr const char* kUnknownRefusal = "Filter data send failed, refusal of an unknown chunk";
 
 /** Where a chunk lies, for the log. */
@@ -75,13 +76,17 @@ std::uint32_t ChunkSender::sendChunk (const veltraio::FilterDataChunk& message)
     for (int attempts = 1;; ++attempts)
     {
         const auto timeout_ms = readInt (target.settings, kChunkTimeout_ms);
+        const auto start = std::chrono::steady_clock::now();
         const auto reply = sendCommand (target.dispatcher, message, static_cast<std::uint32_t> (timeout_ms));
 
         if (reply.sent > 0)
             return static_cast<std::uint32_t> (reply.sent);
 
         if (reply.isAcknowledged())
+        {
+            slowestReply = std::max (std::chrono::steady_clock::now() - start, slowestReply - slowestReply / 8);
             return 0;
+        }
 
         isDoubtful = true;
 
@@ -110,12 +115,21 @@ void ChunkSender::noteRefusal (const std::string& refusal, const veltraio::Filte
         VELTRA_LOG (ERROR, "Error message '" << logText (refusal) << "'");
 }
 
-/** A refusal that no exchange has reported belongs to a chunk that counted as acknowledged. */
+/** A refusal that no exchange has reported belongs to a chunk that counted as acknowledged. When one reply was said twice
+    unnoticed, that is the last chunk, whose own reply is then still to come. Behind any other block the next exchange
+    gets it. */
 void ChunkSender::checkForMissedRefusal()
 {
-    const auto& ledger = *target.dispatcher.getLedger();
-    const auto strays =
-        isDoubtful || ledger.strays() != straysBefore ? target.dispatcher.lookForStrays() : straysBefore;
+    auto strays = target.dispatcher.getLedger()->strays();
+
+    if (! isDoubtful && strays == straysBefore && sent == total)
+    {
+        const auto usual = std::chrono::ceil<std::chrono::milliseconds> (4 * slowestReply);
+        strays = target.dispatcher.lookForStrays (std::max (usual, kShortestLook).count());
+    }
+
+    if (isDoubtful || strays != straysBefore)
+        strays = target.dispatcher.lookForStrays();
 
     if (strays.refusals != straysBefore.refusals)
     {

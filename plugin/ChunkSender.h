@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 
 #include <juce_core/juce_core.h>
@@ -44,7 +45,8 @@ private:
     const std::uint64_t total;
     ProgressReport& progress;
     std::uint64_t chunkSize;
-    std::uint64_t sent = 0; ///< bytes of all blocks that the device has acknowledged
+    std::uint64_t sent = 0;                              ///< bytes of all blocks that the device has acknowledged
+    std::chrono::steady_clock::duration slowestReply {}; ///< of the last chunks; fades
     const veltraio::StrayReplies straysBefore;
     bool isDoubtful = false; ///< a chunk has been refused or not acknowledged in time
 };

@@ -104,9 +104,9 @@ void Dispatcher::settle (bool isQuery)
     }
 }
 
-StrayReplies Dispatcher::lookForStrays()
+StrayReplies Dispatcher::lookForStrays (std::int64_t longest_ms)
 {
-    ledger->beginLook (steadyMilliseconds());
+    ledger->beginLook (steadyMilliseconds(), longest_ms);
     settle();
     return ledger->strays();
 }

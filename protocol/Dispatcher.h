@@ -52,9 +52,9 @@ public:
         @param isQuery  the next message is one that no late acknowledgement can mislead */
     void settle (bool isQuery = false);
 
-    /** The same, and never at once: looks for as long as this receiver needs for a reply.
+    /** The same, and never at once: looks for a quiet stretch, or for the time that is given when that is shorter.
         @returns the replies since the session began that no handler waited for */
-    StrayReplies lookForStrays();
+    StrayReplies lookForStrays (std::int64_t longest_ms = ReplyLedger::kLongestLook_ms);
 
     /** Shared with the handlers, which may outlive the dispatcher. */
     const std::shared_ptr<ReplyLedger>& getLedger() const noexcept { return ledger; }

@@ -25,11 +25,11 @@ std::int64_t ReplyLedger::timeToSettle (std::int64_t now, bool isQuery) const
     return std::max<std::int64_t> (lookEnd - now, 0);
 }
 
-void ReplyLedger::beginLook (std::int64_t now)
+void ReplyLedger::beginLook (std::int64_t now, std::int64_t longest_ms)
 {
     const std::lock_guard guard (mutex);
     lookBegin = now;
-    lookEnd = now + std::min (patience(), kLongestLook_ms);
+    lookEnd = now + std::min ({ patience(), kLongestLook_ms, longest_ms });
 }
 
 void ReplyLedger::begin()
@@ -73,11 +73,12 @@ void ReplyLedger::arrived (bool isAwaited, bool isRefusal, std::int64_t now)
     if (owed > 0)
     {
         --owed;
-        return;
     }
-
-    ++(isRefusal ? strayReplies.refusals : strayReplies.others);
-    noteSurplus (std::max (repliesSinceSend, 2));
+    else
+    {
+        ++(isRefusal ? strayReplies.refusals : strayReplies.others);
+        noteSurplus (std::max (repliesSinceSend, 2));
+    }
 
     if (now >= lookEnd)
         lookBegin = now;
@@ -92,12 +93,12 @@ std::int64_t ReplyLedger::timeToHold (std::int64_t now, Outcome outcome) const
     if (current.sends == 0 || current.replies == 0 || ! isCareful (outcome))
         return 0;
 
-    const int expected =
-        outcome == Outcome::acknowledgedQuery ? current.replies + 1 : current.early + (owed + 1) * repliesToOne;
     auto end = current.firstReply + kLook_ms;
 
-    if (current.replies < expected)
+    if (outcome == Outcome::acknowledgedQuery || current.replies < expectedReplies())
         end = std::max (end, current.lastReply + patience());
+    else if (owed > 0) // one of them may have been said twice
+        end = std::max (end, current.lastReply + usualPatience());
 
     return std::max<std::int64_t> (std::min (end, current.firstReply + kLook_ms + kLongestPatience_ms) - now, 0);
 }
@@ -106,6 +107,7 @@ void ReplyLedger::end (std::int64_t now, Outcome outcome, bool sawRefusal)
 {
     const std::lock_guard guard (mutex);
     const bool wasHeld = isCareful (outcome);
+    const int expected = expectedReplies();
     const auto ended = std::exchange (current, {});
 
     if (ended.sends == 0)
@@ -129,8 +131,8 @@ void ReplyLedger::end (std::int64_t now, Outcome outcome, bool sawRefusal)
     if (isClean && sawRefusal && outcome == Outcome::acknowledged)
         ++strayReplies.refusals;
 
-    if (isClean && ended.replies > repliesToOne)
-        noteSurplus (ended.replies);
+    if (ended.replies > expected)
+        noteSurplus (isClean ? ended.replies : repliesToOne + 1);
     else if (wary > 0 && --wary == 0)
         repliesToOne = 1;
     else if (wasHeld && isClean)
@@ -183,11 +185,16 @@ bool ReplyLedger::isCareful (Outcome outcome) const
            || (wary > 0 && outcome != Outcome::answered);
 }
 
-/** As long as the receiver has been needing for its replies, with a margin. A reply that itself came late shows that the
-    receiver was held up, and is perhaps the owed one: then its own time is the measure. */
+int ReplyLedger::expectedReplies() const { return current.early + (owed + 1) * repliesToOne; }
+
+/** As long as the receiver has been needing for its replies, with a margin. */
+std::int64_t ReplyLedger::usualPatience() const { return std::max (4 * slowestReply, kLeastPatience_ms); }
+
+/** A reply that itself came late shows that the receiver was held up, and is perhaps the owed one: then its own time is
+    the measure. */
 std::int64_t ReplyLedger::patience() const
 {
-    const auto usual = std::max (4 * slowestReply, kLeastPatience_ms);
+    const auto usual = usualPatience();
     const bool isLate = owed > 0 && current.firstReply - lastSend > usual;
     return std::min (isLate ? std::max (usual, current.firstReply - oldestOwed) : usual, kLongestPatience_ms);
 }

@@ -23,7 +23,8 @@ struct StrayReplies
     with its first reply. That is not safe in these cases, and then the exchange takes longer:
 
     - An exchange ended by time-out: its reply is owed and may still come. The next exchange is held until the owed
-      replies and its own have arrived, or until a quiet stretch shows that they will not. The last reply counts.
+      replies and its own have arrived, and then for a quiet stretch, since a late reply may be said twice as well. The last
+      reply counts.
     - Replies arrived that no handler waited for: the receiver says things twice. The commands that follow are held for
       the length of a look, and until as many replies have come as before.
     - It is not known yet whether the receiver says more than one thing: after the first command of each kind, and after
@@ -56,8 +57,8 @@ public:
     /** How long the next exchange must wait before its handler is registered. */
     std::int64_t timeToSettle (std::int64_t now, bool isQuery) const;
 
-    /** Begins a look now, whatever is known, for as long as this receiver needs for a reply. */
-    void beginLook (std::int64_t now);
+    /** Begins a look now, whatever is known: for a quiet stretch, or for the time that is given when that is shorter. */
+    void beginLook (std::int64_t now, std::int64_t longest_ms);
 
     /** A handler is about to be registered. */
     void begin();
@@ -100,6 +101,8 @@ private:
 
     Kind& kindOf (std::int32_t messageId);
     bool isCareful (Outcome outcome) const;
+    int expectedReplies() const;
+    std::int64_t usualPatience() const;
     std::int64_t patience() const;
     void noteSurplus (int repliesToOne);
 

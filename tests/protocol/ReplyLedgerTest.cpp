@@ -47,8 +47,8 @@ TEST (ReplyLedger, AfterATimeOutAnExchangeIsHeldUntilTheOwedReplyOrAQuietStretch
     ledger.reply (403);
     EXPECT_EQ (ReplyLedger::kLeastPatience_ms, ledger.timeToHold (403, acknowledged)) << "one more may come";
     ledger.reply (404);
-    EXPECT_EQ (402 + ReplyLedger::kLook_ms - 404, ledger.timeToHold (404, acknowledged));
-    ledger.end (412, acknowledged, false);
+    EXPECT_EQ (ReplyLedger::kLeastPatience_ms, ledger.timeToHold (404, acknowledged)) << "one may be said twice";
+    ledger.end (654, acknowledged, false);
     ledger.exchange (1000, 100);
 
     // A quiet stretch is four times as long as the slowest reply, or as late as the late one is itself.
@@ -73,7 +73,30 @@ TEST (ReplyLedger, AfterATimeOutAnExchangeIsHeldUntilTheOwedReplyOrAQuietStretch
     ledger.timeOut (100000);
     ledger.stray (100150);
     EXPECT_EQ (veltraio::StrayReplies(), ledger.strays()) << "the owed one, which came between two exchanges";
+    EXPECT_EQ (ReplyLedger::kLook_ms, ledger.timeToSettle (100150, false)) << "and may be said twice";
     ledger.exchange (100200);
+}
+
+TEST (ReplyLedger, ALateReplyMayBeSaidTwiceAndALookIsAsLongAsItsCallerWants)
+{
+    Ledger ledger;
+    ledger.beginLook (0, 2);
+    EXPECT_EQ (2, ledger.timeToSettle (0, false));
+    ledger.beginLook (100, ReplyLedger::kLongestLook_ms);
+    EXPECT_EQ (ReplyLedger::kLeastPatience_ms, ledger.timeToSettle (100, false));
+
+    // The late reply and its double, then the exchange's own.
+    ledger.timeOut (1000);
+    ledger.send (1500);
+
+    for (const int time : { 1600, 1603, 1620 })
+        ledger.reply (time);
+
+    EXPECT_EQ (ReplyLedger::kLeastPatience_ms, ledger.timeToHold (1620, acknowledged));
+    ledger.end (1870, acknowledged, false);
+    ledger.send (2000);
+    ledger.reply (2001);
+    EXPECT_EQ (ReplyLedger::kLeastPatience_ms, ledger.timeToHold (2001, acknowledged)) << "expects everything twice";
 }
 
 TEST (ReplyLedger, AfterAStrayReplyCommandsAreHeldForALook)

@@ -56,6 +56,13 @@ std::vector<Manners> receivers()
                       "delay FilterDataChunk * 5\nduplicate FilterDataChunk 10\npieces FilterDataChunk 10 17 3\n"
                       "refuse FilterDataChunk 20 'busy'",
                       true });
+    rows.push_back ({ "SaysOneThingTwiceAndRefusesTheLast", "",
+                      "delay FilterDataChunk * 5\nduplicate FilterDataChunk 10\npieces FilterDataChunk 10 17 3\n"
+                      "refuse FilterDataChunk 32 'busy'",
+                      true });
+    rows.push_back ({ "SaysALateThingTwice", "",
+                      "delay FilterDataChunk 7 1200\nduplicate FilterDataChunk 7\npieces FilterDataChunk 7 17 3\n"
+                      "delay FilterDataChunk 8+ 20\nrefuse FilterDataChunk 20 'busy'" });
     return rows;
 }
 
