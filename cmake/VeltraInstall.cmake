@@ -15,7 +15,8 @@ if(TARGET veltra)
   install(DIRECTORY examples/receivers DESTINATION ${CMAKE_INSTALL_DATADIR}/veltraio)
 endif()
 install(DIRECTORY plugin/include/veltratune_io DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-install(FILES LICENSE README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES LICENSE README.md docs/host-guide.md docs/settings.md docs/filter-description.md
+  DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
 install(TARGETS veltratune_io EXPORT veltratune_io)
 install(EXPORT veltratune_io

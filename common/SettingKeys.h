@@ -2,7 +2,7 @@
 #pragma once
 
 /** @file
-    The keys of the module's settings file; docs/architecture.md says what each does. They match with their case.
+    The keys of the module's settings file; docs/settings.md says what each does. They match with their case.
 */
 
 namespace veltra::keys {

@@ -73,7 +73,7 @@ public:
     }
 
 private:
-    std::vector<std::unique_ptr<veltratune_io::Plugin>> plugins;
+    std::vector<std::unique_ptr<PluginImpl>> plugins;
 };
 
 /** What is left over when the module is unloaded or the process ends is destroyed here: objects with their

@@ -27,11 +27,10 @@ int main (int argc, char** argv)
         return 1;
     }
 
-    // decltype keeps the function types where they are defined: in the boundary's header.
-    const auto getPlugin =
-        reinterpret_cast<decltype (&GetVersionedPluginObject)> (dlsym (module, "GetVersionedPluginObject"));
-    const auto release =
-        reinterpret_cast<decltype (&ReleaseVersionedPluginObject)> (dlsym (module, "ReleaseVersionedPluginObject"));
+    const auto getPlugin = reinterpret_cast<veltratune_io::GetVersionedPluginObjectFunction> (
+        dlsym (module, veltratune_io::kGetVersionedPluginObjectName));
+    const auto release = reinterpret_cast<veltratune_io::ReleaseVersionedPluginObjectFunction> (
+        dlsym (module, veltratune_io::kReleaseVersionedPluginObjectName));
 
     auto* const plugin = getPlugin != nullptr ? getPlugin (veltratune_io::kPluginInterfaceVersion) : nullptr;
 

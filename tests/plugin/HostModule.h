@@ -21,9 +21,11 @@ class HostModule
 public:
     explicit HostModule (const std::filesystem::path& file)
         : library (std::in_place, file),
-          get (library->function<veltratune_io::Plugin*(std::uint32_t)> ("GetVersionedPluginObject")),
-          release (library->function<void (veltratune_io::Plugin*)> ("ReleaseVersionedPluginObject")),
-          setLogPath (library->function<void (const char*, std::int32_t, std::int32_t)> ("SetLogPath"))
+          get (library->function<veltratune_io::GetVersionedPluginObjectFunction> (
+              veltratune_io::kGetVersionedPluginObjectName)),
+          release (library->function<veltratune_io::ReleaseVersionedPluginObjectFunction> (
+              veltratune_io::kReleaseVersionedPluginObjectName)),
+          setLogPath (library->function<veltratune_io::SetLogPathFunction> (veltratune_io::kSetLogPathName))
     {
     }
 
@@ -47,9 +49,9 @@ public:
         return static_cast<veltratune_io::Device2&> (*found);
     }
 
-    decltype (&::GetVersionedPluginObject) const get;
-    decltype (&::ReleaseVersionedPluginObject) const release;
-    decltype (&::SetLogPath) const setLogPath;
+    const veltratune_io::GetVersionedPluginObjectFunction get;
+    const veltratune_io::ReleaseVersionedPluginObjectFunction release;
+    const veltratune_io::SetLogPathFunction setLogPath;
 };
 
 }

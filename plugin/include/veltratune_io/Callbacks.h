@@ -6,6 +6,9 @@
 /** @file
     Objects that the host passes in. They stay the host's own and are never deleted by the plug-in, hence no
     virtual destructor; the order and number of the operations is the binary interface.
+
+    Derive a `final` class: compilers then know that deleting one of its objects is safe, and say so if a class is
+    derived from it that would make it unsafe.
 */
 
 namespace veltratune_io {
@@ -14,7 +17,11 @@ namespace veltratune_io {
 
     Called on a thread of the plug-in, one call at a time, between Device::EnterMeasurementMode and the return
     of Device::LeaveMeasurementMode (or of ReleaseVersionedPluginObject); afterwards the object may be deleted.
-    Must not block and must not call the device. An exception ends the handling of that packet only.
+    An exception ends the handling of that packet only.
+
+    Must not block and must not call the device. While a call runs, no operation that talks to the device can
+    return: each waits for it, beyond its stated time. A call that never returns keeps Device::LeaveMeasurementMode and
+    ReleaseVersionedPluginObject from returning, too.
 */
 class CaptureCallback
 {

@@ -10,14 +10,21 @@
 /** @file
     One audio device of one receiver.
 
-    Objects belong to the plug-in object that handed them out and live as long as it does. Call from one
-    thread at a time; operations that talk to the device block until it has answered or the stated time is
-    over, and only one such operation may run on a device at once. No operation throws.
+    Objects belong to the plug-in object that handed them out, live as long as it does, and cannot be deleted by the
+    host. Call from one thread at a time; operations that talk to the device block until it has answered or the stated
+    time is over, and only one such operation may run on a device at once. No operation throws.
+
+    The stated times have two exceptions. A wait lasts at least as long as a call of the capture callback that is
+    running. With the setting "Timeout" off a wait has no end but the device's answer.
 
     Text results go to a buffer of the caller's as NUL-terminated UTF-8, cut to `size` bytes with the end mark
     included; a null buffer or a size of 0 takes nothing.
 
-    The order of the operations is the binary interface.
+    Words for a failure collect until GetLastError reads them: some failures add their text to what is there, some
+    replace it, and a success clears nothing. Read them after every failure, so that the next failure's words are
+    its own.
+
+    The order of the operations is the binary interface; the destructor is the first of them.
 */
 
 namespace veltratune_io {
@@ -40,9 +47,10 @@ enum ECapability : std::uint32_t
 
 class Device
 {
-public:
+protected:
     virtual ~Device() = default;
 
+public:
     /** Manufacturer, model and device name joined by "|". Belongs to the device. No network. */
     virtual const char* GetName() const = 0;
 
@@ -68,7 +76,10 @@ public:
     */
     virtual EResult GetChannelName (std::uint32_t index, char* buffer, std::uint32_t size) const = 0;
 
-    /** One of the sample rates that the device offers. No network.
+    /** One of the sample rates that filters are designed and rooms are measured at. No network.
+
+        The rates that the device declares a "FIIR" structure for, in its order, or 44100, 48000 and 96000 Hz when it
+        declares none. A download converts for the rates of the device's other structures as well.
 
         @param index  from 0
         @param rate   receives the rate in Hz
@@ -76,7 +87,7 @@ public:
     */
     virtual bool GetSampleRate (std::uint32_t index, std::uint32_t* rate) const = 0;
 
-    /** Always 48000 Hz. */
+    /** Always 48000 Hz, which need not be one of GetSampleRate's. */
     virtual std::uint32_t GetDefaultSampleRate() const = 0;
 
     /** Switches the device to measuring. Waits up to 1 s.
@@ -161,12 +172,15 @@ public:
 
         A slot that the device reported as occupied takes no set until the one that represents it is removed.
 
+        A set in a slot that the device does not have (GetFilterSlotCount) cannot be got or removed; it stays until the
+        plug-in object is released.
+
         @param slot     below 8, whatever the device's slot count is
         @param text     filter description, NUL-terminated UTF-8; borrowed during the call
         @param ignored  not used
         @returns        kResultOk, kResultFailed for the slot number, kResultBadArgument for a null text,
                         kResultBadFilterText, kResultChannelConflict when the slot holds a set that has a channel in
-                        common
+                        common; none of them has words for GetLastError, the log names the place of a bad text
     */
     virtual EResult LoadFilterSet (std::uint32_t slot, const char* text, std::uint64_t ignored) = 0;
 
@@ -185,7 +199,8 @@ public:
     virtual bool GetFiltering() = 0;
 
     /** Sets the master volume. Waits up to 500 ms.
-        @param value  linear, where 1 is the loudest that a measurement uses
+        @param value  linear, where 1 is the loudest that a measurement uses; not limited, a value above 1 or below 0
+                      goes to the device as it is
         @returns      true when the device acknowledged; false at once for a value that is not finite
     */
     virtual bool SetVolume (float value) = 0;
@@ -229,7 +244,8 @@ public:
     virtual EResult GetTopologyParameters (const char* technology, std::uint32_t rate, char* buffer,
                                            std::uint32_t size) const = 0;
 
-    /** Words for the latest failure; reading empties them. No network.
+    /** Words for the failures since the last call; reading empties them, also when the buffer takes none or not all of
+        them. No network.
         @returns  kResultOk
     */
     virtual EResult GetLastError (char* buffer, std::uint32_t size) = 0;
@@ -237,6 +253,9 @@ public:
 
 class Device2 : public Device
 {
+protected:
+    ~Device2() override = default;
+
 public:
     /** Always true. */
     virtual bool IsReady() const = 0;
@@ -251,13 +270,30 @@ public:
         FilterData 5 s, FilterChannel 1 s, each piece of data by the settings "FilterDataChunkTimeout" and
         "FilterDataChunkRetries").
 
+        The set stays in the slot after a download that was completed or cancelled, and the next one for the same
+        channels is a conflict until it is removed. To replace a filter, remove what the slot holds first:
+
+            FilterSet* set = nullptr;
+
+            while (device.GetFilterSet (slot, 0, &set))
+                if (! device.RemoveFilterSet (set))
+                    return false; // the device refused or did not answer
+
+            const EResult result = device.DownloadFilterSet (slot, text, 0, &progress);
+
+        A failed download destroys the set that it was sending, which is the oldest of the slot. When the slot held sets
+        for other channels, that is one of them, and the set just parsed stays. The device keeps what it got until
+        then; nothing is sent to undo it.
+
         @param slot      below 8
         @param text      filter description, NUL-terminated UTF-8; borrowed during the call
         @param ignored   not used
         @param callback  follows the download and may cancel it; borrowed during the call; may be null
-        @returns         kResultOk, also when the callback cancelled; the results of LoadFilterSet; or
-                         kResultFailed, where GetLastError has a text unless a message could not be sent or was
-                         refused without one, and where the set has been removed from the slot and destroyed
+        @returns         kResultOk, also when the callback cancelled; the results of LoadFilterSet, without words; or
+                         kResultFailed. GetLastError has words for a failed conversion, a LoadFilter that was refused
+                         or timed out, and a piece of data that the device did not take. It has none when LoadFilter,
+                         FilterChannel or FilterData could not be sent, when one of them was refused without a text, and
+                         when FilterChannel or FilterData timed out; the log names the message
     */
     virtual EResult DownloadFilterSet (std::uint32_t slot, const char* text, std::uint64_t ignored,
                                        ProgressCallback* callback) = 0;

@@ -8,12 +8,12 @@
 /** @file
     What the host sees of filters that were loaded into a device, or that the device reported as present.
 
-    Objects belong to the device; a pointer stays good until the set is removed (Device::RemoveFilterSet), a
-    download of it fails, or the plug-in object is released. Texts are NUL-terminated UTF-8, belong to the
-    object and live as long as it does. Call from the application's thread. Nothing here can fail otherwise
-    than stated and nothing touches the network.
+    Objects belong to the device, and a host cannot delete them. A pointer stays good until the set is removed
+    (Device::RemoveFilterSet), a download of it fails, or the plug-in object is released. Texts are NUL-terminated
+    UTF-8, belong to the object and live as long as it does. Call from the application's thread. Nothing here can fail
+    otherwise than stated and nothing touches the network.
 
-    The order of the operations is the binary interface.
+    The order of the operations is the binary interface; the destructor is the first of them.
 */
 
 namespace veltratune_io {
@@ -21,9 +21,10 @@ namespace veltratune_io {
 /** The filter of one channel. */
 class Filter
 {
-public:
+protected:
     virtual ~Filter() = default;
 
+public:
     /** Name of the channel. */
     virtual const char* GetName() const = 0;
 
@@ -55,12 +56,14 @@ public:
     virtual void Reserved() = 0;
 };
 
-/** The filters of one project, one a channel. */
+/** The filters of one project, one a channel. A download expects no more of them than the device has channels, and does
+    not check it. */
 class FilterSet
 {
-public:
+protected:
     virtual ~FilterSet() = default;
 
+public:
     /** Name of the project, or of the device's slot when the set represents what was already on the device. */
     virtual const char* GetName() const = 0;
 

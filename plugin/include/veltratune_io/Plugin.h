@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "veltratune_io/Device.h"
+#include "veltratune_io/Version.h"
 
 /** @file
     The module's exported functions and the object behind them.
@@ -13,20 +14,26 @@
     module. All of it from one thread at a time. No function throws. Texts are NUL-terminated UTF-8.
 
     Settings are read from an XML file beside the module, with the module's name and the extension "settings"
-    (<PROPERTIES><VALUE name="Device" val="TCP:192.0.2.1:6000"/></PROPERTIES>).
+    (<PROPERTIES><VALUE name="Device" val="TCP:192.0.2.1:6000"/></PROPERTIES>), once, when a plug-in object is made.
+    The keys are in settings.md, and the texts that DownloadFilterSet takes in filter-description.md, which are
+    installed among the documents.
+
+    These headers need C++11 and nothing but the standard library.
 */
 
 namespace veltratune_io {
 
 /** The version of this interface. */
-inline constexpr std::uint32_t kPluginInterfaceVersion = 5;
+constexpr std::uint32_t kPluginInterfaceVersion = VELTRATUNE_IO_INTERFACE_VERSION;
 
-/** Owned by the module; borrowed by the host until ReleaseVersionedPluginObject. */
+/** Owned by the module; borrowed by the host until ReleaseVersionedPluginObject. The host cannot delete it. The order of
+    the operations is the binary interface; the destructor is the first of them. */
 class Plugin
 {
-public:
+protected:
     virtual ~Plugin() = default;
 
+public:
     /** The same text as GetVendor. Belongs to the module, as the following do. */
     virtual const char* GetName() const = 0;
     virtual const char* GetVendor() const = 0;
@@ -50,6 +57,16 @@ public:
     virtual bool GetDevice (std::uint32_t index, Device** device) = 0;
 };
 
+/** The exported functions' types, for what the system's loader returns, and their names, for what it is given. Their
+    declarations below state their contract. */
+using GetVersionedPluginObjectFunction = Plugin* (*)(std::uint32_t version);
+using ReleaseVersionedPluginObjectFunction = void (*) (Plugin* plugin);
+using SetLogPathFunction = void (*) (const char* path, std::int32_t length, std::int32_t level);
+
+constexpr const char* kGetVersionedPluginObjectName = "GetVersionedPluginObject";
+constexpr const char* kReleaseVersionedPluginObjectName = "ReleaseVersionedPluginObject";
+constexpr const char* kSetLogPathName = "SetLogPath";
+
 }
 
 #if defined(_WIN32)
@@ -64,14 +81,15 @@ public:
 
 extern "C"
 {
-    /** Makes a plug-in object, which stays the module's.
+    /** Makes a plug-in object, which stays the module's, and reads its settings.
 
     @param version  veltratune_io::kPluginInterfaceVersion
     @returns        null for any other version
 */
     VELTRATUNE_IO_EXPORT veltratune_io::Plugin* GetVersionedPluginObject (std::uint32_t version);
 
-    /** Ends an object's life, with its devices and their connections, and ends logging for the whole module.
+    /** Ends an object's life, with its devices and their connections, and ends logging for the whole module. Waits for a
+    call of the capture callback that is running.
     @param plugin  may be null, which does nothing at all
 */
     VELTRATUNE_IO_EXPORT void ReleaseVersionedPluginObject (veltratune_io::Plugin* plugin);

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include <cstdint>
+
 namespace veltratune_io {
 
 /** Result of the operations of Device and Device2. Zero is success; 2 and 6 are gaps in the numbering. */
-enum EResult
+enum EResult : std::int32_t
 {
     kResultOk = 0,
     kResultFailed = 1,          ///< not sent, refused, timed out or nothing there; GetLastError may have a text

@@ -64,9 +64,11 @@ DeviceSession::DeviceSession (const SessionOptions& given)
     : options (withAddress (given)),
       copy (findModule (options.module, programFolder()), settingsOf (options)),
       library (copy.path()),
-      release (library.function<ReleasePlugin> ("ReleaseVersionedPluginObject"))
+      release (library.function<veltratune_io::ReleaseVersionedPluginObjectFunction> (
+          veltratune_io::kReleaseVersionedPluginObjectName))
 {
-    const auto getPlugin = library.function<GetPlugin> ("GetVersionedPluginObject");
+    const auto getPlugin = library.function<veltratune_io::GetVersionedPluginObjectFunction> (
+        veltratune_io::kGetVersionedPluginObjectName);
     startLog();
     plugin = getPlugin (veltratune_io::kPluginInterfaceVersion);
 
@@ -103,7 +105,8 @@ void DeviceSession::startLog()
 
     // The module says nothing about a log that it cannot write.
     const auto path = fs::absolute (options.log);
-    library.function<SetLog> ("SetLogPath") (path.string().c_str(), -1, options.logLevel);
+    const auto setLogPath = library.function<veltratune_io::SetLogPathFunction> (veltratune_io::kSetLogPathName);
+    setLogPath (path.string().c_str(), -1, options.logLevel);
 
     if (! fs::is_regular_file (path))
         throw Failure (kExitOutput, "The log " + path.string() + " cannot be written.");

@@ -63,16 +63,12 @@ public:
     std::string words();
 
 private:
-    using GetPlugin = veltratune_io::Plugin*(std::uint32_t);
-    using ReleasePlugin = void (veltratune_io::Plugin*);
-    using SetLog = void (const char*, std::int32_t, std::int32_t);
-
     void startLog();
 
     const SessionOptions options; ///< with an address
     ModuleCopy copy;
     SharedLibrary library;
-    ReleasePlugin* release;
+    veltratune_io::ReleaseVersionedPluginObjectFunction release;
     veltratune_io::Plugin* plugin = nullptr;
     veltratune_io::Device2* theDevice = nullptr;
 };

@@ -11,7 +11,7 @@
 
 namespace veltra::host {
 
-/** Settings of the module, by key; docs/architecture.md lists them. */
+/** Settings of the module, by key; docs/settings.md lists them. */
 using ModuleSettings = std::map<std::string, std::string>;
 
 /** Checks a setting that a user gives.

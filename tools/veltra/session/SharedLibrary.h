@@ -17,12 +17,13 @@ public:
     SharedLibrary& operator= (const SharedLibrary&) = delete;
 
     /** An exported function, good as long as the object.
-        @throws  Failure (kExitModule) when the library has no such export
+        @tparam FunctionPointer  its type, as veltratune_io/Plugin.h names the module's
+        @throws                  Failure (kExitModule) when the library has no such export
     */
-    template <typename Function>
-    Function* function (const char* name) const
+    template <typename FunctionPointer>
+    FunctionPointer function (const char* name) const
     {
-        return reinterpret_cast<Function*> (address (name));
+        return reinterpret_cast<FunctionPointer> (address (name));
     }
 
 private:
