@@ -14,6 +14,8 @@ if(TARGET veltra)
   install(TARGETS veltra veltra-receiver RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
   install(DIRECTORY examples/receivers DESTINATION ${CMAKE_INSTALL_DATADIR}/veltraio)
 endif()
+install(DIRECTORY share/veltraio DESTINATION ${CMAKE_INSTALL_DATADIR})
+install(FILES protocol/veltraio.proto DESTINATION ${CMAKE_INSTALL_DATADIR}/veltraio/wireshark)
 install(DIRECTORY plugin/include/veltratune_io DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(FILES LICENSE README.md docs/host-guide.md docs/settings.md docs/filter-description.md
   DESTINATION ${CMAKE_INSTALL_DOCDIR})
