@@ -22,3 +22,9 @@ target_compile_definitions(juce_kit PUBLIC
   $<$<PLATFORM_ID:Linux>:LINUX=1>)
 target_compile_options(juce_kit PRIVATE -w)
 target_link_libraries(juce_kit PUBLIC ZLIB::ZLIB Threads::Threads ${CMAKE_DL_LIBS})
+if(WIN32)
+  target_link_libraries(juce_kit PUBLIC ws2_32 iphlpapi wininet version shlwapi winmm ole32 oleaut32 uuid)
+  set(select ${CMAKE_CURRENT_LIST_DIR}/JuceSelectWindows.h)
+  set_source_files_properties(${JUCE_MODULES_DIR}/juce_core/juce_core.cpp PROPERTIES
+    COMPILE_OPTIONS "$<IF:$<BOOL:${MSVC}>,/FI${select},-include;${select}>" OBJECT_DEPENDS ${select})
+endif()

@@ -12,6 +12,10 @@ endif()
 
 function(veltra_own_code target)
   target_include_directories(${target} PUBLIC ${CMAKE_SOURCE_DIR})
+  if(WIN32)
+    # Its headers define min, max, ERROR and more as macros.
+    target_compile_definitions(${target} PRIVATE NOMINMAX WIN32_LEAN_AND_MEAN NOGDI)
+  endif()
   if(MSVC)
     target_compile_options(${target} PRIVATE /W4 /WX)
   else()

@@ -2,11 +2,9 @@
 #pragma once
 
 /** @file
-    Threads inside a module that the host may unload, see docs/unloading.md. Header only: the target that
-    includes it links JUCE.
+    Threads inside a module that the host may unload, see docs/unloading.md.
 */
 
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
@@ -17,11 +15,7 @@
 
 #include <juce_core/juce_core.h>
 
-#if JUCE_LINUX
-#include <csignal>
-#include <sys/syscall.h>
-#include <unistd.h>
-#endif
+#include "common/NativeThreadEnd.h"
 
 namespace veltra {
 
@@ -34,43 +28,10 @@ inline juce::Thread::Priority threadPriority (int priority) noexcept
     return priority <= 5 ? juce::Thread::Priority::normal : juce::Thread::Priority::high;
 }
 
-/** Waits until a juce::Thread is really gone.
-
-    JUCE detaches its native threads: after waitForThreadToExit the thread may still be on its way out through
-    the last instructions of this module, and a module that is unmapped under it crashes the host. Call started()
-    as the first act of run(), and waitUntilGone() after waitForThreadToExit() has returned true.
-*/
-class NativeThreadEnd
-{
-public:
-    void started() noexcept
-    {
-#if JUCE_LINUX
-        threadId.store (static_cast<pid_t> (::syscall (SYS_gettid)));
-#endif
-    }
-
-    /** At most a second, in case the number already belongs to another thread. */
-    void waitUntilGone() noexcept
-    {
-#if JUCE_LINUX
-        const auto id = threadId.exchange (0);
-
-        for (int turns = 0; id != 0 && turns < 10000 && ::syscall (SYS_tgkill, ::getpid(), id, 0) == 0; ++turns)
-            ::usleep (100);
-#endif
-    }
-
-private:
-#if JUCE_LINUX
-    std::atomic<pid_t> threadId { 0 };
-#endif
-};
-
 /** A juce::ThreadPool for a module that may be unloaded: when it has been destroyed, the last of its threads has
     run its last instruction (see NativeThreadEnd). Its destructor interrupts the running jobs and waits for them, and
     each of them must end within a few seconds of being asked: JUCE kills the threads of those that do not, which takes
-    the process with it. Header only: whoever includes it links JUCE.
+    the process with it.
 */
 class ThreadPool
 {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "common/Contain.h"
+#include "common/NativeThreadEnd.h"
 #include "plugin/Files.h"
 #include "plugin/Logging.h"
 #include "plugin/PluginImpl.h"
@@ -84,22 +85,42 @@ struct ModuleState
     PluginList plugins;
 };
 
+/** Set when the process ends in a way that has ended all threads but one: what waits for them would wait for ever. */
+bool threadsHaveBeenEnded = false;
+
+struct StateOwner
+{
+    std::unique_ptr<ModuleState> state = std::make_unique<ModuleState>();
+
+    ~StateOwner()
+    {
+        if (threadsHaveBeenEnded)
+            static_cast<void> (state.release());
+    }
+};
+
 /** Made at the first use: after all static objects of the code below, and so destroyed before them. */
 ModuleState& state()
 {
-    static ModuleState instance;
-    return instance;
+    static StateOwner owner;
+    return *owner.state;
 }
 
 }
 
 #if defined(_WIN32)
-BOOL WINAPI DllMain (HINSTANCE instance, DWORD reason, LPVOID)
+BOOL WINAPI DllMain (HINSTANCE instance, DWORD reason, LPVOID processEnds)
 {
     if (reason == DLL_PROCESS_ATTACH)
     {
         juce::Process::setCurrentModuleInstanceHandle (instance);
         onLoad();
+    }
+
+    if (reason == DLL_PROCESS_DETACH)
+    {
+        threadsHaveBeenEnded = processEnds != nullptr;
+        veltra::NativeThreadEnd::libraryIsBeingUnloaded();
     }
 
     return TRUE;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include <vector>
+
 #include <juce_core/juce_core.h>
 
 /** What JUCE's sockets leave to the operating system; one source for each system. */
@@ -30,5 +32,16 @@ int receiveBytes (int handle, void* data, int size) noexcept;
 
 /** Ends both directions, which wakes a thread that waits for the socket or is sending; the handle stays open. */
 void shutDown (int handle) noexcept;
+
+/** An IPv4 address of a network adapter. */
+struct AdapterAddress
+{
+    juce::String adapter;
+    juce::String address;
+};
+
+/** All IPv4 addresses of this machine's adapters in the system's order, whether the adapters are up or not.
+    On failure, which is logged, none. */
+std::vector<AdapterAddress> adapterAddresses();
 
 }

@@ -4,12 +4,15 @@
 #include <arpa/inet.h>
 #include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <ctime>
 #include <fcntl.h>
+#include <ifaddrs.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 
+#include "common/Log.h"
 #include "protocol/BlockedSigpipe.h"
 
 namespace veltra::ipc::platform {
@@ -71,6 +74,34 @@ int receiveBytes (int handle, void* data, int size) noexcept
 }
 
 void shutDown (int handle) noexcept { ::shutdown (handle, SHUT_RDWR); }
+
+std::vector<AdapterAddress> adapterAddresses()
+{
+    ::ifaddrs* list = nullptr;
+
+    if (::getifaddrs (&list) != 0)
+    {
+        VELTRA_LOG (WARN, "Listing the network adapters failed: " << std::strerror (errno));
+        return {};
+    }
+
+    std::vector<AdapterAddress> result;
+
+    for (const auto* entry = list; entry != nullptr; entry = entry->ifa_next)
+    {
+        if (entry->ifa_addr == nullptr || entry->ifa_addr->sa_family != AF_INET)
+            continue;
+
+        // Aliases such as eth0:1 are addresses of the adapter eth0.
+        const auto adapter = juce::String::fromUTF8 (entry->ifa_name).upToFirstOccurrenceOf (":", false, false);
+        char text[INET_ADDRSTRLEN] {};
+        ::inet_ntop (AF_INET, &reinterpret_cast<const ::sockaddr_in*> (entry->ifa_addr)->sin_addr, text, sizeof (text));
+        result.push_back ({ adapter, text });
+    }
+
+    ::freeifaddrs (list);
+    return result;
+}
 
 struct BlockedSigpipe::State
 {

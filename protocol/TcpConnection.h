@@ -44,8 +44,8 @@ public:
     int getHeaderSize() override;
     bool send (juce::MemoryOutputStream& stream, const Destination& destination = {}) override;
 
-    /** Drops an older connection and makes a new one. Looking up the name counts into the time where the platform
-        can bound it (glibc), as do several addresses of one name. */
+    /** Drops an older connection and makes a new one. Looking up the name counts into the time, as do several addresses of
+        one name. */
     virtual bool connect (const juce::String& host, int port, int timeoutMs);
 
     /** Wakes and stops the reader, within 4 seconds unless a handler does not return, and closes the socket. The flag

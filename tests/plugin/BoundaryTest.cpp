@@ -8,7 +8,9 @@
 
 #include <cstdio>
 #include <cstring>
+#include <map>
 #include <memory>
+#include <regex>
 #include <set>
 #include <sstream>
 
@@ -32,6 +34,40 @@ std::string outputOf (const std::string& command)
         output.append (piece, count);
 
     return output;
+}
+
+/** The places of all operations in the tables of their classes, as clang lays them out for a kind of target. */
+std::map<std::string, int> operationsFor (const std::string& target)
+{
+    std::istringstream dump (
+        outputOf (CLANG_PROGRAM " --target=" + target
+                  + " -std=c++20 -ffreestanding -nostdinc++ -isystem tests/abi/freestanding -I plugin/include"
+                    " -Xclang -fdump-vtable-layouts -S -emit-llvm -o /dev/null tests/abi/Layouts.cpp 2>&1"));
+    const std::regex table ("V.*able for .*'Constructed(\\w+)' .*"), place (" *(\\d+) \\| (.*)"),
+        name (".*::(\\w+)\\(.*");
+    std::map<std::string, int> places;
+    std::string line, interface;
+    int first = 0;
+
+    for (std::smatch match, operation; std::getline (dump, line);)
+    {
+        if (std::regex_match (line, match, table))
+            interface = match[1];
+        else if (line.empty())
+            interface.clear();
+
+        if (interface.empty() || ! std::regex_match (line, match, place))
+            continue;
+
+        const auto words = match[2].str();
+
+        if (words.ends_with (" RTTI"))
+            first = std::stoi (match[1]) + 1;
+        else if (std::regex_match (words, operation, name) && operation[1] != "placeOfTheDestructor")
+            places[interface + "::" + operation[1].str()] = std::stoi (match[1]) - first;
+    }
+
+    return places;
 }
 
 /** Expects operations in successive slots of their class's table. The ABI of all systems but Windows keeps the slot,
@@ -87,6 +123,18 @@ TEST (Boundary, OperationsKeepTheirPlaces)
     // The host's own objects have no virtual destructor.
     expectInOrder (2, &CaptureCallback::OnCaptureStart, &CaptureCallback::OnCaptureData);
     expectInOrder (1, &ProgressCallback::OnProgressText, &ProgressCallback::OnProgress);
+}
+
+/** An application by Microsoft's compiler and a module by MinGW's meet on Windows. */
+TEST (Boundary, BothKindsOfCompilersForWindowsAgreeOnThePlaces)
+{
+    const auto here = operationsFor ("x86_64-linux-gnu"), microsoft = operationsFor ("x86_64-pc-windows-msvc");
+    ASSERT_EQ (64u, microsoft.size());
+    EXPECT_EQ (microsoft, operationsFor ("x86_64-w64-windows-gnu"));
+
+    // Where a destructor takes two places, everything else is one place further.
+    for (const auto& [operation, place] : microsoft)
+        EXPECT_EQ (place + (operation.find ("Callback") == operation.npos ? 1 : 0), here.at (operation)) << operation;
 }
 
 TEST (Boundary, OnlyVersionFiveIsHandedOut)

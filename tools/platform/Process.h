@@ -16,6 +16,9 @@
 
 namespace veltra::platform {
 
+/** The words of the command line as UTF-8, the program first. */
+std::vector<std::string> commandLine (int count, const char* const* words);
+
 /** Whether a stream goes to a terminal. */
 bool isTerminal (std::FILE* stream) noexcept;
 
@@ -35,7 +38,8 @@ std::optional<std::string> runProgram (std::vector<std::string> words, std::stri
 
 /** Passes SIGINT, SIGTERM and SIGHUP to a function, on a thread of its own, for as long as the object lives; all threads
     that are made meanwhile have them blocked. Signals that the process ignores stay ignored. Writing to a pipe without a
-    reader becomes an error. On Windows this does nothing. */
+    reader becomes an error. On Windows Ctrl-C and Ctrl-Break arrive as SIGINT, the end of the console or the session as
+    SIGTERM, and the function is called on a thread of the system's. */
 class SignalThread
 {
 public:
@@ -49,6 +53,9 @@ private:
     struct State;
     std::unique_ptr<State> state;
 };
+
+/** Writing to a pipe or a connection without a reader becomes an error. */
+void ignoreBrokenPipes() noexcept;
 
 /** Ends the process as the signal does by default. */
 [[noreturn]] void endBySignal (int number);

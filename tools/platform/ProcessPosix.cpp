@@ -27,6 +27,8 @@ extern char** environ;
 
 namespace veltra::platform {
 
+std::vector<std::string> commandLine (int count, const char* const* words) { return { words, words + count }; }
+
 bool isTerminal (std::FILE* stream) noexcept { return ::isatty (::fileno (stream)) != 0; }
 
 fs::path programFile()
@@ -181,6 +183,8 @@ SignalThread::~SignalThread()
     ::pthread_kill (state->thread.native_handle(), State::kEnd);
     state->thread.join();
 }
+
+void ignoreBrokenPipes() noexcept { std::signal (SIGPIPE, SIG_IGN); }
 
 void endBySignal (int number)
 {

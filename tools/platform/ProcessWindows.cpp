@@ -1,17 +1,46 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "tools/platform/Process.h"
 
+#include <atomic>
+#include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <system_error>
 
 #include <io.h>
 #include <windows.h>
+
+#include <shellapi.h>
 
 #include "tools/platform/Files.h"
 
 namespace fs = std::filesystem;
 
 namespace veltra::platform {
+
+namespace {
+
+std::string utf8Of (const std::wstring& text)
+{
+    const auto bytes = fs::path (text).u8string();
+    return { bytes.begin(), bytes.end() };
+}
+
+}
+
+std::vector<std::string> commandLine (int count, const char* const* words)
+{
+    // What main is given has lost the letters that the account's code page does not have.
+    int wideCount = 0;
+    wchar_t** const wide = CommandLineToArgvW (GetCommandLineW(), &wideCount);
+    std::vector<std::string> result (words, words + count);
+
+    for (int i = 0; wide != nullptr && wideCount == count && i < count; ++i)
+        result[static_cast<std::size_t> (i)] = utf8Of (wide[i]);
+
+    LocalFree (wide);
+    return result;
+}
 
 bool isTerminal (std::FILE* stream) noexcept { return _isatty (_fileno (stream)) != 0; }
 
@@ -30,7 +59,11 @@ void* findSymbol (void* library, const char* name)
     return reinterpret_cast<void*> (GetProcAddress (static_cast<HMODULE> (library), name));
 }
 
-std::string libraryError() { return "error " + std::to_string (GetLastError()); }
+std::string libraryError()
+{
+    const auto error = static_cast<int> (GetLastError());
+    return std::system_category().message (error) + " (" + std::to_string (error) + ")";
+}
 
 std::optional<std::string> runProgram (std::vector<std::string> words, std::string_view input)
 {
@@ -59,8 +92,42 @@ struct SignalThread::State
 {
 };
 
-SignalThread::SignalThread (void (*) (int)) {}
-SignalThread::~SignalThread() = default;
+namespace {
+
+std::atomic<void (*) (int)> signalReceiver { nullptr };
+
+BOOL WINAPI onConsoleEvent (DWORD event)
+{
+    const auto receive = signalReceiver.load();
+
+    if (receive == nullptr)
+        return FALSE;
+
+    const bool isKey = event == CTRL_C_EVENT || event == CTRL_BREAK_EVENT;
+    receive (isKey ? SIGINT : SIGTERM);
+
+    // When this returns after one of the other events, Windows ends the process; it is given some seconds to end in order.
+    if (! isKey)
+        Sleep (5000);
+
+    return TRUE;
+}
+
+}
+
+SignalThread::SignalThread (void (*onSignal) (int))
+{
+    signalReceiver.store (onSignal);
+    SetConsoleCtrlHandler (onConsoleEvent, TRUE);
+}
+
+SignalThread::~SignalThread()
+{
+    SetConsoleCtrlHandler (onConsoleEvent, FALSE);
+    signalReceiver.store (nullptr);
+}
+
+void ignoreBrokenPipes() noexcept {} // there are no signals
 
 void endBySignal (int number) { std::_Exit (128 + number); }
 

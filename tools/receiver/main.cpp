@@ -13,10 +13,10 @@
 #include <system_error>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
+#include "tools/CommandLine.h"
 #include "tools/ExitStatus.h"
 #include "tools/output/OutputFile.h"
+#include "tools/platform/Process.h"
 #include "tools/receiver/device/SlotReport.h"
 #include "tools/receiver/network/Announcer.h"
 #include "tools/receiver/network/Receiver.h"
@@ -208,7 +208,7 @@ void run (Arguments& arguments)
     stopOnSignal = &stop;
     std::signal (SIGINT, [] (int) { stopOnSignal->raise(); });
     std::signal (SIGTERM, [] (int) { stopOnSignal->raise(); });
-    std::signal (SIGPIPE, SIG_IGN);
+    platform::ignoreBrokenPipes();
 
     Receiver receiver (profile, options);
     print ({ "Listening on " + receiver.address() });
@@ -254,7 +254,7 @@ int main (int argc, char** argv)
 
     try
     {
-        app.parse (argc, argv);
+        veltra::parse (app, argc, argv);
     }
     catch (const CLI::ParseError& error)
     {

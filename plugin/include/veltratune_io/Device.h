@@ -5,6 +5,7 @@
 
 #include "veltratune_io/Callbacks.h"
 #include "veltratune_io/Filter.h"
+#include "veltratune_io/Layout.h"
 #include "veltratune_io/Result.h"
 
 /** @file
@@ -48,7 +49,7 @@ enum ECapability : std::uint32_t
 class Device
 {
 protected:
-    virtual ~Device() = default;
+    VELTRATUNE_IO_DESTRUCTOR (Device)
 
 public:
     /** Manufacturer, model and device name joined by "|". Belongs to the device. No network. */
@@ -254,7 +255,7 @@ public:
 class Device2 : public Device
 {
 protected:
-    ~Device2() override = default;
+    ~Device2() = default;
 
 public:
     /** Always true. */

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "veltratune_io/Layout.h"
 #include "veltratune_io/Result.h"
 
 /** @file
@@ -22,7 +23,7 @@ namespace veltratune_io {
 class Filter
 {
 protected:
-    virtual ~Filter() = default;
+    VELTRATUNE_IO_DESTRUCTOR (Filter)
 
 public:
     /** Name of the channel. */
@@ -61,7 +62,7 @@ public:
 class FilterSet
 {
 protected:
-    virtual ~FilterSet() = default;
+    VELTRATUNE_IO_DESTRUCTOR (FilterSet)
 
 public:
     /** Name of the project, or of the device's slot when the set represents what was already on the device. */

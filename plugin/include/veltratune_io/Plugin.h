@@ -31,7 +31,7 @@ constexpr std::uint32_t kPluginInterfaceVersion = VELTRATUNE_IO_INTERFACE_VERSIO
 class Plugin
 {
 protected:
-    virtual ~Plugin() = default;
+    VELTRATUNE_IO_DESTRUCTOR (Plugin)
 
 public:
     /** The same text as GetVendor. Belongs to the module, as the following do. */

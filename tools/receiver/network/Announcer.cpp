@@ -3,16 +3,9 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <random>
 #include <system_error>
 #include <utility>
-
-#include <arpa/inet.h>
-#include <fcntl.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
 
 #include "discovery/LocalAddresses.h"
 
@@ -68,27 +61,21 @@ std::vector<std::string> interfaces (const std::string& address)
 Descriptor openSearchSocket (const std::string& address)
 {
     const auto fail = [&address] {
-        throw std::system_error (errno, std::generic_category(), "Cannot answer searches on " + address);
+        throw std::system_error (platform::lastError(), "Cannot answer searches on " + address);
     };
-    Descriptor result (::socket (AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    const auto name = socketName (numeric (kGroup), kSsdpPort);
-    const int on = 1, off = 0;
+    Descriptor result (platform::openSocket (SOCK_DGRAM));
 
     // All receivers and other UPnP software of this machine share the port; a search reaches each of them.
-    ::setsockopt (result.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof (on));
-    // Only the interfaces that are joined below, not those that other programs have joined.
-    ::setsockopt (result.get(), IPPROTO_IP, IP_MULTICAST_ALL, &off, sizeof (off));
-
-    if (! result.isOpen() || ::bind (result.get(), reinterpret_cast<const sockaddr*> (&name), sizeof (name)) != 0)
+    if (! result.isOpen() || ! platform::bindToGroup (result.get(), numeric (kGroup), kSsdpPort))
         fail();
 
+    platform::makeNonBlocking (result.get());
     bool joined = false;
 
     for (const auto& local : interfaces (address))
     {
         const ip_mreq membership { numeric (kGroup), numeric (local) };
-        joined =
-            ::setsockopt (result.get(), IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof (membership)) == 0 || joined;
+        joined = platform::setOption (result.get(), IPPROTO_IP, IP_ADD_MEMBERSHIP, membership) || joined;
     }
 
     if (! joined)
@@ -99,7 +86,7 @@ Descriptor openSearchSocket (const std::string& address)
 
 /** Waits for a socket until a time.
     @returns false when the time is over or the signal was raised */
-bool waitFor (int socket, short events, Clock::time_point end, const StopSignal& stop)
+bool waitFor (platform::SocketHandle socket, short events, Clock::time_point end, const StopSignal& stop)
 {
     for (;;)
     {
@@ -110,7 +97,8 @@ bool waitFor (int socket, short events, Clock::time_point end, const StopSignal&
 
         pollfd waiting[] = { { socket, events, 0 }, { stop.handle(), POLLIN, 0 } };
 
-        if (::poll (waiting, 2, static_cast<int> (std::min<std::int64_t> (left, 60000))) > 0 && waiting[1].revents == 0)
+        if (platform::wait (waiting, 2, static_cast<int> (std::min<std::int64_t> (left, 60000))) > 0
+            && waiting[1].revents == 0)
             return true;
     }
 }
@@ -186,8 +174,8 @@ void Announcer::sendDueAnswers()
 
         auto name = socketName ({ answer.address }, 0);
         name.sin_port = answer.port;
-        ::sendto (searchSocket.get(), answer.text.data(), answer.text.size(), MSG_NOSIGNAL,
-                  reinterpret_cast<const sockaddr*> (&name), sizeof (name));
+        ::sendto (searchSocket.get(), answer.text.data(), static_cast<platform::ByteCount> (answer.text.size()),
+                  platform::kNoSignal, reinterpret_cast<const sockaddr*> (&name), sizeof (name));
         log ("answered the search of " + text (name.sin_addr));
         return true;
     });
@@ -201,7 +189,7 @@ std::string Announcer::locationFor (std::uint32_t peer) const
     // chooses it for a connected socket.
     if (local.s_addr == INADDR_ANY)
     {
-        const Descriptor probe (::socket (AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+        const Descriptor probe (platform::openSocket (SOCK_DGRAM));
         auto name = socketName ({ peer }, kSsdpPort);
         socklen_t size = sizeof (name);
 
@@ -221,6 +209,7 @@ void Announcer::serveDescription()
 
 void Announcer::serve (const Descriptor& client) const
 {
+    platform::prepareAccepted (client.get());
     const auto end = Clock::now() + kRequestTime;
     std::string request;
     std::array<char, 1024> bytes;
@@ -230,7 +219,7 @@ void Announcer::serve (const Descriptor& client) const
         if (request.size() > kMaxRequest || ! waitFor (client.get(), POLLIN, end, stop))
             return;
 
-        const auto count = ::recv (client.get(), bytes.data(), bytes.size(), MSG_DONTWAIT);
+        const auto count = ::recv (client.get(), bytes.data(), bytes.size(), 0);
 
         if (count <= 0)
             return;
@@ -256,7 +245,8 @@ void Announcer::serve (const Descriptor& client) const
         if (! waitFor (client.get(), POLLOUT, end, stop))
             return;
 
-        const auto count = ::send (client.get(), rest.data(), rest.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        const auto count =
+            ::send (client.get(), rest.data(), static_cast<platform::ByteCount> (rest.size()), platform::kNoSignal);
 
         if (count < 0)
             return;

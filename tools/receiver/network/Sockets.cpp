@@ -2,41 +2,26 @@
 #include "tools/receiver/network/Sockets.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
-#include <cerrno>
-#include <fcntl.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <poll.h>
-#include <sys/socket.h>
 #include <system_error>
-#include <unistd.h>
 #include <utility>
 
 namespace veltra::receiver {
 
 namespace {
 
-[[noreturn]] void fail (const std::string& what) { throw std::system_error (errno, std::generic_category(), what); }
-
-void makeNonBlocking (int fd)
-{
-    ::fcntl (fd, F_SETFL, ::fcntl (fd, F_GETFL) | O_NONBLOCK);
-    ::fcntl (fd, F_SETFD, FD_CLOEXEC);
-}
-
-bool isTemporary (int error) { return error == EINTR || error == EAGAIN || error == EWOULDBLOCK; }
+[[noreturn]] void fail (const std::string& what) { throw std::system_error (platform::lastError(), what); }
+bool lastErrorIsTemporary() { return platform::isTemporary (platform::lastError()); }
 
 }
 
-Descriptor::Descriptor (Descriptor&& other) noexcept : fd (std::exchange (other.fd, -1)) {}
+Descriptor::Descriptor (Descriptor&& other) noexcept : handle (std::exchange (other.handle, platform::kNoSocket)) {}
 
 Descriptor& Descriptor::operator= (Descriptor&& other) noexcept
 {
     if (this != &other)
     {
         close();
-        fd = std::exchange (other.fd, -1);
+        handle = std::exchange (other.handle, platform::kNoSocket);
     }
 
     return *this;
@@ -47,27 +32,21 @@ Descriptor::~Descriptor() { close(); }
 void Descriptor::close() noexcept
 {
     if (isOpen())
-        ::close (std::exchange (fd, -1));
+        platform::closeSocket (std::exchange (handle, platform::kNoSocket));
 }
 
 StopSignal::StopSignal()
 {
-    int ends[2];
-
-    if (::pipe (ends) != 0)
-        fail ("No pipe for the stop signal");
-
-    readEnd = Descriptor (ends[0]);
-    writeEnd = Descriptor (ends[1]);
-    makeNonBlocking (ends[0]);
-    makeNonBlocking (ends[1]);
+    const auto [reading, writing] = platform::makeSignalEnds();
+    readEnd = Descriptor (reading);
+    writeEnd = Descriptor (writing);
 }
 
 void StopSignal::raise() noexcept
 {
-    // The byte is never read, so that the pipe stays readable for all waits.
-    if (! raised.exchange (true)) [[maybe_unused]]
-        const auto written = ::write (writeEnd.get(), "!", 1);
+    // What is sent is never read, so that all waits see it.
+    if (! raised.exchange (true))
+        platform::signalEnd (writeEnd.get());
 }
 
 bool StopSignal::pause (std::chrono::milliseconds duration) const
@@ -82,7 +61,7 @@ bool StopSignal::pause (std::chrono::milliseconds duration) const
             return true;
 
         pollfd waiting { handle(), POLLIN, 0 };
-        ::poll (&waiting, 1, static_cast<int> (std::min<std::int64_t> (left.count(), 60000)));
+        platform::wait (&waiting, 1, static_cast<int> (std::min<std::int64_t> (left.count(), 60000)));
     }
 
     return false;
@@ -92,10 +71,9 @@ HostSocket::HostSocket (Descriptor connected, const StopSignal& stopSignal)
     : socket (std::move (connected)),
       stop (stopSignal)
 {
-    makeNonBlocking (socket.get());
+    platform::prepareAccepted (socket.get());
     // Replies are small and sent one by one: without this each would wait for the peer's delayed ACK.
-    const int on = 1;
-    ::setsockopt (socket.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof (on));
+    platform::setOption (socket.get(), IPPROTO_TCP, TCP_NODELAY, 1);
 }
 
 bool HostSocket::waitFor (short events) const
@@ -104,9 +82,9 @@ bool HostSocket::waitFor (short events) const
 
     while (! stop.isRaised())
     {
-        const auto ready = ::poll (waiting, 2, -1);
+        const auto ready = platform::wait (waiting, 2, -1);
 
-        if (ready < 0 && errno != EINTR)
+        if (ready < 0 && ! lastErrorIsTemporary())
             return false;
 
         if (ready > 0)
@@ -120,12 +98,12 @@ std::size_t HostSocket::receive (char* buffer, std::size_t capacity)
 {
     while (waitFor (POLLIN))
     {
-        const auto count = ::recv (socket.get(), buffer, capacity, 0);
+        const auto count = ::recv (socket.get(), buffer, static_cast<platform::ByteCount> (capacity), 0);
 
         if (count >= 0)
             return static_cast<std::size_t> (count);
 
-        if (! isTemporary (errno))
+        if (! lastErrorIsTemporary())
             return 0;
     }
 
@@ -136,11 +114,12 @@ bool HostSocket::send (std::string_view bytes)
 {
     while (! bytes.empty())
     {
-        const auto count = ::send (socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        const auto count =
+            ::send (socket.get(), bytes.data(), static_cast<platform::ByteCount> (bytes.size()), platform::kNoSignal);
 
         if (count > 0)
             bytes.remove_prefix (static_cast<std::size_t> (count));
-        else if (count < 0 && ! isTemporary (errno))
+        else if (count < 0 && ! lastErrorIsTemporary())
             return false;
         else if (! waitFor (POLLOUT))
             return false;
@@ -156,9 +135,9 @@ void HostSocket::close() noexcept
 
     // Closing a socket that holds unread bytes would send a reset instead of the end of stream.
     char rest[4096];
-    ::shutdown (socket.get(), SHUT_WR);
+    ::shutdown (socket.get(), platform::kEndOfSending);
 
-    for (int i = 0; i < 256 && ::recv (socket.get(), rest, sizeof (rest), MSG_DONTWAIT) > 0; ++i)
+    for (int i = 0; i < 256 && ::recv (socket.get(), rest, sizeof (rest), 0) > 0; ++i)
         ;
 
     socket.close();
@@ -170,7 +149,7 @@ void HostSocket::reset() noexcept
         return;
 
     const linger abort { 1, 0 };
-    ::setsockopt (socket.get(), SOL_SOCKET, SO_LINGER, &abort, sizeof (abort));
+    platform::setOption (socket.get(), SOL_SOCKET, SO_LINGER, abort);
     socket.close();
 }
 
@@ -184,16 +163,13 @@ Listener::Listener (const std::string& address, std::uint16_t wantedPort)
     if (::inet_pton (AF_INET, address.c_str(), &name.sin_addr) != 1)
         throw std::system_error (std::make_error_code (std::errc::invalid_argument), "Cannot listen on " + where);
 
-    socket = Descriptor (::socket (AF_INET, SOCK_STREAM, 0));
+    socket = Descriptor (platform::openSocket (SOCK_STREAM));
 
     if (! socket.isOpen())
         fail ("Cannot listen on " + where);
 
-    makeNonBlocking (socket.get());
-
-    // A restarted receiver gets its port even if old connections are not quite closed.
-    const int on = 1;
-    ::setsockopt (socket.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof (on));
+    platform::makeNonBlocking (socket.get());
+    platform::keepPort (socket.get());
 
     socklen_t length = sizeof (name);
 
@@ -211,7 +187,7 @@ std::optional<Descriptor> Listener::accept (const StopSignal& stop)
     {
         pollfd waiting[] = { { socket.get(), POLLIN, 0 }, { stop.handle(), POLLIN, 0 } };
 
-        if (::poll (waiting, 2, -1) <= 0 || waiting[1].revents != 0)
+        if (platform::wait (waiting, 2, -1) <= 0 || waiting[1].revents != 0)
             continue;
 
         Descriptor accepted (::accept (socket.get(), nullptr, nullptr));
@@ -220,7 +196,7 @@ std::optional<Descriptor> Listener::accept (const StopSignal& stop)
             return accepted;
 
         // Out of descriptors: the connection stays in the queue and poll comes back at once. Wait a little.
-        if (! isTemporary (errno) && errno != ECONNABORTED)
+        if (! lastErrorIsTemporary() && platform::lastError() != std::errc::connection_aborted)
             stop.pause (std::chrono::milliseconds (50));
     }
 

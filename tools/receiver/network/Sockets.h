@@ -9,24 +9,26 @@
 #include <string>
 #include <string_view>
 
+#include "tools/platform/Network.h"
+
 namespace veltra::receiver {
 
-/** Owns a file descriptor and closes it. */
+/** Owns a socket and closes it. */
 class Descriptor
 {
 public:
     Descriptor() = default;
-    explicit Descriptor (int openFile) noexcept : fd (openFile) {}
+    explicit Descriptor (platform::SocketHandle openSocket) noexcept : handle (openSocket) {}
     Descriptor (Descriptor&& other) noexcept;
     Descriptor& operator= (Descriptor&& other) noexcept;
     ~Descriptor();
 
-    int get() const noexcept { return fd; }
-    bool isOpen() const noexcept { return fd >= 0; }
+    platform::SocketHandle get() const noexcept { return handle; }
+    bool isOpen() const noexcept { return handle != platform::kNoSocket; }
     void close() noexcept;
 
 private:
-    int fd = -1;
+    platform::SocketHandle handle = platform::kNoSocket;
 };
 
 /** Ends blocking waits from another thread. Once raised it stays raised, and every wait that watches it returns at
@@ -43,7 +45,7 @@ public:
     bool pause (std::chrono::milliseconds duration) const;
 
     /** Becomes readable when the signal is raised. */
-    int handle() const noexcept { return readEnd.get(); }
+    platform::SocketHandle handle() const noexcept { return readEnd.get(); }
 
 private:
     Descriptor readEnd, writeEnd;

@@ -6,9 +6,8 @@
 #include <regex>
 #include <stdexcept>
 
-#include <sndfile.h>
-
 #include "dsp/Resampling.h"
+#include "tools/platform/SoundFile.h"
 
 namespace veltra::receiver {
 
@@ -22,7 +21,8 @@ constexpr sf_count_t kMaxSamples = 16 * 1024 * 1024;
 std::pair<std::uint32_t, Eigen::VectorXf> readWav (const std::filesystem::path& path)
 {
     SF_INFO info {};
-    const std::unique_ptr<SNDFILE, int (*) (SNDFILE*)> file (::sf_open (path.c_str(), SFM_READ, &info), &::sf_close);
+    const std::unique_ptr<SNDFILE, int (*) (SNDFILE*)> file (platform::openSoundFile (path, SFM_READ, info),
+                                                             &::sf_close);
 
     if (file == nullptr)
         throw std::runtime_error (path.string() + ": " + ::sf_strerror (nullptr));

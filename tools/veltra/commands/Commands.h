@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
-#include <CLI/CLI.hpp>
-
+#include "tools/CommandLine.h"
 #include "tools/veltra/filters/FilterImport.h"
 #include "tools/veltra/session/DeviceSession.h"
 

@@ -94,7 +94,7 @@ int run (int argc, char** argv)
 
     try
     {
-        program.parse (argc, argv);
+        parse (program, argc, argv);
 
         // Asked here and not by CLI11, which would say so of a misspelt command too.
         if (program.get_subcommands().empty())

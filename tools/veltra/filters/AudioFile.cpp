@@ -6,9 +6,8 @@
 #include <memory>
 #include <string>
 
-#include <sndfile.h>
-
 #include "tools/ExitStatus.h"
+#include "tools/platform/SoundFile.h"
 
 namespace veltra::host {
 
@@ -25,7 +24,7 @@ MonoAudio readMonoAudio (const std::filesystem::path& file)
     const auto refuse = [&] (const std::string& why) { return Failure (kExitInput, file.string() + " " + why + "."); };
 
     SF_INFO info = {};
-    const OpenFile source (sf_open (file.string().c_str(), SFM_READ, &info), sf_close);
+    const OpenFile source (platform::openSoundFile (file, SFM_READ, info), sf_close);
 
     if (source == nullptr)
         throw refuse (std::string ("cannot be read: ") + sf_strerror (nullptr));
@@ -59,7 +58,7 @@ void writeFloatWav (const OutputFile& output, unsigned sampleRate, std::span<con
     info.samplerate = static_cast<int> (sampleRate);
     info.channels = 1;
     info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
-    OpenFile target (sf_open (output.temporaryPath().string().c_str(), SFM_WRITE, &info), sf_close);
+    OpenFile target (platform::openSoundFile (output.temporaryPath(), SFM_WRITE, info), sf_close);
 
     if (target == nullptr)
         throw refuse (sf_strerror (nullptr));

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "tools/veltra/session/ConnectionLog.h"
 
-#include <cstdio>
+#include <fstream>
 #include <memory>
 
 #include <log4cplus/fileappender.h>
@@ -21,9 +21,7 @@ ConnectionLog::ConnectionLog (const std::filesystem::path& file, int level)
         return;
 
     // log4cplus would print its own message about a file that it cannot open.
-    if (auto* const opened = std::fopen (file.string().c_str(), "a"))
-        std::fclose (opened);
-    else
+    if (! std::ofstream (file, std::ios::app))
         throw Failure (kExitOutput, "The log " + file.string() + " cannot be written.");
 
     const log4cplus::SharedAppenderPtr appender (
