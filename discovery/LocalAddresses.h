@@ -9,8 +9,8 @@
 
 namespace upnp {
 
-using veltra::ipc::platform::adapterAddresses;
 using veltra::ipc::platform::AdapterAddress;
+using veltra::ipc::platform::adapterAddresses;
 
 /** Where to search: 127.0.0.1 first, then the first address of each adapter, in the order of the list, without
     0.0.0.0 and without repetitions. */

@@ -1,11 +1,15 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 
 /** @file
-    A host that calls every operation of the boundary once and checks what comes back, with the receiver of the shipped
-    profile "stereo". It needs no library but the system's, so that it can be compiled for Microsoft's object layout where
-    there is none of Microsoft's files. tests/abi/run starts it.
+    A host that needs no library but the system's, so that it can be compiled for Microsoft's object layout where there is
+    none of Microsoft's files. tests/abi/run starts it, with the receiver of the shipped profile "stereo".
 
-        operations_host MODULE        0 when everything was as expected; otherwise it says what was not
+        operations_host MODULE     0 when everything was as expected; otherwise it says what was not
+
+    The variable HOST_MODE says what it does: "operations" calls every operation of the boundary once and checks what comes
+    back; "unload" loads and unloads the module a hundred times, releasing its object each third time; "leave" ends the
+    process with an open session; "silent" releases its object when the receiver does not react any more, and waits for that
+    after the word "ready"; "refused" looks for a receiver that is not there, in at most HOST_MOST_MS milliseconds.
 */
 
 #include "veltratune_io/Plugin.h"
@@ -14,13 +18,17 @@
 
 extern "C"
 {
-    __declspec(dllimport) void* LoadLibraryA (const char*);
+    __declspec(dllimport) void* LoadLibraryW (const wchar_t*);
     __declspec(dllimport) void* GetProcAddress (void*, const char*);
     __declspec(dllimport) int FreeLibrary (void*);
     __declspec(dllimport) void* GetStdHandle (unsigned long);
     __declspec(dllimport) int WriteFile (void*, const void*, unsigned long, unsigned long*, void*);
     __declspec(dllimport) void Sleep (unsigned long);
-    __declspec(dllimport) const char* GetCommandLineA();
+    __declspec(dllimport) unsigned long long GetTickCount64();
+    __declspec(dllimport) const wchar_t* GetCommandLineW();
+    __declspec(dllimport) unsigned long GetEnvironmentVariableA (const char*, char*, unsigned long);
+    __declspec(dllimport) int WideCharToMultiByte (unsigned, unsigned long, const wchar_t*, int, char*, int,
+                                                   const char*, int*);
     __declspec(dllimport) void ExitProcess (unsigned);
 
     int _fltused = 0; // what Microsoft's linker expects of a program that uses floating point
@@ -28,7 +36,11 @@ extern "C"
 
 #else
 
+#include <cstdlib>
+#include <cstring>
+
 #include <dlfcn.h>
+#include <time.h>
 #include <unistd.h>
 
 #endif
@@ -39,10 +51,24 @@ using namespace veltratune_io;
 
 #if defined(_WIN32)
 
-void* load (const char* file) { return LoadLibraryA (file); }
+using Path = const wchar_t*;
+
+void* load (Path file) { return LoadLibraryW (file); }
 void* find (void* module, const char* name) { return GetProcAddress (module, name); }
 bool unload (void* module) { return FreeLibrary (module) != 0; }
 void wait_ms (unsigned time) { Sleep (time); }
+unsigned long long now_ms() { return GetTickCount64(); }
+
+void readVariable (const char* name, char (&value)[32])
+{
+    if (GetEnvironmentVariableA (name, value, sizeof (value)) == 0)
+        value[0] = 0;
+}
+
+void toUtf8 (Path file, char (&text)[1024])
+{
+    WideCharToMultiByte (65001, 0, file, -1, text, sizeof (text), nullptr, nullptr);
+}
 
 void print (const char* text, unsigned size)
 {
@@ -52,10 +78,34 @@ void print (const char* text, unsigned size)
 
 #else
 
-void* load (const char* file) { return dlopen (file, RTLD_NOW | RTLD_LOCAL); }
+using Path = const char*;
+
+void* load (Path file) { return dlopen (file, RTLD_NOW | RTLD_LOCAL); }
 void* find (void* module, const char* name) { return dlsym (module, name); }
 bool unload (void* module) { return dlclose (module) == 0; }
 void wait_ms (unsigned time) { usleep (time * 1000); }
+
+unsigned long long now_ms()
+{
+    timespec time {};
+    clock_gettime (CLOCK_MONOTONIC, &time);
+    return static_cast<unsigned long long> (time.tv_sec) * 1000
+           + static_cast<unsigned long long> (time.tv_nsec) / 1000000;
+}
+
+void readVariable (const char* name, char (&value)[32])
+{
+    const char* const found = getenv (name);
+    value[0] = 0;
+    strncat (value, found != nullptr ? found : "", sizeof (value) - 1);
+}
+
+void toUtf8 (Path file, char (&text)[1024])
+{
+    text[0] = 0;
+    strncat (text, file, sizeof (text) - 1);
+}
+
 void print (const char* text, unsigned size) { [[maybe_unused]] const auto written = write (1, text, size); }
 
 #endif
@@ -277,49 +327,128 @@ void checkDownload (Device2& device)
     CHECK (progress.texts > 0 && progress.pieces > 3 && progress.latest > 0.5f && ! progress.unexpected);
 }
 
-int run (const char* file)
+void checkOperations (Plugin& plugin)
 {
-    void* const module = load (file);
-    using Get = decltype (&GetVersionedPluginObject);
-    using Release = decltype (&ReleaseVersionedPluginObject);
-
-    const auto get = module != nullptr ? reinterpret_cast<Get> (find (module, "GetVersionedPluginObject")) : nullptr;
-    const auto release =
-        module != nullptr ? reinterpret_cast<Release> (find (module, "ReleaseVersionedPluginObject")) : nullptr;
-
-    if (get == nullptr || release == nullptr)
-    {
-        say ("no module\n");
-        return 1;
-    }
-
-    CHECK (get (4) == nullptr);
-    auto* const plugin = get (kPluginInterfaceVersion);
-    checkText ("Veltra Labs Ltd", plugin->GetName(), "Plugin::GetName");
-    checkText ("Veltra Labs Ltd", plugin->GetVendor(), "Plugin::GetVendor");
-    CHECK (plugin->GetVersion()[0] != 0);
-    checkText ("2015-04-14", plugin->GetDate(), "Plugin::GetDate");
-    CHECK (plugin->FindDevices());
+    checkText ("Veltra Labs Ltd", plugin.GetName(), "Plugin::GetName");
+    checkText ("Veltra Labs Ltd", plugin.GetVendor(), "Plugin::GetVendor");
+    CHECK (plugin.GetVersion()[0] != 0);
+    checkText ("2015-04-14", plugin.GetDate(), "Plugin::GetDate");
+    CHECK (plugin.FindDevices());
 
     Device* device = nullptr;
-    CHECK (! plugin->GetDevice (1, &device) && device == nullptr);
+    CHECK (! plugin.GetDevice (1, &device) && device == nullptr);
+    CHECK (plugin.GetDevice (0, &device));
 
-    if (plugin->GetDevice (0, &device))
+    if (device == nullptr)
+        return;
+
+    auto& found = static_cast<Device2&> (*device);
+    checkDescriptions (found);
+    checkControls (found);
+    checkMeasurement (found);
+    checkDownload (found);
+}
+
+/** The module, loaded, with a log beside its file. */
+struct Module
+{
+    explicit Module (Path file) : library (load (file))
     {
-        auto& found = static_cast<Device2&> (*device);
-        checkDescriptions (found);
-        checkControls (found);
-        checkMeasurement (found);
-        checkDownload (found);
-    }
-    else
-    {
-        check (false, "no receiver was found");
+        if (library == nullptr)
+            return;
+
+        get = reinterpret_cast<GetVersionedPluginObjectFunction> (find (library, kGetVersionedPluginObjectName));
+        release =
+            reinterpret_cast<ReleaseVersionedPluginObjectFunction> (find (library, kReleaseVersionedPluginObjectName));
+        setLogPath = reinterpret_cast<SetLogPathFunction> (find (library, kSetLogPathName));
+
+        char log[1024];
+        toUtf8 (file, log);
+
+        for (unsigned end = lengthOf (log); end-- > 0;)
+            if (log[end] == '.')
+            {
+                log[end + 1] = 'l';
+                log[end + 2] = 'o';
+                log[end + 3] = 'g';
+                log[end + 4] = 0;
+                break;
+            }
+
+        if (isUsable())
+            setLogPath (log, -1, 0);
     }
 
-    release (plugin);
-    CHECK (unload (module));
-    say (failures == 0 ? "all operations as expected\n" : "failed\n");
+    bool isUsable() const { return get != nullptr && release != nullptr && setLogPath != nullptr; }
+
+    void* library = nullptr;
+    GetVersionedPluginObjectFunction get = nullptr;
+    ReleaseVersionedPluginObjectFunction release = nullptr;
+    SetLogPathFunction setLogPath = nullptr;
+};
+
+unsigned numberOf (const char* text)
+{
+    unsigned value = 0;
+
+    for (; *text >= '0' && *text <= '9'; ++text)
+        value = value * 10 + static_cast<unsigned> (*text - '0');
+
+    return value;
+}
+
+int run (Path file)
+{
+    char mode[32], most_ms[32];
+    readVariable ("HOST_MODE", mode);
+    readVariable ("HOST_MOST_MS", most_ms);
+
+    for (int round = 0; round < (isSame (mode, "unload") ? 100 : 1); ++round)
+    {
+        const Module module (file);
+
+        if (! module.isUsable())
+        {
+            say ("no module\n");
+            return 1;
+        }
+
+        CHECK (module.get (4) == nullptr);
+        auto* const plugin = module.get (kPluginInterfaceVersion);
+        const auto start = now_ms();
+
+        if (isSame (mode, "refused"))
+        {
+            CHECK (! plugin->FindDevices());
+            CHECK (now_ms() - start <= numberOf (most_ms));
+        }
+        else if (isSame (mode, "operations"))
+        {
+            checkOperations (*plugin);
+        }
+        else
+        {
+            CHECK (plugin->FindDevices());
+        }
+
+        if (isSame (mode, "leave"))
+            return failures == 0 ? 0 : 1;
+
+        if (isSame (mode, "silent"))
+        {
+            say ("ready\n");
+            wait_ms (2000);
+        }
+
+        const auto releaseStart = now_ms();
+
+        if (! isSame (mode, "unload") || round % 3 == 0)
+            module.release (plugin);
+
+        CHECK (unload (module.library));
+        CHECK (now_ms() - releaseStart <= 1500);
+    }
+
     return failures == 0 ? 0 : 1;
 }
 
@@ -329,14 +458,24 @@ int run (const char* file)
 
 extern "C" void hostMain()
 {
-    // The last word of the command line, which has no blanks.
-    const char* word = GetCommandLineA();
+    // The last word of the command line, which stands in quotation marks if it has blanks.
+    static wchar_t file[1024];
+    const wchar_t* const line = GetCommandLineW();
+    int end = 0;
 
-    for (const char* at = word; *at != 0; ++at)
-        if (*at == ' ' && at[1] != 0)
-            word = at + 1;
+    while (line[end] != 0)
+        ++end;
 
-    ExitProcess (static_cast<unsigned> (run (word)));
+    const bool isQuoted = end > 0 && line[end - 1] == '"';
+    int begin = isQuoted ? --end : end;
+
+    while (begin > 0 && line[begin - 1] != (isQuoted ? '"' : ' '))
+        --begin;
+
+    for (int i = begin; i < end && i - begin < 1023; ++i)
+        file[i - begin] = line[i];
+
+    ExitProcess (static_cast<unsigned> (run (file)));
 }
 
 /** What the compiler makes of loops. */
