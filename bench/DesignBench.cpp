@@ -9,12 +9,12 @@
 
 #include <benchmark/benchmark.h>
 
+#include "bench/ReferenceFIIRDesign.h"
 #include "dsp/FIIRDesign.h"
 #include "dsp/ParallelSections.h"
 #include "dsp/ResidueFit.h"
 #include "dsp/WarpedModes.h"
 #include "dsp/WarpSequence.h"
-#include "tests/support/ReferenceFIIRDesign.h"
 
 namespace veltra::bench {
 

@@ -19,8 +19,8 @@ constexpr int kLargestRead = 1024;
 
 }
 
-TcpDeviceConnection::TcpDeviceConnection (const juce::String& hostAndPort, int patience_ms)
-    : TcpConnection (kReaderPriority, patience_ms),
+TcpDeviceConnection::TcpDeviceConnection (const juce::String& hostAndPort)
+    : TcpConnection (kReaderPriority),
       address (hostAndPort)
 {
 }

@@ -25,7 +25,7 @@ class TcpDeviceConnection final : public veltra::ipc::TcpConnection,
 {
 public:
     /** @param address  the host:port text that connect will be given, for the name */
-    explicit TcpDeviceConnection (const juce::String& address, int patience_ms = kHandlerPatience_ms);
+    explicit TcpDeviceConnection (const juce::String& address);
     ~TcpDeviceConnection() override;
 
     /** "TCP:" and the address. */

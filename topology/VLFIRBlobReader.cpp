@@ -67,7 +67,7 @@ void checkRecords (VLFIRBlobContents& contents, const VLFIRLayout& layout, std::
 
         if (record.channelWord % layout.channelFactor != 0)
             contents.problems.push_back (channel + "channel word " + std::to_string (record.channelWord)
-                                         + " is no multiple of " + std::to_string (layout.channelFactor));
+                                         + " is not a multiple of " + std::to_string (layout.channelFactor));
 
         if (record.highRateDelay > vlfir::maxHighRateDelay)
             contents.problems.push_back (channel + "high-rate delay " + std::to_string (record.highRateDelay)

@@ -36,7 +36,7 @@ int main (int argc, char** argv)
 
     if (plugin == nullptr || release == nullptr)
     {
-        std::fprintf (stderr, "%s is no module of interface version %u\n", path,
+        std::fprintf (stderr, "%s is not a module of interface version %u\n", path,
                       veltratune_io::kPluginInterfaceVersion);
         return 1;
     }

@@ -1,16 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include <clocale>
-#include <cmath>
-#include <cstdlib>
-#include <iterator>
-#include <random>
-#include <sstream>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "common/Numbers.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

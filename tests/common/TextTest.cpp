@@ -3,10 +3,9 @@
 
 #include <locale>
 
-#include <gtest/gtest.h>
-
 #include "common/Log.h"
 #include "tests/support/LogLines.h"
+#include "tests/support/Testing.h"
 
 namespace veltra {
 

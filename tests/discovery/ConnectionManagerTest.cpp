@@ -1,12 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "discovery/ConnectionManager.h"
 #include "protocol/EnvelopeParser.h"
 #include "tests/support/LogLines.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

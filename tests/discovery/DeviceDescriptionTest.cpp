@@ -1,14 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "discovery/DeviceDescription.h"
 
-#include <chrono>
-#include <string>
-#include <utility>
-
-#include <gtest/gtest.h>
-
 #include "tests/support/LogLines.h"
-#include "tests/support/Repeated.h"
 #include "tests/support/ScriptedHttpServer.h"
 
 namespace {
@@ -23,32 +16,22 @@ std::string description (const std::string& children, const std::string& attribu
            + "><specVersion><major>1</major></specVersion><device>" + children + "</device></root>\n";
 }
 
-struct Result
+/** Address and friendly name of a device of ours. */
+std::string textOf (bool ours, const juce::String& address, const juce::String& friendlyName)
 {
-    bool ours;
-    std::string address, friendlyName;
-
-    bool operator== (const Result&) const = default;
-};
-
-void PrintTo (const Result& result, std::ostream* out)
-{
-    *out << (result.ours ? "ours '" : "not ours '") << result.address << "' '" << result.friendlyName << "'";
+    return ((ours ? "" : "not ours ") + address + "|" + friendlyName).toStdString();
 }
 
-Result read (const std::string& document, const std::string& location = "http://10.0.0.7:8080/desc.xml")
+std::string read (const std::string& document, const std::string& location = "http://10.0.0.7:8080/desc.xml")
 {
-    Result result {};
     juce::String address, friendlyName;
-    result.ours =
+    const bool ours =
         upnp::readDescription (juce::String::createStringFromData (document.data(), static_cast<int> (document.size())),
                                location, address, friendlyName);
-    result.address = address.toStdString();
-    result.friendlyName = friendlyName.toStdString();
-    return result;
+    return textOf (ours, address, friendlyName);
 }
 
-const Result notOurs { false, "", "" };
+const std::string notOurs = "not ours |", atPort1 = "TCP:10.0.0.7:1|", port = "<v:x_port>1</v:x_port>";
 
 }
 
@@ -57,12 +40,11 @@ TEST (DeviceDescription, EitherExtensionNamesThePort)
     LogLines log;
     EXPECT_EQ (read (description (
                    "<friendlyName> Living room\n</friendlyName><ir:x_features>\tVeltraIO-6000 </ir:x_features>")),
-               (Result { true, "TCP:10.0.0.7:6000", "Living room" }));
+               "TCP:10.0.0.7:6000|Living room");
     EXPECT_EQ (read (description ("<a:friendlyName>K\xC3\xBC"
                                   "che &amp; <b>Bad</b></a:friendlyName><v:x_port><![CDATA[ 7001 ]]></v:x_port>")),
-               (Result { true, "TCP:10.0.0.7:7001",
-                         "K\xC3\xBC"
-                         "che & Bad" }));
+               "TCP:10.0.0.7:7001|K\xC3\xBC"
+               "che & Bad");
     EXPECT_EQ (log.count ("INFO", "Found VeltraIO protocol handler"), 2);
 }
 
@@ -70,13 +52,13 @@ TEST (DeviceDescription, TheFirstGoodExtensionEndsTheReading)
 {
     EXPECT_EQ (read (description (
                    "<v:x_port>1</v:x_port><ir:x_features>VeltraIO-2</ir:x_features><friendlyName>Late</friendlyName>")),
-               (Result { true, "TCP:10.0.0.7:1", "" }));
+               "TCP:10.0.0.7:1|");
 
     LogLines log;
     EXPECT_EQ (read (description ("<ir:x_features>VeltraIO-</ir:x_features><ir:x_features>xVeltraIO-1</ir:x_features>"
                                   "<ir:x_features>VeltraIO-1 2</ir:x_features><ir:x_features>veltraio-1</ir:x_features>"
                                   "<friendlyName>Early</friendlyName><v:x_port>no number</v:x_port>")),
-               (Result { true, "TCP:10.0.0.7:no number", "Early" }));
+               "TCP:10.0.0.7:no number|Early");
     EXPECT_TRUE (log.contains ("WARN", "VeltraIO extension tag malformed, 'VeltraIO-'"));
     EXPECT_TRUE (log.contains ("WARN", "VeltraIO extension tag malformed, 'VeltraIO-1 2'"));
     EXPECT_TRUE (log.contains ("WARN", "VeltraIO extension tag malformed, 'veltraio-1'"));
@@ -103,21 +85,20 @@ TEST (DeviceDescription, OnlyPrefixesThatTheRootDeclaresCount)
     EXPECT_EQ (log.count ("INFO", "Not a VeltraIO device!"), 6);
 
     // Any attribute declares, the part behind the last colon names the prefix, and the last declaration counts.
-    EXPECT_TRUE (
-        read (description (feature ("p"), " a:b:P=\"urn:other\" c:p=\"urn:schemas-frontier-silicon-com:ir-1-0\""))
-            .ours);
-    EXPECT_TRUE (read (description ("<v:y:x_port>1</v:y:x_port>")).ours);
+    EXPECT_EQ (
+        read (description (feature ("p"), " a:b:P=\"urn:other\" c:p=\"urn:schemas-frontier-silicon-com:ir-1-0\"")),
+        atPort1);
+    EXPECT_EQ (read (description ("<v:y:x_port>1</v:y:x_port>")), atPort1);
 }
 
 TEST (DeviceDescription, TheHostIsThatOfTheLocationAndOtherDevicesAreShownEscaped)
 {
     for (const auto& [location, address] : { std::pair ("http://receiver.local/a:b", "TCP:receiver.local:1"),
                                              std::pair ("https://10.0.0.8", "TCP:10.0.0.8:1") })
-        EXPECT_EQ (address, read (description ("<v:x_port>1</v:x_port>"), location).address);
+        EXPECT_EQ (address, read (description (port), location));
 
     LogLines log;
-    EXPECT_EQ ((Result { false, "", "Lamp" }),
-               read ("<root><device><friendlyName>Lamp</friendlyName>\n</device></root>"));
+    EXPECT_EQ ("not ours |Lamp", read ("<root><device><friendlyName>Lamp</friendlyName>\n</device></root>"));
     EXPECT_TRUE (log.contains ("TRACE", "Failed to find VeltraIO extension tag: XML = <root><device><friendlyName>Lamp"
                                         "</friendlyName>\\n</device></root>"));
 }
@@ -139,9 +120,8 @@ TEST (DeviceDescription, DocumentsMadeToHarmAParserAreRefusedAtOnce)
 {
     const auto nested = [&] (int depth) { return repeated ("<d>", depth) + repeated ("</d>", depth); };
 
-    const std::string port = "<v:x_port>1</v:x_port>";
-    EXPECT_TRUE (read (description (nested (62) + port)).ours); // root and device make it 64
-    EXPECT_TRUE (read (description (repeated ("<e a='&lt;'/>", 900) + port)).ours);
+    EXPECT_EQ (read (description (nested (62) + port)), atPort1); // root and device make it 64
+    EXPECT_EQ (read (description (repeated ("<e a='&lt;'/>", 900) + port)), atPort1);
 
     const auto start = std::chrono::steady_clock::now();
 
@@ -151,35 +131,33 @@ TEST (DeviceDescription, DocumentsMadeToHarmAParserAreRefusedAtOnce)
 
     for (const auto& children : { repeated ("&", 1 << 20), "<e a='" + repeated ("&amp;", 200000) + "'/>",
                                   "<e " + repeated ("a='' ", 200000) + "/>" })
-        EXPECT_TRUE (read (description (children + port)).ours);
+        EXPECT_EQ (read (description (children + port)), atPort1);
 
     std::string prefixes = declarations;
 
     for (int i = 0; i < 60000; ++i)
         prefixes += " a:b" + std::to_string (i) + "=''";
 
-    EXPECT_TRUE (read (description (port, prefixes)).ours);
+    EXPECT_EQ (read (description (port, prefixes)), atPort1);
     EXPECT_LT (std::chrono::steady_clock::now() - start, std::chrono::seconds (40)); // minutes where time is quadratic
 
     EXPECT_EQ (read ("<!DOCTYPE r [<!ENTITY a \"aaaaaaaaaa\"><!ENTITY b \"&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;\">]>"
                      + description ("<friendlyName>&b;</friendlyName>" + port)),
-               (Result { true, "TCP:10.0.0.7:1", "&b;" }));
+               "TCP:10.0.0.7:1|&b;");
 }
 
 TEST (DeviceDescription, WhatIsBetweenAndAfterTheElementsDoesNotMatter)
 {
-    const std::string port = "<v:x_port>1</v:x_port>";
-
     for (const auto& children : { "a<?i?>b", "<?i?> <!-- <c/> --> &amp;", "& <!-- ;<?i?>b-->" })
-        EXPECT_TRUE (read (description (children + port)).ours) << children;
+        EXPECT_EQ (read (description (children + port)), atPort1) << children;
 
     for (const auto& behind : { "no XML", "&", "\xFF", "<second/>" })
-        EXPECT_TRUE (read (description (port) + behind).ours) << behind;
+        EXPECT_EQ (read (description (port) + behind), atPort1) << behind;
 
-    EXPECT_TRUE (read ("<?xml-stylesheet href='a'?>" + description ("<?i?><?j?> <e/>a<?k?>" + port)).ours);
+    EXPECT_EQ (read ("<?xml-stylesheet href='a'?>" + description ("<?i?><?j?> <e/>a<?k?>" + port)), atPort1);
     EXPECT_EQ (read (description ("<friendlyName>A&#x110000;</friendlyName>" + port)), notOurs)
         << "there is no such character";
-    EXPECT_EQ (read (description ("<friendlyName>A&#xD800;&#0;B</friendlyName>" + port)).friendlyName, "A???");
+    EXPECT_EQ (read (description ("<friendlyName>A&#xD800;&#0;B</friendlyName>" + port)), "TCP:10.0.0.7:1|A???");
 }
 
 TEST (DeviceDescription, TextsAreBounded)
@@ -192,10 +170,8 @@ TEST (DeviceDescription, TextsAreBounded)
                notOurs);
     EXPECT_TRUE (log.contains ("WARN", "VeltraIO extension tag malformed, '" + longText.substr (0, 1024) + "...'"));
 
-    const auto name =
-        read (description ("<friendlyName>1\xC3\xBC" + std::string (1020, 'x') + "\xC3\xBC</friendlyName>"))
-            .friendlyName;
-    EXPECT_EQ (name, "1\xC3\xBC" + std::string (1020, 'x'));
+    EXPECT_EQ (read (description ("<friendlyName>1\xC3\xBC" + std::string (1020, 'x') + "\xC3\xBC</friendlyName>")),
+               notOurs + "1\xC3\xBC" + std::string (1020, 'x'));
 }
 
 TEST (DeviceDescription, EachFailureOfTheFetchIsLogged)
@@ -205,14 +181,13 @@ TEST (DeviceDescription, EachFailureOfTheFetchIsLogged)
         {
             std::string body = "\xFF\xFE";
 
-            for (const char c : description ("<v:x_port>1</v:x_port>"))
+            for (const char c : description (port))
                 (body += c) += '\0';
 
             exchange.send (ScriptedHttpServer::reply (200, body));
         }
         else if (exchange.path == "/endless")
-            exchange.send (
-                ScriptedHttpServer::reply (200, description ("<v:x_port>1</v:x_port>") + std::string (2 << 20, ' ')));
+            exchange.send (ScriptedHttpServer::reply (200, description (port) + std::string (2 << 20, ' ')));
         else
             exchange.send (ScriptedHttpServer::reply (404, ""));
     });
@@ -221,10 +196,10 @@ TEST (DeviceDescription, EachFailureOfTheFetchIsLogged)
     const auto get = [] (const std::string& location, bool stop = false) {
         juce::String address, friendlyName;
         const bool ours = upnp::getDeviceInfo (location, address, friendlyName, [stop] { return stop; });
-        return Result { ours, address.toStdString(), "" };
+        return textOf (ours, address, {});
     };
 
-    EXPECT_EQ ((Result { true, "TCP:127.0.0.1:1", "" }), get (server.url ("/utf16")));
+    EXPECT_EQ ("TCP:127.0.0.1:1|", get (server.url ("/utf16")));
     EXPECT_TRUE (log.contains ("DEBUG", "Getting device XML from " + server.url ("/utf16")));
 
     for (const auto& [location, warning] :

@@ -1,14 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <algorithm>
-#include <chrono>
-#include <fstream>
-#include <iostream>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
 
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include "discovery/ScanHandler.h"
@@ -16,7 +7,6 @@
 #include "tests/support/FakeDevice.h"
 #include "tests/support/LogLines.h"
 #include "tests/support/NetworkNamespace.h"
-#include "tests/support/Repeated.h"
 
 namespace {
 
@@ -39,12 +29,6 @@ double residentMemory_MiB()
 /** The documents of a hostile device, by the first letter of the path. */
 void serve (ScriptedHttpServer::Exchange& exchange)
 {
-    static const std::string deep = repeated ("<d>", 1000);
-    static const std::string wide = "<r><device>" + repeated ("<e a='&lt;'/>", 70000) + "</device></r>";
-    static const std::string bomb = "<!DOCTYPE r [<!ENTITY a \"" + repeated ("a", 1000) + "\"><!ENTITY b \""
-                                    + repeated ("&a;", 1000) + "\">]><r><device><friendlyName>" + repeated ("&b;", 1000)
-                                    + "</friendlyName></device></r>";
-    static const std::string references = "<r><device>" + repeated ("&", 900000);
     const auto header = "HTTP/1.1 200 OK\r\n\r\n";
 
     switch (exchange.path[1])
@@ -68,10 +52,8 @@ void serve (ScriptedHttpServer::Exchange& exchange)
             break;
 
         case 'c': exchange.send (ScriptedHttpServer::reply (302, "", "Location: " + exchange.path + "x\r\n")); break;
-        case 'd': exchange.send (header + deep); break;
-        case 'w': exchange.send (header + wide); break;
-        case 'b': exchange.send (header + bomb); break;
-        case 'r': exchange.send (header + references); break;
+        case 'd': exchange.send (header + repeated ("<d>", 1000)); break;
+        case 'r': exchange.send (header + ("<r><device>" + repeated ("&", 900000))); break;
         case 'h':
             exchange.send ("HTTP/1.1 200 OK\r\n" + repeated ("X: " + std::string (1000, 'x') + "\r\n", 2000));
             break;
@@ -107,7 +89,7 @@ TEST_F (Flood, HostileDescriptionsAndAddressesWithoutAServerNeitherGrowNorStopTh
         for (int i = 0; i < count; ++i)
         {
             const auto number = std::to_string (i) + (i % 2 == 0 ? "" : std::string (1900, 'l'));
-            const auto kind = "escdwbrhon"[i % 10];
+            const auto kind = "escdrhon"[i % 8];
             const auto location = kind == 'n' ? "http://127.0.0.1:1/" : device.url (std::string ("/") + kind);
             device.sendTo ("127.0.0.1", port, FakeDevice::answer ("uuid:" + number, location + number));
 
@@ -150,8 +132,7 @@ TEST_F (Flood, AHundredReceiversAreNotAllReported)
         const upnp::ScanHandler scan (&callback, "");
         ASSERT_TRUE (callback.waitForCalls (1 + upnp::ScanHandler::maximumDevices));
 
-        for (int turns = 0; turns < 500 && device.fetches().size() < 100; ++turns)
-            std::this_thread::sleep_for (20ms);
+        eventually ([&] { return device.fetches().size() >= 100; });
     });
 
     EXPECT_EQ (callback.calls().size(), 2u + upnp::ScanHandler::maximumDevices);

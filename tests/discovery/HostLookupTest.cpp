@@ -1,16 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "protocol/HostLookup.h"
 
-#include <chrono>
-#include <fstream>
-#include <functional>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
-
 #include <arpa/inet.h>
-#include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <unistd.h>

@@ -1,12 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "discovery/HttpGet.h"
 
-#include <chrono>
-#include <cstdlib>
-#include <string>
-
-#include <gtest/gtest.h>
-
 #include "tests/support/ScriptedHttpServer.h"
 
 namespace {

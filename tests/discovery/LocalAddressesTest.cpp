@@ -1,10 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "discovery/LocalAddresses.h"
 
-#include <algorithm>
-
-#include <gtest/gtest.h>
-
 #include "tests/support/NetworkNamespace.h"
 
 namespace {

@@ -1,11 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <chrono>
-#include <cstdlib>
-#include <string>
-#include <thread>
-#include <vector>
 
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include "discovery/ScanHandler.h"
@@ -60,8 +54,7 @@ TEST_F (RealDevice, AnotherMakersLampIsLookedAtAndNotReported)
         home->run ([&] {
             const upnp::ScanHandler scan (&callback, "");
 
-            for (int turns = 0; turns < 1500 && ! log.contains ("INFO", "Not a VeltraIO device!"); ++turns)
-                std::this_thread::sleep_for (20ms);
+            eventually ([&] { return log.contains ("INFO", "Not a VeltraIO device!"); }, 30s);
         });
     });
 

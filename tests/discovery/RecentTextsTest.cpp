@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "discovery/RecentTexts.h"
-
-#include <gtest/gtest.h>
+#include "tests/support/Testing.h"
 
 TEST (RecentTexts, TheOldestIsForgottenWhenTheSetIsFull)
 {

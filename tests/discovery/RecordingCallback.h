@@ -1,13 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
-#include <chrono>
-#include <condition_variable>
-#include <mutex>
-#include <string>
-#include <vector>
-
 #include "discovery/Scanner.h"
+#include "tests/support/Testing.h"
 
 /** Writes down what a scan reports, one line a call: "started", "name|address|friendly name", "ended". */
 class RecordingCallback final : public veltraio::IScanCallback

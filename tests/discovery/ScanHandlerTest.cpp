@@ -1,16 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "discovery/ScanHandler.h"
 
-#include <algorithm>
-#include <chrono>
-#include <filesystem>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
-
 #include "tests/discovery/RecordingCallback.h"
 #include "tests/support/FakeDevice.h"
 #include "tests/support/LogLines.h"
@@ -24,12 +14,6 @@ using Calls = RecordingCallback::Calls;
 
 /** What a scan needs to end when a description hangs at that moment, with room for a busy machine. */
 constexpr auto patience = 8s;
-
-auto threadsOfThisProcess()
-{
-    const std::filesystem::directory_iterator tasks ("/proc/self/task");
-    return std::distance (begin (tasks), end (tasks));
-}
 
 class ScanHandlerTest : public PrivateNetworkTest
 {
@@ -47,15 +31,10 @@ protected:
         return steady_clock::now() - start;
     }
 
-    /** Waits until so many requests have failed. @returns false after 20 seconds without them */
+    /** Waits until so many requests have failed. */
     bool waitForFailedRequests (int count) const
     {
-        const auto failed = [this] { return log.count ("WARN", "Sending M-SEARCH request failed!"); };
-
-        for (int turns = 0; turns < 1000 && failed() < count; ++turns)
-            std::this_thread::sleep_for (20ms);
-
-        return failed() >= count;
+        return eventually ([&] { return log.count ("WARN", "Sending M-SEARCH request failed!") >= count; });
     }
 
     static std::unique_ptr<FakeDevice> makeDevice (const NetworkNamespace& network, const FakeDevice::Options& options)
@@ -221,12 +200,10 @@ TEST_F (ScanHandlerTest, WhatIsNoneOfOursAndWhatComesUnaskedIsNotReported)
                       + lamp->url ("/unasked") + "\r\n\r\n");
     lamp->sendTo ("127.0.0.1", port, "");
 
-    for (int turns = 0; turns < 500
-                        && ! (log.contains ("WARN", "Error reading datagram socket")
-                              && log.contains ("INFO", "Not a VeltraIO device!"));
-         ++turns)
-        std::this_thread::sleep_for (20ms);
-
+    eventually ([this] {
+        return log.contains ("WARN", "Error reading datagram socket")
+               && log.contains ("INFO", "Not a VeltraIO device!");
+    });
     endScan();
     EXPECT_EQ (log.count ("WARN", "Error reading datagram socket"), 1);
     EXPECT_EQ (log.count ("INFO", "Not a VeltraIO device!"), 1);
@@ -238,13 +215,13 @@ TEST_F (ScanHandlerTest, AScanThatIsDeletedAtOnceStillStartsAndEndsAndLeavesNoTh
 {
     startScan();
     endScan();
-    const auto threadsBefore = threadsOfThisProcess();
+    const auto threadsBefore = threadCount();
 
     for (int i = 0; i < 5; ++i)
     {
         startScan();
         EXPECT_LT (endScan(), patience);
-        EXPECT_LE (threadsOfThisProcess(), threadsBefore);
+        EXPECT_LE (threadCount(), threadsBefore);
     }
 
     const auto calls = callback.calls();

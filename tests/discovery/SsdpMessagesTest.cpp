@@ -1,13 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "discovery/SsdpMessages.h"
 
-#include <string>
-#include <utility>
-#include <vector>
-
-#include <gtest/gtest.h>
-
 #include "tests/support/LogLines.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

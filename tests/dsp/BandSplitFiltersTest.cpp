@@ -1,15 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <algorithm>
-#include <cmath>
-#include <complex>
-#include <cstddef>
-#include <numbers>
-#include <numeric>
-#include <span>
-
-#include <gtest/gtest.h>
 
 #include "dsp/BandSplitFilters.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

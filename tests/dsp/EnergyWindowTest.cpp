@@ -1,10 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <limits>
-#include <new>
-
-#include <gtest/gtest.h>
 
 #include "dsp/EnergyWindow.h"
+#include "tests/support/Testing.h"
 
 namespace {
 
@@ -16,37 +13,32 @@ VectorXf impulse (Eigen::Index size, Eigen::Index place) { return VectorXf::Unit
 
 TEST (EnergyWindow, ALoneImpulseEndsUpAtTheApex)
 {
-    struct Case
-    {
-        Eigen::Index size, place, windowSize;
-        float apex;
-        int limit;
-        unsigned offset;
-    };
+    using Eigen::Index;
 
-    for (const auto& c : { Case { 20000, 7000, 1000, 0.4f, 0, 6600 },
-                           { 20000, 399, 1000, 0.4f, 0, 0 },    // an early one keeps its place
-                           { 1000, 300, 100, 0.0f, 0, 300 },    // the triangle falls only
-                           { 7001, 7000, 1000, 0.4f, 0, 6600 }, // what lies beyond the response is zero
-                           { 4, 3, 1000, 0.4f, 0, 0 },
-                           { 20000, 7000, 1000, 0.4f, -1, 6600 }, // a limit holds when it is positive and lower
-                           { 20000, 7000, 1000, 0.4f, 6600, 6600 },
-                           { 20000, 7000, 1000, 0.4f, 6599, 6599 },
-                           { 20000, 7000, 1000, 0.4f, 1, 1 } })
+    for (const auto& [size, place, windowSize, apex, limit, expected] :
+         Rows<Index, Index, Index, float, int, unsigned> {
+             { 20000, 7000, 1000, 0.4f, 0, 6600 },
+             { 20000, 399, 1000, 0.4f, 0, 0 },    // an early one keeps its place
+             { 1000, 300, 100, 0.0f, 0, 300 },    // the triangle falls only
+             { 7001, 7000, 1000, 0.4f, 0, 6600 }, // what lies beyond the response is zero
+             { 4, 3, 1000, 0.4f, 0, 0 },
+             { 20000, 7000, 1000, 0.4f, -1, 6600 }, // a limit holds when it is positive and lower
+             { 20000, 7000, 1000, 0.4f, 6600, 6600 },
+             { 20000, 7000, 1000, 0.4f, 6599, 6599 },
+             { 20000, 7000, 1000, 0.4f, 1, 1 } })
     {
         unsigned offset = 99;
-        const VectorXf window = extractEnergyWindow (impulse (c.size, c.place), static_cast<unsigned> (c.windowSize),
-                                                     c.apex, offset, c.limit);
-        const auto place = c.place - c.offset;
-        EXPECT_EQ (c.offset, offset) << c.place << " " << c.limit;
-        EXPECT_EQ (place < c.windowSize ? impulse (c.windowSize, place) : VectorXf (VectorXf::Zero (c.windowSize)),
-                   window);
+        const VectorXf window =
+            extractEnergyWindow (impulse (size, place), static_cast<unsigned> (windowSize), apex, offset, limit);
+        const auto moved = place - expected;
+        EXPECT_EQ (expected, offset) << place << " " << limit;
+        EXPECT_EQ (moved < windowSize ? impulse (windowSize, moved) : VectorXf (VectorXf::Zero (windowSize)), window);
     }
 }
 
 TEST (EnergyWindow, TheEnergyUnderTheTriangleDecides)
 {
-    // Two impulses too far apart for one window: the stronger one wins, wherever it stands.
+    // Two impulses too far apart for one window: the stronger one wins, wherever it is.
     VectorXf in = impulse (20000, 3000);
     in[12000] = -1.1f;
     unsigned offset = 0;

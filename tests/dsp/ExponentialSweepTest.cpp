@@ -1,12 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <algorithm>
-#include <cmath>
-#include <new>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "dsp/ExponentialSweep.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

@@ -2,16 +2,11 @@
 
 #define EIGEN_FFTW_DEFAULT // the reference below is Eigen's front end over the same library
 
-#include <new>
-#include <random>
-#include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
 #include <unsupported/Eigen/FFT>
 
 #include "dsp/FftConvolve.h"
 #include "dsp/RealFft.h"
+#include "tests/support/Testing.h"
 
 namespace {
 
@@ -61,7 +56,7 @@ TEST (FftConvolve, EqualsTheDirectSumUpToSinglePrecision)
         const VectorXf a = noise (sizeA, 1), b = noise (sizeB, 2);
         const VectorXf expected = convolveDirectly (a, b), actual = fftConvolve (a, b);
         ASSERT_EQ (expected.size(), actual.size());
-        // The rounding of a transform stands some 140 dB below the largest values.
+        // The rounding of a transform is some 140 dB below the largest values.
         EXPECT_LT ((expected - actual).cwiseAbs().maxCoeff(), 1e-6f * (a.norm() * b.norm())) << sizeA << " " << sizeB;
         EXPECT_EQ (0, fftConvolve (VectorXf(), b).size() + fftConvolve (a, VectorXf()).size());
     }

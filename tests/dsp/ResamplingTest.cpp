@@ -1,13 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <cmath>
-#include <complex>
-#include <limits>
-#include <new>
-#include <numbers>
-
-#include <gtest/gtest.h>
 
 #include "dsp/Resampling.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

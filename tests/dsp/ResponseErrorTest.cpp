@@ -1,11 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <cmath>
-#include <limits>
-#include <numbers>
-
-#include <gtest/gtest.h>
 
 #include "dsp/ResponseError.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

@@ -1,12 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <algorithm>
-#include <random>
-#include <string>
 
-#include <gtest/gtest.h>
 #include <rapidxml/rapidxml.hpp>
 
 #include "common/Xml.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

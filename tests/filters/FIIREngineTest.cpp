@@ -1,12 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <cmath>
-#include <cstring>
-#include <random>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "filters/FIIREngine.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <gtest/gtest.h>
 
 #include "filters/FIIRSourceImpl.h"
 #include "filters/FilterDescriptionParser.h"
 #include "tests/support/DescriptionBuilder.h"
 #include "tests/support/LogLines.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

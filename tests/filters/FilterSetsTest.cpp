@@ -1,13 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <fstream>
-#include <iterator>
-#include <limits>
-
-#include <gtest/gtest.h>
 
 #include "dsp/Resampling.h"
 #include "filters/FilterSetsImpl.h"
 #include "tests/support/DescriptionBuilder.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

@@ -1,16 +1,10 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <functional>
-#include <memory>
-#include <stdexcept>
-#include <string>
-#include <vector>
 
-#include <gtest/gtest.h>
-
-#include "common/Clock.h"
 #include "protocol/Connection.h"
+#include "common/Clock.h"
 #include "tests/support/LocalConnection.h"
 #include "tests/support/LogLines.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

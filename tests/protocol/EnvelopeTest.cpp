@@ -1,14 +1,10 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <stdexcept>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "protocol/Envelope.h"
 #include "protocol/EnvelopeParser.h"
 #include "protocol/veltraio.pb.h"
 #include "tests/support/Envelope.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

@@ -1,14 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <atomic>
-#include <chrono>
-#include <stdexcept>
-#include <thread>
-
-#include <gtest/gtest.h>
 
 #include "protocol/PingHandler.h"
 #include "tests/support/Envelope.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

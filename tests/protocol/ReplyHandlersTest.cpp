@@ -1,21 +1,11 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <atomic>
-#include <chrono>
-#include <functional>
-#include <map>
-#include <memory>
-#include <mutex>
-#include <string>
-#include <thread>
-#include <vector>
 
-#include <gtest/gtest.h>
-
+#include "protocol/ReplyHandlers.h"
 #include "common/Clock.h"
 #include "protocol/Dispatcher.h"
-#include "protocol/ReplyHandlers.h"
 #include "tests/support/Envelope.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/Testing.h"
 
 namespace {
 
@@ -24,8 +14,6 @@ using veltra::test::envelopeOf;
 
 struct Session
 {
-    explicit Session (bool useTimeouts = true) : Session (std::make_unique<LocalConnection>(), useTimeouts) {}
-
     /** What the parser would hand up for a message of this name. */
     void receive (const std::string& messageName, const std::string& body)
     {
@@ -39,15 +27,8 @@ struct Session
     }
     void activeSlot() { receive ("veltraio.ActiveFilterSlot", { 0x08, 0x00, 0x10, 0x03 }); }
 
-    LocalConnection& connection;
-    Dispatcher dispatcher;
-
-private:
-    Session (std::unique_ptr<LocalConnection> local, bool useTimeouts)
-        : connection (*local),
-          dispatcher (std::move (local), kEnvelopeMarkerText, useTimeouts)
-    {
-    }
+    LocalConnection& connection = *new LocalConnection; // the dispatcher's
+    Dispatcher dispatcher { std::unique_ptr<LocalConnection> (&connection), kEnvelopeMarkerText, true };
 };
 
 Volume someVolume()
@@ -162,115 +143,43 @@ TEST (AcknowledgeHandler, AWaitLastsItsTimeAndEndsWithTheReply)
     EXPECT_LT (veltra::steadyMilliseconds() - start, 30000);
 }
 
-/** Says to each message what it has been given for it, each reply so long after the message. */
-class Receiver
+/** ReplyLedgerTest.cpp has the rules; downloads against receivers of all manners are among the reliability tests. */
+TEST (ReplyHandlers, AnAcknowledgedQueryWaitsForItsAnswerAndALateReplyIsNotTheNextExchanges)
 {
-public:
-    struct Reply
-    {
-        int delay_ms;
-        void (*say) (Session&);
-    };
-
-    explicit Receiver (std::vector<std::vector<Reply>> replies) : script (std::move (replies))
-    {
-        session.connection.onWrite = [this] {
-            const std::lock_guard guard (mutex);
-
-            for (const auto& reply : script.at (messages++))
-                due.emplace (veltra::steadyMilliseconds() + reply.delay_ms, reply.say);
-        };
-    }
-
     Session session;
-
-private:
-    void run (const std::stop_token& stop)
-    {
-        while (! stop.stop_requested())
-        {
-            void (*say) (Session&) = nullptr;
-
-            {
-                const std::lock_guard guard (mutex);
-
-                if (! due.empty() && due.begin()->first <= veltra::steadyMilliseconds())
-                    say = due.extract (due.begin()).mapped();
-            }
-
-            if (say != nullptr)
-                say (session);
-            else
-                std::this_thread::sleep_for (std::chrono::microseconds (200));
-        }
-    }
-
-    std::mutex mutex;
-    const std::vector<std::vector<Reply>> script;
-    std::size_t messages = 0;
-    std::multimap<std::int64_t, void (*) (Session&)> due;
-    std::jthread thread { [this] (const std::stop_token& stop) { run (stop); } };
-};
-
-void ok (Session& session) { session.acknowledge(); }
-void no (Session& session) { session.refuse (""); }
-void answer (Session& session) { session.activeSlot(); }
-
-TEST (ReplyHandlers, WhateverTheRepliesToOneExchangeTheNextTwoGetTheirOwn)
-{
-    struct Case
-    {
-        const char* name;
-        bool isQuery;
-        std::uint32_t patience_ms;
-        std::vector<Receiver::Reply> replies;
-        std::int32_t expected;
-        int work_ms = 0; ///< of the next two
+    const auto afterPause = [&] (void (Session::*say)()) {
+        return std::jthread ([&session, say] {
+            std::this_thread::sleep_for (std::chrono::milliseconds (5));
+            (session.*say)();
+        });
     };
 
-    const Case cases[] = {
-        { "a command in order", false, 5000, { { 0, ok } }, ReplyState::acknowledged },
-        { "acknowledged twice", false, 5000, { { 0, ok }, { 3, ok } }, ReplyState::acknowledged },
-        { "refused twice", false, 5000, { { 0, no }, { 3, no } }, ReplyState::refused },
-        { "a query answered and acknowledged", true, 5000, { { 0, answer }, { 2, ok } }, ReplyState::answered },
-        { "a query acknowledged and answered", true, 5000, { { 0, ok }, { 5, answer } }, ReplyState::answered },
-        { "a query that is only acknowledged", true, 5000, { { 0, ok } }, ReplyState::acknowledged },
-        { "acknowledged late", false, 20, { { 500, ok } }, ReplyState::pending, 500 },
-        { "answered late", true, 20, { { 500, answer } }, ReplyState::pending, 500 },
-        { "refused late", false, 20, { { 500, no } }, ReplyState::pending, 510 },
-        { "never answered", true, 20, {}, ReplyState::pending },
-    };
-
-    for (const auto& row : cases)
     {
-        const auto run = [&row] {
-            Receiver receiver ({ row.replies, { { row.work_ms, no } }, { { row.work_ms, ok } }, { { 0, answer } } });
-            auto& dispatcher = receiver.session.dispatcher;
-            const auto exchange = [&] (bool isQuery, std::uint32_t patience_ms) {
-                const auto with = [&] (AcknowledgeHandler&& handler) {
-                    EXPECT_EQ (0, dispatcher.Send (someVolume()));
-                    return handler.Wait (patience_ms);
-                };
-                return isQuery ? with (MessageHandler<ActiveFilterSlot> (dispatcher))
-                               : with (AcknowledgeHandler (dispatcher));
-            };
-
-            return std::vector { exchange (row.isQuery, row.patience_ms), exchange (false, 5000),
-                                 exchange (false, 5000), exchange (true, 5000) };
-        };
-
-        const std::vector expected { row.expected, ReplyState::refused, ReplyState::acknowledged,
-                                     ReplyState::answered };
-        auto states = run();
-
-        // A machine that is busy elsewhere may keep a second reply back until the look is over.
-        for (int more = 0; more < 15 && states != expected; ++more)
-            states = run();
-
-        // Of two replies that arrive before the waiting thread runs, the last one counts.
-        states[0] = row.replies.size() > 1 ? row.expected : states[0];
-        EXPECT_EQ (expected, states) << row.name;
+        MessageHandler<ActiveFilterSlot> query (session.dispatcher);
+        EXPECT_EQ (0, session.dispatcher.Send (someVolume()));
+        session.acknowledge();
+        const auto device = afterPause (&Session::activeSlot);
+        EXPECT_EQ (ReplyState::answered, query.Wait (5000));
     }
+
+    {
+        AcknowledgeHandler lost (session.dispatcher);
+        EXPECT_EQ (0, session.dispatcher.Send (someVolume()));
+        EXPECT_EQ (ReplyState::pending, lost.Wait (20));
+    }
+
+    {
+        AcknowledgeHandler next (session.dispatcher);
+        EXPECT_EQ (0, session.dispatcher.Send (someVolume()));
+        session.refuse ("of the one before");
+        const auto device = afterPause (&Session::acknowledge);
+        EXPECT_EQ (ReplyState::acknowledged, next.Wait (5000));
+    }
+
+    AcknowledgeHandler last (session.dispatcher);
+    EXPECT_EQ (0, session.dispatcher.Send (someVolume()));
+    session.refuse ("");
+    EXPECT_EQ (ReplyState::refused, last.Wait (5000));
 }
 
 }

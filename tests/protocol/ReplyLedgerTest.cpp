@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <gtest/gtest.h>
 
 #include "protocol/ReplyLedger.h"
+#include "tests/support/Testing.h"
 
 namespace {
 
@@ -129,7 +129,7 @@ TEST (ReplyLedger, AfterAStrayReplyCommandsAreHeldForALook)
 
     ledger.exchange (10000);
 
-    // A refusal that an acknowledgement overwrote, with nothing owed, is nobody's.
+    // A refusal that an acknowledgement overwrote, with nothing owed, belongs to no exchange.
     ledger.send (11000);
     ledger.reply (11000);
     ledger.reply (11000);

@@ -1,13 +1,4 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <atomic>
-#include <chrono>
-#include <memory>
-#include <mutex>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "common/Clock.h"
 #include "protocol/Dispatcher.h"
@@ -16,6 +7,7 @@
 #include "tests/protocol/TestPeer.h"
 #include "tests/support/Envelope.h"
 #include "tests/support/LogLines.h"
+#include "tests/support/Testing.h"
 
 namespace {
 
@@ -23,21 +15,6 @@ using namespace std::chrono_literals;
 using namespace std::string_literals;
 using namespace veltraio;
 using veltra::test::envelopeOf;
-
-/** Polls for up to 10 seconds. */
-template <class Condition>
-bool eventually (Condition&& condition)
-{
-    for (const auto end = veltra::steadyMilliseconds() + 10000; veltra::steadyMilliseconds() < end;)
-    {
-        if (condition())
-            return true;
-
-        std::this_thread::sleep_for (1ms);
-    }
-
-    return false;
-}
 
 /** Collects what a connection hands to its raw callback. */
 struct Blocks
@@ -65,9 +42,7 @@ struct Blocks
 /** A connection to a peer. */
 struct Connected
 {
-    explicit Connected (int patience_ms = veltra::ipc::Connection::kHandlerPatience_ms)
-        : owned (std::make_unique<TcpDeviceConnection> ("127.0.0.1:1", patience_ms)),
-          connection (*owned)
+    Connected()
     {
         EXPECT_TRUE (connection.connect ("127.0.0.1", peer.port(), 2000));
         device = peer.accept();
@@ -80,8 +55,8 @@ struct Connected
     }
 
     TestPeer peer;
-    std::unique_ptr<TcpDeviceConnection> owned;
-    TcpDeviceConnection& connection;
+    std::unique_ptr<TcpDeviceConnection> owned = std::make_unique<TcpDeviceConnection> ("127.0.0.1:1");
+    TcpDeviceConnection& connection = *owned;
     std::unique_ptr<TestPeer::Socket> device;
 };
 
@@ -212,24 +187,6 @@ TEST (TcpDeviceConnection, AHandlerMayDisconnect)
     pair.device->send (acknowledge + acknowledge);
     EXPECT_TRUE (eventually ([&] { return handled.load(); }));
     pair.device->waitForEnd();
-}
-
-TEST (TcpDeviceConnection, ItsDestructorEndsWithMessagesStillArrivingAndAHandlerLeft)
-{
-    Connected pair (100);
-    auto dispatcher = pair.dispatch();
-    AcknowledgeHandler left (*dispatcher);
-
-    std::thread flood ([&] {
-        while (pair.device->send (acknowledge))
-        {
-        }
-    });
-
-    EXPECT_TRUE (eventually ([&] { return left.Wait (1) != ReplyState::pending; }));
-    AcknowledgeHandler another (*dispatcher);
-    dispatcher = nullptr;
-    flood.join();
 }
 
 struct StreamConnection final : veltra::ipc::TcpConnection

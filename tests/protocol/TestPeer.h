@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
-#include <memory>
-#include <string>
-
+#include "tests/support/Testing.h"
 #include "tools/receiver/network/Sockets.h"
 
 /** A device in bytes of the test's own making: it listens on a loopback port. */

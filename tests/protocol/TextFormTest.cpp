@@ -1,14 +1,10 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include <istream>
-#include <iterator>
-#include <ostream>
-#include <string>
-
-#include <gtest/gtest.h>
 
 #include "protocol/StreamAdaptors.h"
 #include "protocol/TextForm.h"
 #include "protocol/veltraio.pb.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

@@ -1,11 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <stdexcept>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "protocol/UdpConnection.h"
+#include "tests/support/Testing.h"
 
 namespace {
 

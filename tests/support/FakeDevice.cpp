@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "tests/support/FakeDevice.h"
 
-#include <stdexcept>
-#include <utility>
-
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
@@ -102,10 +99,7 @@ std::vector<FakeDevice::Request> FakeDevice::searches() const
 
 bool FakeDevice::waitForSearches (std::size_t count) const
 {
-    for (int turns = 0; turns < 1000 && searches().size() < count; ++turns)
-        std::this_thread::sleep_for (std::chrono::milliseconds (20));
-
-    return searches().size() >= count;
+    return eventually ([&] { return searches().size() >= count; });
 }
 
 void FakeDevice::sendTo (const std::string& address, int port, const std::string& bytes) const

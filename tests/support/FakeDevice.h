@@ -1,14 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
-#include <chrono>
-#include <functional>
-#include <mutex>
-#include <string>
-#include <thread>
-#include <vector>
-
 #include "tests/support/ScriptedHttpServer.h"
+#include "tests/support/Testing.h"
 
 /** A device on the network that answers searches and serves a description. Make it inside the network it belongs to. */
 class FakeDevice

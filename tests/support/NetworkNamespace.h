@@ -1,11 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
+#include "tests/support/Testing.h"
 #pragma once
-
-#include <functional>
-#include <optional>
-#include <string>
-
-#include <gtest/gtest.h>
 
 /** A private network of its own, with nothing but a loopback interface to begin with. Whatever happens in it stays in
     it: no search of a test ever reaches the network that this machine is connected to. */

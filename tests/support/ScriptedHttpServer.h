@@ -1,16 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
-#include <atomic>
-#include <chrono>
-#include <functional>
-#include <memory>
-#include <mutex>
-#include <string>
-#include <string_view>
-#include <thread>
-#include <vector>
-
+#include "tests/support/Testing.h"
 #include "tools/receiver/network/Sockets.h"
 
 /** An HTTP server on 127.0.0.1 that does to its clients whatever a test wants, one thread a connection. */

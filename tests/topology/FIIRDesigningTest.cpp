@@ -1,14 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <algorithm>
-#include <atomic>
-#include <cmath>
-#include <cstring>
-#include <random>
-#include <stdexcept>
-
-#include <gtest/gtest.h>
 
 #include "dsp/FIIRDesign.h"
+#include "tests/support/Testing.h"
 #include "tests/support/TestSource.h"
 #include "topology/ChannelJob.h"
 

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <cstring>
 
-#include <gtest/gtest.h>
-
+#include "tests/support/Testing.h"
 #include "tests/support/TestSource.h"
 
 namespace {
@@ -90,10 +88,10 @@ TEST (FIRTopology, WritesTheFirstTapsOfEachChannel)
     EXPECT_TRUE (cut.result.wasOk());
     EXPECT_EQ (one + two + minusHalf + zero, bytesOf (cut)) << "a short response is filled up with zeros";
 
-    FIRTestSource nobody;
+    FIRTestSource noChannels;
 
     for (const auto& nothing :
-         { Conversion ("FIR", source, "NbrOfFIRTaps=0"), Conversion ("FIR", nobody, "NbrOfFIRTaps=1000"),
+         { Conversion ("FIR", source, "NbrOfFIRTaps=0"), Conversion ("FIR", noChannels, "NbrOfFIRTaps=1000"),
            Conversion ("FIR", source, "NbrOfFIRTaps=none") })
         EXPECT_TRUE (nothing.result.wasOk() && nothing.blob.isEmpty());
 }
@@ -146,8 +144,8 @@ TEST (FIIRTopology, FailuresAreExplained)
         EXPECT_EQ ("Required topology parameter out of range", Conversion ("FIIR", source, parameters).error())
             << parameters;
 
-    FIIRTestSource nobody;
-    EXPECT_TRUE (Conversion ("FIIR", nobody, "NbrOfFIRTaps=1000;NbrOfIIRSections=30").result.wasOk());
+    FIIRTestSource noChannels;
+    EXPECT_TRUE (Conversion ("FIIR", noChannels, "NbrOfFIRTaps=1000;NbrOfIIRSections=30").result.wasOk());
 }
 
 TEST (DeviceResponse, BytesThatDoNotFitAreRefused)

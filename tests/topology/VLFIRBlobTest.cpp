@@ -1,12 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <array>
-#include <cmath>
-#include <limits>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "common/BigEndian.h"
+#include "tests/support/Testing.h"
 #include "topology/VLFIRBlobReader.h"
 
 namespace {
@@ -192,25 +187,19 @@ TEST (VLFIRBlobReader, EveryOffsetAndCountIsChecked)
     using Texts = std::vector<std::string>;
     constexpr std::uint32_t highest = std::numeric_limits<std::uint32_t>::max();
 
-    struct Case
-    {
-        std::size_t offset;
-        std::uint32_t word; ///< put there
-        Texts problems;
-    };
-
-    for (const auto& [offset, word, problems] :
-         { Case { 0, 0xBABACECB, { "the file does not begin with BA BA CE CA" } },
-           { 8, highest, { "the file is too short for the records of 4294967295 channels" } },
-           { 60, 53, { "channel 1: channel word 53 is no multiple of 13" } },
-           { 12 + 24, 2097153, { "channel 0: high-rate delay 2097153 is above 2097152" } },
-           { 12 + 32, 112, { "channel 0: high-rate taps begin at 112 instead of 108" } },
-           { 12 + 32,
-             highest,
-             { "channel 0: high-rate taps begin at 4294967295 instead of 108",
-               "channel 0: high-rate taps, 2 from 4294967295, reach beyond the end at 148" } },
-           { 60 + 40, highest, { "channel 1: low-rate taps, 4294967295 from 136, reach beyond the end at 148" } },
-           { 60 + 40, 2, { "4 bytes follow the tap data" } } })
+    for (const auto& [offset, word, problems] : // the word is put there
+         Rows<std::size_t, std::uint32_t, Texts> {
+             { 0, 0xBABACECB, { "the file does not begin with BA BA CE CA" } },
+             { 8, highest, { "the file is too short for the records of 4294967295 channels" } },
+             { 60, 53, { "channel 1: channel word 53 is not a multiple of 13" } },
+             { 12 + 24, 2097153, { "channel 0: high-rate delay 2097153 is above 2097152" } },
+             { 12 + 32, 112, { "channel 0: high-rate taps begin at 112 instead of 108" } },
+             { 12 + 32,
+               highest,
+               { "channel 0: high-rate taps begin at 4294967295 instead of 108",
+                 "channel 0: high-rate taps, 2 from 4294967295, reach beyond the end at 148" } },
+             { 60 + 40, highest, { "channel 1: low-rate taps, 4294967295 from 136, reach beyond the end at 148" } },
+             { 60 + 40, 2, { "4 bytes follow the tap data" } } })
     {
         auto blob = secondGeneration();
         veltra::putBigEndian (blob.data() + offset, word);

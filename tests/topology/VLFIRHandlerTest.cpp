@@ -1,12 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <algorithm>
-#include <cmath>
-#include <limits>
 
-#include <gtest/gtest.h>
-
-#include "dsp/ResponseError.h"
-#include "tests/support/ImpulseResponses.h"
+#include "tests/support/Testing.h"
 #include "tests/support/TestSource.h"
 #include "topology/VLFIRBlobReader.h"
 
@@ -38,10 +32,7 @@ FIRTestSource twoChannels()
     return FIRTestSource ({ channel (7, "FL", impulse (8000, 400)), channel (2, "FR", impulse (8000, 416, 0.5f)) });
 }
 
-bool contains (const Lines& lines, const std::string& line)
-{
-    return std::count (lines.begin(), lines.end(), line) == 1;
-}
+bool holds (const Lines& lines, const std::string& line) { return std::ranges::count (lines, line) == 1; }
 
 TEST (VLFIRHandler, TheBlobHoldsTheChannelsOfTheSource)
 {
@@ -87,8 +78,8 @@ TEST (VLFIRHandler, WhatIsMissingIsSaidAndNoChannelsGiveABareHeader)
     source.channels[1].response.resize (0);
     EXPECT_EQ ("No filter response for channel FR at 44100 Hz", convert (source, "256", {}, 44100).error());
 
-    FIRTestSource nobody;
-    EXPECT_EQ (12u, convert (nobody, "256").blob.getSize());
+    FIRTestSource noChannels;
+    EXPECT_EQ (12u, convert (noChannels, "256").blob.getSize());
 }
 
 TEST (VLFIRHandler, TapCountsThatCannotBeFailWithoutWork)
@@ -107,7 +98,7 @@ TEST (VLFIRHandler, TapCountsThatCannotBeFailWithoutWork)
         source.logged.clear();
         EXPECT_TRUE (convert (source, taps).error().ends_with (" taps do not fit the device's buffer of 198220 words"))
             << taps;
-        EXPECT_TRUE (contains (source.logged, "4 VLFIR: Failed to create BLOB"));
+        EXPECT_TRUE (holds (source.logged, "4 VLFIR: Failed to create BLOB"));
     }
 
     EXPECT_EQ ("2 channels with 33087 taps do not fit the device's buffer of 132364 words",
@@ -116,20 +107,14 @@ TEST (VLFIRHandler, TapCountsThatCannotBeFailWithoutWork)
 
 TEST (VLFIRHandler, TheLargestBoostIsTakenFromAllChannels)
 {
-    struct Case
-    {
-        float gain_dB;
-        Conversion::Settings settings;
-        double attenuation_dB;
-    };
-
-    for (const auto& [gain_dB, settings, attenuation_dB] : { Case { 7.5f, {}, 7.5 },
-                                                             { -2.0f, {}, 0.0 },
-                                                             { std::numeric_limits<float>::quiet_NaN(), {}, 0.0 },
-                                                             { 7.5f, { { "MaxFilterAttenuation", "3" } }, 3.0 },
-                                                             { 7.5f, { { "MaxFilterAttenuation", "20.5" } }, 7.5 },
-                                                             { 7.5f, { { "MaxFilterAttenuation", "0" } }, 0.0 },
-                                                             { 7.5f, { { "MaxFilterAttenuation", "" } }, 0.0 } })
+    for (const auto& [gain_dB, settings, attenuation_dB] :
+         Rows<float, Conversion::Settings, double> { { 7.5f, {}, 7.5 },
+                                                     { -2.0f, {}, 0.0 },
+                                                     { std::numeric_limits<float>::quiet_NaN(), {}, 0.0 },
+                                                     { 7.5f, { { "MaxFilterAttenuation", "3" } }, 3.0 },
+                                                     { 7.5f, { { "MaxFilterAttenuation", "20.5" } }, 7.5 },
+                                                     { 7.5f, { { "MaxFilterAttenuation", "0" } }, 0.0 },
+                                                     { 7.5f, { { "MaxFilterAttenuation", "" } }, 0.0 } })
     {
         auto source = twoChannels();
         source.channels[1].maxGaindB = gain_dB;
@@ -147,19 +132,19 @@ TEST (VLFIRHandler, ClippedCoefficientsAreCountedAndNoFailure)
     FIRTestSource source ({ channel (1, "C", impulse (8000, 400, 5.0f)) });
     const auto conversion = convert (source, "512");
     EXPECT_TRUE (conversion.result.wasOk());
-    EXPECT_TRUE (contains (source.logged, "3 Total no of clipped coefficients: 2")); // 5 in one row, 4.79 in the other
+    EXPECT_TRUE (holds (source.logged, "3 Total no of clipped coefficients: 2")); // 5 in one row, 4.79 in the other
 
     source.channels[0].response[100] = std::numeric_limits<float>::quiet_NaN();
     EXPECT_TRUE (convert (source, "512").result.wasOk());
-    EXPECT_TRUE (contains (source.logged,
-                           "3 Total no of clipped coefficients: 1012")); // all 512 and the 8000 / 16 low-rate ones
+    EXPECT_TRUE (holds (source.logged,
+                        "3 Total no of clipped coefficients: 1012")); // all 512 and the 8000 / 16 low-rate ones
 }
 
 TEST (VLFIRHandler, ALateFilterIsWarnedOf)
 {
     FIRTestSource source ({ channel (1, "C", impulse (8000, 4000)) });
     EXPECT_TRUE (convert (source, "1024").result.wasOk());
-    EXPECT_TRUE (contains (source.logged, "3 VLFIR: Offset == maxoffset, HR filter cutout possibly failed"));
+    EXPECT_TRUE (holds (source.logged, "3 VLFIR: Offset == maxoffset, HR filter cutout possibly failed"));
 }
 
 struct DumpFolder
@@ -179,8 +164,8 @@ TEST (VLFIRHandler, TheDumpWritesWhatAPersonComparesAndChangesNothing)
     EXPECT_EQ (plain.blob, dumped.blob);
     EXPECT_EQ (plain.blob, convert (source, "1024", { { "BlobPath", "/dev/null/dump" } }, 4000).blob)
         << "where it cannot be written";
-    EXPECT_TRUE (contains (source.logged,
-                           "2 VLFIR: Dumping files to path '" + folder.file.getFullPathName().toStdString() + "'"));
+    EXPECT_TRUE (
+        holds (source.logged, "2 VLFIR: Dumping files to path '" + folder.file.getFullPathName().toStdString() + "'"));
 
     juce::StringArray names;
     for (const auto& file : folder.file.findChildFiles (juce::File::findFiles, false))
@@ -215,42 +200,6 @@ TEST (VLFIRHandler, TheDumpWritesWhatAPersonComparesAndChangesNothing)
     }
     EXPECT_NEAR (0.25f, highest, 0.01f);
     EXPECT_LT (worst, 3e-4f);
-}
-
-/** The worst and the best of the eight channels in docs/dual-rate.md. They may get better, and worse by no more than
-    3 dB. The read-back goes through the blob's integers. */
-TEST (VLFIRHandler, TheLivingRoomsErrorsDoNotGrow)
-{
-    struct Figures
-    {
-        unsigned sampleRate, taps;
-        double left_dB, subwoofer_dB;
-    };
-
-    for (const auto& [sampleRate, taps, left_dB, subwoofer_dB] : { Figures { 44100, 1024, -68.5, -61.4 },
-                                                                   { 44100, 2048, -73.0, -63.5 },
-                                                                   { 48000, 1024, -70.0, -61.6 },
-                                                                   { 48000, 2048, -74.0, -63.7 },
-                                                                   { 96000, 2048, -68.1, -62.6 },
-                                                                   { 96000, 4096, -69.5, -63.5 } })
-    {
-        const auto rate = "_" + std::to_string (sampleRate);
-        FIRTestSource source ({ channel (1, "FL", veltra::dsp::test::livingRoom ("FL" + rate)),
-                                channel (2, "SW", veltra::dsp::test::livingRoom ("SW" + rate)) });
-        const auto conversion = convert (source, std::to_string (taps), {}, sampleRate);
-        EXPECT_EQ (1u, source.logged.size()); // nothing clipped, no cut-out at its limit
-
-        const DeviceData data { "VLFIR2", {}, sampleRate, 2, conversion.bytes() };
-        std::string problem;
-
-        for (unsigned i = 0; i < 2; ++i)
-        {
-            const auto error =
-                veltra::dsp::compareResponses (source.getFIR (i), deviceResponse (data, i, problem).value(),
-                                               findTopology ("VLFIR2")->delay, sampleRate);
-            EXPECT_LT (error.overall_dB, (i == 0 ? left_dB : subwoofer_dB) + 3.0) << sampleRate << " Hz, " << taps;
-        }
-    }
 }
 
 }

@@ -1,14 +1,11 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <cmath>
-#include <numbers>
 
-#include <gtest/gtest.h>
-
+#include "topology/VLFIRModel.h"
 #include "dsp/BandSplitFilters.h"
 #include "dsp/ResponseError.h"
+#include "tests/support/Testing.h"
 #include "topology/VLFIRBlob.h"
 #include "topology/VLFIRBlobReader.h"
-#include "topology/VLFIRModel.h"
 #include "topology/VLFIRSplit.h"
 
 namespace {
@@ -121,15 +118,9 @@ TEST (VLFIRModel, AnImpulseOnTheGridComesOutAsAnImpulse298SamplesLater)
 
 TEST (VLFIRModel, ElsewhereTheSplitSetsTheLimit)
 {
-    struct Case
-    {
-        Index place;
-        double expected_dB;
-    };
-
     // Without room in front the part that would have to come before the first sample is lost; off the grid the
     // low-rate filter's ripple and aliases show, most half-way between two samples of the low rate.
-    for (const auto& [place, expected_dB] : { Case { 0, -17.3 },
+    for (const auto& [place, expected_dB] : { std::pair { 0, -17.3 },
                                               { 16, -28.1 },
                                               { 100, -47.2 },
                                               { 200, -74.5 },

@@ -13,7 +13,4 @@ namespace veltra::dsp::reference {
 */
 FIIRDesign designFIIR (const Eigen::VectorXf& in, unsigned nTaps, unsigned nSections, double sampleRate);
 
-/** warpSequence with one pass over the delays for each sample. */
-Eigen::VectorXd warpSequence (const Eigen::VectorXd& in, unsigned n, double lambda);
-
 }

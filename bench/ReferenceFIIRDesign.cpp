@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "tests/support/ReferenceFIIRDesign.h"
+#include "bench/ReferenceFIIRDesign.h"
 
 #include <cmath>
 #include <complex>
@@ -36,6 +36,32 @@ MatrixXd hankel (const VectorXd& column, const VectorXd& row)
             matrix (i, j) = i + j < column.size() ? column[i + j] : row[i + j - column.size() + 1];
 
     return matrix;
+}
+
+/** One pass over the delays for each sample. */
+VectorXd warpSequence (const VectorXd& in, unsigned n, double lambda)
+{
+    VectorXd out = VectorXd::Zero (n + 1), d = VectorXd::Zero (n + 1);
+    d[0] = 1.0;
+    double guard = 1e-20;
+    out[0] = in[0];
+
+    for (Index i = 1; i < in.size(); ++i)
+    {
+        double previous = 0.0;
+
+        for (Index k = 0; k <= n; ++k)
+        {
+            const double x = (d[k] - previous * lambda) + guard;
+            d[k] = x * lambda + previous;
+            previous = x;
+        }
+
+        guard = -guard;
+        out += in[i] * d;
+    }
+
+    return out;
 }
 
 VectorXcd warpedEigenvalues (const VectorXd& warped, Index order)
@@ -116,31 +142,6 @@ FIIRSection complexSection (Complex q, const Complex& g)
     }
 }
 
-}
-
-VectorXd warpSequence (const VectorXd& in, unsigned n, double lambda)
-{
-    VectorXd out = VectorXd::Zero (n + 1), d = VectorXd::Zero (n + 1);
-    d[0] = 1.0;
-    double guard = 1e-20;
-    out[0] = in[0];
-
-    for (Index i = 1; i < in.size(); ++i)
-    {
-        double previous = 0.0;
-
-        for (Index k = 0; k <= n; ++k)
-        {
-            const double x = (d[k] - previous * lambda) + guard;
-            d[k] = x * lambda + previous;
-            previous = x;
-        }
-
-        guard = -guard;
-        out += in[i] * d;
-    }
-
-    return out;
 }
 
 FIIRDesign designFIIR (const Eigen::VectorXf& in, unsigned nTaps, unsigned nSections, double sampleRate)
