@@ -4,12 +4,12 @@
 #include <memory>
 
 #include <juce_core/juce_core.h>
-#include <log4cplus/fileappender.h>
 #include <log4cplus/layout.h>
 
 #include "common/Log.h"
 #include "common/Text.h"
 #include "plugin/Files.h"
+#include "plugin/LogAppender.h"
 
 namespace veltra::plugin {
 
@@ -44,15 +44,7 @@ void LogFiles::add (std::string_view path, std::int32_t level)
     if (file.getParentDirectory().createDirectory().failed() || ! canBeWritten (file))
         return;
 
-    constexpr bool immediateFlush = true;
-    constexpr int maxBackupIndex = 10;
-    constexpr bool createFolders = true;
-    constexpr bool rollOnClose = false; // the log stays at the path that the host gave
-
-    // The monthly schedule, in spite of the class's name.
-    log4cplus::SharedAppenderPtr appender (
-        new log4cplus::DailyRollingFileAppender (file.getFullPathName().toStdString(), log4cplus::MONTHLY,
-                                                 immediateFlush, maxBackupIndex, createFolders, rollOnClose));
+    const auto appender = makeLogAppender (file);
     appender->setName ("main");
     appender->setLayout (std::make_unique<log4cplus::PatternLayout> ("[%D{%Y-%m-%d %H:%M:%S.%q}] %m%n"));
 

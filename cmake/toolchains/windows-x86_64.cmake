@@ -30,3 +30,6 @@ endforeach()
 foreach(language IN ITEMS C CXX)
   set(CMAKE_${language}_FLAGS_INIT "-D_WIN32_WINNT=0x0A00 -DWINVER=0x0A00 -DNTDDI_VERSION=0x0A000000")
 endforeach()
+
+# JUCE is compiled from its sources, which are the same everywhere.
+set(JUCE_MODULES_DIR /usr/share/juce/modules CACHE PATH "JUCE's modules")

@@ -5,11 +5,6 @@
 #include <string>
 #include <string_view>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
-
 #include <gtest/gtest.h>
 
 #include "tests/receiver/ModelHost.h"
@@ -22,7 +17,7 @@ namespace veltra::receiver {
 class TestHost
 {
 public:
-    explicit TestHost (std::uint16_t port) : socket (::socket (AF_INET, SOCK_STREAM, 0))
+    explicit TestHost (std::uint16_t port) : socket (platform::openSocket (SOCK_STREAM))
     {
         sockaddr_in name {};
         name.sin_family = AF_INET;
@@ -40,7 +35,8 @@ public:
 
     void sendBytes (std::string_view bytes)
     {
-        EXPECT_EQ (std::ssize (bytes), ::send (socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL));
+        EXPECT_EQ (std::ssize (bytes), ::send (socket.get(), bytes.data(),
+                                               static_cast<platform::ByteCount> (bytes.size()), platform::kNoSignal));
     }
 
     /** The next envelope: the message's name, and its text form on the same line; "wrong checksum", or "nothing" when the
@@ -94,7 +90,7 @@ private:
     bool waitForBytes() const
     {
         pollfd waiting { socket.get(), POLLIN, 0 };
-        return ::poll (&waiting, 1, 30000) > 0;
+        return platform::wait (&waiting, 1, 30000) > 0;
     }
 
     std::uint32_t wordAt (std::size_t place) const
