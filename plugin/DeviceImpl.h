@@ -42,7 +42,7 @@ public:
         @throws                 std::bad_alloc */
     DeviceImpl (veltraio::Dispatcher& dispatcherToUse, Descriptions descriptionsToKeep,
                 juce::PropertySet& settingsToUse, std::uint32_t index, const std::string& friendlyName);
-    ~DeviceImpl() override;
+    ~DeviceImpl();
 
     // Information
     const char* GetName() const override;

@@ -21,7 +21,7 @@ public:
     explicit PluginImpl (const juce::File& settingsFile);
 
     /** Ends the sessions, first to last. */
-    ~PluginImpl() override;
+    ~PluginImpl();
 
     const char* GetName() const override;
     const char* GetVendor() const override;
