@@ -95,7 +95,7 @@ TEST (DeviceDescription, TheHostIsThatOfTheLocationAndOtherDevicesAreShownEscape
 {
     for (const auto& [location, address] : { std::pair ("http://receiver.local/a:b", "TCP:receiver.local:1"),
                                              std::pair ("https://10.0.0.8", "TCP:10.0.0.8:1") })
-        EXPECT_EQ (address, read (description (port), location));
+        EXPECT_EQ (std::string (address) + "|", read (description (port), location));
 
     LogLines log;
     EXPECT_EQ ("not ours |Lamp", read ("<root><device><friendlyName>Lamp</friendlyName>\n</device></root>"));
