@@ -49,6 +49,7 @@ public:
     /** Plays an input from rest and adds the output to `sum`, which has the input's length.
 
         @param inputEnd  place from which on the input is zero
+        @throws          std::bad_alloc
     */
     void addOutput (const Eigen::Ref<const Eigen::VectorXf>& input, Eigen::Index inputEnd, Eigen::VectorXd& sum) const;
 
@@ -61,6 +62,8 @@ private:
         Eigen::Array4d b0 = Eigen::Array4d::Zero();
         Eigen::Array4d b1 = Eigen::Array4d::Zero();
     };
+
+    struct Player;
 
     std::vector<Quad> quads;
     unsigned count = 0;

@@ -94,6 +94,38 @@ TEST (FIIREngine, FollowsItsDefinitionOnAnySignal)
     }
 }
 
+TEST (SectionBank, SectionsSideBySideGiveTheSumsOfFourAfterFourToTheLastBit)
+{
+    std::mt19937 random (1);
+    std::normal_distribution<float> noise;
+    const Eigen::VectorXf signal = Eigen::VectorXf::NullaryExpr (1000, [&] { return noise (random); });
+    const Eigen::VectorXf impulse = Eigen::VectorXf::Unit (1000, 0);
+
+    for (const Eigen::VectorXf* input : { &signal, &impulse })
+    {
+        const Eigen::Index inputEnd = input == &impulse ? 1 : 1000;
+        veltra::dsp::SectionBank all;
+        Eigen::VectorXd expected = Eigen::VectorXd::Zero (1000), actual = expected;
+
+        for (int i = 0; i < 11; i += 4)
+        {
+            veltra::dsp::SectionBank four;
+
+            for (int k = i; k < std::min (i + 4, 11); ++k) // the second four have decayed after some 100 samples
+            {
+                const auto section = resonance (i == 4 ? 0.01 : 0.9999 - 0.02 * k, 0.01 + 0.2 * k, 1.0f, -0.5f);
+                four.add (section);
+                all.add (section);
+            }
+
+            four.addOutput (*input, inputEnd, expected);
+        }
+
+        all.addOutput (*input, inputEnd, actual);
+        EXPECT_EQ (expected, actual);
+    }
+}
+
 TEST (FIIREngine, AnImpulseGivesTheTapsBitByBit)
 {
     Eigen::VectorXf taps (6);
