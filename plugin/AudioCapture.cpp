@@ -26,6 +26,12 @@ void AudioCapture::stop() noexcept
     callback = nullptr;
 }
 
+void AudioCapture::handle (juce::InputStream& stream)
+{
+    veltraio::Deserializer<veltraio::AudioData>::read (stream, received);
+    onEvent (received);
+}
+
 void AudioCapture::onEvent (const veltraio::AudioData& packet)
 {
     guarded ([&] { deliver (packet); });

@@ -30,6 +30,9 @@ public:
     void stop() noexcept;
 
 private:
+    /** As the base class, but with the message of before: its samples keep their memory. */
+    void handle (juce::InputStream& stream) override;
+
     void onEvent (const veltraio::AudioData& packet) override;
     void deliver (const veltraio::AudioData& packet);
 
@@ -39,6 +42,7 @@ private:
     veltratune_io::CaptureCallback* callback = nullptr;
     std::uint64_t packetCount = 0;
     std::int64_t nextCaptureLog = 0; // steady milliseconds
+    veltraio::AudioData received;
 
     veltra::ipc::HandlerRegistration registration; // last, see there
 };

@@ -12,12 +12,16 @@ namespace veltra::ipc {
 /** Counts messages, and wakes those who wait for another one.
 
     A waiter first offers the processor to the others for a moment. The answer of a device near by comes within that
-    time and then costs neither thread a system call to sleep or to wake, which is worth a tenth of an exchange.
+    time and then costs neither thread a system call to sleep or to wake, which is worth a tenth of an exchange. Where
+    the last answer took longer, the moment would only cost processor time, and the waiter sleeps at once.
 */
 class MessageSignal
 {
 public:
     static constexpr std::chrono::microseconds kPatienceAwake { 50 };
+
+    /** An answer that takes longer comes from far. More than kPatienceAwake, because a waiter that sleeps is woken later. */
+    static constexpr std::chrono::microseconds kLongestFromNear { 150 };
 
     void give()
     {
@@ -35,7 +39,9 @@ public:
     {
         using std::chrono::steady_clock;
 
-        for (const auto end = steady_clock::now() + kPatienceAwake; count == seen && steady_clock::now() < end;)
+        const auto start = steady_clock::now();
+
+        while (isNear && count == seen && steady_clock::now() - start < kPatienceAwake)
             std::this_thread::yield();
 
         if (count == seen)
@@ -50,12 +56,14 @@ public:
             --sleepers;
         }
 
+        isNear = count != seen && steady_clock::now() - start < kLongestFromNear;
         return count;
     }
 
 private:
     std::atomic<std::uint32_t> count { 0 };
     std::atomic<int> sleepers { 0 };
+    std::atomic<bool> isNear { true };
     std::counting_semaphore<> wake { 0 };
 };
 

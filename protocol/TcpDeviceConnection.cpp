@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "protocol/TcpDeviceConnection.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
+#include <span>
 #include <utility>
 
+#include "common/Contain.h"
 #include "common/Log.h"
 #include "common/Text.h"
 #include "protocol/PingHandler.h"
@@ -15,7 +18,11 @@ namespace veltraio {
 namespace {
 
 constexpr int kReaderPriority = 5;
-constexpr int kLargestRead = 1024;
+constexpr int kLargestRead = 32768;
+
+/** What the parser gets at once: the pause after which it drops an incomplete envelope ends with a piece, and a failure
+    loses no more than one. */
+constexpr std::size_t kPieceSize = 1024;
 
 }
 
@@ -63,7 +70,14 @@ bool TcpDeviceConnection::poll()
         return false;
     }
 
-    return feed (bytes.data(), static_cast<std::uint32_t> (got));
+    for (std::span rest (bytes.data(), static_cast<std::size_t> (got)); ! rest.empty() && ! readerShouldExit();)
+    {
+        const auto piece = rest.first (std::min (rest.size(), kPieceSize));
+        rest = rest.subspan (piece.size());
+        veltra::contain ("A received message", [&] { feed (piece.data(), static_cast<std::uint32_t> (piece.size())); });
+    }
+
+    return true;
 }
 
 void TcpDeviceConnection::onEnvelope (const juce::MemoryBlock& block) { onData (block); }

@@ -45,6 +45,21 @@ TEST (EnvelopeHash, CountsBytesAsUnsignedAndWraps)
     EXPECT_EQ (0, veltraio::IdType<veltraio::AnyMessage>::value);
 }
 
+TEST (EnvelopeHash, OfBodiesIsTheSameAtAnyLengthAndAlignment)
+{
+    std::string bytes (2100, '\xff'); // each lane at its largest
+    EXPECT_EQ (veltraio::envelopeHash (bytes), veltraio::envelopeHash (bytes.data(), bytes.size()));
+
+    for (std::size_t i = 0; i < bytes.size(); ++i)
+        bytes[i] = static_cast<char> (i * 151 + i / 7);
+
+    for (std::size_t size = 0; size < 140; ++size)
+        for (std::size_t start = 0; start < 17; ++start)
+            ASSERT_EQ (veltraio::envelopeHash (std::string_view (bytes).substr (start, size)),
+                       veltraio::envelopeHash (bytes.data() + start, size))
+                << size << " bytes from " << start;
+}
+
 TEST (Envelope, AReceivedBlockIsReadOnlyWhenItsChecksumFits)
 {
     const auto block = blockOf (envelopeOf ("veltraio.Acknowledge", "\x08\x01"));

@@ -82,6 +82,25 @@ TEST (TcpDeviceConnection, CarriesAnExchange)
     EXPECT_EQ (ReplyState::acknowledged, handler.Wait (10000));
 }
 
+TEST (TcpDeviceConnection, AFailureLosesAMessageAndNotWhatCameWithIt)
+{
+    Connected pair;
+    std::atomic<int> messages { 0 };
+    pair.connection.setRawCallback ([&] (const juce::MemoryBlock&) {
+        if (++messages == 2)
+            throw std::bad_alloc();
+    });
+
+    std::string burst;
+
+    for (int i = 0; i < 20; ++i)
+        burst +=
+            envelopeOf ("veltraio.Nothing", std::string (1024 - 15, 'x')); // as large as what the parser gets at once
+
+    pair.device->send (burst);
+    EXPECT_TRUE (eventually ([&] { return messages >= 19; })) << messages;
+}
+
 TEST (TcpDeviceConnection, ConnectingAgainDropsTheOldConnectionAlsoWhenItFails)
 {
     auto peer = std::make_unique<TestPeer>();
