@@ -10,6 +10,7 @@
 #include "tests/support/NetworkNamespace.h"
 #include "tests/support/Program.h"
 #include "tools/ExitStatus.h"
+#include "tools/output/Json.h"
 
 namespace veltra::host {
 
@@ -95,6 +96,25 @@ TEST_F (Find, TheOnlyReceiverIsUsedAndOfSeveralNone)
     EXPECT_TRUE (ending.err.ends_with (
         "veltra: Several receivers were found on the network; choose one with --device HOST:PORT.\n"))
         << ending.err;
+}
+
+/** From a search to measurements with jq and a shell, without reading a sentence. */
+TEST_F (Find, AScriptGoesFromTheSearchToMeasurementsOfAllChannels)
+{
+    startReceiver ({ "--announce", "--profile", "stereo", "--speed", "20" });
+    const auto tools = std::filesystem::path (VELTRA_PROGRAM).parent_path().string();
+    Ending ending;
+    home->run ([&] {
+        start ({ "env", "PATH=" + tools + ":/usr/bin:/bin", "examples/scripts/measure-all", path ("room"), "4000" });
+        ending = finish();
+    });
+    EXPECT_EQ (0, ending.status) << ending.out << ending.err;
+
+    const auto results = Json::parse (read (path ("room/measurements.json")), nullptr, false);
+    ASSERT_EQ (2u, results.size()) << results;
+    EXPECT_EQ ("FR", results[1]["channel"]);
+    EXPECT_TRUE (results[1]["good"]);
+    EXPECT_GT (std::filesystem::file_size (path ("room/FR.wav")), 5u * 44100u * sizeof (float));
 }
 
 }

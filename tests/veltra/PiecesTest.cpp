@@ -5,6 +5,9 @@
 #include <memory>
 #include <tuple>
 
+#include <pty.h>
+#include <unistd.h>
+
 #include "tests/support/Scratch.h"
 #include "tools/ExitStatus.h"
 #include "tools/veltra/session/ChannelName.h"
@@ -112,6 +115,27 @@ TEST_F (ProgressShown, OnATerminalOneLineIsRedrawnAndEnded)
     EXPECT_EQ (4, std::ranges::count (text, '\r')) << text; // 0, 0.5, 0 and 1
     EXPECT_EQ (1, std::ranges::count (text, '\n')) << text;
     EXPECT_TRUE (text.ends_with ("[##############################] 100 %  text\n")) << text;
+}
+
+/** A line that is longer than the terminal's would stay and be drawn again below itself. */
+TEST_F (ProgressShown, IsCutToTheTerminalsWidthAndSilentElsewhere)
+{
+    int ends[2];
+    struct winsize size = {};
+    size.ws_col = 40;
+    ASSERT_EQ (0, ::openpty (&ends[0], &ends[1], nullptr, nullptr, &size));
+    {
+        const std::unique_ptr<std::FILE, decltype (&std::fclose)> terminal (::fdopen (ends[1], "w"), std::fclose);
+        StatusLine line (terminal.get(), isWatched (terminal.get()));
+        line.show ("\u00e4" + std::string (60, 'x'));
+        line.show ("short");
+        StatusLine (stdout, false).show ("nothing of this");
+    }
+    char shown[512];
+    const auto count = ::read (ends[0], shown, sizeof (shown));
+    ::close (ends[0]);
+    EXPECT_EQ ("\r\u00e4" + std::string (38, 'x') + "\rshort" + std::string (34, ' ') + "\r\n",
+               std::string (shown, static_cast<std::size_t> (std::max<::ssize_t> (count, 0))));
 }
 
 }

@@ -85,8 +85,8 @@ TEST_F (Veltra, ASecondCtrlCDoesNotWaitForTheReceiver)
     startReceiver();
     importRoom();
     setFaults ("delay FilterDataChunk * 600");
-    startVeltra ({ "download", "--slot", "0", path ("room.xml") });
-    waitFor ("out", "  0 %");
+    startVeltra ({ "download", "--json", "--slot", "0", path ("room.xml") });
+    waitFor ("out", "\"progress\"");
     sendSignal (SIGINT);
     std::this_thread::sleep_for (std::chrono::milliseconds (50)); // two signals at once count as one
     sendSignal (SIGINT);
@@ -182,6 +182,36 @@ TEST_F (Veltra, ControlsAreSetAndReadBack)
     profile.unit.set_capabilities (0);
     startReceiver (profile);
     expectOneSentence (veltra ({ "volume" }), kExitReceiver, "volume");
+}
+
+TEST_F (Veltra, CompletionsKnowCommandsOptionsAndFiles)
+{
+    const std::string load = std::string ("eval \"$(") + VELTRA_PROGRAM + " --completion bash)\"; ";
+    const auto completed = [&] (const std::string& words) {
+        return run ({ "bash", "-c",
+                      load + "COMP_WORDS=(veltra " + words
+                          + "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _veltra; echo \"${COMPREPLY[*]}\"" })
+            .out;
+    };
+    EXPECT_EQ ("measure\n", completed ("mea"));
+    EXPECT_EQ ("--stimulus\n", completed ("measure --sti"));
+    EXPECT_EQ ("--replace\n", completed ("download --slot 1 --rep"));
+    EXPECT_EQ ("--device\n", completed ("download --dev"));
+    EXPECT_EQ ("README.md\n", completed ("measure -o READ"));
+    EXPECT_EQ ("README.md\n", completed ("download READ"));
+    EXPECT_EQ ("\n", completed ("measure --channel READ")) << "no file";
+
+    // Shells that are not installed have nothing to say about their own.
+    for (const std::string shell : { "zsh", "fish" })
+    {
+        const auto ending =
+            run ({ "sh", "-c",
+                   "\"$0\" --completion " + shell + " >" + path ("completion").string() + " && { ! command -v " + shell
+                       + " >/dev/null || " + shell + " -n " + path ("completion").string() + "; }",
+                   VELTRA_PROGRAM });
+        expectSuccess (ending);
+        expectParts (read (path ("completion")), { "measure", "stimulus", "Play a test signal" });
+    }
 }
 
 TEST_F (Veltra, InfoPrintsWhatTheReceiverDeclaredAndNoControlCharacters)

@@ -22,6 +22,9 @@ std::vector<std::string> commandLine (int count, const char* const* words);
 /** Whether a stream goes to a terminal. */
 bool isTerminal (std::FILE* stream) noexcept;
 
+/** How many characters a line of the terminal has; nothing when the system does not say. */
+std::optional<unsigned> terminalWidth (std::FILE* stream) noexcept;
+
 /** The running program's file, links resolved; empty when the system does not know it. */
 std::filesystem::path programFile();
 

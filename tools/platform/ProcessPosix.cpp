@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <spawn.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -30,6 +31,13 @@ namespace veltra::platform {
 std::vector<std::string> commandLine (int count, const char* const* words) { return { words, words + count }; }
 
 bool isTerminal (std::FILE* stream) noexcept { return ::isatty (::fileno (stream)) != 0; }
+
+std::optional<unsigned> terminalWidth (std::FILE* stream) noexcept
+{
+    struct winsize size = {};
+    const bool isKnown = ::ioctl (::fileno (stream), TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    return isKnown ? std::optional<unsigned> (size.ws_col) : std::nullopt;
+}
 
 fs::path programFile()
 {

@@ -44,6 +44,14 @@ std::vector<std::string> commandLine (int count, const char* const* words)
 
 bool isTerminal (std::FILE* stream) noexcept { return _isatty (_fileno (stream)) != 0; }
 
+std::optional<unsigned> terminalWidth (std::FILE* stream) noexcept
+{
+    CONSOLE_SCREEN_BUFFER_INFO info = {};
+    const auto handle = reinterpret_cast<HANDLE> (_get_osfhandle (_fileno (stream)));
+    const bool isKnown = GetConsoleScreenBufferInfo (handle, &info) != 0 && info.srWindow.Right >= info.srWindow.Left;
+    return isKnown ? std::optional<unsigned> (info.srWindow.Right - info.srWindow.Left + 1) : std::nullopt;
+}
+
 fs::path programFile()
 {
     wchar_t name[32768];

@@ -3,18 +3,20 @@
 #include <csignal>
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <map>
 #include <mutex>
 #include <optional>
-#include <sstream>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <vector>
 
 #include "tools/CommandLine.h"
 #include "tools/ExitStatus.h"
+#include "tools/InputFile.h"
+#include "tools/output/Completion.h"
+#include "tools/output/Json.h"
 #include "tools/output/OutputFile.h"
 #include "tools/platform/Process.h"
 #include "tools/receiver/device/SlotReport.h"
@@ -49,13 +51,16 @@ void readArguments (CLI::App& app, Arguments& arguments)
     app.add_option ("--bind", options.bindAddress, "IPv4 address to listen on")->capture_default_str();
     app.add_option ("--profile", arguments.profile,
                     "Description of the receiver: a file, or stereo, seven-one or twelve")
+        ->type_name ("FILE")
         ->capture_default_str();
-    app.add_option ("--folder", options.folder, "Write each slot into this folder when its download is complete");
+    app.add_option ("--folder", options.folder, "Write each slot into this folder when its download is complete")
+        ->type_name ("DIR");
     app.add_option ("--fault", arguments.faults, "A fault to simulate, see below; may be repeated")
         ->type_name ("FAULT");
-    app.add_option ("--fault-file", arguments.faultFile, "A file of faults, one per line");
+    app.add_option ("--fault-file", arguments.faultFile, "A file of faults, one per line")->type_name ("FILE");
     app.add_option ("--room", measurement.room.folder,
-                    "Folder with the room's impulse responses, measured_CHANNEL_RATE.wav");
+                    "Folder with the room's impulse responses, measured_CHANNEL_RATE.wav")
+        ->type_name ("DIR");
     app.add_option ("--room-delay", measurement.room.delay_ms, "Delay in ms of channels without a response there")
         ->capture_default_str();
     app.add_option ("--noise", measurement.noise_dBFS, "RMS level of the microphone's noise in dBFS, or -inf")
@@ -71,6 +76,8 @@ void readArguments (CLI::App& app, Arguments& arguments)
                          .description (""))
         ->type_name ("FORM")
         ->default_str ("features");
+    app.add_flag ("--json", outputForm().json, "Print on standard output as JSON, one object a line, see docs/json.md");
+    app.add_flag ("--quiet", outputForm().quiet, "The same as --log nothing");
     app.add_option ("--log", arguments.log, "What to write to standard error: nothing, events or messages")
         ->check (CLI::IsMember ({ "nothing", "events", "messages" }))
         ->capture_default_str();
@@ -128,26 +135,33 @@ std::vector<Fault> chooseFaults (const Arguments& arguments)
 
     if (! arguments.faultFile.empty())
     {
-        std::ifstream stream (arguments.faultFile);
-        std::ostringstream text;
-        text << stream.rdbuf();
+        constexpr std::size_t largest = 1u << 20;
+        const auto text = readInput (arguments.faultFile, largest);
 
-        if (! stream)
-            throw Failure (kExitInput, arguments.faultFile + " cannot be read");
+        if (text.size() > largest)
+            throw Failure (kExitInput, inputName (arguments.faultFile) + " is too large for a file of faults");
 
-        addFaults (text.str(), arguments.faultFile, faults);
+        addFaults (text, inputName (arguments.faultFile), faults);
     }
 
     return faults;
 }
 
-/** Standard output is read by scripts: whole lines, flushed at once. */
-void print (const std::vector<std::string>& lines)
+/** Standard output is read by scripts: whole lines, flushed at once; with --json an object instead. */
+void print (std::string_view event, const Json& object, const std::vector<std::string>& lines)
 {
-    for (const auto& line : lines)
-        std::cout << line << '\n';
+    printJson (event, object);
 
-    std::cout << std::flush;
+    for (const auto& line : lines)
+        textOutput() << line << '\n';
+
+    textOutput() << std::flush;
+}
+
+void printSlot (std::uint32_t device, std::uint32_t slotIndex, const Slot& slot)
+{
+    if (slot.state != Slot::State::empty)
+        print ("slot", slotObject (device, slotIndex, slot), describeSlot (device, slotIndex, slot));
 }
 
 void printAllSlots (const Receiver& receiver, int deviceCount)
@@ -161,14 +175,13 @@ void printAllSlots (const Receiver& receiver, int deviceCount)
 
         for (const auto& slot : receiver.slots (index))
         {
-            const auto lines = describeSlot (index, slotIndex++, slot);
-            isEmpty = isEmpty && lines.empty();
-            print (lines);
+            isEmpty = isEmpty && slot.state == Slot::State::empty;
+            printSlot (index, slotIndex++, slot);
         }
     }
 
     if (isEmpty)
-        print ({ "all slots are empty" });
+        textOutput() << "all slots are empty" << std::endl;
 }
 
 Announcement announcementOf (const Profile& profile, const Arguments& arguments, std::uint16_t port)
@@ -195,10 +208,10 @@ void run (Arguments& arguments)
     std::mutex printing;
     options.onDownload = [&] (std::uint32_t device, std::uint32_t slotIndex, const Slot& slot) {
         const std::scoped_lock guard (printing);
-        print (describeSlot (device, slotIndex, slot));
+        printSlot (device, slotIndex, slot);
     };
 
-    if (arguments.log != "nothing")
+    if (arguments.log != "nothing" && ! outputForm().quiet)
         options.log = [all = arguments.log == "messages"] (LogDetail detail, const std::string& text) {
             if (all || detail == LogDetail::events)
                 std::cerr << text + '\n' << std::flush;
@@ -211,7 +224,8 @@ void run (Arguments& arguments)
     platform::ignoreBrokenPipes();
 
     Receiver receiver (profile, options);
-    print ({ "Listening on " + receiver.address() });
+    print ("listening", { { "address", receiver.address() }, { "profile", arguments.profile } },
+           { "Listening on " + receiver.address() });
 
     std::optional<Announcer> announcer;
 
@@ -222,7 +236,8 @@ void run (Arguments& arguments)
                                if (options.log)
                                    options.log (LogDetail::events, text);
                            });
-        print ({ "Announced as " + (arguments.name.empty() ? profile.unit.name() : arguments.name) });
+        const auto name = arguments.name.empty() ? profile.unit.name() : arguments.name;
+        print ("announced", { { "name", name } }, { "Announced as " + name });
     }
 
     while (stop.pause (std::chrono::hours (1)))
@@ -234,12 +249,19 @@ void run (Arguments& arguments)
     announcer.reset();
     receiver.endSessions (HostSession::Ending::close);
     receiver.waitFor ([&] { return receiver.openSessions() == 0; });
-    print ({ "Stopped" });
+    print ("stopped", Json::object(), { "Stopped" });
     printAllSlots (receiver, profile.unit.devices_size());
     finishStandardOutput();
 
     if (receiver.hasWriteFailed())
         throw Failure (kExitOutput, "Not every slot could be written to " + options.folder.string() + ".");
+}
+
+int report (ExitStatus status, const std::string& words)
+{
+    std::cerr << "veltra-receiver: " << words << '\n';
+    printJson ("error", { { "status", static_cast<int> (status) }, { "message", words } });
+    return status;
 }
 
 }
@@ -248,9 +270,12 @@ int main (int argc, char** argv)
 {
     CLI::App app (
         "A simulated audio/video receiver: the device's side of the protocol, filter slots in memory, and stimuli\n"
-        "that are played through a simulated room to a simulated microphone.");
+        "that are played through a simulated room to a simulated microphone.",
+        "veltra-receiver");
     Arguments arguments;
     readArguments (app, arguments);
+    app.set_version_flag ("--version", VELTRA_VERSION);
+    addCompletionOption (app);
 
     try
     {
@@ -268,22 +293,18 @@ int main (int argc, char** argv)
     }
     catch (const Failure& failure)
     {
-        std::cerr << "veltra-receiver: " << failure.what() << '\n';
-        return failure.status;
+        return report (failure.status, failure.what());
     }
     catch (const std::system_error& error)
     {
-        std::cerr << "veltra-receiver: " << error.what() << '\n';
-        return kExitNetwork;
+        return report (kExitNetwork, error.what());
     }
     catch (const std::runtime_error& error) // a room or options that cannot be used
     {
-        std::cerr << "veltra-receiver: " << error.what() << '\n';
-        return kExitInput;
+        return report (kExitInput, error.what());
     }
     catch (const std::exception& error)
     {
-        std::cerr << "veltra-receiver: " << error.what() << '\n';
-        return kExitInternal;
+        return report (kExitInternal, error.what());
     }
 }

@@ -2,10 +2,11 @@
 #include "tools/receiver/device/Profile.h"
 
 #include <algorithm>
-#include <fstream>
 #include <set>
 #include <stdexcept>
 
+#include "tools/ExitStatus.h"
+#include "tools/InputFile.h"
 #include "tools/receiver/device/EmbeddedFiles.h"
 #include "tools/receiver/device/profile.pb.h"
 #include "tools/receiver/device/ProtoText.h"
@@ -81,21 +82,22 @@ std::optional<Profile> parseProfile (std::string_view text, std::string& error)
 
 std::optional<Profile> loadProfile (const std::filesystem::path& file, std::string& error)
 {
-    std::ifstream stream (file, std::ios::binary);
-    std::string text (kMaxSize + 1, '\0');
-    stream.read (text.data(), static_cast<std::streamsize> (text.size()));
+    std::string text;
 
-    if (! stream.is_open() || stream.bad())
+    try
     {
-        error = file.string() + " cannot be read";
+        text = readInput (file, kMaxSize);
+    }
+    catch (const Failure&)
+    {
+        error = inputName (file) + " cannot be read";
         return {};
     }
 
-    text.resize (static_cast<std::size_t> (stream.gcount()));
     auto profile = parseProfile (text, error);
 
     if (! profile)
-        error = file.string() + ": " + error;
+        error = inputName (file) + ": " + error;
 
     return profile;
 }

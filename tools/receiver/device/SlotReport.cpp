@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdio>
 #include <iomanip>
 #include <sstream>
 
@@ -84,6 +85,33 @@ std::vector<std::string> describeSlot (std::uint32_t device, std::uint32_t slotI
         lines.push_back (name + describeBlock (block));
 
     return lines;
+}
+
+Json slotObject (std::uint32_t device, std::uint32_t slotIndex, const Slot& slot)
+{
+    auto blocks = Json::array();
+    std::size_t bytes = 0;
+
+    for (const auto& block : slot.blocks)
+    {
+        char checksum[16];
+        std::snprintf (checksum, sizeof (checksum), "%08x", block.checksum());
+        bytes += block.bytes.size();
+        blocks.push_back ({ { "sample_rate_Hz", block.sampleRate },
+                            { "channels", block.channelIndices },
+                            { "bytes", block.bytes.size() },
+                            { "crc32", checksum },
+                            { "complete", block.isComplete() } });
+    }
+
+    return { { "device", device },
+             { "slot", slotIndex },
+             { "name", slot.name },
+             { "technology", slot.technology },
+             { "channels", slot.channelCount },
+             { "bytes", bytes },
+             { "complete", slot.state == Slot::State::occupied },
+             { "blocks", std::move (blocks) } };
 }
 
 bool writeSlot (const std::filesystem::path& folder, std::uint32_t device, std::uint32_t slotIndex, const Slot& slot,

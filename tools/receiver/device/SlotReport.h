@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/output/Json.h"
 #include "tools/receiver/device/FilterMemory.h"
 
 namespace veltra::receiver {
@@ -21,6 +22,10 @@ namespace veltra::receiver {
 
     @returns no lines for an empty slot */
 std::vector<std::string> describeSlot (std::uint32_t device, std::uint32_t slotIndex, const Slot&);
+
+/** The same for scripts: "device", "slot", "name", "technology", "channels", "bytes", "complete", and an object for each rate
+    in "blocks". */
+Json slotObject (std::uint32_t device, std::uint32_t slotIndex, const Slot& slot);
 
 /** Writes a slot into a folder, which is created if necessary, and removes what was written for the slot before. The
     files are slotN_RATE.bin for the data of each rate, and slotN.txt with describeSlot() and a line for each channel:

@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <cstdio>
+#include <iomanip>
 #include <memory>
+#include <sstream>
 
 #include "common/Text.h"
+#include "tools/InputFile.h"
+#include "tools/output/Json.h"
 #include "tools/veltra/commands/Commands.h"
 #include "tools/veltra/filters/DescriptionFile.h"
 
@@ -18,20 +21,31 @@ std::string setText (std::uint32_t rate, const topology::FIIRData& data)
 
 void printDescription (const std::filesystem::path& file, const filters::FilterSetsImpl& set)
 {
-    std::printf ("%s: \"%s\", %u channels\n", file.string().c_str(), logText (set.GetName()).c_str(),
-                 set.getFilterCount());
+    std::ostringstream text;
+    auto channels = Json::array();
+    text << inputName (file) << ": \"" << logText (set.GetName()) << "\", " << set.getFilterCount() << " channels\n";
 
-    set.forEachFilter ([] (unsigned, const filters::FilterImpl& filter) {
-        std::string sets;
+    set.forEachFilter ([&] (unsigned, const filters::FilterImpl& filter) {
+        std::string words;
+        auto sets = Json::array();
 
         for (const auto& [key, data] : filter.getCoefficientSets())
-            sets += (sets.empty() ? "" : ", ") + setText (key.sampleRate, data);
+        {
+            words += (words.empty() ? "" : ", ") + setText (key.sampleRate, data);
+            sets.push_back ({ { "sample_rate_Hz", key.sampleRate },
+                              { "taps", data.taps.size() },
+                              { "sections", data.sections.size() } });
+        }
 
         const auto number = filter.GetChannel() + 1; // as the text has it; 0 when it gives none
-        std::printf ("  %-4s number %-3u  %s\n", logText (filter.GetName()).c_str(), number,
-                     sets.empty() ? "no coefficients" : sets.c_str());
+        text << "  " << std::left << std::setw (4) << logText (filter.GetName()) << " number " << std::setw (3)
+             << number << "  " << (words.empty() ? "no coefficients" : words) << "\n";
+        channels.push_back ({ { "name", filter.GetName() }, { "number", number }, { "sets", std::move (sets) } });
         return true;
     });
+
+    printResult ({ { "file", file.string() }, { "project", set.GetName() }, { "channels", std::move (channels) } },
+                 text.str());
 }
 
 }

@@ -5,6 +5,7 @@
 
 #include "common/Text.h"
 #include "tools/ExitStatus.h"
+#include "tools/output/Json.h"
 #include "tools/veltra/commands/Commands.h"
 #include "tools/veltra/session/ChannelName.h"
 #include "tools/veltra/session/FilterSlots.h"
@@ -13,6 +14,13 @@
 namespace veltra::host {
 
 namespace {
+
+std::string shortText (float value)
+{
+    char text[32];
+    std::snprintf (text, sizeof (text), "%.3g", static_cast<double> (value));
+    return text;
+}
 
 /** Each of these sets a value when one is given, and then prints what the device says. A device that does not
     answer a question cannot be distinguished from one that answers 0 or off; one that refuses a value can. */
@@ -29,8 +37,8 @@ void volume (DeviceSession& session, std::optional<float> value)
 
     float now = 0.0f;
     const auto text = textFrom ([&] (char* buffer, std::uint32_t size) { now = device.GetVolume (buffer, size); });
-    std::printf ("Volume %.3g%s\n", static_cast<double> (now),
-                 text.empty() ? "" : (" (" + logText (text) + ")").c_str());
+    printResult ({ { "volume", shortNumber (now) }, { "description", text } },
+                 "Volume " + shortText (now) + (text.empty() ? "" : " (" + logText (text) + ")") + "\n");
 }
 
 void attenuation (DeviceSession& session, const std::string& channel, std::optional<float> value_dB)
@@ -41,9 +49,14 @@ void attenuation (DeviceSession& session, const std::string& channel, std::optio
     if (value_dB && ! device.SetChannelAttenuation (number, *value_dB))
         throw Failure (kExitReceiver, "The receiver did not take the attenuation: it refused or did not answer.");
 
-    std::printf ("Channel %s is attenuated by %.3g dB of at most %.3g dB\n", logText (channel).c_str(),
-                 static_cast<double> (device.GetChannelAttenuation (number)),
-                 static_cast<double> (device.GetMaxChannelAttenuation()));
+    const auto now_dB = device.GetChannelAttenuation (number);
+    const auto greatest_dB = device.GetMaxChannelAttenuation();
+    printResult ({ { "channel", channel },
+                   { "number", number },
+                   { "attenuation_dB", shortNumber (now_dB) },
+                   { "max_attenuation_dB", shortNumber (greatest_dB) } },
+                 "Channel " + logText (channel) + " is attenuated by " + shortText (now_dB) + " dB of at most "
+                     + shortText (greatest_dB) + " dB\n");
 }
 
 void activeSlot (DeviceSession& session, std::optional<std::uint32_t> slot)
@@ -59,7 +72,8 @@ void activeSlot (DeviceSession& session, std::optional<std::uint32_t> slot)
                                               + ": it refused or did not answer.");
     }
 
-    std::printf ("Slot %u is in use\n", device.GetActiveFilterSlot());
+    const auto active = device.GetActiveFilterSlot();
+    printResult ({ { "slot", active } }, "Slot " + std::to_string (active) + " is in use\n");
 }
 
 void filtering (DeviceSession& session, std::optional<bool> state)
@@ -74,7 +88,7 @@ void filtering (DeviceSession& session, std::optional<bool> state)
     if (state && on != *state)
         throw Failure (kExitReceiver, std::string ("The receiver did not turn filtering ") + (*state ? "on." : "off."));
 
-    std::printf ("Filtering is %s\n", on ? "on" : "off");
+    printResult ({ { "filtering", on } }, on ? "Filtering is on\n" : "Filtering is off\n");
 }
 
 std::optional<float> notNegative (const std::string& text)

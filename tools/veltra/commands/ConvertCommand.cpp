@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include <cstdio>
 #include <fstream>
-#include <iostream>
 #include <memory>
 #include <optional>
 
@@ -11,6 +10,7 @@
 #include "filters/FIIRSourceImpl.h"
 #include "filters/FilterSetsImpl.h"
 #include "tools/ExitStatus.h"
+#include "tools/output/Json.h"
 #include "tools/output/OutputFile.h"
 #include "tools/veltra/commands/Commands.h"
 #include "tools/veltra/filters/DescriptionFile.h"
@@ -115,7 +115,7 @@ public:
     void log (int level, const std::string& message) override
     {
         if (level == 3)
-            std::cerr << "Warning: " << message << ".\n";
+            notes() << "Warning: " << message << ".\n";
         else if (level >= 4 && firstError.empty())
             firstError = message;
     }
@@ -178,7 +178,7 @@ void convert (const ConvertOptions& options, const SessionOptions& session)
     }
 
     auto settings = settingsOf (session, dump ? dump->path() : std::filesystem::path());
-    Progress progress (stdout, isTerminal (stdout));
+    Progress progress;
     const auto handler = topology::createTopology (options.topology, [&progress] (float fraction, const juce::String&) {
         progress.show (static_cast<double> (fraction), [] { return std::string ("designing"); });
         return true;
@@ -204,8 +204,11 @@ void convert (const ConvertOptions& options, const SessionOptions& session)
     output.complete();
 
     const auto checksum = crc32_z (0, static_cast<const Bytef*> (blob.getData()), blob.getSize());
-    std::printf ("%s: %s at %u Hz, %u channels, %zu bytes, crc32 %08lx\n", options.output.string().c_str(),
-                 options.topology.c_str(), options.sampleRate, source.getChannelCount(), blob.getSize(), checksum);
+    char checksumText[16];
+    std::snprintf (checksumText, sizeof (checksumText), "%08lx", checksum);
+    textOutput() << options.output.string() << ": " << options.topology << " at " << options.sampleRate << " Hz, "
+                 << source.getChannelCount() << " channels, " << blob.getSize() << " bytes, crc32 " << checksumText
+                 << "\n";
 
     const auto channels =
         examineConversion (source, { juce::String (options.topology),
@@ -213,13 +216,20 @@ void convert (const ConvertOptions& options, const SessionOptions& session)
                                      options.sampleRate,
                                      source.getChannelCount(),
                                      { static_cast<const std::uint8_t*> (blob.getData()), blob.getSize() } });
-    printConversion (std::cout, channels);
+    printConversion (textOutput(), channels);
+    printResult ({ { "file", options.output.string() },
+                   { "topology", options.topology },
+                   { "sample_rate_Hz", options.sampleRate },
+                   { "bytes", blob.getSize() },
+                   { "crc32", checksumText },
+                   { "channels", objectsOf (channels) } },
+                 "");
 
     for (const auto& channel : channels)
         if (channel.error.isSilent)
-            std::cerr << "Warning: " << channel.name << " plays silence with this conversion.\n";
+            notes() << "Warning: " << channel.name << " plays silence with this conversion.\n";
 
-    std::cerr << leadInNote ("with the structure " + options.topology + ",", channelsThatNeedLeadIn (channels));
+    notes() << leadInNote ("with the structure " + options.topology + ",", channelsThatNeedLeadIn (channels));
 
     if (! options.plot.empty())
         plotResponses (options.plot, titleOf (options), options.sampleRate, responsesOf (channels));

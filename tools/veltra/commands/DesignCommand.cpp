@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <cstdio>
-#include <iostream>
 #include <map>
 #include <memory>
+#include <ostream>
 
 #include "dsp/FIIRDesign.h"
 #include "tools/ExitStatus.h"
+#include "tools/output/Json.h"
 #include "tools/output/OutputFile.h"
 #include "tools/veltra/commands/Commands.h"
 #include "tools/veltra/filters/FilterDesign.h"
@@ -43,11 +43,27 @@ void print (const std::vector<DesignedResponse>& designs, unsigned sections)
 
     for (const auto& [sampleRate, rows] : tables)
     {
-        std::cout << "FIIR at " << sampleRate << " Hz, " << sections << " sections\n";
-        printErrors (std::cout, { "taps", "outermost pole", "seconds" }, rows);
+        textOutput() << "FIIR at " << sampleRate << " Hz, " << sections << " sections\n";
+        printErrors (textOutput(), { "taps", "outermost pole", "seconds" }, rows);
     }
 
-    std::cout << kErrorLegend;
+    textOutput() << kErrorLegend;
+}
+
+Json objectsOf (const std::vector<DesignedResponse>& designs, unsigned sections)
+{
+    auto objects = Json::array();
+
+    for (const auto& design : designs)
+        objects.push_back ({ { "channel", design.channel },
+                             { "sample_rate_Hz", design.sampleRate },
+                             { "taps", design.taps },
+                             { "sections", sections },
+                             { "pole_radius", design.poleRadius },
+                             { "seconds", design.seconds },
+                             { "error", objectOf (design.error) } });
+
+    return objects;
 }
 
 /** The picture's own name, or one made of it where there are several. */
@@ -79,7 +95,7 @@ void design (const DesignOptions& options)
         import.project = options.output.stem().string();
 
     std::ostream silent (nullptr);
-    auto description = importFilters (import, silent, std::cerr);
+    auto description = importFilters (import, silent, notes());
     std::vector<DesignedResponse> designs;
     std::size_t responses = 0;
 
@@ -94,7 +110,7 @@ void design (const DesignOptions& options)
                 checkMayWrite (plotFile (options.plot, channel.name, response.sampleRate, several), options.force);
 
     {
-        Progress progress (stdout, isTerminal (stdout));
+        Progress progress;
         designs = designFilters (description, options.size, [&progress] (double fraction) {
             progress.show (fraction, [] { return std::string ("designing"); });
         });
@@ -110,8 +126,13 @@ void design (const DesignOptions& options)
                            { { designed.channel, designed.error } });
 
     writeFilterDescription (options.output, description);
-    std::printf ("%s: \"%s\", %zu channels, %zu designs\n", options.output.string().c_str(),
-                 description.project.c_str(), description.channels.size(), designs.size());
+    printResult ({ { "file", options.output.string() },
+                   { "project", description.project },
+                   { "channels", description.channels.size() },
+                   { "designs", objectsOf (designs, options.size.sections) } },
+                 options.output.string() + ": \"" + description.project + "\", "
+                     + std::to_string (description.channels.size()) + " channels, " + std::to_string (designs.size())
+                     + " designs\n");
 }
 
 }

@@ -2,12 +2,13 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <iostream>
 #include <memory>
 #include <optional>
+#include <ostream>
 
 #include "common/Text.h"
 #include "tools/ExitStatus.h"
+#include "tools/output/Json.h"
 #include "tools/output/SignalWatch.h"
 #include "tools/veltra/commands/Commands.h"
 #include "tools/veltra/filters/DescriptionFile.h"
@@ -75,8 +76,9 @@ public:
     {
         if (length > 0)
         {
-            std::printf ("%s\n", readable (std::string (text, length)).c_str());
-            std::fflush (stdout);
+            if (isWatched (stderr))
+                notes() << readable (std::string (text, length)) << std::endl;
+
             return;
         }
 
@@ -142,7 +144,7 @@ PreparedDownload prepare (DescriptionFile description, const DownloadOptions& op
     const auto filters = namedFilters (*description.set);
     const auto match = matchChannels (filters, channels, options.match);
 
-    std::cout << matchTable (match, filters, channels) << std::flush;
+    textOutput() << matchTable (match, filters, channels) << std::flush;
 
     if (! match.problem.empty())
         throw Failure (kExitChannels, "The filters are not those of the receiver's channels: " + match.problem
@@ -159,9 +161,9 @@ PreparedDownload prepare (DescriptionFile description, const DownloadOptions& op
     auto plan = planDownload (*set, receiver.device(), rates, settings);
 
     for (const auto& warning : plan.warnings)
-        std::cerr << "Warning: " << warning << "\n";
+        notes() << "Warning: " << warning << "\n";
 
-    std::cerr << leadInNote ("this receiver runs its filters at two rates, so that", plan.needingLeadIn);
+    notes() << leadInNote ("this receiver runs its filters at two rates, so that", plan.needingLeadIn);
 
     auto text = isArranged (arranged, filters) ? std::move (description.text)
                                                : arrangedDescription (description.text, arranged);
@@ -176,16 +178,19 @@ std::optional<Failure> transfer (const PreparedDownload& download, const Downloa
     DeviceSession session (sessionOptions);
 
     if (options.replace && emptySlot (session, options.slot))
-        std::printf ("Slot %u emptied.\n", options.slot);
+        textOutput() << "Slot " << options.slot << " emptied." << std::endl;
 
-    Progress progress (stdout, isTerminal (stdout));
+    Progress progress;
     DownloadFollower follower (progress, download.plan.totalBytes);
     const auto result = session.device().DownloadFilterSet (options.slot, download.text.c_str(), 0, &follower);
 
     if (result == veltratune_io::kResultOk && ! follower.wasCancelled())
-        progress.show (1.0, [&] { return follower.summary(); });
+        progress.show (1.0, [] { return std::string(); });
 
     progress.endLine();
+
+    if (result == veltratune_io::kResultOk && ! follower.wasCancelled())
+        textOutput() << follower.summary() << "\n";
 
     if (follower.wasCancelled() && result == veltratune_io::kResultOk)
         return Failure (kExitCancelled,
@@ -223,12 +228,16 @@ void download (const SessionOptions& sessionOptions, const DownloadOptions& opti
         throw Failure (kExitReceiver, "The receiver acknowledged all filters, but says that slot "
                                           + std::to_string (options.slot) + " is empty.");
 
-    std::printf ("Slot %u holds \"%s\":", options.slot, prepared.project.c_str());
+    auto text = "Slot " + std::to_string (options.slot) + " holds \"" + prepared.project + "\":";
 
     for (const auto& name : prepared.plan.sentChannels)
-        std::printf (" %s", name.c_str());
+        text += " " + name;
 
-    std::printf ("\n");
+    printResult ({ { "slot", options.slot },
+                   { "project", prepared.project },
+                   { "channels", prepared.plan.sentChannels },
+                   { "bytes", prepared.plan.totalBytes } },
+                 text + "\n");
 }
 
 }

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <cstdio>
+#include <iostream>
 #include <memory>
 
 #include "tools/ExitStatus.h"
+#include "tools/output/Json.h"
 #include "tools/veltra/commands/Commands.h"
 #include "tools/veltra/session/ReceiverSearch.h"
 
@@ -22,12 +23,17 @@ void addFindCommand (CLI::App& program, const SessionOptions& session)
     command->callback ([&session, timeout_ms] {
         const auto duration = *timeout_ms < 0 ? searchTime (session) : std::chrono::milliseconds (*timeout_ms);
         const auto found = searchReceivers (duration, session, [] (const FoundReceiver& receiver) {
-            std::printf ("%s\n", lineOf (receiver).c_str());
-            std::fflush (stdout);
+            printJson ("receiver", { { "name", receiver.name },
+                                     { "address", receiver.address },
+                                     { "model", receiver.model },
+                                     { "answers", ! receiver.model.empty() } });
+            textOutput() << lineOf (receiver) << std::endl;
         });
 
         if (found.empty())
             throw Failure (kExitNoReceiver, "No receiver was found on the network.");
+
+        printResult ({ { "receivers", found.size() } }, "");
     });
 }
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include <algorithm>
-#include <iostream>
 #include <memory>
 
 #include "tools/ExitStatus.h"
+#include "tools/output/Json.h"
 #include "tools/output/OutputFile.h"
 #include "tools/receiver/device/Profile.h"
 #include "tools/veltra/commands/Commands.h"
@@ -111,7 +111,7 @@ void addImportCommand (CLI::App& program)
         if (options->import.project.empty())
             options->import.project = options->output.stem().string();
 
-        const auto description = importFilters (options->import, std::cout, std::cerr);
+        const auto description = importFilters (options->import, textOutput(), notes());
         writeFilterDescription (options->output, description);
 
         std::size_t responses = 0;
@@ -119,8 +119,13 @@ void addImportCommand (CLI::App& program)
         for (const auto& channel : description.channels)
             responses += channel.responses.size();
 
-        std::cout << options->output.string() << ": \"" << description.project << "\", " << description.channels.size()
-                  << " channels, " << responses << " responses\n";
+        printResult ({ { "file", options->output.string() },
+                       { "project", description.project },
+                       { "channels", description.channels.size() },
+                       { "responses", responses } },
+                     options->output.string() + ": \"" + description.project + "\", "
+                         + std::to_string (description.channels.size()) + " channels, " + std::to_string (responses)
+                         + " responses\n");
     });
 }
 

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "common/Text.h"
+#include "tools/output/Json.h"
 #include "tools/veltra/commands/Commands.h"
 #include "tools/veltra/measure/Stimuli.h"
 #include "tools/veltra/session/ChannelName.h"
@@ -192,6 +193,87 @@ void printStimuli (const Device2& device, const Rates& rates)
         });
 }
 
+Json channelObjects (const veltraio::Unit::Device& device)
+{
+    auto channels = Json::array();
+
+    for (const auto& channel : device.outputchannels())
+        channels.push_back ({ { "name", channel.name() },
+                              { "number", channel.channelindex() },
+                              { "subwoofer", channel.type() == veltraio::Unit::Device::ChannelInfo::Type_kSubWoofer },
+                              { "takes_filter", ! channel.noeq() } });
+
+    return channels;
+}
+
+Json topologyObjects (const veltraio::TopologyInfo& info)
+{
+    auto topologies = Json::array();
+
+    for (const auto& entry : info.topologies())
+        topologies.push_back ({ { "sample_rate_Hz", entry.samplerate() },
+                                { "name", entry.name() },
+                                { "parameters", entry.information() },
+                                { "known", topology::findTopology (entry.name()) != nullptr } });
+
+    return topologies;
+}
+
+/** What applications get at each rate. */
+Json designObjects (const Device2& device)
+{
+    auto designs = Json::array();
+
+    for (const auto rate : ratesOf (device))
+        designs.push_back (
+            { { "sample_rate_Hz", rate }, { "parameters", textFrom ([&] (char* buffer, std::uint32_t size) {
+                                                device.GetTopologyParameters ("FIIR", rate, buffer, size);
+                                            }) } });
+
+    return designs;
+}
+
+Json stimulusObjects (const Device2& device, const Rates& rates)
+{
+    auto stimuli = Json::array();
+
+    for (const auto& [name, stimulus] : stimulusNames())
+        for (const auto rate : rates)
+        {
+            auto result = veltratune_io::kResultOk;
+            const auto text = textFrom ([&, kind = stimulus] (char* buffer, std::uint32_t size) {
+                result = device.GetStimulusInformation (kind, rate, buffer, size);
+            });
+
+            if (result == veltratune_io::kResultOk)
+                stimuli.push_back ({ { "name", name }, { "sample_rate_Hz", rate }, { "parameters", text } });
+        }
+
+    return stimuli;
+}
+
+Json objectOf (const std::string& address, const ReceiverDescription& receiver, const Device2& device,
+               const Rates& rates)
+{
+    const auto& unit = receiver.unit;
+    const auto capabilities = device.GetCapabilities();
+    return { { "address", address },
+             { "manufacturer", unit.manufacturer() },
+             { "model", unit.name() },
+             { "name", receiver.device().name() },
+             { "serial_number", unit.has_serialnumber() ? Json (unit.serialnumber()) : Json (nullptr) },
+             { "sets_volume", (capabilities & veltratune_io::kCapabilityVolume) != 0 },
+             { "streams_microphone", (capabilities & veltratune_io::kCapabilityAudioDataCallback) != 0 },
+             { "max_attenuation_dB", shortNumber (device.GetMaxChannelAttenuation()) },
+             { "stimulus_latency_ms", device.GetStimulusLatency() },
+             { "sample_rates_Hz", rates },
+             { "channels", channelObjects (receiver.device()) },
+             { "slots", slotObjects (receiver.device()) },
+             { "topologies", topologyObjects (receiver.topologyInfo) },
+             { "design", designObjects (device) },
+             { "stimuli", stimulusObjects (device, rates) } };
+}
+
 }
 
 void addInfoCommand (CLI::App& program, const SessionOptions& options)
@@ -204,10 +286,17 @@ void addInfoCommand (CLI::App& program, const SessionOptions& options)
         const auto receiver = describeReceiver (resolved);
         DeviceSession session (resolved);
         const auto rates = ratesOf (receiver);
+
+        if (outputForm().json)
+        {
+            printJson ("result", objectOf (resolved.device, receiver, session.device(), rates));
+            return;
+        }
+
         printIdentity (session.device(), rates);
         printChannels (receiver.device());
         std::printf ("\nFilter slots\n");
-        printSlots (receiver.device());
+        std::printf ("%s", slotLines (receiver.device()).c_str());
         printTopologies (receiver.topologyInfo);
         printDesignParameters (session.device(), receiver.topologyInfo);
         printStimuli (session.device(), rates);

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
-#include <fstream>
 #include <memory>
+#include <ostream>
 
 #include "tools/ExitStatus.h"
+#include "tools/InputFile.h"
+#include "tools/output/Json.h"
 #include "tools/veltra/commands/Commands.h"
 #include "tools/veltra/report/ErrorTable.h"
 #include "topology/Topology.h"
@@ -20,17 +21,10 @@ using namespace topology;
 std::vector<std::uint8_t> readBlob (const std::filesystem::path& file)
 {
     // More than the largest buffer of any device: what follows is reported by the length.
-    constexpr std::streamsize longest = 1 << 20;
+    constexpr std::size_t longest = 1 << 20;
 
-    std::ifstream stream (file, std::ios::binary);
-    std::vector<std::uint8_t> bytes (longest);
-    stream.read (reinterpret_cast<char*> (bytes.data()), longest);
-
-    if (stream.bad() || (stream.gcount() == 0 && ! stream.eof()))
-        throw Failure (kExitInput, file.string() + " cannot be read.");
-
-    bytes.resize (static_cast<std::size_t> (stream.gcount()));
-    return bytes;
+    const auto content = readInput (file, longest);
+    return { content.begin(), content.end() };
 }
 
 /** The generation that the user named; otherwise the one that the layout of the bytes shows. */
@@ -47,24 +41,40 @@ const char* nameOf (VLFIRGeneration generation)
         ->name;
 }
 
-std::string gain_dB (std::uint32_t word)
-{
-    const double gain = fromFixed (word, vlfir::gainFractionBits);
-    return fixedText (20.0 * std::log10 (gain), 2) + " dB";
-}
+double gain_dB (std::uint32_t word) { return 20.0 * std::log10 (fromFixed (word, vlfir::gainFractionBits)); }
+
+std::string gainText (std::uint32_t word) { return fixedText (gain_dB (word), 2) + " dB"; }
 
 void printRecord (std::size_t place, const VLFIRRecord& record, VLFIRGeneration generation)
 {
-    std::printf ("channel %zu: word %u (id %u), gain %s, high-rate delay %u, reserved %u\n", place, record.channelWord,
-                 record.channelWord / layoutOf (generation).channelFactor, gain_dB (record.gain).c_str(),
-                 record.highRateDelay, record.reserved);
-    std::printf ("  high-rate taps %u from byte %u, low-rate taps %u from byte %u\n", record.highRateTapCount,
-                 record.highRateOffset, record.lowRateTapCount, record.lowRateOffset);
+    auto& text = textOutput();
+    text << "channel " << place << ": word " << record.channelWord << " (id "
+         << record.channelWord / layoutOf (generation).channelFactor << "), gain " << gainText (record.gain)
+         << ", high-rate delay " << record.highRateDelay << ", reserved " << record.reserved << "\n"
+         << "  high-rate taps " << record.highRateTapCount << " from byte " << record.highRateOffset
+         << ", low-rate taps " << record.lowRateTapCount << " from byte " << record.lowRateOffset << "\n";
 
     if (generation == VLFIRGeneration::second)
-        std::printf ("  stage gains 1 to 4: %s, %s, %s, %s\n", gain_dB (record.stageGain1).c_str(),
-                     gain_dB (record.stageGain2).c_str(), gain_dB (record.stageGain3).c_str(),
-                     gain_dB (record.stageGain4).c_str());
+        text << "  stage gains 1 to 4: " << gainText (record.stageGain1) << ", " << gainText (record.stageGain2) << ", "
+             << gainText (record.stageGain3) << ", " << gainText (record.stageGain4) << "\n";
+}
+
+Json objectOf (const VLFIRRecord& record, VLFIRGeneration generation)
+{
+    Json object { { "word", record.channelWord },
+                  { "number", record.channelWord / layoutOf (generation).channelFactor },
+                  { "gain_dB", gain_dB (record.gain) },
+                  { "high_rate_delay_samples", record.highRateDelay },
+                  { "high_rate_taps", record.highRateTapCount },
+                  { "high_rate_offset_bytes", record.highRateOffset },
+                  { "low_rate_taps", record.lowRateTapCount },
+                  { "low_rate_offset_bytes", record.lowRateOffset } };
+
+    if (generation == VLFIRGeneration::second)
+        object["stage_gains_dB"] = { gain_dB (record.stageGain1), gain_dB (record.stageGain2),
+                                     gain_dB (record.stageGain3), gain_dB (record.stageGain4) };
+
+    return object;
 }
 
 void inspect (const std::filesystem::path& file, const std::string& topology)
@@ -72,19 +82,29 @@ void inspect (const std::filesystem::path& file, const std::string& topology)
     const auto bytes = readBlob (file);
     const auto contents = readVLFIRBlob (bytes, chooseGeneration (topology, bytes));
 
-    std::printf ("%s: %s, %zu bytes, %u Hz, %u channels\n", file.string().c_str(), nameOf (contents.generation),
-                 bytes.size(), contents.sampleRate, contents.channelCount);
+    textOutput() << inputName (file) << ": " << nameOf (contents.generation) << ", " << bytes.size() << " bytes, "
+                 << contents.sampleRate << " Hz, " << contents.channelCount << " channels\n";
+    auto channels = Json::array();
 
     for (std::size_t i = 0; i < contents.records.size(); ++i)
+    {
         printRecord (i, contents.records[i], contents.generation);
+        channels.push_back (objectOf (contents.records[i], contents.generation));
+    }
 
     for (const auto& problem : contents.problems)
-        std::printf ("wrong: %s\n", problem.c_str());
+        textOutput() << "wrong: " << problem << "\n";
+
+    printResult ({ { "file", file.string() },
+                   { "topology", nameOf (contents.generation) },
+                   { "bytes", bytes.size() },
+                   { "sample_rate_Hz", contents.sampleRate },
+                   { "channels", std::move (channels) },
+                   { "problems", contents.problems } },
+                 contents.problems.empty() ? "Every offset and count fits the file.\n" : "");
 
     if (! contents.problems.empty())
-        throw Failure (kExitInput, file.string() + " is not a valid blob.");
-
-    std::printf ("Every offset and count fits the file.\n");
+        throw Failure (kExitInput, inputName (file) + " is not a valid blob.");
 }
 
 }

@@ -4,6 +4,8 @@
 
 #include "common/Text.h"
 #include "tools/ExitStatus.h"
+#include "tools/output/Completion.h"
+#include "tools/output/Json.h"
 #include "tools/output/OutputFile.h"
 #include "tools/output/SignalWatch.h"
 #include "tools/veltra/commands/Commands.h"
@@ -22,9 +24,36 @@ std::string footer()
     return "\nThe exit status is 0, or:\n"
            + exitStatusHelp ({ kExitInternal, kExitUsage, kExitModule, kExitNoReceiver, kExitReceiver, kExitInput,
                                kExitOutput, kExitSlotInUse, kExitConversion, kExitChannels, kExitCancelled })
-           + "Output files appear complete or not at all and keep the mode of the file that they replace. Devices, pipes and\n"
+           + "Results go to standard output, progress and notes to standard error. An input file \"-\" is standard input.\n"
+             "Output files appear complete or not at all and keep the mode of the file that they replace. Devices, pipes and\n"
              "links are written through; \"-\" is standard output, and what a command prints then goes to standard error.\n"
              "A command's own options: `veltra COMMAND --help`.\n";
+}
+
+/** The help of a command shows the options, too, that it has in common with others. */
+class Help final : public CLI::Formatter
+{
+    std::string make_footer (const CLI::App* app) const override
+    {
+        std::string text;
+
+        if (const auto* const program = app->get_parent(); program != nullptr)
+            for (const auto& group : program->get_groups())
+                if (group != "Options") // those are the program's own, such as --version
+                    text += make_group (group, false, program->get_options ([&] (const CLI::Option* option) {
+                        return option->get_group() == group;
+                    }));
+
+        return text + Formatter::make_footer (app);
+    }
+};
+
+void addOutputOptions (CLI::App& program)
+{
+    const auto group = "Options for all commands";
+    program.add_flag ("--json", outputForm().json, "Print results as JSON, one object a line, see docs/json.md")
+        ->group (group);
+    program.add_flag ("--quiet", outputForm().quiet, "Print neither progress nor notes")->group (group);
 }
 
 void addSessionOptions (CLI::App& program, SessionOptions& session)
@@ -41,7 +70,12 @@ void addSessionOptions (CLI::App& program, SessionOptions& session)
         ->type_name ("FILE")
         ->envname ("VELTRA_MODULE")
         ->group (group);
-    program.add_option ("--log", session.log, "Append the module's log to a file")->type_name ("FILE")->group (group);
+    program.add_option ("--log", session.log, "Append the module's log to a file")
+        ->check ([] (const std::string& file) {
+            return file == "-" ? std::string ("the module writes its log into files only") : std::string();
+        })
+        ->type_name ("FILE")
+        ->group (group);
     program
         .add_option ("--log-level", session.logLevel, "Least level to log: trace, debug, info, warn, error, fatal, off")
         ->transform (CLI::CheckedTransformer (kLogLevels, CLI::ignore_case).description (""))
@@ -70,6 +104,13 @@ void addSessionOptions (CLI::App& program, SessionOptions& session)
         ->group (group);
 }
 
+ExitStatus report (ExitStatus status, const std::string& words)
+{
+    std::fprintf (stderr, "veltra: %s\n", words.c_str());
+    printJson ("error", { { "status", static_cast<int> (status) }, { "message", words } });
+    return status;
+}
+
 int run (int argc, char** argv)
 {
     SessionOptions session;
@@ -78,6 +119,8 @@ int run (int argc, char** argv)
     program.fallthrough();
     program.footer (footer());
     program.set_version_flag ("--version", VELTRA_VERSION);
+    program.formatter (std::make_shared<Help>());
+    addOutputOptions (program);
     addSessionOptions (program, session);
 
     addFindCommand (program, session);
@@ -91,6 +134,8 @@ int run (int argc, char** argv)
     addSlotCommands (program, session);
     addMeasureCommand (program, session);
     addControlCommands (program, session);
+    program.set_help_all_flag ("--help-all", "Print this help with those of all commands");
+    addCompletionOption (program);
 
     try
     {
@@ -107,18 +152,15 @@ int run (int argc, char** argv)
         if (error.get_exit_code() == static_cast<int> (CLI::ExitCodes::Success))
             return program.exit (error); // --help and --version
 
-        std::fprintf (stderr, "veltra: %s; see `veltra --help`.\n", logText (error.what()).c_str());
-        return kExitUsage;
+        return report (kExitUsage, logText (error.what()) + "; see `veltra --help`.");
     }
     catch (const Failure& failure)
     {
-        std::fprintf (stderr, "veltra: %s\n", logText (failure.what()).c_str());
-        return failure.status;
+        return report (failure.status, logText (failure.what()));
     }
     catch (const std::exception& fault)
     {
-        std::fprintf (stderr, "veltra: a fault of this program: %s.\n", fault.what());
-        return kExitInternal;
+        return report (kExitInternal, std::string ("a fault of this program: ") + fault.what() + ".");
     }
 }
 

@@ -4,8 +4,11 @@
 #include <cstdio>
 #include <memory>
 #include <optional>
+#include <ostream>
+#include <utility>
 
 #include "tools/ExitStatus.h"
+#include "tools/output/Json.h"
 #include "tools/output/OutputFile.h"
 #include "tools/output/SignalWatch.h"
 #include "tools/veltra/commands/Commands.h"
@@ -45,31 +48,41 @@ std::string levelText (float peak)
     return text;
 }
 
-/** Follows a capture: in a terminal several times a second, in a pipe at every second of audio. */
+/** What a level is in dB; nothing for silence. */
+Json decibels (float peak)
+{
+    return peak > 0.0f ? Json (std::round (2000.0 * std::log10 (static_cast<double> (peak))) / 100.0) : Json (nullptr);
+}
+
+/** Follows a capture: on a terminal several times a second, with --json an event at every second of audio. */
 class LevelMeter
 {
 public:
     LevelMeter (CaptureRecorder& recorderToUse, double rateToUse)
         : recorder (recorderToUse),
           rate (rateToUse),
-          line (stdout, isTerminal (stdout))
+          line (stderr, isWatched (stderr))
     {
     }
 
     void update()
     {
         const double seconds = static_cast<double> (recorder.samples().size()) / rate;
-
-        if (! line.isForTerminal() && seconds < nextLine)
-            return;
-
-        nextLine = std::floor (seconds) + 1.0;
         const float peak = recorder.takePeak();
         highest = std::max (highest, peak);
+        ofSecond = std::max (ofSecond, peak);
 
         char start[64];
         std::snprintf (start, sizeof (start), "%5.1f s  %zu packets  ", seconds, recorder.arrivals().size());
-        line.show (start + (line.isForTerminal() ? "[" + levelBar (peak) + "] " : "") + levelText (peak));
+        line.show (start + ("[" + levelBar (peak) + "] ") + levelText (peak));
+
+        if (seconds < nextEvent || outputForm().quiet)
+            return;
+
+        nextEvent = std::floor (seconds) + 1.0;
+        printJson ("level", { { "seconds", seconds },
+                              { "packets", recorder.arrivals().size() },
+                              { "peak_dBFS", decibels (std::exchange (ofSecond, 0.0f)) } });
     }
 
     /** @returns  the largest magnitude of all */
@@ -89,8 +102,9 @@ private:
     CaptureRecorder& recorder;
     const double rate;
     StatusLine line;
-    double nextLine = 0.0;
+    double nextEvent = 0.0;
     float highest = 0.0f;
+    float ofSecond = 0.0f; // since the last event
 };
 
 void checkDevice (const veltratune_io::Device2& device, const MeasureOptions& options)
@@ -112,13 +126,27 @@ void checkDevice (const veltratune_io::Device2& device, const MeasureOptions& op
 void report (const CaptureRecorder& recorder, float peak, const MeasureOptions& options)
 {
     const auto rate = static_cast<double> (options.plan.sampleRate);
-    std::printf ("%s: %.2f s at %u Hz in %zu packets, %s\n", options.output.string().c_str(),
-                 static_cast<double> (recorder.samples().size()) / rate, options.plan.sampleRate,
-                 recorder.arrivals().size(), levelText (peak).c_str());
+    const auto seconds = static_cast<double> (recorder.samples().size()) / rate;
+    const auto missing = missingSeconds (recorder.arrivals(), rate);
+    const bool isIncomplete = missing && *missing > kNotableGap_s;
 
-    if (const auto missing = missingSeconds (recorder.arrivals(), rate); missing && *missing > kNotableGap_s)
-        std::printf ("Note: about %.0f ms of audio are missing; packets were lost, or the receiver stalled.\n",
-                     1000.0 * *missing);
+    char text[128];
+    std::snprintf (text, sizeof (text), ": %.2f s at %u Hz in %zu packets, ", seconds, options.plan.sampleRate,
+                   recorder.arrivals().size());
+    printResult ({ { "file", options.output.string() },
+                   { "sample_rate_Hz", options.plan.sampleRate },
+                   { "samples", recorder.samples().size() },
+                   { "seconds", seconds },
+                   { "packets", recorder.arrivals().size() },
+                   { "peak_dBFS", decibels (peak) },
+                   { "missing_s", isIncomplete ? *missing : 0.0 } },
+                 options.output.string() + text + levelText (peak) + "\n");
+
+    if (isIncomplete)
+    {
+        std::snprintf (text, sizeof (text), "%.0f", 1000.0 * *missing);
+        notes() << "Note: about " << text << " ms of audio are missing; packets were lost, or the receiver stalled.\n";
+    }
 }
 
 void runMeasurement (const SessionOptions& sessionOptions, MeasureOptions& options)

@@ -3,6 +3,7 @@
 
 #include "filters/FilterDescriptionParser.h"
 #include "tools/ExitStatus.h"
+#include "tools/InputFile.h"
 #include "tools/veltra/filters/TextFile.h"
 
 namespace veltra::host {
@@ -15,7 +16,8 @@ DescriptionFile readDescription (const std::filesystem::path& file)
 
     if (parser::FIIR::parse (description.text.c_str(), description.set.get(), "Veltra", &problem)
         != parser::FIIR::Success)
-        throw Failure (kExitInput, file.string() + " is not a valid filter description: " + describe (problem) + ".");
+        throw Failure (kExitInput,
+                       inputName (file) + " is not a valid filter description: " + describe (problem) + ".");
 
     return description;
 }

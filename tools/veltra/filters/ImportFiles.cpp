@@ -2,11 +2,12 @@
 #include "tools/veltra/filters/ImportFiles.h"
 
 #include <algorithm>
-#include <fstream>
 #include <optional>
+#include <sstream>
 
 #include "common/Text.h"
 #include "tools/ExitStatus.h"
+#include "tools/InputFile.h"
 #include "tools/veltra/session/StrictNumber.h"
 
 namespace fs = std::filesystem;
@@ -93,7 +94,13 @@ ImpulseFile impulseFileFromName (const fs::path& file)
 
 std::vector<ImpulseFile> readMapping (const fs::path& file)
 {
-    std::ifstream stream (file);
+    constexpr std::size_t largest = 1u << 20;
+    const auto text = readInput (file, largest);
+
+    if (text.size() > largest)
+        throw Failure (kExitInput, inputName (file) + " is too large for a mapping file.");
+
+    std::istringstream stream (text);
     std::vector<ImpulseFile> files;
     std::string line;
 
@@ -108,14 +115,11 @@ std::vector<ImpulseFile> readMapping (const fs::path& file)
         const auto rate = number (takeWord (rest), kHighestRate);
 
         if (! rate || rest.empty())
-            throw Failure (kExitInput, "Line " + std::to_string (lineNumber) + " of " + file.string()
+            throw Failure (kExitInput, "Line " + std::to_string (lineNumber) + " of " + inputName (file)
                                            + ": expected CHANNEL RATE FILE.");
 
         files.push_back ({ std::string (channel), *rate, file.parent_path() / fs::path (rest) });
     }
-
-    if (! stream.eof()) // also when it could not be opened
-        throw Failure (kExitInput, "The mapping file " + file.string() + " cannot be read.");
 
     return files;
 }

@@ -6,7 +6,7 @@
 
 namespace veltra::host {
 
-/** The text of a filter description's file.
+/** The text of a filter description's file, "-" for standard input.
     @throws  Failure (kExitInput) when it cannot be read, is larger than 1 GiB, or holds NUL characters, after
              which a parser would see nothing
 */

@@ -84,4 +84,24 @@ void printConversion (std::ostream& stream, const std::vector<ConvertedChannel>&
     stream << kErrorLegend;
 }
 
+Json objectsOf (const std::vector<ConvertedChannel>& channels)
+{
+    auto objects = Json::array();
+
+    for (const auto& channel : channels)
+    {
+        Json object { { "channel", channel.name }, { "error", objectOf (channel.error) } };
+
+        if (const auto& structure = channel.dualRate)
+            object["dual_rate"] = { { "offset_samples", structure->offset },
+                                    { "delay_samples", structure->delay },
+                                    { "attenuation_dB", structure->attenuation_dB },
+                                    { "clipped", structure->clipped } };
+
+        objects.push_back (std::move (object));
+    }
+
+    return objects;
+}
+
 }

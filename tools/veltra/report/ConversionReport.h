@@ -9,6 +9,7 @@
 #include <Eigen/Core>
 
 #include "dsp/ResponseError.h"
+#include "tools/output/Json.h"
 #include "topology/Topology.h"
 
 namespace veltra::host {
@@ -38,5 +39,8 @@ std::vector<ConvertedChannel> examineConversion (topology::IFIRSource& source, c
 
 /** Prints a table with a row for each channel. */
 void printConversion (std::ostream& stream, const std::vector<ConvertedChannel>& channels);
+
+/** The same for scripts: an array with an object for each channel. */
+Json objectsOf (const std::vector<ConvertedChannel>& channels);
 
 }

@@ -106,4 +106,18 @@ void printErrors (std::ostream& stream, const std::vector<std::string>& headings
     }
 }
 
+Json objectOf (const dsp::ResponseError& error)
+{
+    auto octaves = Json::array();
+
+    for (const auto& octave : error.octaves)
+        octaves.push_back (
+            { { "centre_Hz", octave.centre_Hz }, { "error_dB", octave.error_dB }, { "level_dB", octave.level_dB } });
+
+    return { { "silent", error.isSilent },
+             { "exact", error.overall_dB == -HUGE_VAL },
+             { "overall_dB", error.overall_dB },
+             { "octaves", std::move (octaves) } };
+}
+
 }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "dsp/ResponseError.h"
+#include "tools/output/Json.h"
 
 namespace veltra::host {
 
@@ -21,6 +22,9 @@ struct ErrorRow
     @param headings  of the details
 */
 void printErrors (std::ostream& stream, const std::vector<std::string>& headings, const std::vector<ErrorRow>& rows);
+
+/** An error for scripts: an object with "silent", "exact", "overall_dB" (null when it is not finite) and "octaves". */
+Json objectOf (const dsp::ResponseError& error);
 
 /** Explains the numbers of such tables; one line. */
 extern const char* const kErrorLegend;

@@ -21,15 +21,29 @@ std::vector<FilterSet*> setsIn (Device& device, std::uint32_t slot)
     return sets;
 }
 
-void printSlots (const veltraio::Unit::Device& device)
+std::string slotLines (const veltraio::Unit::Device& device)
 {
+    std::string lines;
     int number = 0;
 
     for (const auto& slot : device.filterslots())
-        if (slot.isoccupied())
-            std::printf ("  %2d  \"%s\"\n", number++, logText (slot.name()).c_str());
-        else
-            std::printf ("  %2d  empty\n", number++);
+    {
+        char start[16];
+        std::snprintf (start, sizeof (start), "  %2d  ", number++);
+        lines += start + (slot.isoccupied() ? "\"" + logText (slot.name()) + "\"" : "empty") + "\n";
+    }
+
+    return lines;
+}
+
+Json slotObjects (const veltraio::Unit::Device& device)
+{
+    auto slots = Json::array();
+
+    for (const auto& slot : device.filterslots())
+        slots.push_back ({ { "slot", slots.size() }, { "occupied", slot.isoccupied() }, { "name", slot.name() } });
+
+    return slots;
 }
 
 void checkSlot (std::uint32_t count, std::uint32_t slot)

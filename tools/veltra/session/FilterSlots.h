@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "protocol/veltraio.pb.h"
+#include "tools/output/Json.h"
 #include "tools/veltra/session/DeviceSession.h"
 
 namespace veltra::host {
@@ -13,8 +14,11 @@ namespace veltra::host {
 /** The filter sets of a slot, borrowed from the device. */
 std::vector<veltratune_io::FilterSet*> setsIn (veltratune_io::Device& device, std::uint32_t slot);
 
-/** Prints a line for each slot, as the receiver describes it. */
-void printSlots (const veltraio::Unit::Device& device);
+/** A line for each slot, as the receiver describes it. */
+std::string slotLines (const veltraio::Unit::Device& device);
+
+/** The same for scripts: an array of objects with "slot", "occupied" and "name". */
+Json slotObjects (const veltraio::Unit::Device& device);
 
 /** @param count  of the slots that the receiver has
     @throws       Failure (kExitUsage) for a slot that is not one of them */

@@ -7,12 +7,14 @@
 #include <deque>
 #include <mutex>
 #include <optional>
+#include <ostream>
 
 #include "common/Numbers.h"
 #include "common/SettingKeys.h"
 #include "common/Text.h"
 #include "discovery/ConnectionManager.h"
 #include "tools/ExitStatus.h"
+#include "tools/output/Json.h"
 #include "tools/veltra/session/ConnectionLog.h"
 #include "tools/veltra/session/ReceiverDescription.h"
 
@@ -119,9 +121,9 @@ std::string lineOf (const FoundReceiver& receiver)
 std::string onlyReceiver (const SessionOptions& options)
 {
     const auto duration = searchTime (options);
-    std::fprintf (stderr, "Searching the network for %g s ...\n", static_cast<double> (duration.count()) / 1000.0);
+    notes() << "Searching the network for " << static_cast<double> (duration.count()) / 1000.0 << " s ..." << std::endl;
     const auto found = searchReceivers (
-        duration, options, [] (const auto& receiver) { std::fprintf (stderr, "  %s\n", lineOf (receiver).c_str()); });
+        duration, options, [] (const auto& receiver) { notes() << "  " << lineOf (receiver) << std::endl; });
 
     if (found.empty())
         throw Failure (kExitNoReceiver,

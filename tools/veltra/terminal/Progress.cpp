@@ -4,14 +4,16 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <utility>
+
+#include "tools/output/Json.h"
 
 namespace veltra::host {
 
 namespace {
 
 constexpr int kBarWidth = 30;
-constexpr int kStepsInATerminal = 200;
-constexpr int kStepsElsewhere = 10;
+constexpr int kEvents = 20;
 
 double limited (double fraction) noexcept
 {
@@ -20,23 +22,23 @@ double limited (double fraction) noexcept
 
 }
 
-bool Progress::isNews (double fraction) noexcept
+bool Progress::isNews (double fraction, int steps, int& lastStep) noexcept
 {
-    const int steps = line.isForTerminal() ? kStepsInATerminal : kStepsElsewhere;
     const int step = static_cast<int> (limited (fraction) * steps);
+    return std::exchange (lastStep, step) != step;
+}
 
-    if (step == shownStep)
-        return false;
-
-    shownStep = step;
-    return true;
+void Progress::printEvent (double fraction)
+{
+    if (outputForm().json && ! outputForm().quiet && isNews (fraction, kEvents, printedStep))
+        printJson ("progress", { { "fraction", limited (fraction) } });
 }
 
 void Progress::print (double fraction, const std::string& text)
 {
     char percent[16];
     std::snprintf (percent, sizeof (percent), "%3.0f %%  ", std::floor (100.0 * limited (fraction)));
-    line.show ((line.isForTerminal() ? "[" + bar (fraction, kBarWidth) + "] " : "") + percent + text);
+    line.show ("[" + bar (fraction, kBarWidth) + "] " + percent + text);
 }
 
 std::string readableBytes (double bytes)

@@ -7,10 +7,13 @@
 
 namespace veltra::host {
 
-/** Shows how far a piece of work is: on a terminal as a bar, elsewhere as a line for every tenth of the work. */
+/** Shows how far a piece of work is: on a terminal as a bar, elsewhere not at all, and with --json also as an event
+    "progress" for every twentieth of the work. */
 class Progress
 {
 public:
+    Progress() noexcept : line (stderr, isWatched (stderr)) {}
+
     /** As StatusLine's. */
     Progress (std::FILE* stream, bool terminal) noexcept : line (stream, terminal) {}
 
@@ -22,18 +25,24 @@ public:
     template <typename Text>
     void show (double fraction, Text&& text)
     {
-        if (isNews (fraction))
+        printEvent (fraction);
+
+        if (line.isForTerminal() && isNews (fraction, kStepsInATerminal, shownStep))
             print (fraction, text());
     }
 
     void endLine() { line.endLine(); }
 
 private:
-    bool isNews (double fraction) noexcept;
+    static constexpr int kStepsInATerminal = 200;
+
+    static bool isNews (double fraction, int steps, int& lastStep) noexcept;
     void print (double fraction, const std::string& text);
+    void printEvent (double fraction);
 
     StatusLine line;
     int shownStep = -1;
+    int printedStep = -1;
 };
 
 /** A number of bytes as a person reads it: "812 B", "34.2 kB", "1.57 MB". */

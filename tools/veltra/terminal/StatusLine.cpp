@@ -4,9 +4,23 @@
 #include <algorithm>
 #include <cmath>
 
+#include "common/Text.h"
+#include "tools/output/Json.h"
 #include "tools/platform/Process.h"
 
 namespace veltra::host {
+
+namespace {
+
+constexpr unsigned kUsualWidth = 80;
+
+std::size_t characterCount (const std::string& validText)
+{
+    return static_cast<std::size_t> (std::ranges::count_if (
+        validText, [] (char byte) { return (static_cast<unsigned char> (byte) & 0xC0) != 0x80; }));
+}
+
+}
 
 StatusLine::StatusLine (std::FILE* streamToUse, bool isForATerminal) noexcept
     : stream (streamToUse),
@@ -18,17 +32,17 @@ StatusLine::~StatusLine() { endLine(); }
 
 void StatusLine::show (const std::string& text)
 {
-    if (terminal)
-    {
-        const auto blanks = shownLength > text.size() ? shownLength - text.size() : 0;
-        std::fprintf (stream, "\r%s%*s", text.c_str(), static_cast<int> (blanks), "");
-        shownLength = text.size();
-    }
-    else
-    {
-        std::fprintf (stream, "%s\n", text.c_str());
-    }
+    if (! terminal)
+        return;
 
+    // The last column stays free: some terminals begin a new line when it is filled.
+    const auto width = platform::terminalWidth (stream).value_or (kUsualWidth);
+    const std::string shown (firstCharacters (text, std::max (width, 2u) - 1));
+    const auto length = characterCount (shown);
+    const auto covered = std::min (shownLength, std::size_t { std::max (width, 2u) - 1 });
+    const auto blanks = covered > length ? covered - length : 0;
+    std::fprintf (stream, "\r%s%*s", shown.c_str(), static_cast<int> (blanks), "");
+    shownLength = length;
     std::fflush (stream);
 }
 
@@ -41,7 +55,7 @@ void StatusLine::endLine()
     shownLength = 0;
 }
 
-bool isTerminal (std::FILE* stream) noexcept { return platform::isTerminal (stream); }
+bool isWatched (std::FILE* stream) noexcept { return ! outputForm().quiet && platform::isTerminal (stream); }
 
 std::string bar (double fraction, int width)
 {

@@ -6,12 +6,12 @@
 
 namespace veltra::host {
 
-/** Text that follows work in hand: on a terminal one line that is drawn anew, elsewhere a line for each text. */
+/** Text that follows work in hand: on a terminal one line that is drawn anew, elsewhere nothing. */
 class StatusLine
 {
 public:
     /** @param stream    borrowed
-        @param terminal  whether a person watches the stream, see isTerminal
+        @param terminal  whether a person watches the stream, see isWatched
     */
     StatusLine (std::FILE* stream, bool terminal) noexcept;
 
@@ -23,6 +23,7 @@ public:
 
     bool isForTerminal() const noexcept { return terminal; }
 
+    /** @param text  valid UTF-8; cut to the terminal's width, since a longer one could not be drawn anew */
     void show (const std::string& text);
 
     /** Leaves the text that is there and ends its line, so that something else can be printed. */
@@ -31,11 +32,11 @@ public:
 private:
     std::FILE* stream;
     bool terminal;
-    std::size_t shownLength = 0;
+    std::size_t shownLength = 0; // characters
 };
 
-/** Whether a stream goes to a terminal. */
-bool isTerminal (std::FILE* stream) noexcept;
+/** Whether progress on a stream is for anybody: it goes to a terminal, and --quiet is not given. */
+bool isWatched (std::FILE* stream) noexcept;
 
 /** A bar of `width` characters, such as "#####.....", for a fraction that is limited to 0 to 1. */
 std::string bar (double fraction, int width);
