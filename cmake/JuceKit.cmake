@@ -21,6 +21,9 @@ target_compile_definitions(juce_kit PUBLIC
   _NDEBUG=1
   $<$<PLATFORM_ID:Linux>:LINUX=1>)
 target_compile_options(juce_kit PRIVATE -w)
+if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
+  target_compile_options(juce_kit PRIVATE -include ${CMAKE_CURRENT_LIST_DIR}/JuceCloseOnExec.h)
+endif()
 target_link_libraries(juce_kit PUBLIC ZLIB::ZLIB Threads::Threads ${CMAKE_DL_LIBS})
 if(WIN32)
   target_link_libraries(juce_kit PUBLIC ws2_32 iphlpapi wininet version shlwapi winmm ole32 oleaut32 uuid)

@@ -8,6 +8,9 @@ if(NOT MSVC AND NOT VELTRA_SANITIZE)
   add_compile_options(-ffile-prefix-map=${CMAKE_SOURCE_DIR}=. -ffile-prefix-map=${CMAKE_BINARY_DIR}=build)
   add_compile_definitions(_GLIBCXX_ASSERTIONS)
 
+  # It needs optimisation. One option, so that nothing comes between the two and the -U of other flags comes before.
+  add_compile_options("$<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:SHELL:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>")
+
   if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
     add_compile_options(-fstack-clash-protection)
     add_link_options(LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)

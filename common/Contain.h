@@ -6,22 +6,40 @@
 #include <string>
 #include <utility>
 
+#if defined(__GLIBCXX__)
+#include <cxxabi.h>
+#endif
+
 #include "common/Log.h"
 
 namespace veltra {
 
+/** How the C++ library unwinds a thread that the host cancels or ends. Whoever catches everything has to pass it on, or the
+    library ends the process. */
+#if defined(__GLIBCXX__)
+using ThreadEnd = abi::__forced_unwind;
+#else
+struct ThreadEnd
+{
+};
+#endif
+
 /** Runs the body of an operation that the host called: whatever it throws ends here, since no exception may
-    cross the module's boundary.
+    cross the module's boundary. The end of a cancelled thread passes through.
 
     @param onFailure  what the operation returns when its body threw
     @param words      receives a text about the failure; may be null
 */
 template <typename Result, typename Body>
-Result guarded (Result onFailure, std::string* words, Body&& body) noexcept
+Result guarded (Result onFailure, std::string* words, Body&& body)
 {
     try
     {
         return std::forward<Body> (body)();
+    }
+    catch (const ThreadEnd&)
+    {
+        throw;
     }
     catch (const std::bad_alloc&)
     {
@@ -50,18 +68,22 @@ Result guarded (Result onFailure, std::string* words, Body&& body) noexcept
 
 /** The same without a text. */
 template <typename Result, typename Body>
-Result guarded (Result onFailure, Body&& body) noexcept
+Result guarded (Result onFailure, Body&& body)
 {
     return guarded (onFailure, nullptr, std::forward<Body> (body));
 }
 
 /** The same for an operation that returns nothing. */
 template <typename Body>
-void guarded (Body&& body) noexcept
+void guarded (Body&& body)
 {
     try
     {
         std::forward<Body> (body)();
+    }
+    catch (const ThreadEnd&)
+    {
+        throw;
     }
     catch (...)
     {

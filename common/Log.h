@@ -9,6 +9,9 @@
 
     Levels: TRACE, DEBUG, INFO, WARN, ERROR, FATAL. Any thread. Never throws: destructors and the roots of threads log,
     and a line that finds no memory is lost, not the process. Numbers look the same whatever C++ locale the host has set.
+
+    The root logger belongs to the whole process. While it has no appender nothing is logged, whatever its level:
+    log4cplus would complain on standard error.
 */
 
 #include <locale>
@@ -18,7 +21,12 @@
 #include <log4cplus/logger.h>
 #include <log4cplus/loggingmacros.h>
 
+#include "common/GuestProcess.h"
+
 namespace veltra {
+
+/** Whether a line of this level of log4cplus reaches anybody. */
+bool isLogged (log4cplus::LogLevel level);
 
 /** Collects the text of one line. log4cplus's own stream would write numbers by the host's locale. */
 class LogLine
@@ -46,7 +54,10 @@ private:
     {                                                                                                                  \
         try                                                                                                            \
         {                                                                                                              \
-            LOG4CPLUS_##level##_STR (::log4cplus::Logger::getRoot(), (::veltra::LogLine() << words).text());           \
+            const ::veltra::NoCancellation untilItIsWritten;                                                           \
+                                                                                                                       \
+            if (::veltra::isLogged (::log4cplus::level##_LOG_LEVEL))                                                   \
+                LOG4CPLUS_##level##_STR (::log4cplus::Logger::getRoot(), (::veltra::LogLine() << words).text());       \
         }                                                                                                              \
         catch (...)                                                                                                    \
         {                                                                                                              \

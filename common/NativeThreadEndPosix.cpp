@@ -11,6 +11,8 @@
 #include <sys/syscall.h>
 #endif
 
+#include "common/GuestProcess.h"
+
 namespace veltra {
 
 namespace {
@@ -39,7 +41,11 @@ bool exists (std::uintptr_t thread) noexcept { return ::syscall (SYS_tgkill, ::g
 
 NativeThreadEnd::~NativeThreadEnd() = default;
 
-void NativeThreadEnd::started() noexcept { thread.store (ownThread()); }
+void NativeThreadEnd::started() noexcept
+{
+    HeldSignals::forThisThread();
+    thread.store (ownThread());
+}
 
 void NativeThreadEnd::waitUntilGone() noexcept
 {

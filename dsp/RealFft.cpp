@@ -8,46 +8,36 @@
 
 #include <fftw3.h>
 
-#if defined(__unix__) || defined(__APPLE__)
-#include <dlfcn.h>
-#endif
+#include "common/GuestProcess.h"
 
 namespace veltra::dsp {
 
 namespace {
 
-std::mutex planner;
-
-/** Keeps FFTW's shared library in the process when the module that brought it in is unloaded. Its planner holds some
-    170 KB that would be lost with each load of the module. Freeing them instead, by fftwf_cleanup, would void the
-    plans of a host that uses FFTW as well.
-    @returns true, for a static variable to do it once */
-bool keepLibraryLoaded() noexcept
+/** FFTW's planner keeps state for all plans and takes one thread at a time; executing a plan does not need it. Whatever
+    makes or destroys a plan holds this lock, and no plan is made outside of this file. FFTW is linked in, so nobody else
+    shares the planner. */
+class Planner
 {
-#if defined(__unix__) || defined(__APPLE__)
-    Dl_info fftw {}, self {};
+public:
+    /** Frees some 170 KB, which would be lost with each load of the module. */
+    ~Planner()
+    {
+        if (process == processId())
+            fftwf_cleanup();
+    }
 
-    // FFTW linked into the module goes with the module, which has to stay removable.
-    if (dladdr (reinterpret_cast<void*> (&fftwf_execute), &fftw) != 0 && dladdr (&planner, &self) != 0
-        && fftw.dli_fbase != self.dli_fbase)
-        if (void* const library = dlopen (fftw.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE))
-            dlclose (library);
-#endif
-    return true;
-}
+    std::unique_lock<std::mutex> lock() { return std::unique_lock (mutex); }
 
-/** FFTW's planner keeps state for the whole process and takes one thread at a time; executing a plan does not need it.
-    Whatever makes or destroys a plan holds this lock, and no plan is made outside of this file.
+    /** A process that was forked meanwhile has a copy of the plans, and of a lock that a thread which it does not have may
+        hold: it leaves both alone when it ends. */
+    const int process = processId();
 
-    FFTW's own remedy, fftwf_make_planner_thread_safe, leaves a hook in the library that outlives a module which is
-    unloaded, and a host that then plans for itself crashes.
-*/
-std::unique_lock<std::mutex> lockPlanner()
-{
-    static const bool kept = keepLibraryLoaded();
-    static_cast<void> (kept);
-    return std::unique_lock (planner);
-}
+private:
+    std::mutex mutex;
+};
+
+Planner planner;
 
 constexpr unsigned planFlags = FFTW_ESTIMATE | FFTW_PRESERVE_INPUT;
 
@@ -64,7 +54,10 @@ float* asFftw (const Eigen::VectorXf& v) noexcept { return const_cast<float*> (v
 
 void RealFft::DestroyPlan::operator() (fftwf_plan_s* plan) const noexcept
 {
-    const auto lock = lockPlanner();
+    if (process != processId())
+        return;
+
+    const auto lock = planner.lock();
     fftwf_destroy_plan (plan);
 }
 
@@ -75,9 +68,10 @@ RealFft::RealFft (int size) : length (size)
     const Eigen::VectorXcf spectrum (bins());
 
     {
-        const auto lock = lockPlanner();
-        forwardPlan.reset (fftwf_plan_dft_r2c_1d (length, asFftw (samples), asFftw (spectrum), planFlags));
-        inversePlan.reset (fftwf_plan_dft_c2r_1d (length, asFftw (spectrum), asFftw (samples), planFlags));
+        const auto lock = planner.lock();
+        const DestroyPlan destroy { processId() };
+        forwardPlan = { fftwf_plan_dft_r2c_1d (length, asFftw (samples), asFftw (spectrum), planFlags), destroy };
+        inversePlan = { fftwf_plan_dft_c2r_1d (length, asFftw (spectrum), asFftw (samples), planFlags), destroy };
     }
 
     if (forwardPlan == nullptr || inversePlan == nullptr)

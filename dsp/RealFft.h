@@ -58,6 +58,8 @@ private:
     struct DestroyPlan
     {
         void operator() (fftwf_plan_s* plan) const noexcept;
+
+        int process; // that made it
     };
     using Plan = std::unique_ptr<fftwf_plan_s, DestroyPlan>;
 

@@ -2,8 +2,8 @@
 #include "plugin/AudioCapture.h"
 
 #include "common/Clock.h"
-#include "common/Contain.h"
 #include "common/Log.h"
+#include "plugin/HostCall.h"
 
 namespace veltra::plugin {
 
@@ -34,7 +34,8 @@ void AudioCapture::handle (juce::InputStream& stream)
 
 void AudioCapture::onEvent (const veltraio::AudioData& packet)
 {
-    guarded ([&] { deliver (packet); });
+    if (const HostCall call (HostCall::Direction::intoHost); call)
+        guarded ([&] { deliver (packet); });
 }
 
 void AudioCapture::deliver (const veltraio::AudioData& packet)

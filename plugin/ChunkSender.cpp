@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "common/GuestProcess.h"
 #include "common/Log.h"
 #include "common/Text.h"
 #include "plugin/Exchange.h"
@@ -15,7 +16,7 @@ namespace {
 constexpr std::uint64_t kLargestChunk = 1024;
 constexpr std::uint64_t kFewestChunks = 20; // so that the host's progress bar moves
 constexpr std::uint64_t kSampleBytes = 4;   // a chunk that was shrunk holds whole samples
-constexpr int kPause_ms = 500;
+constexpr std::chrono::milliseconds kPause { 500 };
 constexpr std::chrono::milliseconds kShortestLook { 2 };
 constexpr const char* kUnknownRefusal = "Filter data send failed, refusal of an unknown chunk";
 
@@ -140,11 +141,8 @@ void ChunkSender::checkForMissedRefusal()
 
 void ChunkSender::waitForNextAttempt (int attempts)
 {
-    if (attempts < readInt (target.settings, kChunkAttempts))
-    {
-        juce::Thread::sleep (kPause_ms);
+    if (attempts < readInt (target.settings, kChunkAttempts) && pause (kPause))
         return;
-    }
 
     if (target.lastError.empty())
         target.lastError = "Filter data send failed, timeout";

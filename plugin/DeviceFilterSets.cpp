@@ -8,10 +8,10 @@
 
 #include <set>
 
-#include "common/Contain.h"
 #include "common/Log.h"
 #include "filters/FilterDescriptionParser.h"
 #include "plugin/FilterDownload.h"
+#include "plugin/HostCall.h"
 #include "plugin/ProgressReport.h"
 
 namespace veltra::plugin {
@@ -103,7 +103,7 @@ EResult DeviceImpl::loadFilterSet (std::uint32_t slot, const char* text)
 
 EResult DeviceImpl::LoadFilterSet (std::uint32_t slot, const char* text, std::uint64_t)
 {
-    return guarded (kResultFailed, &lastError, [=, this] { return loadFilterSet (slot, text); });
+    return operation (kResultFailed, &lastError, [=, this] { return loadFilterSet (slot, text); });
 }
 
 std::optional<DeviceImpl::Place> DeviceImpl::findSet (const FilterSet* set)
@@ -118,7 +118,7 @@ std::optional<DeviceImpl::Place> DeviceImpl::findSet (const FilterSet* set)
 
 bool DeviceImpl::RemoveFilterSet (FilterSet* set)
 {
-    return guarded (false, [=, this] {
+    return operation (false, [=, this] {
         const auto place = findSet (set);
 
         if (! place)
@@ -140,7 +140,7 @@ bool DeviceImpl::RemoveFilterSet2 (FilterSet* set, std::uint64_t) { return Remov
 
 EResult DeviceImpl::DownloadFilterSet (std::uint32_t slot, const char* text, std::uint64_t, ProgressCallback* callback)
 {
-    return guarded (kResultFailed, &lastError, [=, this] {
+    return operation (kResultFailed, &lastError, [=, this] {
         ProgressReport progress (callback);
         progress.say ("#Preprocessing filters...");
 

@@ -10,8 +10,8 @@
 #include <array>
 #include <charconv>
 
-#include "common/Contain.h"
 #include "common/Text.h"
+#include "plugin/HostCall.h"
 
 namespace veltra::plugin {
 
@@ -123,7 +123,7 @@ std::uint32_t DeviceImpl::GetChannelCount() const
 
 EResult DeviceImpl::GetChannelName (std::uint32_t index, char* buffer, std::uint32_t size) const
 {
-    return guarded (kResultFailed, [=, this] {
+    return operation (kResultFailed, [=, this] {
         if (index >= GetChannelCount())
             return kResultBadIndex;
 
@@ -157,7 +157,7 @@ float DeviceImpl::GetMaxChannelAttenuation() const { return descriptions.unit.ma
 EResult DeviceImpl::GetTopologyParameters (const char* technology, std::uint32_t rate, char* buffer,
                                            std::uint32_t size) const
 {
-    return guarded (kResultFailed, [=, this] {
+    return operation (kResultFailed, [=, this] {
         if (technology == nullptr || buffer == nullptr)
             return kResultBadArgument;
 
@@ -184,7 +184,7 @@ EResult DeviceImpl::GetTopologyParameters (const char* technology, std::uint32_t
 
 EResult DeviceImpl::GetLastError (char* buffer, std::uint32_t size)
 {
-    guarded ([=, this] { copyBounded (lastError, buffer, size); });
+    operation ([=, this] { copyBounded (lastError, buffer, size); });
     lastError.clear();
     return kResultOk;
 }
@@ -193,7 +193,7 @@ bool DeviceImpl::IsReady() const { return true; }
 
 EResult DeviceImpl::GetSerialNumber (char* buffer, std::uint32_t size) const
 {
-    return guarded (kResultFailed, [=, this] {
+    return operation (kResultFailed, [=, this] {
         if (! descriptions.unit.has_serialnumber())
             return kResultFailed;
 

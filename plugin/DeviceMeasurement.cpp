@@ -9,9 +9,9 @@
 #include <algorithm>
 #include <cmath>
 
-#include "common/Contain.h"
 #include "common/Log.h"
 #include "common/Text.h"
+#include "plugin/HostCall.h"
 #include "plugin/ProductProfile.h"
 
 namespace veltra::plugin {
@@ -42,7 +42,7 @@ EResult DeviceImpl::resultOf (const CommandResult& command)
 EResult DeviceImpl::EnterMeasurementMode (std::uint32_t rate, std::uint64_t, std::uint32_t channels,
                                           CaptureCallback* callback)
 {
-    return guarded (kResultFailed, &lastError, [=, this] {
+    return operation (kResultFailed, &lastError, [=, this] {
         if (! offersSampleRate (rate))
             return kResultBadSampleRate;
 
@@ -65,9 +65,8 @@ EResult DeviceImpl::EnterMeasurementMode (std::uint32_t rate, std::uint64_t, std
 
 bool DeviceImpl::LeaveMeasurementMode()
 {
-    capture.stop();
-
-    return guarded (false, &lastError, [this] {
+    return operation (false, &lastError, [this] {
+        capture.stop();
         veltraio::OperationModeInfo message;
         message.set_mode (veltraio::OperationMode_kAudition);
         return resultOf (sendCommand (dispatcher, message, kModeTimeout_ms)) == kResultOk;
@@ -77,7 +76,7 @@ bool DeviceImpl::LeaveMeasurementMode()
 EResult DeviceImpl::StartStimulus (EStimulus stimulus, const std::uint32_t* channelList, std::uint32_t count,
                                    std::uint64_t)
 {
-    return guarded (kResultFailed, &lastError, [=, this] {
+    return operation (kResultFailed, &lastError, [=, this] {
         if (channelList == nullptr && count > 0)
             return kResultBadArgument;
 
@@ -101,7 +100,7 @@ EResult DeviceImpl::StartStimulus (EStimulus stimulus, const std::uint32_t* chan
 
 void DeviceImpl::StopStimulus()
 {
-    guarded ([this] {
+    operation ([this] {
         veltraio::StopStimulus message;
         message.set_deviceindex (deviceIndex);
         sendCommand (dispatcher, message, kStimulusTimeout_ms);
@@ -110,7 +109,7 @@ void DeviceImpl::StopStimulus()
 
 bool DeviceImpl::IsStimulusPlaying()
 {
-    return guarded (false, [this] {
+    return operation (false, [this] {
         const auto request = makeRequest (Request::RequestType_kGetStimulusState, deviceIndex);
         const auto answer = query<veltraio::StimulusState> (dispatcher, request, kShortTimeout_ms);
         return answer && answer->isplaying();
@@ -120,7 +119,7 @@ bool DeviceImpl::IsStimulusPlaying()
 EResult DeviceImpl::GetStimulusInformation (EStimulus stimulus, std::uint32_t rate, char* buffer,
                                             std::uint32_t size) const
 {
-    return guarded (kResultFailed, [=, this] {
+    return operation (kResultFailed, [=, this] {
         bool isKnown = false;
 
         for (const auto& entry : descriptions.stimulusInfo.stimulusinformation())
@@ -149,7 +148,7 @@ double DeviceImpl::GetStimulusLatency() const { return descriptions.stimulusInfo
 
 bool DeviceImpl::SetActiveFilterSlot (std::uint32_t slot)
 {
-    return guarded (false, [=, this] {
+    return operation (false, [=, this] {
         if (slot >= GetFilterSlotCount())
             return false;
 
@@ -170,7 +169,7 @@ bool DeviceImpl::SetActiveFilterSlot (std::uint32_t slot)
 
 std::uint32_t DeviceImpl::GetActiveFilterSlot()
 {
-    return guarded (std::uint32_t { 0 }, [this] {
+    return operation (std::uint32_t { 0 }, [this] {
         const auto request = makeRequest (Request::RequestType_kGetActiveFilterSlot, deviceIndex);
         const auto answer = query<veltraio::ActiveFilterSlot> (dispatcher, request, kSlotTimeout_ms);
         return answer ? answer->slotindex() : 0;
@@ -179,7 +178,7 @@ std::uint32_t DeviceImpl::GetActiveFilterSlot()
 
 void DeviceImpl::SetFiltering (bool enabled)
 {
-    guarded ([=, this] {
+    operation ([=, this] {
         veltraio::FilteringState message;
         message.set_deviceindex (deviceIndex);
         message.set_isfiltering (enabled);
@@ -193,7 +192,7 @@ void DeviceImpl::SetFiltering (bool enabled)
 
 bool DeviceImpl::GetFiltering()
 {
-    return guarded (false, [this] {
+    return operation (false, [this] {
         const auto request = makeRequest (Request::RequestType_kGetFilteringState, deviceIndex);
         const auto answer = query<veltraio::FilteringState> (dispatcher, request, kShortTimeout_ms);
         return answer && answer->isfiltering();
@@ -210,7 +209,7 @@ constexpr auto kVolumeScale = static_cast<float> (kProfile.volumeScale_percent);
 
 bool DeviceImpl::SetVolume (float value)
 {
-    return guarded (false, [=, this] {
+    return operation (false, [=, this] {
         if (! std::isfinite (value)) // must not reach an amplifier
             return false;
 
@@ -223,7 +222,7 @@ bool DeviceImpl::SetVolume (float value)
 
 float DeviceImpl::GetVolume (char* buffer, std::uint32_t size)
 {
-    return guarded (0.0f, [=, this] {
+    return operation (0.0f, [=, this] {
         const auto request = makeRequest (Request::RequestType_kGetVolume, deviceIndex);
         const auto answer = query<veltraio::Volume> (dispatcher, request, kShortTimeout_ms);
 
@@ -239,7 +238,7 @@ float DeviceImpl::GetVolume (char* buffer, std::uint32_t size)
 
 bool DeviceImpl::SetChannelAttenuation (std::uint32_t channel, float attenuation)
 {
-    return guarded (false, [=, this] {
+    return operation (false, [=, this] {
         const float greatest = GetMaxChannelAttenuation();
         const float fraction = greatest != 0.0f ? attenuation / greatest : 0.0f;
 
@@ -253,7 +252,7 @@ bool DeviceImpl::SetChannelAttenuation (std::uint32_t channel, float attenuation
 
 float DeviceImpl::GetChannelAttenuation (std::uint32_t channel)
 {
-    return guarded (0.0f, [=, this] {
+    return operation (0.0f, [=, this] {
         auto request = makeRequest (Request::RequestType_kGetChannelAttenuation, deviceIndex);
         request.set_channel (channel);
         const auto answer = query<veltraio::ChannelAttenuation> (dispatcher, request, kShortTimeout_ms);

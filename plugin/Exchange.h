@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "common/GuestProcess.h"
 #include "protocol/Dispatcher.h"
 #include "protocol/ReplyHandlers.h"
 
@@ -38,6 +39,7 @@ CommandResult sendCommand (veltraio::Dispatcher& dispatcher, const Message& mess
     {
         result.state = handler.Wait (timeout_ms);
         result.refusal = handler.getErrorText().toStdString();
+        cancellationPoint();
     }
 
     return result;

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include <cstddef>
+#include <string>
+
 #include <juce_core/juce_core.h>
 
 namespace veltra::plugin {
@@ -17,5 +20,11 @@ juce::File settingsFile();
 
 /** True for a file that is there and is neither a folder nor a pipe or device, which could block who opens it. */
 bool isOrdinaryFile (const juce::File& file);
+
+/** The bytes of an ordinary file, empty when it cannot be read. A program that the host starts does not inherit the
+    descriptor, unlike that of JUCE's streams.
+    @param most  no more bytes than these are read
+    @throws      std::bad_alloc */
+std::string readFile (const juce::File& file, std::size_t most);
 
 }

@@ -5,18 +5,27 @@
 */
 
 #include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <mutex>
 #include <vector>
 
 #include "common/Contain.h"
+#include "common/GuestProcess.h"
+#include "common/Log.h"
 #include "common/NativeThreadEnd.h"
 #include "plugin/Files.h"
+#include "plugin/HostCall.h"
 #include "plugin/Logging.h"
 #include "plugin/PluginImpl.h"
 
 #if defined(_WIN32)
 #include <windows.h>
+#elif defined(__GLIBC__)
+#include <unistd.h>
 #endif
 
 namespace {
@@ -24,19 +33,54 @@ namespace {
 using namespace veltra::plugin;
 using veltra::guarded;
 
+/** Tells an unload from the end of the process, and ends forked children.
+
+    When the module is unloaded, the functions that are marked as destructors run before those of static objects; when the
+    process ends, exit calls the static objects' first. */
+class EndOfModule
+{
+public:
+    /** log4cplus ends by waiting for threads of its own, which a forked child does not have, and the child would hang in exit.
+        Its static objects are older than the module's, so they are next when this one is destroyed. */
+    ~EndOfModule()
+    {
+#if defined(__GLIBC__)
+        if (process != veltra::processId() && ! unloading)
+            ::on_exit (
+                [] (int status, void*) {
+                    std::fflush (nullptr);
+                    ::_exit (status);
+                },
+                nullptr);
+#endif
+    }
+
+    /** Where nobody knows: true. */
+    static bool isUnload() noexcept { return unloading; }
+
+private:
+#if defined(__GLIBC__)
+    __attribute__ ((destructor)) static void noteUnload() { unloading = true; }
+    static inline bool unloading = false;
+#else
+    static constexpr bool unloading = true;
+#endif
+
+    const int process = veltra::processId();
+};
+
+[[maybe_unused]] const EndOfModule endOfModule;
+
 void onLoad() noexcept
 {
-    guarded ([] {
-        moduleFile();
-        silenceUnusedLog();
-    });
+    guarded ([] { moduleFile(); });
 }
 
 #if ! defined(_WIN32) // where the module's handle arrives with DllMain, after the static objects are made
 [[maybe_unused]] const bool loaded = (onLoad(), true);
 #endif
 
-/** The plug-in objects that the module has handed out. The host borrows them. */
+/** The plug-in objects that the module has handed out. The host borrows them. Any thread. */
 class PluginList
 {
 public:
@@ -55,32 +99,84 @@ public:
         if (version != veltratune_io::kPluginInterfaceVersion)
             return nullptr;
 
-        auto plugin = std::make_unique<PluginImpl> (settingsFile());
+        Owned plugin (std::make_unique<PluginImpl> (settingsFile()).release());
 
         if (plugin->GetName() == nullptr)
             return nullptr;
 
+        const std::lock_guard guard (mutex);
         return plugins.emplace_back (std::move (plugin)).get();
     }
 
     /** A pointer that is not in the list is left alone. */
     void destroy (const veltratune_io::Plugin* plugin)
     {
-        const auto found = std::find_if (plugins.begin(), plugins.end(),
-                                         [plugin] (const auto& owned) { return owned.get() == plugin; });
+        Owned found; // destroyed without the lock: its threads may be in a callback that makes an object
 
-        if (found != plugins.end())
-            plugins.erase (found);
+        {
+            const std::lock_guard guard (mutex);
+            const auto at = std::find_if (plugins.begin(), plugins.end(),
+                                          [plugin] (const auto& owned) { return owned.get() == plugin; });
+
+            if (at == plugins.end())
+                return;
+
+            found = std::move (*at);
+            plugins.erase (at);
+        }
+    }
+
+    /** For the end of the process: keeps all objects for good, for threads that may still use them.
+        @param endSessions  whether to end their connections first */
+    void keep (bool endSessions)
+    {
+        if (endSessions)
+            for (const auto& plugin : plugins)
+                plugin->endSessions();
+
+        [[maybe_unused]] static std::vector<Owned>* kept;
+        kept = std::make_unique<std::vector<Owned>> (std::move (plugins)).release();
     }
 
 private:
-    std::vector<std::unique_ptr<PluginImpl>> plugins;
+    /** An object that a process was forked with has its threads and its session in the other process. This one only drops it,
+        and its copy of the socket is closed when it ends. */
+    struct DestroyInItsProcess
+    {
+        void operator() (PluginImpl* plugin) const noexcept
+        {
+            if (process == veltra::processId())
+                delete plugin;
+        }
+
+        int process = veltra::processId();
+    };
+    using Owned = std::unique_ptr<PluginImpl, DestroyInItsProcess>;
+
+    std::mutex mutex;
+    std::vector<Owned> plugins;
 };
 
 /** What is left over when the module is unloaded or the process ends is destroyed here: objects with their
     connections first, so that their last lines still reach the log. */
 struct ModuleState
 {
+    ~ModuleState()
+    {
+        if (process != veltra::processId())
+        {
+            log.forget();
+            return;
+        }
+
+        // A process that ends does not wait for its threads, and one of them may be in an operation, or between two.
+        constexpr std::chrono::milliseconds longest { 2500 };
+
+        if (! EndOfModule::isUnload())
+            guarded ([this] { plugins.keep (HostCall::endAll (longest)); });
+    }
+
+    const int process = veltra::processId();
     LogFiles log;
     PluginList plugins;
 };
@@ -136,6 +232,13 @@ void ReleaseVersionedPluginObject (veltratune_io::Plugin* plugin)
 {
     if (plugin == nullptr)
         return;
+
+    // Its thread would wait for itself, or come back into an object that is gone.
+    if (HostCall::isInsideOne())
+    {
+        VELTRA_LOG (ERROR, "ReleaseVersionedPluginObject was called from a callback, the object stays");
+        return;
+    }
 
     guarded ([plugin] { state().plugins.destroy (plugin); });
     guarded ([] { state().log.stop(); });

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "plugin/PluginImpl.h"
 
-#include "common/Contain.h"
+#include "common/GuestProcess.h"
 #include "common/Log.h"
 #include "common/Text.h"
+#include "plugin/HostCall.h"
 #include "plugin/Settings.h"
+#include "protocol/TcpConnection.h"
 
 namespace veltra::plugin {
 
@@ -25,9 +27,16 @@ const char* PluginImpl::GetVendor() const { return "Veltra Labs Ltd"; }
 const char* PluginImpl::GetVersion() const { return VELTRA_VERSION; }
 const char* PluginImpl::GetDate() const { return "2015-04-14"; }
 
+void PluginImpl::endSessions()
+{
+    for (const auto& session : sessions)
+        if (auto* const connection = dynamic_cast<ipc::TcpConnection*> (&session->dispatcher->getConnection()))
+            connection->disconnect (false);
+}
+
 bool PluginImpl::FindDevices()
 {
-    return guarded (false, [this] {
+    return operation (false, [this] {
         for (const auto& candidate : findCandidates())
             guarded ([&] { connect (candidate); }); // one that fails never spoils the rest
 
@@ -48,7 +57,7 @@ std::vector<Candidate> PluginImpl::findCandidates()
 
     // Always the full time, however early a device answers: there may be more than one.
     if (search.isScanning())
-        juce::Thread::sleep (readInt (*settings, kSearchTime_ms));
+        pause (std::chrono::milliseconds (readInt (*settings, kSearchTime_ms)));
 
     return search.finish();
 }

@@ -30,6 +30,9 @@ public:
     bool FindDevices() override;
     bool GetDevice (std::uint32_t index, veltratune_io::Device** device) override;
 
+    /** Ends the connections with their threads and keeps the objects, whose operations fail from now on. */
+    void endSessions();
+
 private:
     std::vector<Candidate> findCandidates();
     void connect (const Candidate& candidate);

@@ -3,7 +3,8 @@
 
 #include <cstdint>
 
-#include "common/Contain.h"
+#include "common/GuestProcess.h"
+#include "plugin/HostCall.h"
 #include "veltratune_io/Callbacks.h"
 
 namespace veltra::plugin {
@@ -15,16 +16,23 @@ public:
     explicit ProgressReport (veltratune_io::ProgressCallback* callbackToUse) noexcept : callback (callbackToUse) {}
 
     template <std::uint32_t size>
-    void say (const char (&text)[size]) noexcept
+    void say (const char (&text)[size])
     {
-        if (callback != nullptr)
+        if (callback == nullptr)
+            return;
+
+        if (const HostCall call (HostCall::Direction::intoHost); call)
             guarded ([&] { callback->OnProgressText (text, size - 1); });
     }
 
-    /** @returns  false when the host asks to cancel; also when its callback threw */
-    bool report (float fraction) noexcept
+    /** @returns  false when the host asks to cancel; also when its callback threw, and when the process ends */
+    bool report (float fraction)
     {
-        return callback == nullptr || guarded (false, [&] { return callback->OnProgress (fraction); });
+        if (callback == nullptr)
+            return ! isEnding();
+
+        const HostCall call (HostCall::Direction::intoHost);
+        return call && guarded (false, [&] { return callback->OnProgress (fraction); });
     }
 
 private:

@@ -14,14 +14,12 @@ namespace veltra::plugin {
 
 namespace {
 
-constexpr juce::int64 kMaxSize_bytes = 1 << 20;
+constexpr int kMaxSize_bytes = 1 << 20;
 constexpr int kMaxDepth = 64;
 
 /** The text of the settings, empty when there is no file that may be read. */
 std::string readText (const juce::File& file)
 {
-    juce::MemoryBlock bytes;
-
     if (! isOrdinaryFile (file))
         return {};
 
@@ -31,10 +29,7 @@ std::string readText (const juce::File& file)
         return {};
     }
 
-    if (! file.loadFileAsData (bytes))
-        return {};
-
-    return xmlText ({ bytes.begin(), bytes.getSize() }).toStdString();
+    return xmlText (readFile (file, kMaxSize_bytes)).toStdString();
 }
 
 /** Takes over the values that a properties file of JUCE's would take from the same document, but for XML in one. */

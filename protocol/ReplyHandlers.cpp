@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "common/Clock.h"
+#include "common/GuestProcess.h"
 #include "common/Text.h"
 
 namespace veltraio {
@@ -59,6 +60,9 @@ std::int32_t AcknowledgeHandler::Wait (std::uint32_t timeoutMs)
 
             break;
         }
+
+        if (isPending && veltra::isEnding())
+            return ReplyState::pending;
 
         seen = connection.waitForMessage (seen, std::chrono::milliseconds (left_ms));
     }

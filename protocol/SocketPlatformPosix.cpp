@@ -12,6 +12,7 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 
+#include "common/GuestProcess.h"
 #include "common/Log.h"
 #include "protocol/BlockedSigpipe.h"
 
@@ -51,6 +52,7 @@ int sendBytes (int handle, const void* data, int size, Blocking blocking) noexce
     flags |= MSG_NOSIGNAL;
 #endif
 
+    const NoCancellation untilItIsSent;
     ssize_t sent = 0;
 
     do

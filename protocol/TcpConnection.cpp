@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "common/Contain.h"
+#include "common/GuestProcess.h"
 #include "common/Log.h"
 #include "common/Threads.h"
 #include "protocol/HostLookup.h"
@@ -151,6 +152,8 @@ bool TcpConnection::connect (const juce::String& host, int port, int timeoutMs)
         const auto left = duration_cast<milliseconds> (deadline - steady_clock::now()).count();
         const auto share = std::max<std::int64_t> (left / (addresses.end() - address), 1);
         auto candidate = std::make_unique<juce::StreamingSocket>();
+        const HeldSignals guard; // JUCE begins its time anew after each
+        const NoCancellation untilItIsConnected;
 
         if (candidate->connect (juce::String (*address), port, static_cast<int> (share)))
             return start (std::move (candidate), host);

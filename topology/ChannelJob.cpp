@@ -5,6 +5,7 @@
 #include <exception>
 #include <utility>
 
+#include "common/GuestProcess.h"
 #include "common/Text.h"
 #include "common/Threads.h"
 
@@ -45,6 +46,7 @@ juce::Result runOnPool (const std::vector<std::unique_ptr<ChannelJob>>& jobs, Pr
         }
     };
 
+    const NoCancellation untilTheJobsAreDone;
     ThreadPool pool (juce::SystemStats::getNumCpus(), juce::Thread::Priority::low);
     const bool hasThreads = pool.hasThreads();
 

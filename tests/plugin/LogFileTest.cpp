@@ -6,9 +6,14 @@
 
 #include "tests/plugin/HostModule.h"
 
+#include <csignal>
+#include <cstring>
 #include <regex>
 
+#include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "common/SettingKeys.h"
 #include "tests/support/Scratch.h"
@@ -130,7 +135,7 @@ TEST_F (LogFile, WithoutOneAndWithAPathThatCannotBeOneThereIsSilence)
     testing::internal::CaptureStdout();
     search();
     start (folder.path(), kDebug);   // a folder
-    start (pipe, kDebug);            // would block
+    start (pipe, kDebug);            // has no reader
     start (path ("file/x"), kDebug); // a folder that cannot be made
     start ("/proc/version", kDebug); // cannot be written
     start ("", kDebug);
@@ -143,6 +148,39 @@ TEST_F (LogFile, WithoutOneAndWithAPathThatCannotBeOneThereIsSilence)
     EXPECT_EQ (testing::internal::GetCapturedStdout(), "");
     EXPECT_FALSE (std::filesystem::exists (log));
     EXPECT_TRUE (std::filesystem::is_directory (folder.path()));
+}
+
+TEST_F (LogFile, GoesOnWhenTheDiskHasRoomAgainAndWritesToAPipeUntilItsReaderGoes)
+{
+    auto* const plugin = module.get (5);
+    start (log, kInfo);
+    plugin->FindDevices();
+
+    // A limit for files is met as the end of a disk is: a part of a line is taken, and then nothing.
+    const auto before = ::signal (SIGXFSZ, SIG_IGN);
+    rlimit limit {};
+    ASSERT_EQ (0, ::getrlimit (RLIMIT_FSIZE, &limit));
+    const rlimit full { std::filesystem::file_size (log) + 10, limit.rlim_max };
+    ASSERT_EQ (0, ::setrlimit (RLIMIT_FSIZE, &full));
+    plugin->FindDevices();
+    EXPECT_EQ (full.rlim_cur, std::filesystem::file_size (log));
+    ASSERT_EQ (0, ::setrlimit (RLIMIT_FSIZE, &limit));
+    ::signal (SIGXFSZ, before);
+    plugin->FindDevices();
+    EXPECT_TRUE (std::regex_search (read (log), std::regex (R"(\n\[[^\n]{9}\n\[[^\n]* skipping UPnP search\n)")))
+        << read (log);
+
+    const auto pipe = path ("pipe");
+    ASSERT_EQ (0, mkfifo (pipe.c_str(), 0600));
+    const int reader = ::open (pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    start (pipe, kInfo);
+    plugin->FindDevices();
+    char bytes[4096] {};
+    EXPECT_GT (::read (reader, bytes, sizeof (bytes) - 1), 0);
+    EXPECT_NE (nullptr, std::strstr (bytes, kSettingLine.c_str()));
+    ::close (reader);
+    plugin->FindDevices(); // no signal ends the process
+    module.release (plugin);
 }
 
 /** The settings are read from beside the module, whatever the current folder is by then. */

@@ -78,13 +78,26 @@ TEST_F (SchemaHost, LivesBesideTheModuleHoweverOftenThatComesAndGoes)
 TEST_F (SchemaHost, KeepsItsOwnLogAndNoLogFileIsLeftOpenByAModuleThatIsUnloadedWithoutRelease)
 {
     auto root = log4cplus::Logger::getRoot();
-    HostModule module (copy->path());
-    module.setLogPath (log.c_str(), -1, 0);
-    ASSERT_TRUE (module.get (5)->FindDevices());
-    EXPECT_EQ (root.getAllAppenders().size(), 1u);
-    module.unload();
-    EXPECT_TRUE (root.getAllAppenders().empty());
-    EXPECT_EQ (root.getLogLevel(), log4cplus::OFF_LOG_LEVEL);
+    root.setLogLevel (log4cplus::WARN_LOG_LEVEL);
+
+    for (const bool isReleased : { true, false })
+    {
+        HostModule module (copy->path());
+        EXPECT_EQ (log4cplus::WARN_LOG_LEVEL, root.getLogLevel()) << "loading the module leaves the host's level alone";
+        module.setLogPath (log.c_str(), -1, 0);
+        auto* const plugin = module.get (5);
+        ASSERT_TRUE (plugin->FindDevices());
+        EXPECT_EQ (1u, root.getAllAppenders().size());
+        EXPECT_EQ (0, root.getLogLevel());
+
+        if (isReleased)
+            module.release (plugin);
+        else
+            module.unload();
+
+        EXPECT_TRUE (root.getAllAppenders().empty());
+        EXPECT_EQ (log4cplus::WARN_LOG_LEVEL, root.getLogLevel());
+    }
 
     const LogLines own;
     root.setLogLevel (log4cplus::INFO_LOG_LEVEL);

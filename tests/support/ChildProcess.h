@@ -27,10 +27,21 @@ public:
 
         arguments.push_back (nullptr);
 
+        // Tests end programs by signals, also where nohup or a shell's background makes this process ignore them.
+        sigset_t none, defaults;
+        ::sigemptyset (&none);
+        ::sigemptyset (&defaults);
+
+        for (const int number : { SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGPIPE })
+            ::sigaddset (&defaults, number);
+
         // A group of its own, so that what a shell has started ends with it.
         ::posix_spawnattr_t attributes;
         ::posix_spawnattr_init (&attributes);
-        ::posix_spawnattr_setflags (&attributes, POSIX_SPAWN_SETPGROUP);
+        ::posix_spawnattr_setflags (&attributes,
+                                    POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+        ::posix_spawnattr_setsigmask (&attributes, &none);
+        ::posix_spawnattr_setsigdefault (&attributes, &defaults);
 
         ::posix_spawn_file_actions_t files;
         ::posix_spawn_file_actions_init (&files);

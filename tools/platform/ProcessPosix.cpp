@@ -70,14 +70,19 @@ std::optional<std::string> runProgram (std::vector<std::string> words, std::stri
     const auto makePipe = [] (Descriptor& readEnd, Descriptor& writeEnd) {
         int ends[2];
 
+#if defined(__linux__)
+        if (::pipe2 (ends, O_CLOEXEC) != 0)
+            fail();
+#else
         if (::pipe (ends) != 0)
             fail();
 
-        readEnd = Descriptor (ends[0]);
-        writeEnd = Descriptor (ends[1]);
-
         for (const int end : ends)
             ::fcntl (end, F_SETFD, FD_CLOEXEC);
+#endif
+
+        readEnd = Descriptor (ends[0]);
+        writeEnd = Descriptor (ends[1]);
     };
 
     Descriptor childInput, toChild, fromChild, childOutput;

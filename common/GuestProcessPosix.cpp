@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "common/GuestProcess.h"
+
+#include <csignal>
+#include <pthread.h>
+#include <unistd.h>
+
+namespace veltra {
+
+int processId() noexcept { return ::getpid(); }
+
+void cancellationPoint() { ::pthread_testcancel(); }
+
+NoCancellation::NoCancellation() noexcept { ::pthread_setcancelstate (PTHREAD_CANCEL_DISABLE, &stateBefore); }
+NoCancellation::~NoCancellation() { ::pthread_setcancelstate (stateBefore, nullptr); }
+
+namespace {
+
+sigset_t signalsOfTheHost() noexcept
+{
+    sigset_t signals;
+    ::sigfillset (&signals);
+
+    for (const int fault : { SIGABRT, SIGBUS, SIGFPE, SIGILL, SIGPROF, SIGSEGV, SIGSYS, SIGTRAP })
+        ::sigdelset (&signals, fault);
+
+    return signals;
+}
+
+}
+
+struct HeldSignals::State
+{
+    sigset_t maskBefore;
+};
+
+HeldSignals::HeldSignals() : state (std::make_unique<State>())
+{
+    const auto signals = signalsOfTheHost();
+    ::pthread_sigmask (SIG_BLOCK, &signals, &state->maskBefore);
+}
+
+HeldSignals::~HeldSignals() { ::pthread_sigmask (SIG_SETMASK, &state->maskBefore, nullptr); }
+
+void HeldSignals::forThisThread() noexcept
+{
+    const auto signals = signalsOfTheHost();
+    ::pthread_sigmask (SIG_BLOCK, &signals, nullptr);
+}
+
+}
