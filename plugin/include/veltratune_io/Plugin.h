@@ -11,7 +11,14 @@
 
     A host loads the module, calls SetLogPath (optional), GetVersionedPluginObject (5), Plugin::FindDevices and
     Plugin::GetDevice, works with the devices, and calls ReleaseVersionedPluginObject before it unloads the
-    module. All of it from one thread at a time. No function throws. Texts are NUL-terminated UTF-8.
+    module. The operations of one object from one thread at a time; the exported functions from any. No function throws.
+    Texts are NUL-terminated UTF-8.
+
+    What a process may do meanwhile: signals neither end a wait early nor make it longer, and the module's threads leave them
+    to the host's. A process that ends while its threads are in operations waits for them for up to 3 s, in which they
+    fail; afterwards they all fail at once. A forked process leaves the objects of the other alone: release drops them, and
+    the session goes on where they were made. A thread that is cancelled by pthread_cancel ends between two exchanges with the
+    device, or in the wait for a reply; what it was doing is then undone or incomplete as after a lost connection.
 
     Settings are read from an XML file beside the module, with the module's name and the extension "settings"
     (<PROPERTIES><VALUE name="Device" val="TCP:192.0.2.1:6000"/></PROPERTIES>), once, when a plug-in object is made.
@@ -88,14 +95,17 @@ extern "C"
 */
     VELTRATUNE_IO_EXPORT veltratune_io::Plugin* GetVersionedPluginObject (std::uint32_t version);
 
-    /** Ends an object's life, with its devices and their connections, and ends logging for the whole module. Waits for a
-    call of the capture callback that is running.
+    /** Ends an object's life, with its devices and their connections, and ends logging for the whole module: all appenders
+    are taken from log4cplus's root logger, the host's own too, and its level is what SetLogPath found, unless the host has
+    changed it since. Waits for a call of the capture callback that is running. From inside a callback it does nothing but
+    to write an ERROR line; release when the operation has returned.
     @param plugin  may be null, which does nothing at all
 */
     VELTRATUNE_IO_EXPORT void ReleaseVersionedPluginObject (veltratune_io::Plugin* plugin);
 
-    /** Starts a log file, appending to what is there. Its folder is made; when that fails, or the path is a
-    folder, nothing changes and nothing is reported.
+    /** Starts a log file, appending to what is there, and sets the level of log4cplus's root logger. Its folder is made; when
+    that fails, or the path is a folder, nothing changes and nothing is reported. Devices and pipes with a reader are
+    written to without waiting. Before it, only what the host has attached to the root logger gets lines.
 
     @param path    UTF-8
     @param length  of the path in bytes; -1 for a NUL-terminated one
