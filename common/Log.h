@@ -28,6 +28,9 @@ namespace veltra {
 /** Whether a line of this level of log4cplus reaches anybody. */
 bool isLogged (log4cplus::LogLevel level);
 
+/** Says whether whoever calls has an appender of its own at the root logger, so that it need not be asked for each line. */
+void setHasOwnAppender (bool hasOne) noexcept;
+
 /** Collects the text of one line. log4cplus's own stream would write numbers by the host's locale. */
 class LogLine
 {

@@ -99,8 +99,9 @@ Eigen::VectorXd warpSequence (const Eigen::VectorXd& in, unsigned n, double lamb
     for (; i + together <= in.size(); i += together)
         passThroughAllpasses (in.data() + i, guardLevel, lambda, d, out);
 
-    d = d.segment (lag, size).eval();
-    out = out.segment (lag, size).eval();
+    // Moved in: an assignment that resizes is not safe without memory, see setSize.
+    d = Eigen::VectorXd (d.segment (lag, size));
+    out = Eigen::VectorXd (out.segment (lag, size));
 
     for (double guard = guardLevel; i < in.size(); ++i, guard = -guard)
         passThroughAllpass (in[i], guard, lambda, d, out);

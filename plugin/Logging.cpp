@@ -9,6 +9,7 @@
 #include <log4cplus/logger.h>
 #include <log4cplus/spi/loggingevent.h>
 
+#include "common/Log.h"
 #include "common/Text.h"
 #include "plugin/AppendFile.h"
 #include "plugin/Files.h"
@@ -124,6 +125,7 @@ void LogFiles::add (std::string_view path, std::int32_t level)
     levels = { levels ? levels->before : root.getLogLevel(), level };
     root.addAppender (appender);
     root.setLogLevel (level);
+    setHasOwnAppender (true);
 }
 
 void LogFiles::restoreLevel()
@@ -139,6 +141,7 @@ void LogFiles::restoreLevel()
 void LogFiles::stop()
 {
     const std::lock_guard guard (mutex);
+    setHasOwnAppender (false);
     log4cplus::Logger::getRoot().removeAllAppenders();
     appenders.clear();
     restoreLevel();
@@ -154,6 +157,8 @@ void LogFiles::forget() noexcept
 
 LogFiles::~LogFiles()
 {
+    setHasOwnAppender (false);
+
     for (auto& appender : appenders)
         log4cplus::Logger::getRoot().removeAppender (appender);
 

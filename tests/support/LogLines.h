@@ -10,6 +10,8 @@
 #include <log4cplus/logger.h>
 #include <log4cplus/spi/loggingevent.h>
 
+#include "common/Log.h"
+
 /** Collects what is logged during its life, from all threads, at TRACE and above; afterwards the log is silent. */
 class LogLines
 {
@@ -25,10 +27,12 @@ public:
     {
         log4cplus::Logger::getRoot().addAppender (appender);
         log4cplus::Logger::getRoot().setLogLevel (log4cplus::TRACE_LOG_LEVEL);
+        veltra::setHasOwnAppender (true);
     }
 
     ~LogLines()
     {
+        veltra::setHasOwnAppender (false);
         log4cplus::Logger::getRoot().setLogLevel (log4cplus::OFF_LOG_LEVEL);
         log4cplus::Logger::getRoot().removeAppender (appender);
     }
