@@ -71,7 +71,7 @@ private:
 
 [[maybe_unused]] const EndOfModule endOfModule;
 
-void onLoad() noexcept
+void onLoad()
 {
     guarded ([] { moduleFile(); });
 }

@@ -12,6 +12,7 @@
 extern "C"
 {
     void* __real_malloc (std::size_t size);
+    void* __real_memalign (std::size_t alignment, std::size_t size);
     void* __real_calloc (std::size_t count, std::size_t size);
     void* __real_realloc (void* block, std::size_t size);
     void __real_free (void* block);
@@ -106,6 +107,7 @@ using namespace veltra::test;
 extern "C"
 {
     void* __wrap_malloc (std::size_t size);
+    void* __wrap_memalign (std::size_t alignment, std::size_t size);
     void* __wrap_calloc (std::size_t count, std::size_t size);
     void* __wrap_realloc (void* block, std::size_t size);
     void __wrap_free (void* block);
@@ -113,6 +115,11 @@ extern "C"
                                void* argument);
 
     void* __wrap_malloc (std::size_t size) { return failsForSize (size) ? nullptr : counted (__real_malloc (size)); }
+
+    void* __wrap_memalign (std::size_t alignment, std::size_t size)
+    {
+        return counted (__real_memalign (alignment, size));
+    }
 
     void* __wrap_calloc (std::size_t count, std::size_t size)
     {
