@@ -39,7 +39,7 @@ private:
 
 std::unique_ptr<AppendFile> AppendFile::open (const juce::File& file)
 {
-    const auto path = file.getFullPathName();
+    const auto& path = file.getFullPathName();
     const HANDLE handle = ::CreateFileW (path.toWideCharPointer(), FILE_APPEND_DATA,
                                          FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_ALWAYS,
                                          FILE_ATTRIBUTE_NORMAL, nullptr);

@@ -27,7 +27,7 @@ bool isOrdinaryFile (const juce::File& file)
 
 std::string readFile (const juce::File& file, std::size_t most)
 {
-    const auto path = file.getFullPathName();
+    const auto& path = file.getFullPathName();
 #if defined(_WIN32)
     std::FILE* const opened = ::_wfopen (path.toWideCharPointer(), L"rbN");
 #else

@@ -173,7 +173,7 @@ struct ModuleState
         constexpr std::chrono::milliseconds longest { 2500 };
 
         if (! EndOfModule::isUnload())
-            guarded ([this] { plugins.keep (HostCall::endAll (longest)); });
+            guarded ([this, longest] { plugins.keep (HostCall::endAll (longest)); });
     }
 
     const int process = veltra::processId();
