@@ -83,8 +83,8 @@ void FloatSlot::write (std::span<const dsp::FIIRSection> sections) noexcept
     }
 }
 
-std::optional<Eigen::VectorXf> responseOfFloats (const DeviceData& data, std::uint32_t taps, std::uint32_t sections,
-                                                 std::uint32_t channel, std::string& problem)
+std::optional<FloatFilter> readFloats (const DeviceData& data, std::uint32_t taps, std::uint32_t sections,
+                                       std::uint32_t channel, std::string& problem)
 {
     const auto size = blobSize (data.channelCount, std::uint64_t { taps } + 4 * std::uint64_t { sections });
 
@@ -96,18 +96,33 @@ std::optional<Eigen::VectorXf> responseOfFloats (const DeviceData& data, std::ui
     }
 
     const auto* from = data.bytes.data() + data.bytes.size() / data.channelCount * channel;
-    const Eigen::Index tail = sections > 0 ? data.sampleRate : 0;
-    Eigen::VectorXf response = Eigen::VectorXf::Zero (std::max<Eigen::Index> (taps + tail, 1));
+    FloatFilter filter { Eigen::VectorXf (taps), {} };
 
-    for (std::uint32_t i = 0; i < taps; ++i, from += 4)
-        response[i] = readFloat (from);
-
-    std::vector<dsp::FIIRSection> bank;
+    for (auto& tap : filter.taps)
+    {
+        tap = readFloat (from);
+        from += 4;
+    }
 
     for (std::uint32_t i = 0; i < sections; ++i, from += 16)
-        bank.push_back ({ readFloat (from), readFloat (from + 4), readFloat (from + 8), readFloat (from + 12) });
+        filter.sections.push_back (
+            { readFloat (from), readFloat (from + 4), readFloat (from + 8), readFloat (from + 12) });
 
-    response.tail (tail) = dsp::impulseResponse (bank, tail).cast<float>();
+    return filter;
+}
+
+std::optional<Eigen::VectorXf> responseOfFloats (const DeviceData& data, std::uint32_t taps, std::uint32_t sections,
+                                                 std::uint32_t channel, std::string& problem)
+{
+    const auto filter = readFloats (data, taps, sections, channel, problem);
+
+    if (! filter)
+        return std::nullopt;
+
+    const Eigen::Index tail = sections > 0 ? data.sampleRate : 0;
+    Eigen::VectorXf response = Eigen::VectorXf::Zero (std::max<Eigen::Index> (taps + tail, 1));
+    response.head (taps) = filter->taps;
+    response.tail (tail) = dsp::impulseResponse (filter->sections, tail).cast<float>();
     return response;
 }
 

@@ -6,6 +6,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
 #include <Eigen/Core>
 #include <juce_data_structures/juce_data_structures.h>
@@ -55,12 +56,24 @@ private:
     std::span<char> rest;
 };
 
+/** A channel of a blob of floats. */
+struct FloatFilter
+{
+    Eigen::VectorXf taps;
+    std::vector<dsp::FIIRSection> sections; ///< in parallel, behind the taps
+};
+
 /** Reads back a blob of floats, with the same number for each channel: taps, and four for each section.
 
-    @returns  the channel's taps, with one second of the sections behind them when there are any; nothing, and the
-              reason in `problem`, when the data has another length
-    @throws   std::bad_alloc
+    @param channel  below data.channelCount
+    @returns        nothing, and the reason in `problem`, when the data has another length
+    @throws         std::bad_alloc
 */
+std::optional<FloatFilter> readFloats (const DeviceData& data, std::uint32_t taps, std::uint32_t sections,
+                                       std::uint32_t channel, std::string& problem);
+
+/** The response of a channel of a blob of floats: its taps, with one second of the sections behind them when the topology has
+    any. The rest as readFloats. */
 std::optional<Eigen::VectorXf> responseOfFloats (const DeviceData& data, std::uint32_t taps, std::uint32_t sections,
                                                  std::uint32_t channel, std::string& problem);
 

@@ -148,6 +148,12 @@ TEST_F (JsonOutput, EachCommandPrintsTheKeysOfTheDocumentAndNoOthers)
                               "--sections", "9", "-o", blob })["bytes"]
                           .get<int>()
                       % 4);
+    EXPECT_EQ (9u, resultOf ({ "inspect", blob, "--topology", "FIIR", "--channels", "1", "--sections",
+                               "9" })["channels"][0]["sections"]
+                       .size());
+    EXPECT_GT (resultOf ({ "play", blob, "--topology", "FIIR", "--channels", "1", "--sections", "9", "--in", response,
+                           "-o", path ("played.wav") })["samples"],
+               48000);
     resultOf ({ "convert", room, "--topology", "VLFIR2", "--rate", "48000", "--taps", "2048", "-o", blob, "--force" });
     EXPECT_EQ (8u, resultOf ({ "inspect", blob })["channels"].size());
 

@@ -7,6 +7,8 @@
 
 namespace veltra::host {
 
+struct ReceiverBlock;
+
 /** Each adds a command to the program's command line. The command runs while the line is parsed, with the
     session options as they are then, and throws Failure for what it cannot do. Results go to standard output. */
 void addFindCommand (CLI::App& program, const SessionOptions& session);
@@ -16,6 +18,7 @@ void addDesignCommand (CLI::App& program);
 void addCheckDescriptionCommand (CLI::App& program);
 void addConvertCommand (CLI::App& program, const SessionOptions& session);
 void addInspectCommand (CLI::App& program);
+void addPlayCommand (CLI::App& program);
 void addDownloadCommand (CLI::App& program, const SessionOptions& session);
 void addSlotCommands (CLI::App& program, const SessionOptions& session);
 void addMeasureCommand (CLI::App& program, const SessionOptions& session);
@@ -27,10 +30,12 @@ void addControlCommands (CLI::App& program, const SessionOptions& session);
 void addImportOptions (CLI::App& command, ImportOptions& import, const char* technology);
 
 /** Adds the option --topology, which takes the name of a filter structure of topology/Topology.h.
-    @param about         says what the name is for; the list of names is added to it
-    @param dualRateOnly  takes only the names of dual-rate structures
+    @param about  says what the name is for; the list of names is added to it
 */
-CLI::Option* addTopologyOption (CLI::App& command, std::string& name, const std::string& about, bool dualRateOnly);
+CLI::Option* addTopologyOption (CLI::App& command, std::string& name, const std::string& about);
+
+/** Adds --channels, --sections and --rate, which a block does not say itself. */
+void addBlockOptions (CLI::App& command, ReceiverBlock& block);
 
 /** The explanation of these options, for a command's footer. */
 extern const char* const kImportNotes;

@@ -237,13 +237,12 @@ void convert (const ConvertOptions& options, const SessionOptions& session)
 
 }
 
-CLI::Option* addTopologyOption (CLI::App& command, std::string& name, const std::string& about, bool dualRateOnly)
+CLI::Option* addTopologyOption (CLI::App& command, std::string& name, const std::string& about)
 {
     std::vector<std::string> names;
 
     for (const auto& structure : topology::topologies())
-        if (structure.dualRate || ! dualRateOnly)
-            names.push_back (structure.name);
+        names.push_back (structure.name);
 
     std::string list = names.front();
 
@@ -261,7 +260,7 @@ void addConvertCommand (CLI::App& program, const SessionOptions& session)
     auto* const command = program.add_subcommand ("convert", "Convert filters for a topology without a receiver");
 
     command->add_option ("file", options->input, "The filter description (XML)")->required()->type_name ("FILE");
-    addTopologyOption (*command, options->topology, "The receiver's filter structure", false)->required();
+    addTopologyOption (*command, options->topology, "The receiver's filter structure")->required();
     command->add_option ("--rate", options->sampleRate, "Sample rate in Hz")
         ->required()
         ->check (CLI::Range (1u, 1536000u).description (""))

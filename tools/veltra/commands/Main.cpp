@@ -130,6 +130,7 @@ int run (int argc, char** argv)
     addCheckDescriptionCommand (program);
     addConvertCommand (program, session);
     addInspectCommand (program);
+    addPlayCommand (program);
     addDownloadCommand (program, session);
     addSlotCommands (program, session);
     addMeasureCommand (program, session);

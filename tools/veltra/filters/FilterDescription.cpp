@@ -75,8 +75,9 @@ void writeResponse (std::ostream& stream, const DescribedResponse& response)
 
 void writeChannel (std::ostream& stream, const DescribedChannel& channel)
 {
-    stream << "    <Channel Name=\"" << escapedXml (channel.name) << "\" Number=\"" << channel.number
-           << "\" GaindB=\"0\" Delayms=\"0\" MaxFilterGaindB=\""
+    stream << "    <Channel Name=\"" << escapedXml (channel.name) << "\" Number=\"" << channel.number << "\" GaindB=\""
+           << std::string_view (NumberText (channel.gain_dB)) << "\" Delayms=\""
+           << std::string_view (NumberText (channel.delay_ms)) << "\" MaxFilterGaindB=\""
            << std::string_view (NumberText (channel.maxFilterGain_dB)) << "\" Subwoofer=\""
            << (channel.subwoofer ? 1 : 0) << "\">\n";
 

@@ -26,6 +26,8 @@ struct DescribedChannel
     float maxFilterGain_dB = 0.0f; ///< largest gain at any frequency and rate
     bool subwoofer = false;
     std::vector<DescribedResponse> responses;
+    float gain_dB = 0.0f;
+    float delay_ms = 0.0f;
 };
 
 /** What a room-correction application hands to the module: the filters of a project. */

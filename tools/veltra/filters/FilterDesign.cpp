@@ -104,8 +104,9 @@ std::vector<DesignedResponse> designFilters (FilterDescription& description, con
 
     for (auto& channel : description.channels)
         for (auto& response : channel.responses)
-            tasks.push_back (
-                { &response, { .channel = channel.name, .sampleRate = response.sampleRate, .error = {} }, {} });
+            if (response.sections.empty())
+                tasks.push_back (
+                    { &response, { .channel = channel.name, .sampleRate = response.sampleRate, .error = {} }, {} });
 
     runAll (tasks, size, progress);
     std::vector<DesignedResponse> outcomes;

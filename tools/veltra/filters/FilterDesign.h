@@ -33,7 +33,7 @@ struct DesignedResponse
     fitted once more (dsp/NumeratorFit.h), which the module does not do.
 
     @param progress  called on this thread with the fraction of designs that are done
-    @returns         one entry a response, in the description's order
+    @returns         one entry a response, in the description's order; what has sections already stays as it is
     @throws          Failure (kExitConversion) that names the first response that cannot be designed
 */
 std::vector<DesignedResponse> designFilters (FilterDescription& description, const DesignSize& size,

@@ -78,6 +78,38 @@ std::vector<ChannelPlace> readOrder (std::string_view order)
 
 }
 
+ImpulseFile channelFile (std::string_view text)
+{
+    const auto equals = text.find ('=');
+    const auto name = trimmed (text.substr (0, equals));
+
+    if (equals == text.npos || name.empty() || trimmed (text.substr (equals + 1)).empty())
+        throw Failure (kExitUsage,
+                       "'" + std::string (text) + "' is not a channel's file; expected NAME=FILE or NAME=FILE:N.");
+
+    ImpulseFile file { std::string (name), 0, fs::path (text.substr (equals + 1)) };
+    const auto path = text.substr (equals + 1);
+
+    if (const auto colon = path.rfind (':'); colon != path.npos && ! fs::exists (file.path))
+        if (const auto part = strictNumber<unsigned> (path.substr (colon + 1)))
+        {
+            file.path = path.substr (0, colon);
+            file.part = *part;
+        }
+
+    return file;
+}
+
+std::vector<std::string> namesInOrder (std::string_view order)
+{
+    std::vector<std::string> names;
+
+    for (const auto& place : readOrder (order))
+        names.push_back (place.name);
+
+    return names;
+}
+
 ImpulseFile impulseFileFromName (const fs::path& file)
 {
     const auto stem = file.stem().string();

@@ -2,21 +2,35 @@
 #pragma once
 
 #include <filesystem>
+#include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "tools/veltra/filters/ChannelMatch.h"
+#include "tools/veltra/formats/FilterChain.h"
 
 namespace veltra::host {
 
-/** A file with the impulse response of one channel at one sample rate. */
+/** A file with the impulse response of one channel at one sample rate, or with what makes one. */
 struct ImpulseFile
 {
     std::string channel;
     unsigned sampleRate = 0; ///< Hz
     std::filesystem::path path;
+    std::optional<unsigned> part {};             ///< which channel of the file, counted from 0
+    std::shared_ptr<const FilterChain> chain {}; ///< instead of samples in the file
 };
+
+/** A channel with a file, of which one channel may be named: "FL=room.wav" or "FL=room.wav:0".
+    @returns  without a sample rate
+    @throws   Failure (kExitUsage) */
+ImpulseFile channelFile (std::string_view text);
+
+/** The names in a channel order, see numberChannels.
+    @throws  Failure (kExitUsage) */
+std::vector<std::string> namesInOrder (std::string_view order);
 
 /** Takes channel and rate out of a file's name: "FL_48000.wav" is channel FL at 48000 Hz. The rate is behind
     the last "_".
