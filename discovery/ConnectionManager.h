@@ -15,7 +15,7 @@
 namespace veltraio {
 
 /** The one entry into transports: turns an address such as "TCP:192.168.1.20:12345" into a connection, and makes
-    scanners. It outlives what it made. One thread at a time. */
+    scanners. It outlives what it made. */
 class ConnectionManager
 {
 public:
@@ -25,7 +25,8 @@ public:
     explicit ConnectionManager (std::uint32_t scanKind, std::span<const std::uint8_t> marker = {});
 
     /** @returns null when the transport is unknown, which is not logged, or when the device could not be reached, which is
-                 logged at ERROR. Blocks for about 2 seconds at most. */
+                 logged at ERROR. Blocks for about 2 seconds at most. Any thread, several
+                 at once. */
     std::unique_ptr<veltra::ipc::Connection> Connect (const juce::String& address);
 
     /** Starts a scan that reports to the callback, which must outlive it.

@@ -160,11 +160,12 @@ bool readDescription (const juce::String& document, const juce::String& location
 }
 
 bool getDeviceInfo (const juce::String& location, juce::String& address, juce::String& friendlyName,
-                    const std::function<bool()>& shouldStop)
+                    const std::function<bool()>& shouldStop, bool mayUseLoopback)
 {
     VELTRA_LOG (DEBUG, "Getting device XML from " << shown (location));
 
-    const auto reply = httpGet (location.toStdString(), shouldStop);
+    const HttpLimits limits { .mayUseLoopback = mayUseLoopback };
+    const auto reply = httpGet (location.toStdString(), shouldStop, limits);
 
     if (shouldStop())
         return false;

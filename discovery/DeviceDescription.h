@@ -21,11 +21,12 @@ namespace upnp {
 /** Fetches the description at a location and reads it as readDescription does. Every failure is logged. Any thread,
     several at once; returns within the limits of httpGet.
 
-    @param shouldStop  ends the fetch when it returns true; nothing is logged then
+    @param shouldStop      ends the fetch when it returns true; nothing is logged then
+    @param mayUseLoopback  as HttpLimits::mayUseLoopback
     @returns whether the device speaks our protocol
 */
 bool getDeviceInfo (const juce::String& location, juce::String& address, juce::String& friendlyName,
-                    const std::function<bool()>& shouldStop);
+                    const std::function<bool()>& shouldStop, bool mayUseLoopback = true);
 
 /** Reads the text of a description.
 

@@ -26,12 +26,14 @@ constexpr int maximumReadWarnings = 100;
 }
 
 DeviceHandler::DeviceHandler (const juce::String& target, int longestWait_s, const juce::String& address,
-                              AnswerReader::Callback callback)
+                              Callback callback)
     : UdpConnection (0, readerPriority, address),
       searchTarget (target),
       localAddress (address),
       maxWait_s (longestWait_s),
-      reader (target, std::move (callback))
+      reader (target, [this, report = std::move (callback)] (const auto& usn, const auto& location) {
+          report (usn, location, sender);
+      })
 {
     // A request that a stuck interface does not accept is given up, so that the timer's thread can always be stopped.
     if (isConnected())
@@ -73,7 +75,8 @@ void DeviceHandler::sendSearch (int mx)
 bool DeviceHandler::handleRead()
 {
     std::array<char, datagramSize> datagram;
-    const int got = socket.read (datagram.data(), static_cast<int> (datagram.size()), false);
+    int senderPort = 0;
+    const int got = socket.read (datagram.data(), static_cast<int> (datagram.size()), false, sender, senderPort);
 
     if (got < 1)
     {

@@ -22,11 +22,15 @@ namespace upnp {
 class DeviceHandler final : public veltra::ipc::UdpConnection
 {
 public:
+    /** Takes USN and LOCATION of an answer, and the address that its last datagram came from. */
+    using Callback =
+        std::function<void (const juce::String& usn, const juce::String& location, const juce::String& sender)>;
+
     /** @param maxWait_s     the longest that a device may wait before it answers, and the period
         @param localAddress  of the interface; requests leave from there and from no other address
         @param callback      called on the reader thread */
     DeviceHandler (const juce::String& searchTarget, int maxWait_s, const juce::String& localAddress,
-                   AnswerReader::Callback callback);
+                   Callback callback);
     ~DeviceHandler() override;
 
     /** Makes both threads end without waiting for them; for a scan that has many handlers to destroy. */
@@ -43,8 +47,9 @@ private:
     const juce::String searchTarget;
     const juce::String localAddress;
     const int maxWait_s;
-    AnswerReader reader;  // reader thread only
-    int readFailures = 0; // reader thread only
+    juce::String sender; // reader thread only, as the following
+    AnswerReader reader;
+    int readFailures = 0;
     std::unique_ptr<TimerThread> timer;
 };
 

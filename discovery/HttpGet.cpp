@@ -83,6 +83,17 @@ private:
     bool valid = false;
 };
 
+/** @param address  of a peer, as the system writes it */
+bool isLoopback (std::string_view address)
+{
+    constexpr std::string_view mapped = "::ffff:";
+
+    if (address.starts_with (mapped))
+        address.remove_prefix (mapped.size());
+
+    return address.starts_with ("127.") || address == "::1";
+}
+
 /** One request and its reply, without redirects. */
 class Transfer
 {
@@ -159,6 +170,7 @@ private:
                && set (CURLOPT_PROXY, "") // which also keeps it from looking at the environment
                && set (CURLOPT_NOSIGNAL, 1L) && set (CURLOPT_CONNECTTIMEOUT_MS, static_cast<long> (connectTime.count()))
                && set (CURLOPT_TIMEOUT_MS, static_cast<long> (left.count())) && set (CURLOPT_RESOLVE, addressBook.get())
+               && set (CURLOPT_PREREQFUNCTION, &connectedCallback) && set (CURLOPT_PREREQDATA, this)
                && set (CURLOPT_HEADERFUNCTION, &headerCallback) && set (CURLOPT_HEADERDATA, this)
                && set (CURLOPT_WRITEFUNCTION, &bodyCallback) && set (CURLOPT_WRITEDATA, this);
     }
@@ -236,6 +248,13 @@ private:
         reply.body += bytes.substr (0, taken);
         reply.bodyTooLong = taken < bytes.size();
         return taken;
+    }
+
+    /** Called before the request is sent. */
+    static int connectedCallback (void* transfer, char* peer, char*, int, int)
+    {
+        return isLoopback (peer) && ! static_cast<Transfer*> (transfer)->limits.mayUseLoopback ? CURL_PREREQFUNC_ABORT
+                                                                                               : CURL_PREREQFUNC_OK;
     }
 
     static std::size_t headerCallback (char* data, std::size_t size, std::size_t count, void* transfer)

@@ -25,6 +25,9 @@ struct HttpLimits
     int redirects = 5;
     std::size_t headerSize = 64 * 1024;
     std::size_t bodySize = 1024 * 1024;
+
+    /** Whether a server of this machine is asked, whatever the host is called and wherever a redirect leads. */
+    bool mayUseLoopback = true;
 };
 
 struct HttpReply

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "discovery/ScanHandler.h"
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
@@ -13,6 +14,7 @@
 #include "common/Threads.h"
 #include "discovery/DeviceDescription.h"
 #include "discovery/DeviceHandler.h"
+#include "discovery/FetchQueue.h"
 #include "discovery/LocalAddresses.h"
 #include "discovery/RecentTexts.h"
 
@@ -23,34 +25,34 @@ namespace {
 constexpr int scanPriority = 5;
 constexpr int poolPriority = 6;
 
-/** Fetches one description, and reports the device if it speaks the protocol. */
+/** How long a first fetch may keep a thread while the first of another sender waits; it is then repeated, in full, behind
+    those that wait. A little more than a server has for its status. */
+constexpr std::chrono::milliseconds longestTurn { 1100 };
+
+/** Whether a location leads to this machine by its text. What a name or a redirect leads to is seen when it is fetched. */
+bool namesLoopback (const juce::String& location)
+{
+    const auto host = juce::URL (location).getDomain();
+    return host.startsWith ("127.") || host.equalsIgnoreCase ("localhost") || host == "[::1]";
+}
+
 class LambdaJob final : public juce::ThreadPoolJob
 {
 public:
-    using OnFound = std::function<void (const juce::String& address, const juce::String& friendlyName)>;
-
-    LambdaJob (const juce::String& locationToFetch, OnFound callback)
+    explicit LambdaJob (std::function<void (const std::function<bool()>& shouldStop)> work)
         : ThreadPoolJob ("LambdaJob::LambdaJob"),
-          location (locationToFetch),
-          onFound (std::move (callback))
+          action (std::move (work))
     {
     }
 
     JobStatus runJob() override
     {
-        veltra::contain ("A look at a device", [this] {
-            juce::String address, friendlyName;
-
-            if (getDeviceInfo (location, address, friendlyName, [this] { return shouldExit(); }))
-                onFound (address, friendlyName);
-        });
-
+        veltra::contain ("A look at a device", [this] { action ([this] { return shouldExit(); }); });
         return jobHasFinished;
     }
 
 private:
-    const juce::String location;
-    const OnFound onFound;
+    const std::function<void (const std::function<bool()>& shouldStop)> action;
 };
 
 /** The state of one scan, shared by the reader threads, which bring answers, and the pool's threads, which fetch. */
@@ -63,28 +65,42 @@ public:
     {
     }
 
-    /** Any reader thread. */
-    void answerCame (const juce::String& usnText, const juce::String& locationText)
+    ~Findings()
+    {
+        const juce::ScopedLock guard (lock);
+        isOver = true;
+    }
+
+    Findings (const Findings&) = delete;
+    Findings& operator= (const Findings&) = delete;
+
+    /** Any reader thread.
+        @param sender      address that the answer came from
+        @param isLoopback  it came from this machine, over its loopback interface */
+    void answerCame (const juce::String& usnText, const juce::String& locationText, const juce::String& sender,
+                     bool isLoopback)
     {
         const auto usn = usnText.toStdString();
         const auto location = locationText.toStdString();
         const juce::ScopedLock guard (lock);
 
+        // Not remembered, since a device of this machine gives the same answer on the loopback interface.
+        if (! isLoopback && namesLoopback (locationText))
+        {
+            warnOnce (loopbackWarned, "An answer from the network that leads to this machine is ignored");
+            return;
+        }
+
         if (! seenUsn.contains (usn) && ! seenLocation.contains (location))
         {
-            if (pool->getNumJobs() >= ScanHandler::maximumQueue)
+            if (queue.size() >= ScanHandler::maximumQueue)
             {
                 warnOnce (queueWarned, "Too many devices answer at once, some of them wait for the next search");
                 return;
             }
 
             VELTRA_LOG (DEBUG, "Added job entry " << veltra::logText (location));
-            pool->addJob (std::make_unique<LambdaJob> (locationText,
-                                                       [this, location] (const auto& address, const auto& name) {
-                                                           deviceFound (location, address, name);
-                                                       })
-                              .release(),
-                          true);
+            addFetch ({ sender.toStdString(), location, isLoopback, false });
         }
 
         seenUsn.insert (usn);
@@ -92,6 +108,50 @@ public:
     }
 
 private:
+    void addFetch (FetchQueue::Fetch entry)
+    {
+        queue.add (std::move (entry));
+        pool->addJob (
+            std::make_unique<LambdaJob> ([this] (const auto& shouldStop) { fetchNext (shouldStop); }).release(), true);
+    }
+
+    void repeat (const FetchQueue::Fetch& entry)
+    {
+        const juce::ScopedLock guard (lock);
+
+        // The pool does not stop what is added while it is being destroyed.
+        if (! isOver)
+            addFetch ({ entry.sender, entry.location, entry.mayUseLoopback, true });
+    }
+
+    /** Any of the pool's threads: fetches the description whose turn it is, and reports the device if it speaks the
+        protocol. */
+    void fetchNext (const std::function<bool()>& shouldStop)
+    {
+        using std::chrono::steady_clock;
+
+        const auto entry = queue.begin();
+
+        if (! entry)
+            return;
+
+        const FetchQueue::End end { queue, *entry };
+        const auto turnEnds = steady_clock::now() + longestTurn;
+        bool isInterrupted = false;
+        const auto shouldPause = [&] {
+            isInterrupted = isInterrupted || (steady_clock::now() >= turnEnds && queue.isInTheWay (*entry));
+            return isInterrupted || shouldStop();
+        };
+
+        juce::String address, friendlyName;
+
+        if (getDeviceInfo (veltra::juceText (entry->location), address, friendlyName, shouldPause,
+                           entry->mayUseLoopback))
+            deviceFound (entry->location, address, friendlyName);
+        else if (isInterrupted)
+            repeat (*entry);
+    }
+
     /** Any of the pool's threads. */
     void deviceFound (const std::string& location, const juce::String& address, const juce::String& friendlyName)
     {
@@ -125,6 +185,9 @@ private:
     int devices = 0;
     bool queueWarned = false;
     bool devicesWarned = false;
+    bool loopbackWarned = false;
+    bool isOver = false;
+    FetchQueue queue;
     veltra::ThreadPool pool; // last: it is destroyed before what its jobs use
 };
 
@@ -172,9 +235,12 @@ void ScanHandler::scan()
             break;
 
         VELTRA_LOG (DEBUG, "Starting UPnP handler for IP " << address);
-        handlers.push_back (std::make_unique<DeviceHandler> (
-            target, searchPeriod_s, address,
-            [&findings] (const auto& usn, const auto& location) { findings.answerCame (usn, location); }));
+        handlers.push_back (
+            std::make_unique<DeviceHandler> (target, searchPeriod_s, address,
+                                             [&findings, isLoopback = address.startsWith ("127.")] (
+                                                 const auto& usn, const auto& location, const auto& sender) {
+                                                 findings.answerCame (usn, location, sender, isLoopback);
+                                             }));
     }
 
     while (! threadShouldExit())

@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "plugin/PluginImpl.h"
 
+#include <cstddef>
+#include <thread>
+#include <utility>
+
 #include "common/GuestProcess.h"
 #include "common/Log.h"
 #include "common/Text.h"
@@ -37,8 +41,34 @@ void PluginImpl::endSessions()
 bool PluginImpl::FindDevices()
 {
     return operation (false, [this] {
-        for (const auto& candidate : findCandidates())
-            guarded ([&] { connect (candidate); }); // one that fails never spoils the rest
+        const auto candidates = findCandidates();
+        Sessions opened (candidates.size());
+
+        // One that fails never spoils the rest.
+        const auto open = [&] (std::size_t place) { guarded ([&] { opened[place] = connect (candidates[place]); }); };
+
+        {
+            // All at once, since each of them can take as long as it may take not to answer.
+            std::vector<std::jthread> threads;
+            const auto openOnThread = [&open] (std::size_t place) {
+                HeldSignals::forThisThread();
+                open (place);
+            };
+
+            for (std::size_t place = 1; place < candidates.size(); ++place)
+                if (! guarded (false, [&] { return threads.emplace_back (openOnThread, place), true; }))
+                    open (place); // no room for another thread
+
+            if (! candidates.empty())
+                open (0);
+
+            const NoCancellation untilAllAreOpen; // a destructor may not be left in the middle
+            threads.clear();
+        }
+
+        for (auto& session : opened)
+            if (session != nullptr)
+                sessions.push_back (std::move (session));
 
         return ! sessions.empty();
     });
@@ -62,7 +92,7 @@ std::vector<Candidate> PluginImpl::findCandidates()
     return search.finish();
 }
 
-void PluginImpl::connect (const Candidate& candidate)
+std::unique_ptr<Session> PluginImpl::connect (const Candidate& candidate)
 {
     VELTRA_LOG (DEBUG, "Connecting to device @ '" << logText (candidate.address.toStdString()) << "'...");
     auto connection = connectionManager.Connect (candidate.address);
@@ -70,13 +100,12 @@ void PluginImpl::connect (const Candidate& candidate)
     if (connection == nullptr)
     {
         VELTRA_LOG (WARN, "Connection to device @ '" << logText (candidate.address.toStdString()) << "' failed");
-        return;
+        return nullptr;
     }
 
     VELTRA_LOG (DEBUG, "Connected! Querying ProtocolInfo...");
 
-    if (auto session = openSession (std::move (connection), candidate.friendlyName, *settings))
-        sessions.push_back (std::move (session));
+    return openSession (std::move (connection), candidate.friendlyName, *settings);
 }
 
 bool PluginImpl::GetDevice (std::uint32_t index, veltratune_io::Device** device)

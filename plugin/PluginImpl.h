@@ -34,12 +34,17 @@ public:
     void endSessions();
 
 private:
+    using Sessions = std::vector<std::unique_ptr<Session>>;
+
     std::vector<Candidate> findCandidates();
-    void connect (const Candidate& candidate);
+
+    /** Any thread, several at once.
+        @returns  null when the candidate is no receiver, which is logged */
+    std::unique_ptr<Session> connect (const Candidate& candidate);
 
     veltraio::ConnectionManager connectionManager;
     std::unique_ptr<juce::PropertiesFile> settings;
-    std::vector<std::unique_ptr<Session>> sessions; // in the order of discovery
+    Sessions sessions; // in the order of discovery
 };
 
 }

@@ -99,4 +99,75 @@ TEST_F (Search, EveryReceiverOfTheNetworkGivesADeviceAndNoThreadIsLeftBehind)
     });
 }
 
+TEST_F (Search, ReceiversThatAnswerLateAreOpenedAtOnceAndKeepTheirOrder)
+{
+    // Each of them needs 1.7 s for each of three descriptions, or says nothing at all.
+    home->run ([this] {
+        for (const bool isSilent : { false, true, false, true, false, false })
+        {
+            receiver::Receiver::Options options;
+            std::string error;
+            options.faults = receiver::parseFaults (isSilent ? "lose * *"
+                                                             : "delay GetUnit * 1700\n"
+                                                               "delay GetTopologyInfo * 1700\n"
+                                                               "delay GetStimulusInfo * 1700",
+                                                    error)
+                                 .value();
+            auto profile = receiver::shippedProfile ("stereo");
+            const auto name = "R" + std::to_string (receivers.size() + 1);
+            profile.unit.mutable_devices (0)->set_name (name);
+            receivers.push_back (std::make_unique<receiver::Receiver> (profile, options));
+            announce (name, receivers.back()->port());
+        }
+
+        const auto plugin = makePlugin ("<VALUE name=\"UPnPTimeout\" val=\"1500\"/>");
+        const auto start = steady_clock::now();
+        EXPECT_TRUE (plugin->FindDevices());
+        EXPECT_LT (steady_clock::now() - start, std::chrono::seconds (15)); // 7 s; 27 s one after the other
+
+        std::vector<std::string> opened, found;
+
+        for (const auto& line : log.all())
+            if (const auto name = line.text.find ("friendlyName = R"); name != std::string::npos)
+                if (const auto number = line.text[name + 16]; number != '2' && number != '4')
+                    found.push_back (std::string ("R") + number);
+
+        veltratune_io::Device* device = nullptr;
+
+        for (std::uint32_t i = 0; plugin->GetDevice (i, &device); ++i)
+            opened.push_back (std::string (device->GetName()).substr (std::string (device->GetName()).rfind ('|') + 1));
+
+        EXPECT_EQ (4u, opened.size());
+        EXPECT_EQ (found, opened) << "the order of the search";
+    });
+}
+
+TEST_F (Search, TheLogTellsTheStepsInTheirOrder)
+{
+    home->run ([this] {
+        addReceiver ("Lounge");
+        const auto plugin = makePlugin ("<VALUE name=\"UPnPTimeout\" val=\"1500\"/>");
+        ASSERT_TRUE (plugin->FindDevices());
+        const auto at = "TCP:127.0.0.1:" + std::to_string (receivers[0]->port());
+        std::vector<std::string> steps;
+
+        for (const auto& line : log.all())
+            if (line.level != "TRACE")
+                steps.push_back (line.level + " " + line.text.substr (0, line.text.find ('\n')));
+
+        EXPECT_EQ (
+            (std::vector<std::string> {
+                "DEBUG Start device scan (filter='')", "DEBUG ScanHandler::ScanHandler",
+                "DEBUG UPnP scanning thread started", "DEBUG Device scanning started...",
+                "DEBUG Starting UPnP handler for IP 127.0.0.1", "DEBUG Added job entry " + announcements[0]->location(),
+                "DEBUG Getting device XML from " + announcements[0]->location(), "INFO Found VeltraIO protocol handler",
+                "DEBUG Device added: VeltraIO (" + at + ") friendlyName = Lounge", "DEBUG ScanHandler::~ScanHandler",
+                "DEBUG Device scanning ended...", "DEBUG UPnP scanning thread stopped",
+                "DEBUG Connecting to device @ '" + at + "'...", "DEBUG Connected! Querying ProtocolInfo...",
+                "DEBUG Got device protocol info:", "DEBUG Querying Unit...",
+                "DEBUG Got device unit info:", "DEBUG Got device topology info:", "DEBUG Got device stimulus info:" }),
+            steps);
+    });
+}
+
 }
