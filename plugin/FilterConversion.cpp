@@ -17,9 +17,35 @@ using TopologyEntry = veltraio::TopologyInfo::TopologyEntry;
 
 namespace {
 
-/** Far above what devices have; without them a hostile description could fill the host's memory. */
-constexpr std::size_t kMaxRates = 64;
-constexpr std::size_t kMaxChannels = 4096;
+/** Far above what devices have; without them a hostile description could take the host's memory and time. */
+constexpr std::size_t kMaxRates = 16;
+constexpr std::size_t kMaxChannels = 128;
+
+/** Ends a conversion between channels when the host has cancelled it. */
+class WatchedSource final : public filters::FIIRSourceImpl
+{
+public:
+    WatchedSource (filters::FilterSetsImpl& set, const RateBlock& block, CancelWatch& watchToAsk)
+        : FIIRSourceImpl (set, block.channels, block.sampleRate),
+          watch (watchToAsk)
+    {
+    }
+
+    const Eigen::VectorXf& getFIR (unsigned i) override
+    {
+        watch.check();
+        return FIIRSourceImpl::getFIR (i);
+    }
+
+    topology::FIIRData getFIIR (unsigned i) override
+    {
+        watch.check();
+        return FIIRSourceImpl::getFIIR (i);
+    }
+
+private:
+    CancelWatch& watch;
+};
 
 [[noreturn]] void fail (const DownloadTarget& target, const std::string& words)
 {
@@ -111,7 +137,8 @@ void warnOfNames (const DownloadTarget& target, const filters::FilterSetsImpl& s
     }
 }
 
-RateBlock convertRate (const DownloadTarget& target, filters::FilterSetsImpl& set, const TopologyEntry& entry)
+RateBlock convertRate (const DownloadTarget& target, filters::FilterSetsImpl& set, const TopologyEntry& entry,
+                       CancelWatch& watch)
 {
     RateBlock block;
     block.sampleRate = entry.samplerate();
@@ -129,7 +156,7 @@ RateBlock convertRate (const DownloadTarget& target, filters::FilterSetsImpl& se
     const auto parameters = topology::parseParameters (juceText (entry.information()));
     block.latency_ms = topology->getLatencyMs (parameters, block.sampleRate);
 
-    filters::FIIRSourceImpl source (set, block.channels, block.sampleRate);
+    WatchedSource source (set, block, watch);
     auto result = juce::Result::ok();
     topology->createFilterData (result, source, parameters, block.sampleRate, block.blob, target.settings);
 
@@ -141,7 +168,7 @@ RateBlock convertRate (const DownloadTarget& target, filters::FilterSetsImpl& se
 
 }
 
-std::vector<RateBlock> convertFilterSet (const DownloadTarget& target, filters::FilterSetsImpl& set)
+std::vector<RateBlock> convertFilterSet (const DownloadTarget& target, filters::FilterSetsImpl& set, CancelWatch& watch)
 {
     std::vector<RateBlock> blocks;
     std::set<std::vector<std::uint32_t>> checked; // rates mostly serve the same channels: one warning for all
@@ -149,15 +176,14 @@ std::vector<RateBlock> convertFilterSet (const DownloadTarget& target, filters::
 
     auto rates = distinctRates (target.deviceInfo);
     std::erase_if (rates, [&] (auto rate) { return findTopology (target.topologyInfo, rate) == nullptr; });
-    rates.resize (std::min (rates.size(), kMaxRates + 1)); // the one too many fails when its turn comes
+
+    if (rates.size() > kMaxRates)
+        fail (target, "Too many sample rates");
 
     for (auto rate = rates.begin(); rate != rates.end(); ++rate)
     {
-        if (blocks.size() == kMaxRates)
-            fail (target, "Too many sample rates");
-
         set.keepResponsesFor ({ rate, rates.end() });
-        blocks.push_back (convertRate (target, set, *findTopology (target.topologyInfo, *rate)));
+        blocks.push_back (convertRate (target, set, *findTopology (target.topologyInfo, *rate), watch));
         total += blocks.back().blob.getSize();
 
         if (checked.insert (blocks.back().channels).second)

@@ -77,9 +77,15 @@ EResult FilterDownload::run()
         sendBlocks (blocks);
         return kResultOk;
     }
-    catch (EResult failure)
+    catch (EResult result)
     {
-        return failure;
+        if (result == kResultOk)
+        {
+            VELTRA_LOG (INFO, "Download cancelled before the transfer");
+            set.keepResponsesFor ({});
+        }
+
+        return result;
     }
 }
 
@@ -87,7 +93,8 @@ std::vector<RateBlock> FilterDownload::convert()
 {
     try
     {
-        return convertFilterSet (target, set);
+        CancelWatch watch (progress);
+        return convertFilterSet (target, set, watch);
     }
     catch (const std::exception& failure) // its own failures have been logged
     {

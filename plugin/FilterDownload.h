@@ -43,10 +43,13 @@ inline constexpr std::uint64_t kMaxDownloadBytes = 256u * 1024u * 1024u;
 /** How the log's line about a download begins that fails before its first message. */
 inline constexpr const char* kNotStarted = "Download failed before the transfer: ";
 
-/** Converts a set for each sample rate of the device that a structure is declared for. Filters go to channels by their place in the
-    set; the log has a warning where a filter has the name of another of these channels.
-    @throws  veltratune_io::EResult after adding the reason to the target's lastError; std::bad_alloc */
-std::vector<RateBlock> convertFilterSet (const DownloadTarget& target, filters::FilterSetsImpl& set);
+/** Converts a set for each sample rate of the device that a structure is declared for. Filters go to channels by their
+    place in the set; the log has a warning where a filter has the name of another of these channels.
+    @param watch  asked between channels
+    @throws       veltratune_io::EResult: kResultFailed after adding the reason to the target's lastError, kResultOk when
+                  the host has cancelled; std::bad_alloc */
+std::vector<RateBlock> convertFilterSet (const DownloadTarget& target, filters::FilterSetsImpl& set,
+                                         CancelWatch& watch);
 
 /** Converts a filter set and moves it into a slot of a device: what is coming, the channels, then the data of each
     sample rate. The stages never go back; after a failure the device is left with what it got. Serves once, on the

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 
 #include "common/GuestProcess.h"
 #include "plugin/HostCall.h"
 #include "veltratune_io/Callbacks.h"
+#include "veltratune_io/Result.h"
 
 namespace veltra::plugin {
 
@@ -37,6 +39,33 @@ public:
 
 private:
     veltratune_io::ProgressCallback* const callback;
+};
+
+/** Asks the host during a long conversion, once a second, whether it is still wanted. */
+class CancelWatch
+{
+public:
+    explicit CancelWatch (ProgressReport& progressToUse) : progress (progressToUse) {}
+
+    /** @throws  veltratune_io::kResultOk, the result of a cancelled download, when the host asks to cancel */
+    void check()
+    {
+        const auto now = Clock::now();
+
+        if (now < next)
+            return;
+
+        next = now + std::chrono::seconds (1);
+
+        if (! progress.report (0.0f))
+            throw veltratune_io::kResultOk;
+    }
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    ProgressReport& progress;
+    Clock::time_point next = Clock::now() + std::chrono::seconds (1);
 };
 
 }
