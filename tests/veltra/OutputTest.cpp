@@ -10,7 +10,6 @@
 #include "tests/support/NetworkNamespace.h"
 #include "tests/support/Program.h"
 #include "tools/ExitStatus.h"
-#include "tools/receiver/device/SlotReport.h"
 
 namespace fs = std::filesystem;
 
@@ -148,15 +147,6 @@ TEST_F (Output, AFullDiskIsNoticedAndNothingIsLeftBehind)
         expectOutputFailure (convert ({ "--dump", disk / "dump" }));
         EXPECT_LT (filesIn (disk / "dump"), 4);
         fs::remove_all (disk / "dump");
-
-        receiver::Slot slot;
-        slot.state = receiver::Slot::State::occupied;
-        slot.blocks.emplace_back();
-        slot.blocks.back().bytes = std::string (100000, 'x');
-        std::string error;
-        EXPECT_FALSE (receiver::writeSlot (disk, 0, 0, slot, error));
-        EXPECT_NE (std::string::npos, error.find ("cannot be written")) << error;
-        EXPECT_EQ (1, filesIn (disk)); // the slot's text fits
     });
 
     if (! mounted)

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "tools/receiver/device/SlotReport.h"
 
-#include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <iomanip>
@@ -119,16 +118,16 @@ bool writeSlot (const std::filesystem::path& folder, std::uint32_t device, std::
 try
 {
     const auto name = fileName (device, slotIndex);
-    const auto nameOf = [&name] (const SlotBlock& block) {
-        return name + "_" + std::to_string (block.sampleRate) + ".bin";
+    const auto removeFiles = [&] {
+        std::filesystem::remove (folder / (name + ".txt"));
+
+        for (const auto& entry : std::filesystem::directory_iterator (folder))
+            if (const auto file = entry.path().filename().string();
+                file.starts_with (name + "_") && file.ends_with (".bin"))
+                std::filesystem::remove (entry.path());
     };
 
-    // Of the slot's earlier contents.
-    for (const auto& entry : std::filesystem::directory_iterator (folder))
-        if (const auto file = entry.path().filename().string();
-            file.starts_with (name + "_") && file.ends_with (".bin")
-            && std::ranges::find (slot.blocks, file, nameOf) == slot.blocks.end())
-            std::filesystem::remove (entry.path());
+    removeFiles(); // of the slot's earlier contents
 
     const auto write = [&] (const std::string& file, const std::string& content) {
         OutputFile output (folder / file);
@@ -143,10 +142,18 @@ try
     for (const auto& channel : slot.channels)
         text += slotName (device, slotIndex) + describeChannel (channel) + '\n';
 
-    write (name + ".txt", text);
+    try
+    {
+        for (const auto& block : slot.blocks)
+            write (name + "_" + std::to_string (block.sampleRate) + ".bin", block.bytes);
 
-    for (const auto& block : slot.blocks)
-        write (nameOf (block), block.bytes);
+        write (name + ".txt", text);
+    }
+    catch (const Failure&)
+    {
+        removeFiles(); // a part of a slot would pass for all of it
+        throw;
+    }
 
     return true;
 }

@@ -34,7 +34,7 @@ Json slotObject (std::uint32_t device, std::uint32_t slotIndex, const Slot& slot
 
     The files of a second device begin with "device1_".
 
-    @returns false with the reason in `error` */
+    @returns false with the reason in `error`; then the folder has no file of the slot */
 bool writeSlot (const std::filesystem::path& folder, std::uint32_t device, std::uint32_t slotIndex, const Slot&,
                 std::string& error);
 
