@@ -38,6 +38,10 @@ TEST (Sweep, TheFrequencyGrowsExponentially)
                      2e-3)
             << fraction;
 
+    // The last sample is at the highest frequency itself.
+    const double scale = 20.0 * std::numbers::pi / std::log (40.0);
+    EXPECT_NEAR (std::sin (39.0 * scale), makeSweep (1000, 10.0, 400.0, 0, 1, 1000.0, 0.0).back(), 1e-4);
+
     const auto [lowest, highest] = std::minmax_element (sweep.begin(), sweep.end());
     EXPECT_NEAR (-1.0f, *lowest, 1e-4f);
     EXPECT_NEAR (1.0f, *highest, 1e-4f);
