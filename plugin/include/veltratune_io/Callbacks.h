@@ -57,9 +57,11 @@ public:
     */
     virtual void OnProgressText (const char* text, std::uint32_t length) = 0;
 
-    /** After each piece that the device has acknowledged.
+    /** After each piece that the device has acknowledged; before the transfer, with 0, once a second of a conversion that
+        takes longer.
         @param fraction  0 to below 1: bytes before that piece over all bytes
-        @returns         false to cancel, which takes effect when all pieces for this sample rate are sent
+        @returns         false to cancel, which takes effect when all pieces for this sample rate are sent; during the
+                         conversion before its next channel, with nothing sent
     */
     virtual bool OnProgress (float fraction) = 0;
 

@@ -48,7 +48,8 @@ public:
     virtual const char* GetDate() const = 0;
 
     /** Looks for receivers and opens a session with each. Blocks for the time of the search (the setting
-        "UPnPTimeout"; none when the setting "Device" gives an address) and of some exchanges with each receiver.
+        "UPnPTimeout"; none when the setting "Device" gives an address) and of some exchanges with the receivers, which
+        are made with all of them at once: up to 9 s. The devices have the order of the search, whichever answers first.
         A second call adds to what the first found.
 
         @returns  true when the object holds a device afterwards
