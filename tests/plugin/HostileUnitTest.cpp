@@ -22,8 +22,8 @@ class HostileUnit : public DeviceFixture
 TEST_F (HostileUnit, AHostCancelsAConversionBetweenChannels)
 {
     constexpr int channels = 24, rates = 16;
-    auto& device = *profile.unit.mutable_devices (0);
-    auto& configuration = *device.mutable_configurations (0);
+    auto& unitDevice = *profile.unit.mutable_devices (0);
+    auto& configuration = *unitDevice.mutable_configurations (0);
     configuration.clear_channels();
     configuration.clear_samplerates();
     profile.topologyInfo.clear_topologies();
