@@ -31,7 +31,7 @@ std::vector<double> resample (std::vector<double> signal, double ratio, std::siz
 TEST (SoxrResampler, WhatComesOutDoesNotDependOnTheBlocksThatGoIn)
 {
     const Eigen::VectorXd noise = Eigen::VectorXd::Random (3000);
-    std::vector<double> signal (20000);
+    std::vector<double> signal (80000); // libsoxr keeps back 20000 and more
     std::copy (noise.begin(), noise.end(), signal.begin());
 
     for (const double ratio : { 1.0, 2.0, 147.0 / 160.0, 0.25 })
@@ -39,7 +39,7 @@ TEST (SoxrResampler, WhatComesOutDoesNotDependOnTheBlocksThatGoIn)
         const auto whole = resample (signal, ratio, signal.size());
         ASSERT_GT (whole.size(), 3000 * ratio);
 
-        for (const std::size_t size : { 1u, 7u, 480u, 4096u })
+        for (const std::size_t size : { 7u, 480u, 4096u })
         {
             const auto blocks = resample (signal, ratio, size);
             const auto common = std::min (whole.size(), blocks.size()); // the last block keeps back more or less
