@@ -18,6 +18,10 @@ int processId() noexcept;
 void setEnding() noexcept;
 bool isEnding() noexcept;
 
+/** Keeps the shared library of a function in the process for good, also when all that use it are unloaded: for a library with
+    threads that may still run its code then. Nothing where it is linked into the module itself. */
+void keepLibraryOf (const void* function) noexcept;
+
 /** Sleeps until a steady clock has advanced by this much, whatever signals arrive.
     @returns  false when setEnding has ended it early */
 bool pause (std::chrono::milliseconds time);

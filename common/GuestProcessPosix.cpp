@@ -2,12 +2,25 @@
 #include "common/GuestProcess.h"
 
 #include <csignal>
+#include <dlfcn.h>
 #include <pthread.h>
 #include <unistd.h>
 
 namespace veltra {
 
 int processId() noexcept { return ::getpid(); }
+
+void keepLibraryOf (const void* function) noexcept
+{
+    Dl_info library {}, own {};
+
+    if (::dladdr (function, &library) == 0 || ::dladdr (reinterpret_cast<const void*> (&processId), &own) == 0
+        || library.dli_fbase == own.dli_fbase)
+        return;
+
+    if (void* const handle = ::dlopen (library.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE); handle != nullptr)
+        ::dlclose (handle);
+}
 
 void cancellationPoint() { ::pthread_testcancel(); }
 

@@ -7,6 +7,8 @@ namespace veltra {
 
 int processId() noexcept { return ::_getpid(); }
 
+void keepLibraryOf (const void*) noexcept {} // log4cplus is linked into the module
+
 void cancellationPoint() {}
 
 NoCancellation::NoCancellation() noexcept = default;

@@ -13,6 +13,8 @@
 #include <mutex>
 #include <vector>
 
+#include <log4cplus/logger.h>
+
 #include "common/Contain.h"
 #include "common/GuestProcess.h"
 #include "common/Log.h"
@@ -74,6 +76,7 @@ private:
 void onLoad()
 {
     guarded ([] { moduleFile(); });
+    veltra::keepLibraryOf (reinterpret_cast<const void*> (&log4cplus::Logger::getRoot)); // its threads never end
 }
 
 #if ! defined(_WIN32) // where the module's handle arrives with DllMain, after the static objects are made

@@ -207,6 +207,10 @@ def test_nothing_is_left_behind_and_objects_may_go_in_any_order(start, tmp_path,
         del device
         gc.collect()
     assert os.listdir(tmp_path) == []
+    with open("/proc/self/maps", encoding="utf-8") as maps:
+        libraries = maps.read()
+    assert "MorvaneVeltraIO" not in libraries
+    assert "liblog4cplus" in libraries  # threads of its own may still run its code
 
 
 def test_the_program_prints_what_a_receiver_is(start):
