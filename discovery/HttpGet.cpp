@@ -10,6 +10,7 @@
 
 #include "protocol/BlockedSigpipe.h"
 #include "protocol/HostLookup.h"
+#include "protocol/SocketPlatform.h"
 
 namespace upnp {
 
@@ -170,9 +171,10 @@ private:
                && set (CURLOPT_PROXY, "") // which also keeps it from looking at the environment
                && set (CURLOPT_NOSIGNAL, 1L) && set (CURLOPT_CONNECTTIMEOUT_MS, static_cast<long> (connectTime.count()))
                && set (CURLOPT_TIMEOUT_MS, static_cast<long> (left.count())) && set (CURLOPT_RESOLVE, addressBook.get())
-               && set (CURLOPT_PREREQFUNCTION, &connectedCallback) && set (CURLOPT_PREREQDATA, this)
-               && set (CURLOPT_HEADERFUNCTION, &headerCallback) && set (CURLOPT_HEADERDATA, this)
-               && set (CURLOPT_WRITEFUNCTION, &bodyCallback) && set (CURLOPT_WRITEDATA, this);
+               && set (CURLOPT_OPENSOCKETFUNCTION, &socketCallback) && set (CURLOPT_PREREQFUNCTION, &connectedCallback)
+               && set (CURLOPT_PREREQDATA, this) && set (CURLOPT_HEADERFUNCTION, &headerCallback)
+               && set (CURLOPT_HEADERDATA, this) && set (CURLOPT_WRITEFUNCTION, &bodyCallback)
+               && set (CURLOPT_WRITEDATA, this);
     }
 
     void perform (CURLM* multi)
@@ -248,6 +250,13 @@ private:
         reply.body += bytes.substr (0, taken);
         reply.bodyTooLong = taken < bytes.size();
         return taken;
+    }
+
+    /** libcurl's own sockets are inherited by programs that the host starts. */
+    static curl_socket_t socketCallback (void*, curlsocktype, curl_sockaddr* address)
+    {
+        return static_cast<curl_socket_t> (
+            veltra::ipc::platform::openSocket (address->family, address->socktype, address->protocol));
     }
 
     /** Called before the request is sent. */

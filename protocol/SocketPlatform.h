@@ -8,6 +8,10 @@
 /** What JUCE's sockets leave to the operating system; one source for each system. */
 namespace veltra::ipc::platform {
 
+/** A socket that programs which the host starts do not inherit, on Linux and Windows from its first instant.
+    @returns  its handle, or -1 */
+int openSocket (int family, int type, int protocol) noexcept;
+
 /** Once for each connected stream socket: sending raises no signal, and a send that may block gives up after
     some seconds. */
 void prepareSocket (int handle) noexcept;

@@ -18,6 +18,17 @@
 
 namespace veltra::ipc::platform {
 
+int openSocket (int family, int type, int protocol) noexcept
+{
+#if defined(SOCK_CLOEXEC)
+    return ::socket (family, type | SOCK_CLOEXEC, protocol);
+#else
+    const int handle = ::socket (family, type, protocol);
+    ::fcntl (handle, F_SETFD, FD_CLOEXEC);
+    return handle;
+#endif
+}
+
 void prepareSocket (int handle) noexcept
 {
 #if defined(SO_NOSIGPIPE)

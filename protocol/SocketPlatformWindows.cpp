@@ -31,6 +31,12 @@ int sendOnce (int handle, const char* data, int size) noexcept { return ::send (
 
 }
 
+int openSocket (int family, int type, int protocol) noexcept
+{
+    constexpr DWORD flags = WSA_FLAG_OVERLAPPED | WSA_FLAG_NO_HANDLE_INHERIT;
+    return static_cast<int> (::WSASocketW (family, type, protocol, nullptr, 0, flags));
+}
+
 void prepareSocket (int handle) noexcept
 {
     // A send that waits does so below and not in the system, which reports a failure when it has taken a part.

@@ -1,6 +1,11 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "discovery/HttpGet.h"
 
+#include <fcntl.h>
+#include <memory>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
 #include "tests/support/ScriptedHttpServer.h"
 
 namespace {
@@ -35,11 +40,28 @@ ScriptedHttpServer::Script redirects (int count)
 
 }
 
-TEST (HttpGet, FetchesADocumentWithoutAProxyAndWithoutExtraHeaders)
+TEST (HttpGet, FetchesADocumentWithoutAProxyExtraHeadersOrInheritableSockets)
 {
     ::setenv ("http_proxy", "http://127.0.0.1:1/", 1);
-    ScriptedHttpServer server (
-        [] (Exchange& exchange) { exchange.send (ScriptedHttpServer::reply (200, "document")); });
+    int sockets = 0, inheritable = 0;
+    std::unique_ptr<ScriptedHttpServer> started;
+    started = std::make_unique<ScriptedHttpServer> ([&] (Exchange& exchange) {
+        for (int handle = 3; handle < 256; ++handle)
+        {
+            sockaddr_in peer {};
+            socklen_t size = sizeof (peer);
+
+            if (::getpeername (handle, reinterpret_cast<sockaddr*> (&peer), &size) != 0
+                || ntohs (peer.sin_port) != started->port())
+                continue;
+
+            ++sockets;
+            inheritable += (::fcntl (handle, F_GETFD) & FD_CLOEXEC) == 0;
+        }
+
+        exchange.send (ScriptedHttpServer::reply (200, "document"));
+    });
+    auto& server = *started;
 
     const auto reply = upnp::httpGet (server.url ("/a/b.xml?c=d"), never);
     ::unsetenv ("http_proxy");
@@ -48,6 +70,8 @@ TEST (HttpGet, FetchesADocumentWithoutAProxyAndWithoutExtraHeaders)
     EXPECT_EQ (reply->status, 200);
     EXPECT_EQ (reply->body, "document");
     EXPECT_FALSE (reply->bodyTooLong);
+    EXPECT_EQ (1, sockets);
+    EXPECT_EQ (0, inheritable);
     EXPECT_EQ (server.requests().at (0), "GET /a/b.xml?c=d HTTP/1.1\r\nHost: 127.0.0.1:"
                                              + std::to_string (server.port()) + "\r\nAccept: */*\r\n\r\n");
 }
