@@ -171,6 +171,18 @@ TEST_F (Capture, ACallbackMayLeaveTheModeItself)
     EXPECT_EQ (leaver.wait (0), (Lines { "start 1" }));
 }
 
+TEST_F (Capture, LeavingTheModeWaitsForThePacketInTheCallback)
+{
+    auto& opened = open();
+    Listener listener;
+    listener.then = [] (const std::string&) { std::this_thread::sleep_for (std::chrono::milliseconds (100)); };
+    ASSERT_EQ (opened.EnterMeasurementMode (48000, 0, 1, &listener), kResultOk);
+    send (0, { 7 });
+    listener.wait (1);
+    opened.LeaveMeasurementMode();
+    EXPECT_EQ (listener.wait (0), (Lines { "start 1", "7" })) << "all of it";
+}
+
 /** Each callback is gone right after the mode was left, while packets keep coming: the sanitizers watch. */
 TEST_F (Capture, NoPacketIsInTheCallbackAfterTheModeWasLeft)
 {

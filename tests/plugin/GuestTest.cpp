@@ -81,7 +81,8 @@ protected:
 TEST_F (Guest, EndsWellInAProcessThatForksCancelsReleasesAndEnds)
 {
     for (const auto& [scenario, profile] :
-         std::initializer_list<std::pair<const char*, const char*>> { { "forked child", "stereo" },
+         std::initializer_list<std::pair<const char*, const char*>> { { "descriptors", "stereo" },
+                                                                      { "forked child", "stereo" },
                                                                       { "end during download", "stereo" },
                                                                       { "end during capture", "stereo" },
                                                                       { "end during callback", "stereo" },
