@@ -22,6 +22,8 @@ TEST (SocketPlatform, SignalsEndNeitherASendNorAReceive)
 
     std::array<int, 2> ends {};
     ASSERT_EQ (0, ::socketpair (AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()));
+    constexpr timeval patience { 10, 0 };
+    ::setsockopt (ends[0], SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof (patience));
     const std::string block (1 << 16, 'x');
 
     while (sendBytes (ends[0], block.data(), static_cast<int> (block.size()), Blocking::no) > 0)
