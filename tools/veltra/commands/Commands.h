@@ -15,6 +15,7 @@ void addFindCommand (CLI::App& program, const SessionOptions& session);
 void addInfoCommand (CLI::App& program, const SessionOptions& session);
 void addImportCommand (CLI::App& program);
 void addDesignCommand (CLI::App& program);
+void addCheckCommand (CLI::App& program, const SessionOptions& session);
 void addCheckDescriptionCommand (CLI::App& program);
 void addConvertCommand (CLI::App& program, const SessionOptions& session);
 void addInspectCommand (CLI::App& program);

@@ -135,6 +135,7 @@ int run (int argc, char** argv)
     addSlotCommands (program, session);
     addMeasureCommand (program, session);
     addControlCommands (program, session);
+    addCheckCommand (program, session);
     program.set_help_all_flag ("--help-all", "Print this help with those of all commands");
     addCompletionOption (program);
 

@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tools/veltra/check/Check.h"
+
+namespace veltra::check {
+
+/** One check for a person: a line, and three more when it failed. */
+std::string lineOf (const Result& result);
+
+/** How many checks ended how, on one line. */
+std::string summaryOf (const std::vector<Result>& results);
+
+/** The results as JUnit's XML, a testsuite for each level, and as JSON. All texts are UTF-8. */
+std::string junitOf (const std::vector<Result>& results, const std::string& address);
+std::string jsonOf (const std::vector<Result>& results, const std::string& address);
+
+}
