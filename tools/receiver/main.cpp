@@ -22,6 +22,7 @@
 #include "tools/receiver/device/SlotReport.h"
 #include "tools/receiver/network/Announcer.h"
 #include "tools/receiver/network/Receiver.h"
+#include "tools/receiver/replay/Replay.h"
 
 namespace {
 
@@ -33,6 +34,7 @@ struct Arguments
 {
     Receiver::Options options;
     std::string profile = "seven-one";
+    std::string replay;
     std::vector<std::string> faults;
     std::string faultFile;
     std::string log = "events";
@@ -53,6 +55,9 @@ void readArguments (CLI::App& app, Arguments& arguments)
                     "Description of the receiver: a file, or stereo, seven-one or twelve")
         ->type_name ("FILE")
         ->capture_default_str();
+    app.add_option ("--replay", arguments.replay,
+                    "Say what a receiver said in a recording of `veltra trace`, and where the host leaves it")
+        ->type_name ("FILE");
     app.add_option ("--folder", options.folder, "Write each slot into this folder when its download is complete")
         ->type_name ("DIR");
     app.add_option ("--fault", arguments.faults, "A fault to simulate, see below; may be repeated")
@@ -195,8 +200,43 @@ Announcement announcementOf (const Profile& profile, const Arguments& arguments,
              .extension = arguments.extension };
 }
 
+/** From now on SIGINT and SIGTERM end the wait for them. */
+StopSignal& watchSignals()
+{
+    static StopSignal stop; // a signal may still arrive after main has ended
+    stopOnSignal = &stop;
+    std::signal (SIGINT, [] (int) { stopOnSignal->raise(); });
+    std::signal (SIGTERM, [] (int) { stopOnSignal->raise(); });
+    platform::ignoreBrokenPipes();
+    return stop;
+}
+
+/** A second signal ends the program at once. */
+void waitForSignal (StopSignal& stop)
+{
+    while (stop.pause (std::chrono::hours (1)))
+        ;
+
+    std::signal (SIGINT, SIG_DFL);
+    std::signal (SIGTERM, SIG_DFL);
+}
+
+void replay (const Arguments& arguments)
+{
+    auto& stop = watchSignals();
+    const auto& options = arguments.options;
+    Replay player (arguments.replay, options.bindAddress, options.port,
+                   [] (const std::string& text) { print ("replay", { { "text", text } }, { text }); });
+    const auto address = options.bindAddress + ":" + std::to_string (player.port());
+    print ("listening", { { "address", address }, { "replay", arguments.replay } }, { "Listening on " + address });
+    waitForSignal (stop);
+}
+
 void run (Arguments& arguments)
 {
+    if (! arguments.replay.empty())
+        return replay (arguments);
+
     const auto profile = chooseProfile (arguments.profile);
     auto& options = arguments.options;
     options.faults = chooseFaults (arguments);
@@ -217,12 +257,7 @@ void run (Arguments& arguments)
                 std::cerr << text + '\n' << std::flush;
         };
 
-    static StopSignal stop; // a signal may still arrive after this function has ended
-    stopOnSignal = &stop;
-    std::signal (SIGINT, [] (int) { stopOnSignal->raise(); });
-    std::signal (SIGTERM, [] (int) { stopOnSignal->raise(); });
-    platform::ignoreBrokenPipes();
-
+    auto& stop = watchSignals();
     Receiver receiver (profile, options);
     print ("listening", { { "address", receiver.address() }, { "profile", arguments.profile } },
            { "Listening on " + receiver.address() });
@@ -240,12 +275,7 @@ void run (Arguments& arguments)
         print ("announced", { { "name", name } }, { "Announced as " + name });
     }
 
-    while (stop.pause (std::chrono::hours (1)))
-        ;
-
-    // A second signal ends the program at once.
-    std::signal (SIGINT, SIG_DFL);
-    std::signal (SIGTERM, SIG_DFL);
+    waitForSignal (stop);
     announcer.reset();
     receiver.endSessions (HostSession::Ending::close);
     receiver.waitFor ([&] { return receiver.openSessions() == 0; });

@@ -24,6 +24,7 @@ void addDownloadCommand (CLI::App& program, const SessionOptions& session);
 void addSlotCommands (CLI::App& program, const SessionOptions& session);
 void addMeasureCommand (CLI::App& program, const SessionOptions& session);
 void addControlCommands (CLI::App& program, const SessionOptions& session);
+void addTraceCommand (CLI::App& program, const SessionOptions& session);
 
 /** Adds the options that say which impulse responses a command takes and how their channels are numbered.
     @param import  filled while the command line is parsed

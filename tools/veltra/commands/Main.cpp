@@ -23,7 +23,7 @@ std::string footer()
 {
     return "\nThe exit status is 0, or:\n"
            + exitStatusHelp ({ kExitInternal, kExitUsage, kExitModule, kExitNoReceiver, kExitReceiver, kExitInput,
-                               kExitOutput, kExitSlotInUse, kExitConversion, kExitChannels, kExitCancelled })
+                               kExitOutput, kExitSlotInUse, kExitConversion, kExitNetwork, kExitChannels, kExitCancelled })
            + "Results go to standard output, progress and notes to standard error. An input file \"-\" is standard input.\n"
              "Output files appear complete or not at all and keep the mode of the file that they replace. Devices, pipes and\n"
              "links are written through; \"-\" is standard output, and what a command prints then goes to standard error.\n"
@@ -136,6 +136,7 @@ int run (int argc, char** argv)
     addMeasureCommand (program, session);
     addControlCommands (program, session);
     addCheckCommand (program, session);
+    addTraceCommand (program, session);
     program.set_help_all_flag ("--help-all", "Print this help with those of all commands");
     addCompletionOption (program);
 
