@@ -225,8 +225,9 @@ void replay (const Arguments& arguments)
 {
     auto& stop = watchSignals();
     const auto& options = arguments.options;
-    Replay player (arguments.replay, options.bindAddress, options.port,
-                   [] (const std::string& text) { print ("replay", { { "text", text } }, { text }); });
+    Replay player (arguments.replay, options.bindAddress, options.port, [] (const std::string& text) {
+        print ("replay", { { "text", text } }, { text });
+    });
     const auto address = options.bindAddress + ":" + std::to_string (player.port());
     print ("listening", { { "address", address }, { "replay", arguments.replay } }, { "Listening on " + address });
     waitForSignal (stop);

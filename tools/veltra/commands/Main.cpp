@@ -23,7 +23,8 @@ std::string footer()
 {
     return "\nThe exit status is 0, or:\n"
            + exitStatusHelp ({ kExitInternal, kExitUsage, kExitModule, kExitNoReceiver, kExitReceiver, kExitInput,
-                               kExitOutput, kExitSlotInUse, kExitConversion, kExitNetwork, kExitChannels, kExitCancelled })
+                               kExitOutput, kExitSlotInUse, kExitConversion, kExitNetwork, kExitChannels,
+                               kExitCancelled })
            + "Results go to standard output, progress and notes to standard error. An input file \"-\" is standard input.\n"
              "Output files appear complete or not at all and keep the mode of the file that they replace. Devices, pipes and\n"
              "links are written through; \"-\" is standard output, and what a command prints then goes to standard error.\n"
