@@ -420,8 +420,11 @@ class Session(threading.Thread):
             time.sleep(max(0.0, start + (number + 1) * samples / rate - time.monotonic()))
             loud = 0.25 if time.monotonic() < self.receiver.playing_until else 1e-5
             tone = [loud * math.sin(6.283 * 997 * i / rate) for i in range(samples)]
-            if not ("skips-packets" in self.receiver.deviations and number % 10 == 9):
-                self.send(pb.AudioData(packetNumber=number, data=tone))
+            with self.receiver.lock:  # no packet comes behind the acknowledgement that ends the mode
+                if self.receiver.measuring is not self:
+                    break
+                if not ("skips-packets" in self.receiver.deviations and number % 10 == 9):
+                    self.send(pb.AudioData(packetNumber=number, data=tone))
             number += 1
 
 

@@ -3,6 +3,7 @@
 
 import os
 import pathlib
+import re
 import subprocess
 import tempfile
 import unittest
@@ -28,9 +29,11 @@ class Simulated:
     """The simulated receiver, for as long as a `with` lasts."""
 
     def __init__(self, *options):
-        self.process = subprocess.Popen(
-            [SIMULATED, "--log", "nothing", *(str(option) for option in options)], stdout=subprocess.PIPE, text=True, cwd=ROOT)
-        self.address = self.process.stdout.readline().removeprefix("Listening on ").strip()
+        self.start(SIMULATED, "--log", "nothing", *options)
+
+    def start(self, *words):
+        self.process = subprocess.Popen([str(word) for word in words], stdout=subprocess.PIPE, text=True, cwd=ROOT)
+        self.address = re.search(r"127\.0\.0\.1:\d+", self.process.stdout.readline())[0]
 
     def __enter__(self):
         return self

@@ -1,36 +1,39 @@
 # SPDX-License-Identifier: GPL-3.0-or-later
 """`veltra trace` changes nothing and records all, and `veltra-receiver --replay` plays the recording."""
 
+import json
 import re
 import shutil
-import signal
-import subprocess
 import unittest
 
 import document
+import receiver
 from dissector_test import SCRIPT
-from support import SIMULATED, VELTRA, ScratchTest, Simulated, run, veltra
+from support import ROOT, SIMULATED, VELTRA, ScratchTest, Simulated, run, veltra
 
 
-class Trace(ScratchTest):
+class Trace(Simulated):
+    """`veltra trace`, for as long as a `with` lasts."""
+
+    def __init__(self, address, *options):
+        self.start(VELTRA, "trace", "--device", address, *options)
+
+
+class TraceTest(ScratchTest):
     def setUp(self):
         super().setUp()
         self.filters = self.write("filters.xml", document.filters())
         self.recording = self.folder / "session.pcapng"
 
     def traced_download(self, *options):
-        """A download by way of a trace. @returns the lines of the trace, and what the receiver stored"""
-        with Simulated("--profile", "stereo", "--folder", self.folder / "stored") as simulated:
-            trace = subprocess.Popen(
-                [VELTRA, "trace", "--device", simulated.address, "-o", self.recording, *options], stdout=subprocess.PIPE, text=True)
-            address = trace.stdout.readline().removeprefix("Listening on ").strip()
+        """A download by way of a trace. @returns the lines of the trace"""
+        port = receiver.Server(receiver.Receiver()).port
+        with Trace(f"127.0.0.1:{port}", "-o", self.recording, *options) as trace:
             log = self.folder / "module.log"
-            ending = veltra("download", "--slot", "1", self.filters, "--device", address, "--log", log, "--log-level", "debug")
+            ending = veltra("download", "--slot", "1", self.filters, "--device", trace.address, "--log", log, "--log-level", "debug")
             self.assertEqual(0, ending.returncode, ending.stderr)
-            trace.send_signal(signal.SIGINT)
-            lines = trace.communicate(timeout=30)[0].splitlines()
-            self.assertEqual(0, trace.returncode)
-        return lines
+        self.assertEqual(0, trace.process.returncode)
+        return trace.output.splitlines()
 
     def test_shows_each_envelope_and_the_time_to_its_answer(self):
         (self.folder / "module.log").touch()
@@ -45,6 +48,17 @@ class Trace(ScratchTest):
                         "-e", "veltraio.message", "-e", "_ws.malformed").stdout.split()
             self.assertEqual(sum(line.count("  > ") for line in lines), sum(name not in ("Acknowledge", "ProtocolInfo", "Unit", "TopologyInfo", "StimulusInfo") for name in found))
 
+    def test_prints_the_keys_of_the_document_for_scripts(self):
+        part = re.search(r"^## veltra trace$(.*?)^## ", (ROOT / "docs" / "json.md").read_text(), re.M | re.S)[1]
+        documented = set(re.findall(r"^\| `(\w+)` \| `(\w+)`", part, re.M))
+        (self.folder / "module.log").touch()
+        found = set()
+        for line in self.traced_download("--json", "--log", str(self.folder / "module.log")):
+            event = json.loads(line)
+            found |= {(event["event"], key) for key in event if key != "event"}
+        # The first line has been read, and the recording was not full.
+        self.assertEqual(documented - {("listening", "address"), ("full", "time")}, found)
+
     def test_a_replay_answers_as_recorded_and_says_where_a_host_leaves_it(self):
         self.traced_download()
         other = self.write("other.xml", document.filters().replace('"Room"', '"Other"'))
@@ -57,13 +71,11 @@ class Trace(ScratchTest):
 
     def test_a_full_recording_ends_and_the_trace_goes_on(self):
         with Simulated("--profile", "seven-one") as simulated:
-            trace = subprocess.Popen(
-                [VELTRA, "trace", "--device", simulated.address, "-o", self.recording, "--limit", "1"], stdout=subprocess.PIPE, text=True)
-            address = trace.stdout.readline().removeprefix("Listening on ").strip()
-            ending = veltra("check", "--device", address, "--level", "3", "--slot", "0", "--slack", "3000")
-            self.assertEqual(0, ending.returncode, ending.stdout)
-            trace.send_signal(signal.SIGINT)
-            self.assertEqual(1, len(re.findall("has reached its limit", trace.communicate(timeout=30)[0])))
+            with Trace(simulated.address, "-o", self.recording, "--limit", "1") as trace:
+                # More than a pipe holds, and nobody reads it yet.
+                ending = veltra("check", "--device", trace.address, "--level", "3", "--slot", "0", "--slack", "3000")
+                self.assertEqual(0, ending.returncode, ending.stdout)
+        self.assertEqual(1, trace.output.count("has reached its limit"))
         self.assertLess(self.recording.stat().st_size, (1 << 20) + 1)
 
     def test_a_file_that_is_no_recording_is_refused_in_words(self):

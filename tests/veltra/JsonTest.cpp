@@ -162,15 +162,19 @@ TEST_F (JsonOutput, EachCommandPrintsTheKeysOfTheDocumentAndNoOthers)
     EXPECT_GT (capture["seconds"], 5.0);
     EXPECT_LT (capture["peak_dBFS"], 0.0);
 
+    EXPECT_EQ (0, resultOf ({ "check", "--level", "3" })["failed"]);
+
     // What one of two structures has, and what this run did not bring about.
     seen["veltra convert"].insert ("progress fraction");
     seen["veltra inspect"].insert ("result problems[]");
+    seen["veltra check"].merge (Keys { "check sent", "check expected", "check came" });
 
     for (const auto& [part, keys] : seen)
         EXPECT_EQ (documented[part], keys) << part;
 
     for (const auto& [part, keys] : documented)
-        EXPECT_TRUE (! part.starts_with ("veltra ") || part == "veltra find" || seen.contains (part)) << part;
+        EXPECT_TRUE (! part.starts_with ("veltra ") || part == "veltra find" || part == "veltra trace"
+                     || seen.contains (part)) << part;
 }
 
 TEST_F (JsonOutput, FailuresQuietnessAndStandardInput)

@@ -123,13 +123,19 @@ private:
 std::vector<RecordedConversation> readCapture (const std::filesystem::path& file)
 {
     std::ifstream stream (file, std::ios::binary);
+
+    if (! stream)
+        throw std::runtime_error ("it cannot be read");
+
+    return readCapture (stream);
+}
+
+std::vector<RecordedConversation> readCapture (std::istream& stream)
+{
     Assembly assembly;
     std::vector<std::uint32_t> linkTypes;
     std::string head (12, '\0');
     bool isBigEndian = false, isFirst = true;
-
-    if (! stream)
-        throw std::runtime_error ("it cannot be read");
 
     while (stream.read (head.data(), 12))
     {

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <iosfwd>
 #include <string>
 #include <vector>
 
@@ -27,5 +28,6 @@ struct RecordedConversation
     midst of a block, what is whole is read. Packets that were sent twice count once.
     @throws  std::runtime_error when the file cannot be read, is no pcapng file, or lacks bytes of a conversation */
 std::vector<RecordedConversation> readCapture (const std::filesystem::path& file);
+std::vector<RecordedConversation> readCapture (std::istream& stream);
 
 }

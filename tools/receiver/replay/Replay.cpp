@@ -2,6 +2,7 @@
 #include "tools/receiver/replay/Replay.h"
 
 #include <algorithm>
+#include <atomic>
 #include <stdexcept>
 #include <utility>
 
@@ -99,10 +100,19 @@ public:
         : replay (theReplay),
           number (theNumber),
           exchanges (theReplay.conversations[(theNumber - 1) % theReplay.conversations.size()]),
-          connection (std::move (socket), theReplay.stop)
+          connection (std::move (socket), theReplay.stop),
+          thread ([this] { run(); })
     {
     }
 
+    ~Session() { thread.join(); }
+
+    Session (const Session&) = delete;
+    Session& operator= (const Session&) = delete;
+
+    bool isOver() const noexcept { return over; }
+
+private:
     void run()
     {
         Envelopes envelopes ([this] (const std::string& question) { answer (question); });
@@ -116,9 +126,10 @@ public:
         else
             say ("ended at message " + std::to_string (place + 1) + " of " + std::to_string (exchanges.size())
                  + ", before " + nameIn (exchanges[place].question));
+
+        over = true;
     }
 
-private:
     void answer (const std::string& question)
     {
         const auto next = exchanges.begin() + static_cast<std::ptrdiff_t> (place);
@@ -155,6 +166,8 @@ private:
     const std::vector<RecordedExchange>& exchanges;
     HostSocket connection;
     std::size_t place = 0; ///< of the next exchange
+    std::atomic<bool> over { false };
+    std::thread thread; // last: it uses all that is above
 };
 
 Replay::Replay (const std::filesystem::path& file, const std::string& address, std::uint16_t wantedPort, Log logger)
@@ -174,9 +187,6 @@ Replay::~Replay()
 
     if (thread.joinable())
         thread.join();
-
-    for (auto& session : sessions)
-        session.join();
 }
 
 void Replay::say (const std::string& text)
@@ -188,9 +198,10 @@ void Replay::say (const std::string& text)
 void Replay::listen()
 {
     for (unsigned number = 1; auto socket = listener.accept (stop); ++number)
-        sessions.emplace_back ([this, number, connection = std::move (*socket)]() mutable {
-            Session (*this, number, std::move (connection)).run();
-        });
+    {
+        sessions.remove_if ([] (const Session& session) { return session.isOver(); });
+        sessions.emplace_back (*this, number, std::move (*socket));
+    }
 }
 
 }

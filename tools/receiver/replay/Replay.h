@@ -54,7 +54,7 @@ private:
     std::mutex logging;
     StopSignal stop;
     Listener listener;
-    std::list<std::thread> sessions;
+    std::list<Session> sessions;
     std::thread thread;
 };
 

@@ -141,7 +141,15 @@ public:
         if (! subject.can (veltraio::Unit::Caps_kVolume))
             return;
 
-        before = wire.ask<veltraio::Volume> (request (Request::RequestType_kGetVolume));
+        try
+        {
+            before = wire.ask<veltraio::Volume> (request (Request::RequestType_kGetVolume));
+        }
+        catch (const Finding&)
+        {
+            throw Skip { "its volume cannot be lowered: 'tells-volume' did not pass" };
+        }
+
         before->clear_description();
         auto low = *before;
         low.set_volume (std::min (before->volume(), kLoudestVolume));

@@ -42,7 +42,12 @@ Answer askOnce (const Subject& subject, Request::RequestType type, std::uint32_t
                     expected, came.empty() ? describe (answer) : came };
 }
 
-void opens (Subject& subject) { const Wire wire (subject.target); }
+void opens (Subject& subject)
+{
+    constexpr Milliseconds stay { 100 };
+    Wire wire (subject.target);
+    wire.expectSilence ("a connection", stay);
+}
 
 void tellsProtocol (Subject& subject)
 {

@@ -44,16 +44,6 @@ std::string xml (const std::string& text)
     return result + "\"";
 }
 
-std::string json (const std::string& text)
-{
-    std::string result = "\"";
-
-    for (const char c : logText (text))
-        result += (c == '"' || c == '\\') ? std::string { '\\', c } : std::string (1, c);
-
-    return result + "\"";
-}
-
 std::string sentenceOf (const Finding& finding)
 {
     return "sent " + finding.sent + "; expected " + finding.expected + "; came " + finding.came;
@@ -81,11 +71,37 @@ std::string lineOf (const Result& result)
     return text;
 }
 
+Json objectOf (const Result& result)
+{
+    Json object { { "name", result.check->name },
+                  { "level", result.check->level },
+                  { "section", result.check->section },
+                  { "outcome", wordOf (result.outcome) },
+                  { "seconds", result.seconds } };
+
+    if (result.outcome == Outcome::failed)
+        object.update ({ { "sent", result.finding.sent },
+                         { "expected", result.finding.expected },
+                         { "came", result.finding.came } });
+    else if (result.outcome == Outcome::skipped)
+        object["reason"] = result.reason;
+
+    return object;
+}
+
 std::string summaryOf (const std::vector<Result>& results)
 {
     return std::to_string (results.size()) + " checks: " + std::to_string (count (results, Outcome::passed))
            + " passed, " + std::to_string (count (results, Outcome::failed)) + " failed, "
            + std::to_string (count (results, Outcome::skipped)) + " skipped.\n";
+}
+
+Json summaryObject (const std::vector<Result>& results, const std::string& address)
+{
+    return { { "address", address },
+             { "passed", count (results, Outcome::passed) },
+             { "failed", count (results, Outcome::failed) },
+             { "skipped", count (results, Outcome::skipped) } };
 }
 
 std::string junitOf (const std::vector<Result>& results, const std::string& address)
@@ -131,27 +147,13 @@ std::string junitOf (const std::vector<Result>& results, const std::string& addr
 
 std::string jsonOf (const std::vector<Result>& results, const std::string& address)
 {
-    std::string text = "{\n  \"device\": " + json (address) + ",\n  \"checks\": [";
-    const char* separator = "\n";
+    auto report = summaryObject (results, address);
+    report["checks"] = Json::array();
 
     for (const auto& one : results)
-    {
-        text += separator;
-        separator = ",\n";
-        text += "    { \"name\": " + json (one.check->name) + ", \"level\": " + std::to_string (one.check->level)
-                + ", \"section\": " + json (one.check->section) + ", \"outcome\": " + json (wordOf (one.outcome))
-                + ", \"seconds\": " + secondsText (one.seconds);
+        report["checks"].push_back (objectOf (one));
 
-        if (one.outcome == Outcome::failed)
-            text += ", \"sent\": " + json (one.finding.sent) + ", \"expected\": " + json (one.finding.expected)
-                    + ", \"came\": " + json (one.finding.came);
-        else if (one.outcome == Outcome::skipped)
-            text += ", \"reason\": " + json (one.reason);
-
-        text += " }";
-    }
-
-    return text + "\n  ]\n}\n";
+    return report.dump (2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
 }

@@ -21,16 +21,14 @@ constexpr Milliseconds kIdle { 6000 }; // longer than the interval of a keep-ali
 constexpr Milliseconds kPause { 100 };
 constexpr int kExchangesOfASession = 200;
 
-void askAll (Subject& subject, Wire& wire)
+/** What every receiver has to answer. */
+void askAll (Wire& wire)
 {
     wire.ask<veltraio::ProtocolInfo> (kQuestion);
     wire.ask<veltraio::Unit> (request (Request::RequestType_kGetUnit));
     wire.ask<veltraio::TopologyInfo> (request (Request::RequestType_kGetTopologyInfo));
     wire.ask<veltraio::StimulusInfo> (request (Request::RequestType_kGetStimulusInfo));
     wire.ask<veltraio::FilteringState> (request (Request::RequestType_kGetFilteringState));
-
-    if (subject.can (veltraio::Unit::Caps_kVolume))
-        wire.ask<veltraio::Volume> (request (Request::RequestType_kGetVolume));
 }
 
 void servesTwo (Subject& subject)
@@ -39,7 +37,7 @@ void servesTwo (Subject& subject)
 
     for (int i = 0; i < 20; ++i)
         for (auto* const wire : { &first, &second })
-            askAll (subject, *wire);
+            askAll (*wire);
 
     // Both have questions under way, and what one sets the other one sees.
     const auto state = request (Request::RequestType_kGetFilteringState);
@@ -66,7 +64,7 @@ void survivesVanishing (Subject& subject)
     {
         Wire (subject.target).sendBytes (sent);
         Wire wire (subject.target);
-        askAll (subject, wire);
+        askAll (wire);
     }
 
     if (! subject.slot)
@@ -88,7 +86,7 @@ void survivesVanishing (Subject& subject)
 
         wire.reset();
         Wire another (subject.target);
-        askAll (subject, another);
+        askAll (another);
     }
 }
 
@@ -112,7 +110,7 @@ void lasts (Subject& subject)
             Wire wire (subject.target);
 
             for (int i = 0; i < kExchangesOfASession / 6 && Clock::now() < end; ++i)
-                askAll (subject, wire);
+                askAll (wire);
 
             if (++sessions % 10 == 0 && subject.slot)
             {

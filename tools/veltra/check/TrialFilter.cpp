@@ -2,6 +2,7 @@
 #include "tools/veltra/check/TrialFilter.h"
 
 #include <algorithm>
+#include <new>
 
 #include "common/Text.h"
 #include "topology/Topology.h"
@@ -13,14 +14,16 @@ namespace {
 using veltraio::Request;
 
 constexpr std::size_t kLargestChunk = 1024; // of the plug-in
+constexpr int kMostTaps = 1 << 16;          // that a receiver's own text makes a trial filter have
 
 /** An impulse on each channel. */
 class Impulses final : public topology::IFIRSource
 {
 public:
-    explicit Impulses (const std::vector<std::uint32_t>& numbers) : channels (numbers)
+    /** @param taps  of the structure; the responses are longer, since sections are designed for what lies behind the taps */
+    Impulses (const std::vector<std::uint32_t>& numbers, int taps) : channels (numbers)
     {
-        response = Eigen::VectorXf::Zero (1024);
+        response = Eigen::VectorXf::Zero (std::clamp (taps, 0, kMostTaps) + 1024);
         response[512] = 1.0f; // a dual-rate structure loses what comes earlier
     }
 
@@ -39,13 +42,17 @@ private:
 TrialBlock makeBlock (const veltraio::TopologyInfo::TopologyEntry& entry, std::vector<std::uint32_t> channels)
 {
     TrialBlock block { entry.samplerate(), std::move (channels), {} };
-    Impulses source (block.channels);
+    const auto parameters = topology::parseParameters (juceText (entry.information()));
+    Impulses source (block.channels, parameters["NbrOfFIRTaps"].getIntValue());
     auto result = juce::Result::ok();
     juce::MemoryBlock blob;
     juce::PropertySet settings;
-    topology::createTopology (juceText (entry.name()), {})
-        ->createFilterData (result, source, topology::parseParameters (juceText (entry.information())),
-                            entry.samplerate(), blob, settings);
+    const auto handler = topology::createTopology (juceText (entry.name()), {});
+
+    if (handler == nullptr)
+        throw std::bad_alloc();
+
+    handler->createFilterData (result, source, parameters, entry.samplerate(), blob, settings);
 
     if (result.failed())
         throw Finding { "the topology " + logText (entry.name()) + " with " + logText (entry.information()),
@@ -65,7 +72,9 @@ std::vector<TrialBlock> trialFilter (const Subject& subject, bool allRates)
         for (const auto rate : configuration.samplerates())
         {
             const auto& entries = subject.topologyInfo.topologies();
-            const auto entry = std::ranges::find (entries, rate, [] (const auto& some) { return some.samplerate(); });
+            const auto entry = std::ranges::find_if (entries, [rate] (const auto& some) {
+                return some.samplerate() == rate && topology::findTopology (juceText (some.name())) != nullptr;
+            });
 
             if (entry == entries.end() || configuration.channels().empty()
                 || std::ranges::find (blocks, rate, &TrialBlock::sampleRate) != blocks.end())
@@ -80,7 +89,7 @@ std::vector<TrialBlock> trialFilter (const Subject& subject, bool allRates)
         }
 
     if (blocks.empty())
-        throw Skip { "no configuration has channels and a rate with a topology" };
+        throw Skip { "no configuration has channels and a rate with a topology that the plug-in has" };
 
     if (! allRates)
         blocks = { *std::ranges::min_element (blocks, {}, [] (const auto& block) { return block.bytes.size(); }) };

@@ -1,16 +1,17 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include <algorithm>
-#include <cstdio>
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <ostream>
 
-#include "common/Numbers.h"
 #include "tools/ExitStatus.h"
+#include "tools/output/Json.h"
 #include "tools/output/OutputFile.h"
 #include "tools/output/SignalWatch.h"
 #include "tools/veltra/check/Report.h"
 #include "tools/veltra/commands/Commands.h"
+#include "tools/veltra/commands/ReceiverTarget.h"
 #include "tools/veltra/session/ConnectionLog.h"
 
 namespace veltra::host {
@@ -56,12 +57,9 @@ private:
 void run (const SessionOptions& session, CheckOptions& options)
 {
     ReportFile junit (options.junit, options.force), json (options.json, options.force);
-    const auto resolved = withAddress (session);
-    const auto address = deviceSetting (resolved.device).substr (std::size ("TCP:") - 1);
-    const auto colon = address.rfind (':');
     auto& target = options.subject.target;
-    target.host = address.substr (0, colon);
-    target.port = toInt (address.substr (colon + 1));
+    target = receiverTarget (session);
+    const auto address = target.host + ":" + std::to_string (target.port);
     target.slack = check::Milliseconds (options.slack_ms);
 
     const CancelScope cancel;
@@ -71,8 +69,8 @@ void run (const SessionOptions& session, CheckOptions& options)
     try
     {
         results = check::runChecks (options.subject, options.level, [] (const check::Result& result) {
-            std::fputs (check::lineOf (result).c_str(), stdout);
-            std::fflush (stdout);
+            textOutput() << check::lineOf (result) << std::flush;
+            printJson ("check", check::objectOf (result));
         });
     }
     catch (const check::Cancelled&)
@@ -80,7 +78,7 @@ void run (const SessionOptions& session, CheckOptions& options)
         throw Failure (kExitCancelled, "Cancelled; the receiver's settings have been put back.");
     }
 
-    std::fputs (check::summaryOf (results).c_str(), stdout);
+    printResult (check::summaryObject (results, address), check::summaryOf (results));
     junit.write (check::junitOf (results, address));
     json.write (check::jsonOf (results, address));
 
@@ -114,7 +112,10 @@ void addCheckCommand (CLI::App& program, const SessionOptions& session)
         ->type_name ("MS")
         ->capture_default_str();
     command->add_option ("--junit", options->junit, "Also write the results as JUnit's XML")->type_name ("FILE");
-    command->add_option ("--json", options->json, "Also write the results as JSON")->type_name ("FILE");
+    auto* const json =
+        command->add_option ("--json", options->json, "Print the results as JSON, or write them into a FILE")
+            ->type_name ("[FILE]")
+            ->expected (0, 1);
     command->add_flag ("--force", options->force, "Replace output files that exist");
     command->footer (
         "\nEach level contains those before it:\n"
@@ -125,7 +126,9 @@ void addCheckCommand (CLI::App& program, const SessionOptions& session)
         "  5  all kinds of exchanges for some --minutes\n"
         "Volume, attenuations, active slot and filtering are put back at the end; the volume is never raised. The exit\n"
         "status is 0 when no check failed.\n");
-    command->callback ([options, slot, &session] {
+    command->callback ([options, slot, json, &session] {
+        outputForm().json = outputForm().json || (json->count() > 0 && options->json.empty());
+
         if (slot->count() > 0)
             options->subject.slot = options->slot;
 

@@ -1,15 +1,21 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include <cstdio>
+#include <condition_variable>
+#include <deque>
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <mutex>
 #include <optional>
+#include <ostream>
+#include <string_view>
 #include <thread>
+#include <utility>
 
-#include "common/Numbers.h"
+#include "tools/output/Json.h"
 #include "tools/output/OutputFile.h"
 #include "tools/output/SignalWatch.h"
 #include "tools/veltra/commands/Commands.h"
+#include "tools/veltra/commands/ReceiverTarget.h"
 #include "tools/veltra/trace/Proxy.h"
 
 namespace veltra::host {
@@ -22,6 +28,82 @@ struct TraceOptions
     std::filesystem::path output;
     std::uint32_t limit_MB = 256;
     bool force = false;
+};
+
+/** Prints on a thread of its own, so that an output that takes nothing for a while does not hold the conversation up. */
+class Printer
+{
+public:
+    Printer() : thread ([this] { run(); }) {}
+
+    /** Waits until all is printed. */
+    ~Printer()
+    {
+        {
+            const std::scoped_lock guard (lock);
+            isOver = true;
+        }
+
+        changed.notify_one();
+        thread.join();
+    }
+
+    Printer (const Printer&) = delete;
+    Printer& operator= (const Printer&) = delete;
+
+    /** Any thread. */
+    void add (std::string_view event, const Json& object, const std::string& text)
+    {
+        const std::scoped_lock guard (lock);
+
+        if (waiting.size() < kMostWaiting)
+            waiting.push_back ({ std::string (event), object, text });
+        else
+            ++left;
+
+        changed.notify_one();
+    }
+
+private:
+    struct Line
+    {
+        std::string event;
+        Json object;
+        std::string text;
+    };
+
+    static constexpr std::size_t kMostWaiting = 65536;
+
+    void run()
+    {
+        std::unique_lock guard (lock);
+
+        while (! isOver || ! waiting.empty())
+        {
+            changed.wait (guard, [this] { return isOver || ! waiting.empty(); });
+            const auto lines = std::exchange (waiting, {});
+            const auto missing = std::exchange (left, 0u);
+            guard.unlock();
+
+            for (const auto& line : lines)
+            {
+                textOutput() << line.text << std::flush;
+                printJson (line.event, line.object);
+            }
+
+            if (missing > 0)
+                notes() << missing << " lines are left out: the output takes them too slowly.\n";
+
+            guard.lock();
+        }
+    }
+
+    std::mutex lock;
+    std::condition_variable changed;
+    std::deque<Line> waiting;
+    unsigned left = 0; ///< lines that found no room
+    bool isOver = false;
+    std::thread thread; // last: it uses all that is above
 };
 
 /** Hands the lines that are appended to a file to a tracer, for as long as the object lives. */
@@ -74,24 +156,18 @@ void run (const SessionOptions& session, const TraceOptions& options)
         writer.emplace (output->stream(), std::uint64_t { options.limit_MB } << 20);
     }
 
-    const auto address = deviceSetting (withAddress (session).device).substr (sizeof ("TCP:") - 1);
-    const auto colon = address.rfind (':');
-    check::Target receiver;
-    receiver.host = address.substr (0, colon);
-    receiver.port = toInt (address.substr (colon + 1));
-
+    const auto receiver = receiverTarget (session);
     const CancelScope cancel;
-    trace::Tracer tracer (
-        [] (const std::string& line) {
-            std::fputs (line.c_str(), stdout);
-            std::fflush (stdout);
-        },
-        writer ? &*writer : nullptr);
     {
+        Printer printer;
+        trace::Tracer tracer ([&] (std::string_view event, const Json& object,
+                                   const std::string& line) { printer.add (event, object, line); },
+                              writer ? &*writer : nullptr);
         std::optional<LogFollower> log;
         trace::Proxy proxy (receiver, options.port, tracer);
-        std::printf ("Listening on 127.0.0.1:%d\n", proxy.port());
-        std::fflush (stdout);
+        const auto ownAddress = "127.0.0.1:" + std::to_string (proxy.port());
+        textOutput() << "Listening on " << ownAddress << std::endl;
+        printJson ("listening", { { "address", ownAddress } });
 
         if (! session.log.empty())
             log.emplace (session.log, tracer);
@@ -101,6 +177,8 @@ void run (const SessionOptions& session, const TraceOptions& options)
 
     if (output)
         output->complete();
+
+    printResult ({ { "output", options.output.empty() ? Json() : Json (options.output.string()) } }, "");
 }
 
 }

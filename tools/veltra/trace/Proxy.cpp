@@ -85,26 +85,27 @@ private:
                 break;
 
             const std::string_view bytes (buffer.data(), static_cast<std::size_t> (count));
-            const bool isTaken = sendAll (to.getRawSocketHandle(), bytes);
-            tracer.passed (number, sender, bytes);
+            tracer.passed (number, sender, bytes); // first: the answer may come before sendAll returns
 
-            if (! isTaken)
+            if (! sendAll (to.getRawSocketHandle(), bytes))
                 break;
         }
+
+        if (! hasEnded.exchange (true))
+            first = sender;
 
         end();
 
         if (--running == 0)
             tracer.closed (number, first.load());
-        else
-            first = sender;
     }
 
     Tracer& tracer;
     const unsigned number;
     const std::unique_ptr<juce::StreamingSocket> host, receiver;
     std::atomic<int> running { 2 };
-    std::atomic<Side> first { Side::host };
+    std::atomic<bool> hasEnded { false };
+    std::atomic<Side> first { Side::host }; ///< that has closed its connection
     std::thread fromHost, fromReceiver;
 };
 

@@ -14,7 +14,7 @@
 namespace veltra::trace {
 
 /** Stands between hosts and a receiver: takes connections on the loopback interface, makes one to the receiver for each, and
-    passes all bytes on unchanged, before the tracer sees them. */
+    passes all bytes on unchanged, once the tracer has seen them. */
 class Proxy
 {
 public:

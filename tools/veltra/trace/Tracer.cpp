@@ -29,6 +29,8 @@ std::string timeText (SystemClock::time_point time)
     return text;
 }
 
+const char* nameOf (Side side) { return side == Side::host ? "host" : "receiver"; }
+
 std::string expectedAnswer (const check::Incoming& question)
 {
     if (question.name == "Ping")
@@ -91,13 +93,18 @@ Tracer::Tracer (Print printLine, CaptureWriter* captureWriter) : print (std::mov
 }
 Tracer::~Tracer() = default;
 
-void Tracer::line (const std::string& text) { print (timeText (SystemClock::now()) + "  " + text + "\n"); }
+void Tracer::tell (std::string_view event, Json object, const std::string& text)
+{
+    const auto time = timeText (SystemClock::now());
+    object["time"] = time;
+    print (event, object, time + "  " + text + "\n");
+}
 
 void Tracer::opened (unsigned number)
 {
     const std::scoped_lock guard (lock);
     auto& connection = *(connections[number] = std::make_unique<Connection> (*this, number));
-    line ("#" + std::to_string (number) + "    connected");
+    tell ("connected", { { "connection", number } }, "#" + std::to_string (number) + "    connected");
 
     if (writer != nullptr)
         connection.recording.emplace (*writer, SystemClock::now());
@@ -111,8 +118,8 @@ void Tracer::passed (unsigned number, Side sender, std::string_view bytes)
     if (connection.recording)
         connection.recording->add (sender, bytes, SystemClock::now(), std::exchange (comment, {}));
 
-    if (writer != nullptr && writer->isFull() && ! std::exchange (toldThatFull, true))
-        line ("      the recording has reached its limit and ends here");
+    if (writer != nullptr && writer->isFull() && ! std::exchange (hasToldThatFull, true))
+        tell ("full", Json::object(), "      the recording has reached its limit and ends here");
 
     auto& stream = sender == Side::host ? connection.fromHost : connection.fromReceiver;
     stream.feed (reinterpret_cast<const std::uint8_t*> (bytes.data()), static_cast<std::uint32_t> (bytes.size()));
@@ -126,7 +133,8 @@ void Tracer::closed (unsigned number, Side first)
     if (found == connections.end())
         return;
 
-    line ("#" + std::to_string (number) + "    disconnected by the " + (first == Side::host ? "host" : "receiver"));
+    tell ("disconnected", { { "connection", number }, { "by", nameOf (first) } },
+          "#" + std::to_string (number) + "    disconnected by the " + nameOf (first));
 
     if (found->second->recording)
         found->second->recording->close (first, SystemClock::now());
@@ -137,14 +145,18 @@ void Tracer::closed (unsigned number, Side first)
 void Tracer::logged (const std::string& text)
 {
     const std::scoped_lock guard (lock);
-    line ("log    " + logText (text));
+    tell ("log", { { "text", text } }, "log    " + logText (text));
     comment += (comment.empty() ? "" : "\n") + text;
 }
 
 void Tracer::envelope (Connection& connection, Side sender, const check::Incoming& incoming, bool isKnown)
 {
-    std::string text =
-        "#" + std::to_string (connection.number) + (sender == Side::host ? "  > " : "  < ") + describe (incoming);
+    const auto shown = describe (incoming);
+    auto text = "#" + std::to_string (connection.number) + (sender == Side::host ? "  > " : "  < ") + shown;
+    Json object { { "connection", connection.number },
+                  { "from", nameOf (sender) },
+                  { "message", isKnown ? Json (incoming.name) : Json() },
+                  { "text", shown } };
 
     if (sender == Side::host)
     {
@@ -161,17 +173,21 @@ void Tracer::envelope (Connection& connection, Side sender, const check::Incomin
 
         if (found != questions.end())
         {
-            char time[32];
-            std::snprintf (time, sizeof (time), "  %.3f ms",
-                           std::chrono::duration<double, std::milli> (incoming.arrival - found->time).count());
-            text += time;
+            const std::chrono::duration<double, std::milli> time = incoming.arrival - found->time;
+            object["answer_ms"] = time.count();
+            char timeInText[32];
+            std::snprintf (timeInText, sizeof (timeInText), "  %.3f ms", time.count());
+            text += timeInText;
             questions.erase (questions.begin(), found + 1);
         }
         else
+        {
+            object["answer_ms"] = nullptr;
             text += "  answers no question";
+        }
     }
 
-    line (text);
+    tell ("envelope", std::move (object), text);
 }
 
 }

@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "tools/capture/CaptureWriter.h"
+#include "tools/output/Json.h"
 #include "tools/veltra/check/Wire.h"
 
 namespace veltra::trace {
@@ -21,9 +22,10 @@ using capture::Side;
 class Tracer
 {
 public:
-    using Print = std::function<void (const std::string& line)>;
+    /** What happened, in a form for scripts (docs/json.md) and as a line for people. */
+    using Print = std::function<void (std::string_view event, const Json& object, const std::string& line)>;
 
-    /** @param print   called with whole lines, one at a time
+    /** @param print   called on the threads of all that is told, one call at a time
         @param writer  may be null: nothing is recorded; otherwise borrowed */
     Tracer (Print print, CaptureWriter* writer);
     ~Tracer();
@@ -49,14 +51,14 @@ private:
     };
 
     void envelope (Connection& connection, Side sender, const check::Incoming& incoming, bool isKnown);
-    void line (const std::string& text);
+    void tell (std::string_view event, Json object, const std::string& text);
 
     const Print print;
     CaptureWriter* const writer;
     std::mutex lock;
     std::map<unsigned, std::unique_ptr<Connection>> connections;
     std::string comment; ///< for the next packet
-    bool toldThatFull = false;
+    bool hasToldThatFull = false;
 };
 
 }
