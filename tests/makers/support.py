@@ -33,14 +33,15 @@ class Simulated:
 
     def start(self, *words):
         self.process = subprocess.Popen([str(word) for word in words], stdout=subprocess.PIPE, text=True, cwd=ROOT)
-        self.address = re.search(r"127\.0\.0\.1:\d+", self.process.stdout.readline())[0]
+        self.first_line = self.process.stdout.readline()
+        self.address = re.search(r"127\.0\.0\.1:\d+", self.first_line)[0]
 
     def __enter__(self):
         return self
 
     def __exit__(self, *_):
         self.process.terminate()
-        self.output = self.process.communicate(timeout=PATIENCE_S)[0]
+        self.output = self.first_line + self.process.communicate(timeout=PATIENCE_S)[0]
 
 
 def private_network():

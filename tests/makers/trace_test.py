@@ -12,6 +12,17 @@ from dissector_test import SCRIPT
 from support import ROOT, SIMULATED, VELTRA, ScratchTest, Simulated, run, veltra
 
 
+def documented_keys(program):
+    """The events of docs/json.md, each with a key; what is in objects and lists counts as these."""
+    part = re.search(rf"^## {program}$(.*?)(^## |\Z)", (ROOT / "docs" / "json.md").read_text(), re.M | re.S)[1]
+    return set(re.findall(r"^\| `(\w+)` \| `(\w+)", part, re.M))
+
+
+def keys_in(lines):
+    events = [json.loads(line) for line in lines]
+    return {(event["event"], key) for event in events for key in event if key != "event"}
+
+
 class Trace(Simulated):
     """`veltra trace`, for as long as a `with` lasts."""
 
@@ -49,15 +60,22 @@ class TraceTest(ScratchTest):
             self.assertEqual(sum(line.count("  > ") for line in lines), sum(name not in ("Acknowledge", "ProtocolInfo", "Unit", "TopologyInfo", "StimulusInfo") for name in found))
 
     def test_prints_the_keys_of_the_document_for_scripts(self):
-        part = re.search(r"^## veltra trace$(.*?)^## ", (ROOT / "docs" / "json.md").read_text(), re.M | re.S)[1]
-        documented = set(re.findall(r"^\| `(\w+)` \| `(\w+)`", part, re.M))
         (self.folder / "module.log").touch()
-        found = set()
-        for line in self.traced_download("--json", "--log", str(self.folder / "module.log")):
-            event = json.loads(line)
-            found |= {(event["event"], key) for key in event if key != "event"}
-        # The first line has been read, and the recording was not full.
-        self.assertEqual(documented - {("listening", "address"), ("full", "time")}, found)
+        lines = self.traced_download("--json", "--log", str(self.folder / "module.log"))
+        self.assertEqual(documented_keys("veltra trace") - {("full", "time")}, keys_in(lines))
+
+    def test_the_simulated_receiver_prints_the_keys_of_the_document_too(self):
+        rooms = (ROOT / "examples" / "living-room").glob("F[LR]_*.wav")
+        filters = self.folder / "room.xml"
+        self.assertEqual(0, veltra("import", "--for", "stereo", "-o", filters, *rooms).returncode)
+        with Simulated("--json", "--profile", "stereo") as simulated:
+            self.assertEqual(0, veltra("download", "--slot", "1", filters, "--device", simulated.address).returncode)
+        self.traced_download()
+        with Simulated("--json", "--replay", self.recording) as replay:
+            veltra("info", "--device", replay.address)
+        # Announcing needs a network of its own.
+        self.assertEqual(documented_keys("veltra-receiver") - {("announced", "name")},
+                         keys_in(simulated.output.splitlines() + replay.output.splitlines()))
 
     def test_a_replay_answers_as_recorded_and_says_where_a_host_leaves_it(self):
         self.traced_download()
