@@ -174,7 +174,8 @@ TEST_F (JsonOutput, EachCommandPrintsTheKeysOfTheDocumentAndNoOthers)
 
     for (const auto& [part, keys] : documented)
         EXPECT_TRUE (! part.starts_with ("veltra ") || part == "veltra find" || part == "veltra trace"
-                     || seen.contains (part)) << part;
+                     || seen.contains (part))
+            << part;
 }
 
 TEST_F (JsonOutput, FailuresQuietnessAndStandardInput)
