@@ -15,8 +15,8 @@ namespace veltra::dsp {
     Quality, measured over the usual pairs of rates from 1:32 to 2:1: -3 dB at 0.995 of the lower Nyquist frequency,
     at most 0.0001 dB of ripple up to 0.98 of it, images and aliases at -120 dB or less.
 
-    One object lives at a time: making another one waits for the end of the first, because libsoxr sets up tables of
-    the whole process without a lock.
+    One object lives at a time: making another one waits for the end of the first. On processors whose vector instructions
+    libsoxr does not know it has tables for the whole process, which not every build of it locks.
 */
 class SoxrResampler
 {
