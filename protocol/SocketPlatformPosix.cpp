@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "protocol/SocketPlatform.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <ctime>
@@ -17,6 +19,12 @@
 #include "protocol/BlockedSigpipe.h"
 
 namespace veltra::ipc::platform {
+
+namespace {
+
+constexpr std::chrono::seconds kSendPatience { 2 };
+
+}
 
 int openSocket (int family, int type, int protocol) noexcept
 {
@@ -37,7 +45,7 @@ void prepareSocket (int handle) noexcept
 #endif
 
     // Until the first read the socket is a blocking one, and a peer that takes nothing would hold the sender for ever.
-    const timeval patience { 2, 0 };
+    const timeval patience { kSendPatience.count(), 0 };
     ::setsockopt (handle, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof (patience));
 
     // A program that the host starts does not inherit the connection, which would then not close with ours.
@@ -64,14 +72,21 @@ int sendBytes (int handle, const void* data, int size, Blocking blocking) noexce
 #endif
 
     const NoCancellation untilItIsSent;
-    ssize_t sent = 0;
+    const auto* const bytes = static_cast<const char*> (data);
+    const auto deadline = std::chrono::steady_clock::now() + kSendPatience;
+    int taken = 0;
 
-    do
-        sent = ::send (handle, data, static_cast<size_t> (size), flags);
+    // A signal ends a send that waits, before the first byte or behind some of them.
+    for (;;)
+    {
+        const auto sent = ::send (handle, bytes + taken, static_cast<size_t> (size - taken), flags);
+        const bool isInterrupted = sent < 0 && errno == EINTR;
+        taken += static_cast<int> (std::max<ssize_t> (sent, 0));
+        const bool isPart = sent > 0 && taken < size && blocking == Blocking::yes;
 
-    while (sent < 0 && errno == EINTR);
-
-    return static_cast<int> (sent);
+        if ((! isInterrupted && ! isPart) || std::chrono::steady_clock::now() >= deadline)
+            return taken > 0 ? taken : static_cast<int> (sent);
+    }
 }
 
 int receiveBytes (int handle, void* data, int size) noexcept
