@@ -24,7 +24,11 @@ std::optional<DeviceFilter> readDeviceFilter (const DeviceData& data, std::uint3
         const auto contents = readVLFIRBlob (data.bytes, *entry->dualRate);
 
         if (contents.problems.empty() && channel < contents.channels.size())
-            return DeviceFilter { {}, contents.channels[channel] };
+        {
+            DeviceFilter filter;
+            filter.dualRate = contents.channels[channel];
+            return filter;
+        }
 
         problem = contents.problems.empty() ? "there is no channel at place " + std::to_string (channel)
                                             : contents.problems.front();
