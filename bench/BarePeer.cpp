@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 #include <stdexcept>
 #include <utility>
 #include <vector>
@@ -13,6 +14,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "bench/Placement.h"
 #include "common/BigEndian.h"
 
 namespace veltra::bench {
@@ -50,8 +52,9 @@ std::size_t bodySize (const std::array<char, kHeaderSize>& header) { return getB
 
 }
 
-BarePeer::BarePeer (std::string answerBytes)
+BarePeer::BarePeer (std::string answerBytes, int processorOfThread)
     : answer (std::move (answerBytes)),
+      processor (processorOfThread),
       listener (::socket (AF_INET, SOCK_STREAM, 0))
 {
     auto address = loopback (0);
@@ -74,6 +77,11 @@ BarePeer::~BarePeer()
 
 void BarePeer::serve() const
 {
+    std::optional<OnProcessor> placement;
+
+    if (processor >= 0)
+        placement.emplace (processor);
+
     std::vector<char> body;
 
     for (int handle = ::accept (listener, nullptr, nullptr); handle >= 0;

@@ -18,7 +18,8 @@ namespace veltra::bench {
 class BarePeer
 {
 public:
-    explicit BarePeer (std::string answer);
+    /** @param processor  that its thread stays on, see OnProcessor; negative for any */
+    explicit BarePeer (std::string answer, int processor = -1);
     ~BarePeer();
 
     BarePeer (const BarePeer&) = delete;
@@ -30,6 +31,7 @@ private:
     void serve() const;
 
     const std::string answer;
+    const int processor;
     int listener = -1;
     int boundPort = 0;
     std::thread thread;

@@ -16,6 +16,8 @@
 
 #include "bench/BarePeer.h"
 #include "bench/Envelopes.h"
+#include "bench/Latencies.h"
+#include "bench/Placement.h"
 #include "bench/ProcessMemory.h"
 #include "plugin/DeviceImpl.h"
 #include "protocol/Dispatcher.h"
@@ -88,7 +90,8 @@ public:
 class DeviceOnBarePeer
 {
 public:
-    explicit DeviceOnBarePeer (int messageLimit)
+    /** @param peersProcessor  see BarePeer */
+    DeviceOnBarePeer (int messageLimit, int peersProcessor) : peer (acknowledgement(), peersProcessor)
     {
         auto connection = std::make_unique<veltraio::TcpDeviceConnection> ("127.0.0.1:" + juce::String (peer.port()));
 
@@ -117,7 +120,7 @@ public:
     }
 
 private:
-    const BarePeer peer { acknowledgement() };
+    const BarePeer peer;
     juce::PropertySet settings;
     std::unique_ptr<veltraio::Dispatcher> dispatcher;
     std::unique_ptr<plugin::DeviceImpl> device;
@@ -140,23 +143,38 @@ std::size_t chunkSizeFor (int messageLimit)
     return std::min (largestChunk, static_cast<std::size_t> (messageLimit) - overhead);
 }
 
+/** The arguments are the message limit and the number of processors: on two, the peer has one to itself. */
+int peersProcessor (const benchmark::State& state) { return static_cast<int> (state.range (1)) - 1; }
+
 void BM_BareDownload (benchmark::State& state)
 {
     const auto chunkSize = chunkSizeFor (static_cast<int> (state.range (0)));
     const auto envelope = envelopeOf (chunkOf (chunkSize));
     const auto answer = acknowledgement();
-    const BarePeer peer (answer);
+    const OnProcessor here (0);
+    const BarePeer peer (answer, peersProcessor (state));
     BareClient client (peer.port());
+    Latencies latencies;
 
     for (auto _ : state)
+    {
+        const auto start = Clock::now();
+
         for (std::size_t sent = 0; sent < downloadSize; sent += chunkSize)
             if (! client.exchange (envelope, answer.size()))
                 state.SkipWithError ("the peer has gone");
+
+        latencies.add (Clock::now() - start);
+    }
+
+    latencies.report (state);
 }
 
 void BM_Download (benchmark::State& state)
 {
-    DeviceOnBarePeer target (static_cast<int> (state.range (0)));
+    const OnProcessor here (0);
+    DeviceOnBarePeer target (static_cast<int> (state.range (0)), peersProcessor (state));
+    Latencies latencies;
     const auto text = description();
 
     // The first download of a session takes 10 ms more for each kind of message, see ReplyLedger.
@@ -170,13 +188,17 @@ void BM_Download (benchmark::State& state)
             state.SkipWithError ("the download failed");
         else
             state.SetIterationTime (seconds);
+
+        latencies.add (std::chrono::duration<double> (seconds));
     }
+
+    latencies.report (state);
 }
 
 /** Peak of resident memory during one download above what was resident before it. */
 void BM_DownloadMemory (benchmark::State& state)
 {
-    DeviceOnBarePeer target (1400);
+    DeviceOnBarePeer target (1400, -1);
     const auto text = description();
     double peak = 0.0;
 
@@ -194,8 +216,8 @@ void BM_DownloadMemory (benchmark::State& state)
     state.counters["peak_MiB"] = peak;
 }
 
-BENCHMARK (BM_BareDownload)->Arg (460)->Arg (1400)->UseRealTime();
-BENCHMARK (BM_Download)->Arg (460)->Arg (1400)->UseManualTime()->Iterations (3);
+BENCHMARK (BM_BareDownload)->ArgsProduct ({ { 460, 1400 }, { 1, 2 } })->UseRealTime()->Iterations (10);
+BENCHMARK (BM_Download)->ArgsProduct ({ { 460, 1400 }, { 1, 2 } })->UseManualTime()->Iterations (10);
 BENCHMARK (BM_DownloadMemory)->Iterations (1);
 
 }

@@ -11,6 +11,7 @@
 
 #include "bench/BarePeer.h"
 #include "bench/Envelopes.h"
+#include "bench/Placement.h"
 #include "protocol/veltraio.pb.h"
 #include "tools/veltra/trace/Proxy.h"
 
@@ -23,9 +24,10 @@ void BM_TracedExchange (benchmark::State& state)
     veltraio::Volume question;
     question.set_deviceindex (0);
     question.set_volume (0.7f);
+    const OnProcessor here (0);
     const auto envelope = envelopeOf (question);
     const auto answer = acknowledgement();
-    const BarePeer peer (answer);
+    const BarePeer peer (answer, static_cast<int> (state.range (0)) - 1);
 
     trace::Tracer tracer (
         [] (std::string_view, const Json&, const std::string& line) { benchmark::DoNotOptimize (line); }, nullptr);
@@ -48,7 +50,7 @@ void BM_TracedExchange (benchmark::State& state)
     serving.join();
 }
 
-BENCHMARK (BM_TracedExchange)->UseRealTime();
+BENCHMARK (BM_TracedExchange)->Arg (2)->UseRealTime();
 
 }
 
