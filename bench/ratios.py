@@ -56,10 +56,8 @@ def main(table, results, *options):
         if "--json" in options:
             print(json.dumps({"name": name, "measured_ns": measured, "reference_ns": reference, "how": how, "bound": bound, **ratios}))
             continue
-        cells = [shown(ratios[key]) if how == "added" else f"{ratios[key]:.2f}" if key in ratios else ""
+        cells = ["" if key not in ratios else shown(ratios[key]) if how == "added" else f"{ratios[key]:.2f}"
                  for key in ("time", "p50", "p99")]
-        if how == "added":
-            cells[1:] = ["", ""]
         print(f"{name:92} {shown(measured['time_ns']):>10} {shown(reference['time_ns']):>10} "
               f"{cells[0]:>8} {cells[1]:>6} {cells[2]:>6}  {bound}")
     return 0 if is_complete else 1
