@@ -118,7 +118,13 @@ TEST_F (Import, NamesAndMappingsTellChannelAndRate)
     options.mapping = path ("map.txt");
     EXPECT_EQ ("FL", import ({}, options).channels.at (0).name);
 
-    for (const char* const line : { "FL", "FL 48000", "FL x left.wav", "FL 48000.5 left.wav" })
+    write ("map.txt", "FL 48000 delay=480smp@48000 gain=-3.5 left at 48.wav");
+    const auto channel = import ({}, options).channels.at (0);
+    EXPECT_EQ (-3.5f, channel.gain_dB);
+    EXPECT_EQ (10.0f, channel.delay_ms);
+
+    for (const char* const line : { "FL", "FL 48000", "FL x left.wav", "FL 48000.5 left.wav",
+                                    "FL 48000 gain=loud left.wav", "FL 48000 delay=3 left.wav", "FL 48000 gain=3" })
     {
         write ("map.txt", line);
         EXPECT_NE (std::string::npos, failureOf ([&] { import ({}, options); }, kExitInput).find ("Line 1 of")) << line;

@@ -13,6 +13,7 @@
 #include "tools/veltra/commands/Commands.h"
 #include "tools/veltra/filters/DescriptionFile.h"
 #include "tools/veltra/filters/DownloadPlan.h"
+#include "tools/veltra/filters/PeakGain.h"
 #include "tools/veltra/report/LeadInNote.h"
 #include "tools/veltra/session/FilterSlots.h"
 #include "tools/veltra/session/ReceiverDescription.h"
@@ -163,6 +164,7 @@ PreparedDownload prepare (DescriptionFile description, const DownloadOptions& op
     for (const auto& warning : plan.warnings)
         notes() << "Warning: " << warning << "\n";
 
+    textOutput() << boostNote (plan.boosts_dB);
     notes() << leadInNote ("this receiver runs its filters at two rates, so that", plan.needingLeadIn);
 
     auto text = isArranged (arranged, filters) ? std::move (description.text)

@@ -9,6 +9,7 @@
 #include "tools/output/OutputFile.h"
 #include "tools/receiver/device/Profile.h"
 #include "tools/veltra/commands/Commands.h"
+#include "tools/veltra/filters/ImportFiles.h"
 #include "tools/veltra/session/ReceiverChannels.h"
 #include "tools/veltra/session/ReceiverDescription.h"
 #include "tools/veltra/session/StrictNumber.h"
@@ -18,7 +19,6 @@ namespace veltra::host {
 namespace {
 
 constexpr unsigned kLongestLeadIn = 1u << 20;
-constexpr double kLongestDelay_ms = 10000.0;
 
 std::vector<ReceiverChannel> channelsIn (const veltraio::Unit& unit, const veltraio::TopologyInfo& info)
 {
@@ -57,21 +57,6 @@ std::vector<ReceiverChannel> channelsFor (const std::string& receiver)
     return channelsIn (description.unit, description.topologyInfo);
 }
 
-/** A delay such as "4.2ms" or "48smp@48000". */
-std::optional<double> delayIn_ms (const std::string& text)
-{
-    std::optional<double> delay;
-
-    if (text.ends_with ("ms"))
-        delay = strictNumber<double> (std::string_view (text).substr (0, text.size() - 2));
-    else if (const auto mark = text.find ("smp@"); mark != text.npos)
-        if (const auto samples = strictNumber<double> (std::string_view (text).substr (0, mark)))
-            if (const auto rate = strictNumber<unsigned> (std::string_view (text).substr (mark + 4)); rate && *rate > 0)
-                delay = 1000.0 * *samples / *rate;
-
-    return delay && *delay >= 0.0 && *delay <= kLongestDelay_ms ? delay : std::nullopt;
-}
-
 /** An option that gives channels values, NAME=VALUE. */
 void addChannelValues (CLI::App& command, const std::string& name, std::map<std::string, double>& values,
                        const std::string& about, const std::string& form,
@@ -102,7 +87,7 @@ const char* const kImportNotes =
     "\nChannels: --for takes names, order and numbers from a receiver or from a profile of veltra-receiver.\n"
     "--channels FL,FR,C,SW=11 gives the numbers 1, 2, 3 and 11, each one above the receiver's own (`veltra info`).\n"
     "Without either, channels are numbered in the order of the files.\n"
-    "A file of --map has a line CHANNEL RATE FILE for each response, FILE relative to its own folder.\n"
+    "A file of --map has a line CHANNEL RATE [gain=DB] [delay=4.2ms] FILE for each response, FILE relative to its own folder.\n"
     "An equaliser becomes one tap and parallel sections, within 0.02 dB of what its text says.\n"
     "Examples: veltra import --channel FL=room.wav:0 --channel FR=room.wav:1 -o filters.xml\n"
     "          veltra import --eq FL=ParametricEQ.txt --rates 44100,48000,96000 --gain FL=-3 -o filters.xml\n"
@@ -158,7 +143,8 @@ void addImportOptions (CLI::App& command, ImportOptions& import, const char* tec
     addChannelValues (command, "--gain", import.gains_dB, "A channel's gain in dB", "NAME=DB",
                       [] (const std::string& text) { return strictNumber<double> (text); });
     addChannelValues (command, "--delay", import.delays_ms,
-                      "A channel's delay, in milliseconds or in samples of a rate", "NAME=4.2ms|48smp@HZ", delayIn_ms);
+                      "A channel's delay, in milliseconds or in samples of a rate", "NAME=4.2ms|48smp@HZ",
+                      [] (const std::string& text) { return delayIn_ms (text); });
     command.add_option ("--project", import.project, "Name of the project, which the receiver shows")
         ->type_name ("NAME");
     command.add_option ("--technology", import.technology, "What the filters were designed for")

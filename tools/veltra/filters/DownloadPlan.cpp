@@ -8,6 +8,7 @@
 #include "common/Text.h"
 #include "filters/FIIRSourceImpl.h"
 #include "tools/ExitStatus.h"
+#include "tools/veltra/filters/PeakGain.h"
 #include "tools/veltra/report/LeadInNote.h"
 #include "topology/Conversion.h"
 #include "topology/Topology.h"
@@ -178,6 +179,25 @@ private:
 
             if (structure->dualRate && needsLeadIn (source.getFIR (i)))
                 add (plan.needingLeadIn, i);
+            else if (! structure->dualRate && ! structure->hasSections)
+                noteBoost (source.getFIR (i), i);
+        }
+    }
+
+    void noteBoost (const Eigen::VectorXf& response, unsigned place)
+    {
+        const auto taps = std::min<Eigen::Index> (response.size(), count ("NbrOfFIRTaps"));
+
+        if (taps == 0)
+            return;
+
+        const auto gain_dB = peakGain_dB ({ response.data(), static_cast<std::size_t> (taps) })
+                             + static_cast<double> (filter (place).GetGaindB());
+
+        if (gain_dB > kNotableBoost_dB)
+        {
+            auto& most = plan.boosts_dB[nameOf (place)];
+            most = std::max (most, gain_dB);
         }
     }
 

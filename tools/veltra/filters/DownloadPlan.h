@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -25,7 +26,9 @@ struct DownloadPlan
     std::uint64_t totalBytes = 0;
     std::vector<std::string> sentChannels;  ///< names of the filters that reach the receiver, in its order
     std::vector<std::string> needingLeadIn; ///< those that a dual-rate topology makes less exact for want of silence
-    std::vector<std::string> warnings;      ///< sentences, each with a full stop
+    std::map<std::string, double>
+        boosts_dB; ///< largest gain above 0 dB of filters that plain FIR plays, with their channel's
+    std::vector<std::string> warnings; ///< sentences, each with a full stop
 };
 
 /** A set with its channels chosen, ordered and numbered anew. */

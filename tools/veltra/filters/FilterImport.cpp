@@ -3,14 +3,15 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <iomanip>
 #include <iterator>
 #include <ostream>
 #include <set>
+#include <tuple>
 
 #include "common/Text.h"
 #include "tools/ExitStatus.h"
+#include "tools/InputFile.h"
 #include "tools/veltra/filters/ImportFiles.h"
 #include "tools/veltra/filters/PeakGain.h"
 #include "tools/veltra/formats/CamillaConfig.h"
@@ -140,7 +141,25 @@ void addCamilla (const ImportOptions& options, std::vector<ImpulseFile>& files)
     }
 }
 
-std::vector<ImpulseFile> filesOf (const ImportOptions& options, std::ostream& notes)
+/** Adds the gains and delays of a mapping to those of the options. */
+std::vector<ImpulseFile> mappedFiles (ImportOptions& options)
+{
+    auto files = readMapping (options.mapping);
+
+    for (const auto& file : files)
+        for (const auto& [what, value, values] : { std::tuple { "gain", file.gain_dB, &options.gains_dB },
+                                                   std::tuple { "delay", file.delay_ms, &options.delays_ms } })
+            if (value)
+                if (const auto [known, isNew] = values->emplace (file.channel, *value);
+                    ! isNew && known->second != *value)
+                    throw Failure (kExitInput, inputName (options.mapping) + " gives channel " + file.channel
+                                                   + " another " + what + " than it has already.");
+
+    return files;
+}
+
+/** @param options  gains and delays of the mapping are added */
+std::vector<ImpulseFile> filesOf (ImportOptions& options, std::ostream& notes)
 {
     std::vector<ImpulseFile> files;
 
@@ -155,7 +174,7 @@ std::vector<ImpulseFile> filesOf (const ImportOptions& options, std::ostream& no
     }
 
     if (! options.mapping.empty())
-        std::ranges::move (readMapping (options.mapping), std::back_inserter (files));
+        std::ranges::move (mappedFiles (options), std::back_inserter (files));
 
     for (const auto& text : options.equalizers)
         addEqualizer (text, options, files, notes);
@@ -276,21 +295,15 @@ double earliestStart (const std::vector<ImpulseFile>& files, const ImportOptions
     return earliest_s;
 }
 
-/** A receiver that plays plain FIR does not scale a filter down. */
-void reportBoosts (const std::vector<DescribedChannel>& channels, std::ostream& report)
+std::map<std::string, double> boostsOf (const std::vector<DescribedChannel>& channels)
 {
-    std::string boosts;
+    std::map<std::string, double> boosts_dB;
 
     for (const auto& channel : channels)
-        if (const auto above = channel.maxFilterGain_dB + channel.gain_dB; above > 0.05f)
-        {
-            char text[32];
-            std::snprintf (text, sizeof (text), " by %.1f dB", static_cast<double> (above));
-            boosts += (boosts.empty() ? "" : ", ") + channel.name + text;
-        }
+        if (const double gain_dB = channel.maxFilterGain_dB + channel.gain_dB; gain_dB > kNotableBoost_dB)
+            boosts_dB[channel.name] = gain_dB;
 
-    if (! boosts.empty())
-        report << "A receiver with plain FIR filters can be driven above full scale: " << boosts << ".\n";
+    return boosts_dB;
 }
 
 /** Gives a channel what the options say about its gain and delay, and its equalisers' delay. */
@@ -345,8 +358,9 @@ void noteOddities (const std::vector<DescribedChannel>& channels, std::ostream& 
 
 }
 
-FilterDescription importFilters (const ImportOptions& options, std::ostream& report, std::ostream& notes)
+FilterDescription importFilters (const ImportOptions& given, std::ostream& report, std::ostream& notes)
 {
+    auto options = given;
     auto files = filesOf (options, notes);
     refuseTwice (files);
 
@@ -374,7 +388,7 @@ FilterDescription importFilters (const ImportOptions& options, std::ostream& rep
 
     refuseUnknownNames (options.gains_dB, description.channels, "--gain");
     refuseUnknownNames (options.delays_ms, description.channels, "--delay");
-    reportBoosts (description.channels, report);
+    report << boostNote (boostsOf (description.channels));
     noteOddities (description.channels, notes);
     return description;
 }

@@ -18,6 +18,7 @@ namespace {
 
 constexpr unsigned kHighestRate = 1536000;
 constexpr unsigned kHighestChannel = 65536;
+constexpr double kLongestDelay_ms = 10000.0;
 
 /** A whole number from 1 to highest. */
 std::optional<unsigned> number (std::string_view text, unsigned highest)
@@ -124,6 +125,20 @@ ImpulseFile impulseFileFromName (const fs::path& file)
                                      "a mapping file can (--map FILE).");
 }
 
+std::optional<double> delayIn_ms (std::string_view text)
+{
+    std::optional<double> delay;
+
+    if (text.ends_with ("ms"))
+        delay = strictNumber<double> (text.substr (0, text.size() - 2));
+    else if (const auto mark = text.find ("smp@"); mark != text.npos)
+        if (const auto samples = strictNumber<double> (text.substr (0, mark)))
+            if (const auto rate = number (text.substr (mark + 4), kHighestRate))
+                delay = 1000.0 * *samples / *rate;
+
+    return delay && *delay >= 0.0 && *delay <= kLongestDelay_ms ? delay : std::nullopt;
+}
+
 std::vector<ImpulseFile> readMapping (const fs::path& file)
 {
     constexpr std::size_t largest = 1u << 20;
@@ -146,11 +161,27 @@ std::vector<ImpulseFile> readMapping (const fs::path& file)
         const auto channel = takeWord (rest);
         const auto rate = number (takeWord (rest), kHighestRate);
 
-        if (! rate || rest.empty())
-            throw Failure (kExitInput, "Line " + std::to_string (lineNumber) + " of " + inputName (file)
-                                           + ": expected CHANNEL RATE FILE.");
+        std::optional<double> gain_dB, delay_ms;
+        std::string_view wrong;
 
-        files.push_back ({ std::string (channel), *rate, file.parent_path() / fs::path (rest) });
+        for (bool isGain; (isGain = rest.starts_with ("gain=")) || rest.starts_with ("delay=");)
+        {
+            const auto word = takeWord (rest);
+            auto& value = isGain ? gain_dB : delay_ms;
+            const auto given = word.substr (word.find ('=') + 1);
+            value = isGain ? strictNumber<double> (given) : delayIn_ms (given);
+            wrong = value ? wrong : word;
+        }
+
+        if (! rate || rest.empty() || ! wrong.empty())
+            throw Failure (
+                kExitInput,
+                "Line " + std::to_string (lineNumber) + " of " + inputName (file)
+                    + (wrong.empty() ? "" : ": found '" + logText (wrong, 60) + "'")
+                    + ": expected CHANNEL RATE FILE, with gain=DB and delay=4.2ms or delay=48smp@HZ before FILE.");
+
+        files.push_back (
+            { std::string (channel), *rate, file.parent_path() / fs::path (rest), {}, {}, gain_dB, delay_ms });
     }
 
     return files;

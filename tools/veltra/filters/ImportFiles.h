@@ -19,8 +19,9 @@ struct ImpulseFile
     std::string channel;
     unsigned sampleRate = 0; ///< Hz
     std::filesystem::path path;
-    std::optional<unsigned> part {};             ///< which channel of the file, counted from 0
-    std::shared_ptr<const FilterChain> chain {}; ///< instead of samples in the file
+    std::optional<unsigned> part {};               ///< which channel of the file, counted from 0
+    std::shared_ptr<const FilterChain> chain {};   ///< instead of samples in the file
+    std::optional<double> gain_dB {}, delay_ms {}; ///< of the channel, where a mapping says it
 };
 
 /** A channel with a file, of which one channel may be named: "FL=room.wav" or "FL=room.wav:0".
@@ -38,9 +39,13 @@ std::vector<std::string> namesInOrder (std::string_view order);
 */
 ImpulseFile impulseFileFromName (const std::filesystem::path& file);
 
-/** Reads a mapping file: a line for each impulse response with channel, rate and file name apart by blanks. A
-    name may hold blanks itself and is meant relative to the mapping file's folder; empty lines and lines that
-    begin with "#" are skipped.
+/** A delay such as "4.2ms" or "48smp@48000".
+    @returns  nothing for other texts and for more than 10 s */
+std::optional<double> delayIn_ms (std::string_view text);
+
+/** Reads a mapping file: a line for each impulse response with channel, rate and file name apart by blanks, and between rate
+    and file name gain=DB and delay=DELAY of the channel where they are wanted. A name may hold blanks itself and is meant
+    relative to the mapping file's folder; empty lines and lines that begin with "#" are skipped.
     @throws  Failure (kExitInput)
 */
 std::vector<ImpulseFile> readMapping (const std::filesystem::path& file);

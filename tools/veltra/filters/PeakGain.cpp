@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "dsp/FftConvolve.h"
+#include "tools/veltra/report/ErrorTable.h"
 
 namespace veltra::host {
 
@@ -22,6 +23,16 @@ double peakGain_dB (std::span<const float> response)
     fft.forward (padded, spectrum);
     const double largest = spectrum.cast<std::complex<double>>().cwiseAbs2().maxCoeff();
     return largest > 0.0 ? 10.0 * std::log10 (largest) : -std::numeric_limits<double>::infinity();
+}
+
+std::string boostNote (const std::map<std::string, double>& boosts_dB)
+{
+    std::string list;
+
+    for (const auto& [channel, gain_dB] : boosts_dB)
+        list += (list.empty() ? "" : ", ") + channel + " by " + fixedText (gain_dB, 1) + " dB";
+
+    return list.empty() ? "" : "Plain FIR filters can drive the receiver above full scale: " + list + ".\n";
 }
 
 }

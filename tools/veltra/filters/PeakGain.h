@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include <map>
 #include <span>
+#include <string>
 
 namespace veltra::host {
 
@@ -17,5 +19,13 @@ namespace veltra::host {
     Any thread.
 */
 double peakGain_dB (std::span<const float> response);
+
+/** Gains above 0 dB that are worth a word. */
+inline constexpr double kNotableBoost_dB = 0.05;
+
+/** One line about channels whose filters, on a receiver with plain FIR, can drive it above full scale; such a receiver does not
+    scale filters down. Empty without such channels.
+    @param boosts_dB  by channel */
+std::string boostNote (const std::map<std::string, double>& boosts_dB);
 
 }
