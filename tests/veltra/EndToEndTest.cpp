@@ -212,9 +212,10 @@ TEST_F (Measuring, CtrlCStopsTheStimulusAndLeavesTheMode)
     {
         startReceiver (receiver::shippedProfile ("seven-one"), inTheRoom (1.0));
         startVeltra ({ "measure", "--channel", "SW,1", "-o", path ("capture.wav") });
-        ASSERT_TRUE (theReceiver->waitFor ([&] { return theReceiver->measurement().stimulus.isPlaying; }));
+        ASSERT_TRUE (theReceiver->waitFor ([&] { return theReceiver->measurement().stimulus.progress > 0.1f; }));
         sendSignal (number);
-        expectOneSentence (finish(), kExitCancelled, "Cancelled; nothing was written.");
+        expectOneSentence (finish(), kExitCancelled, "is in " + path ("capture.part.wav").string());
+        EXPECT_GT (readMonoAudio (path ("capture.part.wav")).samples.size(), 9600u);
         EXPECT_FALSE (std::filesystem::exists (path ("capture.wav"))
                       || std::filesystem::exists (path ("capture.wav.part")));
         EXPECT_EQ (1u, theReceiver->messageCount ("StopStimulus"));
@@ -225,6 +226,22 @@ TEST_F (Measuring, CtrlCStopsTheStimulusAndLeavesTheMode)
         EXPECT_EQ (std::vector<std::uint32_t> ({ 3, 1 }),
                    std::vector<std::uint32_t> (stimulus.channels().begin(), stimulus.channels().end()));
     }
+}
+
+/** The last reply that comes is cut off: the connection ends while the sweep plays. */
+TEST_F (Measuring, WhatWasRecordedStaysWhenTheConnectionEndsOrTheDiskIsFull)
+{
+    startReceiver (receiver::shippedProfile ("seven-one"), inTheRoom (20.0));
+    setFaults ("close GetStimulusState 3");
+    auto ending = veltra ({ "measure", "--channel", "FL", "-o", path ("lost.wav") });
+    expectOneSentence (ending, kExitReceiver, "is in " + path ("lost.part.wav").string());
+    EXPECT_GT (readMonoAudio (path ("lost.part.wav")).samples.size(), 0u);
+
+    setFaults ("");
+    ending = veltra ({ "measure", "--channel", "FL", "--impulse", path ("fl.wav"), "-o", "/dev/full" });
+    expectOneSentence (ending, kExitOutput, "is in " + path ("tmp/full.part.wav").string());
+    EXPECT_FALSE (std::filesystem::exists (path ("fl.wav")));
+    EXPECT_TRUE (std::filesystem::remove (path ("tmp/full.part.wav")));
 }
 
 }

@@ -163,6 +163,11 @@ TEST_F (JsonOutput, EachCommandPrintsTheKeysOfTheDocumentAndNoOthers)
     EXPECT_LT (capture["peak_dBFS"], 0.0);
 
     EXPECT_EQ (0, resultOf ({ "check", "--level", "3" })["failed"]);
+    const auto impulse =
+        resultOf ({ "measure", "--channel", "FL", "--impulse", path ("fl-impulse.wav"), "--average", "2" });
+    EXPECT_EQ (2, impulse["takes"]);
+    EXPECT_GT (impulse["signal_to_noise_dB"], 40.0);
+    EXPECT_EQ (240000, resultOf ({ "stimulus", "-o", path ("sweep.wav") })["samples"]);
 
     // What one of two structures has, and what this run did not bring about.
     seen["veltra convert"].insert ("progress fraction");

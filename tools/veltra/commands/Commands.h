@@ -2,6 +2,7 @@
 #pragma once
 
 #include "tools/CommandLine.h"
+#include "tools/receiver/sound/Stimulus.h"
 #include "tools/veltra/filters/FilterImport.h"
 #include "tools/veltra/session/DeviceSession.h"
 
@@ -22,6 +23,7 @@ void addInspectCommand (CLI::App& program);
 void addPlayCommand (CLI::App& program);
 void addDownloadCommand (CLI::App& program, const SessionOptions& session);
 void addSlotCommands (CLI::App& program, const SessionOptions& session);
+void addStimulusCommand (CLI::App& program, const SessionOptions& session);
 void addMeasureCommand (CLI::App& program, const SessionOptions& session);
 void addControlCommands (CLI::App& program, const SessionOptions& session);
 void addTraceCommand (CLI::App& program, const SessionOptions& session);
@@ -39,7 +41,17 @@ CLI::Option* addTopologyOption (CLI::App& command, std::string& name, const std:
 /** Adds --channels, --sections and --rate, which a block does not say itself. */
 void addBlockOptions (CLI::App& command, ReceiverBlock& block);
 
-/** The explanation of these options, for a command's footer. */
+/** A receiver's own text about a stimulus.
+    @throws  Failure (kExitUsage) when it does not have it at this rate */
+std::string stimulusDescription (const veltratune_io::Device2& device, veltratune_io::EStimulus stimulus,
+                                 std::uint32_t rate);
+
+/** The stimulus that a text describes.
+    @throws  Failure (kExitInput) */
+tools::Stimulus describedStimulus (veltratune_io::EStimulus stimulus, std::uint32_t rate,
+                                   const std::string& description);
+
+/** The explanation of the options of addImportOptions, for a command's footer. */
 extern const char* const kImportNotes;
 
 }

@@ -134,6 +134,7 @@ int run (int argc, char** argv)
     addPlayCommand (program);
     addDownloadCommand (program, session);
     addSlotCommands (program, session);
+    addStimulusCommand (program, session);
     addMeasureCommand (program, session);
     addControlCommands (program, session);
     addCheckCommand (program, session);

@@ -15,6 +15,8 @@
 #include "tools/veltra/filters/AudioFile.h"
 #include "tools/veltra/measure/Measurement.h"
 #include "tools/veltra/measure/Stimuli.h"
+#include "tools/veltra/measure/SweepResponse.h"
+#include "tools/veltra/report/ErrorTable.h"
 #include "tools/veltra/session/ChannelName.h"
 #include "tools/veltra/terminal/StatusLine.h"
 
@@ -28,7 +30,19 @@ struct MeasureOptions
     std::vector<std::string> channels;
     std::string stimulus;
     std::filesystem::path output;
+    std::filesystem::path impulse; ///< where the impulse response goes
+    unsigned takes = 1;
+    double length_s = 1.0; ///< of the impulse response
     bool force = false;
+};
+
+/** All takes of a measurement. */
+struct Takes
+{
+    std::vector<Eigen::VectorXf> captures;
+    std::size_t packets = 0;
+    double missing_s = 0.0;
+    float peak = 0.0f;
 };
 
 /** Missing audio that is reported; the clocks of two devices do not differ by that much in a minute. */
@@ -123,56 +137,149 @@ void checkDevice (const veltratune_io::Device2& device, const MeasureOptions& op
                 + "; `veltra info` lists them.");
 }
 
-void report (const CaptureRecorder& recorder, float peak, const MeasureOptions& options)
+std::vector<float> joined (const std::vector<Eigen::VectorXf>& captures)
 {
-    const auto rate = static_cast<double> (options.plan.sampleRate);
-    const auto seconds = static_cast<double> (recorder.samples().size()) / rate;
-    const auto missing = missingSeconds (recorder.arrivals(), rate);
-    const bool isIncomplete = missing && *missing > kNotableGap_s;
+    std::vector<float> samples;
 
-    char text[128];
-    std::snprintf (text, sizeof (text), ": %.2f s at %u Hz in %zu packets, ", seconds, options.plan.sampleRate,
-                   recorder.arrivals().size());
-    printResult ({ { "file", options.output.string() },
-                   { "sample_rate_Hz", options.plan.sampleRate },
-                   { "samples", recorder.samples().size() },
-                   { "seconds", seconds },
-                   { "packets", recorder.arrivals().size() },
-                   { "peak_dBFS", decibels (peak) },
-                   { "missing_s", isIncomplete ? *missing : 0.0 } },
-                 options.output.string() + text + levelText (peak) + "\n");
+    for (const auto& capture : captures)
+        samples.insert (samples.end(), capture.begin(), capture.end());
 
-    if (isIncomplete)
-    {
-        std::snprintf (text, sizeof (text), "%.0f", 1000.0 * *missing);
-        notes() << "Note: about " << text << " ms of audio are missing; packets were lost, or the receiver stalled.\n";
-    }
+    return samples;
 }
 
-void runMeasurement (const SessionOptions& sessionOptions, MeasureOptions& options)
+/** Keeps what was recorded when a measurement did not come to its end, as NAME.part.wav.
+    @param elsewhere  in the folder for temporary files, since there is no room beside the output
+    @returns          a sentence about it, which begins with a blank */
+std::string keepPart (const MeasureOptions& options, const Takes& takes, bool elsewhere)
 {
-    checkMayWrite (options.output, options.force);
-    OutputFile output (options.output); // before the loudspeakers play in vain
+    const auto samples = joined (takes.captures);
+    const auto& target = options.output.empty() ? options.impulse : options.output;
 
-    DeviceSession session (sessionOptions);
-    checkDevice (session.device(), options);
+    if (samples.empty())
+        return " Nothing was recorded.";
 
-    for (const auto& channel : options.channels)
-        options.plan.channels.push_back (channelNumber (session.device(), channel));
+    auto name = target == "-" ? std::filesystem::path ("capture") : target.stem();
+    name += ".part.wav";
+    const auto file =
+        (elsewhere || target == "-" ? std::filesystem::temp_directory_path() : target.parent_path()) / name;
 
+    try
+    {
+        OutputFile output (file);
+        writeFloatWav (output, options.plan.sampleRate, samples);
+        output.complete();
+    }
+    catch (const Failure& failure)
+    {
+        return " What was recorded is lost: " + std::string (failure.what());
+    }
+
+    return " What was recorded, " + fixedText (static_cast<double> (samples.size()) / options.plan.sampleRate, 2)
+           + " s, is in " + file.string() + ".";
+}
+
+const char* judgement (double signalToNoise_dB)
+{
+    return signalToNoise_dB >= 50.0   ? "good"
+           : signalToNoise_dB >= 30.0 ? "usable"
+                                      : "poor; raise the volume, or use --average";
+}
+
+/** The impulse response, its sentences and, for scripts, its figures. */
+std::string reportImpulse (const SweepResponse& response, const MeasureOptions& options, Json& object)
+{
+    object["impulse_file"] = options.impulse.string();
+    object["takes"] = options.takes;
+    object["signal_to_noise_dB"] = response.signalToNoise_dB;
+    object["harmonics"] = Json::array();
+
+    auto text = options.impulse.string() + ": impulse response, "
+                + fixedText (1000.0 * static_cast<double> (response.samples.size()) / options.plan.sampleRate, 0)
+                + " ms, its largest sample at " + fixedText (1000.0 * kPreRoll_s, 0) + " ms\n";
+
+    if (std::isfinite (response.signalToNoise_dB))
+        text += "Signal to noise " + fixedText (response.signalToNoise_dB, 1)
+                + " dB: " + judgement (response.signalToNoise_dB) + "\n";
+
+    text += "Distortion:";
+
+    for (std::size_t i = 0; i < response.harmonics_dB.size(); ++i)
+    {
+        const double level_dB = response.harmonics_dB[i];
+        object["harmonics"].push_back ({ { "order", i + 2 }, { "level_dB", level_dB } });
+        text += (i == 0 ? " order " : ", order ") + std::to_string (i + 2)
+                + (std::isfinite (level_dB) ? " " + fixedText (level_dB, 1) + " dB" : " below the noise");
+    }
+
+    return text + "\n";
+}
+
+void report (const Takes& takes, const MeasureOptions& options, const std::optional<SweepResponse>& response)
+{
+    const auto samples = joined (takes.captures).size();
+    const auto seconds = static_cast<double> (samples) / options.plan.sampleRate;
+    const auto& shown = options.output.empty() ? options.impulse : options.output;
+
+    char figures[128];
+    std::snprintf (figures, sizeof (figures), ": %.2f s at %u Hz in %zu packets, ", seconds, options.plan.sampleRate,
+                   takes.packets);
+    Json object { { "file", options.output.empty() ? Json() : Json (options.output.string()) },
+                  { "sample_rate_Hz", options.plan.sampleRate },
+                  { "samples", samples },
+                  { "seconds", seconds },
+                  { "packets", takes.packets },
+                  { "peak_dBFS", decibels (takes.peak) },
+                  { "missing_s", takes.missing_s } };
+    auto text = shown.string() + figures + levelText (takes.peak) + "\n";
+
+    if (response)
+        text += reportImpulse (*response, options, object);
+
+    printResult (object, text);
+
+    if (takes.missing_s > 0.0)
+        notes() << "Note: about " << fixedText (1000.0 * takes.missing_s, 0)
+                << " ms of audio are missing; packets were lost, or the receiver stalled.\n";
+}
+
+/** Plays and records once.
+    @param takes  receives the capture, also an incomplete one */
+void take (DeviceSession& session, const MeasureOptions& options, Takes& takes, const CancelScope& cancel)
+{
     CaptureRecorder recorder (captureCapacity (options.plan));
     LevelMeter meter (recorder, options.plan.sampleRate);
-    const CancelScope cancel;
+    std::optional<Failure> failure;
+    bool complete = false;
 
-    const bool complete = measure (session, options.plan, recorder, [&] {
-        meter.update();
-        return ! cancel.requested();
-    });
+    try
+    {
+        complete = measure (session, options.plan, recorder, [&] {
+            meter.update();
+            return ! cancel.requested();
+        });
+    }
+    catch (const Failure& caught)
+    {
+        failure.emplace (caught);
+    }
 
-    const float peak = meter.finish();
+    takes.peak = std::max (takes.peak, meter.finish());
+    takes.packets += recorder.arrivals().size();
+    const auto samples = recorder.samples();
+
+    if (! samples.empty())
+        takes.captures.push_back (
+            Eigen::Map<const Eigen::VectorXf> (samples.data(), static_cast<Eigen::Index> (samples.size())));
+
+    if (const auto missing = missingSeconds (recorder.arrivals(), options.plan.sampleRate);
+        missing && *missing > kNotableGap_s)
+        takes.missing_s += *missing;
 
     if (cancel.requested())
-        throw Failure (kExitCancelled, "Cancelled; nothing was written.");
+        throw Failure (kExitCancelled, "Cancelled.");
+
+    if (failure)
+        throw *failure;
 
     if (! complete)
         throw Failure (kExitReceiver, "The stimulus did not come to an end.");
@@ -180,12 +287,70 @@ void runMeasurement (const SessionOptions& sessionOptions, MeasureOptions& optio
     if (recorder.overflow() > 0)
         throw Failure (kExitReceiver, "The receiver sent more audio than --longest and --tail make room for.");
 
-    if (recorder.samples().empty())
+    if (samples.empty())
         throw Failure (kExitReceiver, "The receiver sent no audio.");
+}
 
-    writeFloatWav (output, options.plan.sampleRate, recorder.samples());
-    output.complete();
-    report (recorder, peak, options);
+void writeSamples (std::optional<OutputFile>& output, unsigned rate, std::span<const float> samples)
+{
+    if (! output)
+        return;
+
+    writeFloatWav (*output, rate, samples);
+    output->complete();
+}
+
+void runMeasurement (const SessionOptions& sessionOptions, MeasureOptions& options)
+{
+    std::optional<OutputFile> output, impulse; // before the loudspeakers play in vain
+
+    for (auto [file, path] : { std::pair (&output, &options.output), std::pair (&impulse, &options.impulse) })
+        if (! path->empty())
+        {
+            checkMayWrite (*path, options.force);
+            file->emplace (*path);
+        }
+
+    DeviceSession session (sessionOptions);
+    checkDevice (session.device(), options);
+    std::optional<tools::Stimulus> stimulus;
+
+    if (impulse)
+        stimulus =
+            describedStimulus (options.plan.stimulus, options.plan.sampleRate,
+                               stimulusDescription (session.device(), options.plan.stimulus, options.plan.sampleRate));
+
+    for (const auto& channel : options.channels)
+        options.plan.channels.push_back (channelNumber (session.device(), channel));
+
+    Takes takes;
+    std::optional<SweepResponse> response;
+
+    try
+    {
+        const CancelScope cancel;
+
+        for (unsigned i = 0; i < options.takes; ++i)
+            take (session, options, takes, cancel);
+
+        if (stimulus)
+            response = evaluateSweep (takes.captures, tools::makeStimulus (*stimulus),
+                                      { stimulus->seconds, stimulus->startFrequency, stimulus->endFrequency,
+                                        static_cast<double> (options.plan.sampleRate) },
+                                      options.length_s);
+
+        writeSamples (output, options.plan.sampleRate, joined (takes.captures));
+
+        if (response)
+            writeSamples (impulse, options.plan.sampleRate,
+                          { response->samples.data(), static_cast<std::size_t> (response->samples.size()) });
+    }
+    catch (const Failure& failure)
+    {
+        throw Failure (failure.status, failure.what() + keepPart (options, takes, failure.status == kExitOutput));
+    }
+
+    report (takes, options, response);
 }
 
 }
@@ -215,15 +380,34 @@ void addMeasureCommand (CLI::App& program, const SessionOptions& session)
         ->default_val (60.0)
         ->check (CLI::Range (0.1, 600.0).description (""))
         ->type_name ("SECONDS");
-    command->add_option ("-o,--output", options->output, "The recording: WAV, 32-bit float, mono")
-        ->required()
+    command
+        ->add_option ("-o,--output,--raw", options->output,
+                      "The recording: WAV, 32-bit float, mono; of several takes one behind the other")
         ->type_name ("FILE");
+    command->add_option ("--impulse", options->impulse, "The impulse response, by the sweep: WAV, 32-bit float, mono")
+        ->type_name ("FILE");
+    command->add_option ("--average", options->takes, "With --impulse: play the sweep N times and average")
+        ->check (CLI::Range (1u, 64u).description (""))
+        ->type_name ("N");
+    command->add_option ("--length", options->length_s, "Of the impulse response, at most")
+        ->default_val (1.0)
+        ->check (CLI::Range (0.05, 10.0).description (""))
+        ->type_name ("SECONDS");
     command->add_flag ("--force", options->force, "Replace an output file that exists");
     command->footer (
         "\nThe module does not pass on the numbers of audio packets, so lost ones are not listed; a note says when less\n"
-        "audio came than time passed. Ctrl-C stops the signal and puts the receiver back into listening mode.\n");
+        "audio came than time passed. Ctrl-C stops the signal and puts the receiver back into listening mode. What was recorded\n"
+        "by then, or before the connection was lost, is kept as NAME.part.wav beside the output, or, when the disk is full, in the\n"
+        "folder for temporary files.\n"
+        "Example: veltra measure --channel FL --impulse fl.wav --average 4\n");
 
     command->callback ([options, &session] {
+        if (options->output.empty() && options->impulse.empty())
+            throw Failure (kExitUsage, "Nothing would be written; give -o FILE, --impulse FILE, or both.");
+
+        if (! options->impulse.empty() && options->stimulus != "sweep")
+            throw Failure (kExitUsage, "--impulse needs the sweep.");
+
         options->plan.stimulus = stimulusNames().at (options->stimulus);
         runMeasurement (session, *options);
     });
