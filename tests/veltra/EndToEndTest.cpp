@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include <limits>
+#include <utility>
 
 #include "dsp/FftConvolve.h"
 #include "tests/support/Measured.h"
@@ -228,16 +229,18 @@ TEST_F (Measuring, CtrlCStopsTheStimulusAndLeavesTheMode)
     }
 }
 
-/** The last reply that comes is cut off: the connection ends while the sweep plays. */
+/** The connection ends while the sweep plays, and without a time-out a host would wait for ever. */
 TEST_F (Measuring, WhatWasRecordedStaysWhenTheConnectionEndsOrTheDiskIsFull)
 {
     startReceiver (receiver::shippedProfile ("seven-one"), inTheRoom (20.0));
     setFaults ("close GetStimulusState 3");
+    const auto endless = std::exchange (furtherOptions, {});
     auto ending = veltra ({ "measure", "--channel", "FL", "-o", path ("lost.wav") });
     expectOneSentence (ending, kExitReceiver, "is in " + path ("lost.part.wav").string());
     EXPECT_GT (readMonoAudio (path ("lost.part.wav")).samples.size(), 0u);
 
     setFaults ("");
+    furtherOptions = endless;
     ending = veltra ({ "measure", "--channel", "FL", "--impulse", path ("fl.wav"), "-o", "/dev/full" });
     expectOneSentence (ending, kExitOutput, "is in " + path ("tmp/full.part.wav").string());
     EXPECT_FALSE (std::filesystem::exists (path ("fl.wav")));

@@ -169,6 +169,14 @@ TEST_F (JsonOutput, EachCommandPrintsTheKeysOfTheDocumentAndNoOthers)
     EXPECT_GT (impulse["signal_to_noise_dB"], 40.0);
     EXPECT_EQ (240000, resultOf ({ "stimulus", "-o", path ("sweep.wav") })["samples"]);
 
+    const auto shown =
+        resultOf ({ "response", path ("fl-impulse.wav"), "--text", path ("fl.frd"), "--plot", path ("fl.svg"),
+                    "--phase", "--group-delay", "--impulse", "--step", "--smooth", "1/12" })["responses"];
+    EXPECT_NEAR (10.0, shown[0]["peak_ms"], 0.05);
+    EXPECT_NE (std::string::npos, read (path ("fl.svg")).find ("</svg>"));
+    EXPECT_EQ (24, resultOf ({ "response", room })["responses"].size());
+    EXPECT_EQ (8, resultOf ({ "response", blob, "--topology", "VLFIR2" })["responses"].size());
+
     // What one of two structures has, and what this run did not bring about.
     seen["veltra convert"].insert ("progress fraction");
     seen["veltra inspect"].insert ("result problems[]");

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
+#include <algorithm>
 #include <cmath>
-#include <limits>
+#include <sstream>
 
 #include "dsp/PreciseFft.h"
 #include "tests/support/Program.h"
@@ -8,6 +9,7 @@
 #include "tools/receiver/sound/NoiseSource.h"
 #include "tools/receiver/sound/Stimulus.h"
 #include "tools/veltra/filters/AudioFile.h"
+#include "tools/veltra/measure/ResponseCurve.h"
 #include "tools/veltra/measure/SweepResponse.h"
 
 namespace veltra::host {
@@ -157,6 +159,49 @@ TEST_F (Sweep, AnotherProgramFindsTheSameResponse)
     const double most = difference (theirs, levels (evaluate ({ capture (-400.0, 0.0) }).samples.cast<double>(), 0.0));
     RecordProperty ("difference_dB", std::to_string (most));
     EXPECT_LT (most, 0.1);
+}
+
+TEST_F (Sweep, CurvesAndTheirTextsSayWhatAResponseDoes)
+{
+    // Half as large and 1 ms later; then the same with an equal echo 2 ms behind it, which cancels at 250 Hz.
+    Eigen::VectorXf response = Eigen::VectorXf::Zero (200);
+    response[48] = 0.5f;
+
+    for (const auto& point : curveOf (response, kRate, 0.0))
+    {
+        EXPECT_NEAR (-6.0206, point.magnitude_dB, 1e-3) << point.frequency_Hz;
+        EXPECT_NEAR (1.0, point.groupDelay_ms, 1e-9) << point.frequency_Hz;
+        EXPECT_NEAR (0.0, std::remainder (point.phase_degrees + 0.36 * point.frequency_Hz, 360.0), 1e-6);
+    }
+
+    response[144] = 0.5f;
+    EXPECT_EQ (1.0, stepResponse (response)[199]);
+    const auto sharp = curveOf (response, kRate, 0.0), smooth = curveOf (response, kRate, 1.0);
+    EXPECT_EQ (sharp.size(), smooth.size());
+    const auto at = [] (const auto& curve, double frequency) {
+        return *std::ranges::min_element (
+            curve, {}, [&] (const auto& point) { return std::abs (std::log (point.frequency_Hz / frequency)); });
+    };
+    EXPECT_LT (at (sharp, 250.0).magnitude_dB, -30.0);
+    EXPECT_NEAR (-3.0, at (smooth, 4000.0).magnitude_dB, 0.3) << "powers of 1 and 0 by turns";
+
+    write ("words.wav", "no sound");
+    const auto veltra = [&] (std::vector<std::string> words) {
+        words.insert (words.begin(), { VELTRA_PROGRAM, "response" });
+        return run (words);
+    };
+    EXPECT_EQ (kExitInput, veltra ({ path ("words.wav") }).status);
+    EXPECT_EQ (kExitUsage, veltra ({ "examples/living-room/FL_48000.wav", "--smooth", "12" }).status);
+    EXPECT_EQ (kExitUsage, veltra ({ "examples/living-room/FL_48000.wav", "examples/living-room/FR_48000.wav", "--text",
+                                     path ("two.frd") })
+                               .status);
+    EXPECT_EQ (0, veltra ({ "examples/living-room/FL_48000.wav", "--text", path ("one.frd") }).status);
+    std::istringstream lines (read (path ("one.frd")));
+    double frequency = 0.0, level_dB = 0.0, phase = 0.0;
+    lines.ignore (1000, '\n').ignore (1000, '\n');
+    EXPECT_TRUE (lines >> frequency >> level_dB >> phase);
+    EXPECT_EQ (10.0, frequency);
+    EXPECT_LT (std::abs (phase), 180.001);
 }
 
 }

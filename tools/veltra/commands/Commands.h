@@ -21,6 +21,7 @@ void addCheckDescriptionCommand (CLI::App& program);
 void addConvertCommand (CLI::App& program, const SessionOptions& session);
 void addInspectCommand (CLI::App& program);
 void addPlayCommand (CLI::App& program);
+void addResponseCommand (CLI::App& program);
 void addDownloadCommand (CLI::App& program, const SessionOptions& session);
 void addSlotCommands (CLI::App& program, const SessionOptions& session);
 void addStimulusCommand (CLI::App& program, const SessionOptions& session);

@@ -132,6 +132,7 @@ int run (int argc, char** argv)
     addConvertCommand (program, session);
     addInspectCommand (program);
     addPlayCommand (program);
+    addResponseCommand (program);
     addDownloadCommand (program, session);
     addSlotCommands (program, session);
     addStimulusCommand (program, session);
