@@ -21,9 +21,10 @@ class Impulses final : public topology::IFIRSource
 {
 public:
     /** @param taps  of the structure; the responses are longer, since sections are designed for what lies behind the taps */
-    Impulses (const std::vector<std::uint32_t>& numbers, int taps) : channels (numbers)
+    Impulses (const std::vector<std::uint32_t>& numbers, int taps)
+        : channels (numbers),
+          response (Eigen::VectorXf::Zero (std::clamp (taps, 0, kMostTaps) + 1024))
     {
-        response = Eigen::VectorXf::Zero (std::clamp (taps, 0, kMostTaps) + 1024);
         response[512] = 1.0f; // a dual-rate structure loses what comes earlier
     }
 
