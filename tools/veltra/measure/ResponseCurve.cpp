@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <complex>
+#include <limits>
 #include <numbers>
 
 #include "dsp/PreciseFft.h"
@@ -16,7 +17,10 @@ constexpr double kLowestFrequency_Hz = 10.0;
 constexpr int kPointsPerOctave = 48;
 constexpr double kWidestBin_Hz = 0.5; // of the spectrum whose power is averaged
 
-double decibels (double power) { return 10.0 * std::log10 (power); }
+double decibels (double power)
+{
+    return power > 0.0 ? 10.0 * std::log10 (power) : -std::numeric_limits<double>::infinity();
+}
 
 }
 
