@@ -217,6 +217,7 @@ TEST_F (Measuring, CtrlCStopsTheStimulusAndLeavesTheMode)
         sendSignal (number);
         expectOneSentence (finish(), kExitCancelled, "is in " + path ("capture.part.wav").string());
         EXPECT_GT (readMonoAudio (path ("capture.part.wav")).samples.size(), 9600u);
+        std::filesystem::remove (path ("capture.part.wav"));
         EXPECT_FALSE (std::filesystem::exists (path ("capture.wav"))
                       || std::filesystem::exists (path ("capture.wav.part")));
         EXPECT_EQ (1u, theReceiver->messageCount ("StopStimulus"));
@@ -235,9 +236,11 @@ TEST_F (Measuring, WhatWasRecordedStaysWhenTheConnectionEndsOrTheDiskIsFull)
     startReceiver (receiver::shippedProfile ("seven-one"), inTheRoom (20.0));
     setFaults ("close GetStimulusState 3");
     const auto endless = std::exchange (furtherOptions, {});
+    std::filesystem::create_symlink (path ("elsewhere"), path ("lost.part.wav")); // not ours to write to
     auto ending = veltra ({ "measure", "--channel", "FL", "-o", path ("lost.wav") });
-    expectOneSentence (ending, kExitReceiver, "is in " + path ("lost.part.wav").string());
-    EXPECT_GT (readMonoAudio (path ("lost.part.wav")).samples.size(), 0u);
+    expectOneSentence (ending, kExitReceiver, "is in " + path ("lost.part-2.wav").string());
+    EXPECT_GT (readMonoAudio (path ("lost.part-2.wav")).samples.size(), 0u);
+    EXPECT_FALSE (std::filesystem::exists (path ("elsewhere")));
 
     setFaults ("");
     furtherOptions = endless;

@@ -129,6 +129,11 @@ TEST_F (Sweep, TheRoomComesBackWithItsDistortionAndNoise)
         << "distortion is kept out of the response";
 
     EXPECT_THROW (evaluate ({ Eigen::VectorXf::Zero (300000) }), Failure);
+
+    // A take that breaks off before the largest sample of the other one.
+    Eigen::VectorXf late = Eigen::VectorXf::Zero (300000);
+    late.tail (50000) = stimulus.head (50000);
+    EXPECT_TRUE (evaluate ({ late, capture (-90.0, 0.0).head (150000) }).samples.allFinite());
 }
 
 TEST_F (Sweep, AnotherProgramFindsTheSameResponse)

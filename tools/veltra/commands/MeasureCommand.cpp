@@ -147,7 +147,22 @@ std::vector<float> joined (const std::vector<Eigen::VectorXf>& captures)
     return samples;
 }
 
-/** Keeps what was recorded when a measurement did not come to its end, as NAME.part.wav.
+/** NAME.part.wav in a folder, or the first NAME.part-2.wav, NAME.part-3.wav, ... that is not there: neither a file nor a link that
+    somebody has put there is written to. */
+std::filesystem::path freePartName (const std::filesystem::path& folder, const std::string& name)
+{
+    auto file = folder / (name + ".part.wav");
+    std::error_code ignored;
+
+    for (int i = 2;
+         std::filesystem::symlink_status (file, ignored).type() != std::filesystem::file_type::not_found && i < 1000;
+         ++i)
+        file = folder / (name + ".part-" + std::to_string (i) + ".wav");
+
+    return file;
+}
+
+/** Keeps what was recorded when a measurement did not come to its end, as NAME.part.wav, see freePartName.
     @param elsewhere  in the folder for temporary files, since there is no room beside the output
     @returns          a sentence about it, which begins with a blank */
 std::string keepPart (const MeasureOptions& options, const Takes& takes, bool elsewhere)
@@ -158,10 +173,9 @@ std::string keepPart (const MeasureOptions& options, const Takes& takes, bool el
     if (samples.empty())
         return " Nothing was recorded.";
 
-    auto name = target == "-" ? std::filesystem::path ("capture") : target.stem();
-    name += ".part.wav";
     const auto file =
-        (elsewhere || target == "-" ? std::filesystem::temp_directory_path() : target.parent_path()) / name;
+        freePartName (elsewhere || target == "-" ? std::filesystem::temp_directory_path() : target.parent_path(),
+                      target == "-" ? "capture" : target.stem().string());
 
     try
     {
@@ -397,8 +411,8 @@ void addMeasureCommand (CLI::App& program, const SessionOptions& session)
     command->footer (
         "\nThe module does not pass on the numbers of audio packets, so lost ones are not listed; a note says when less\n"
         "audio came than time passed. Ctrl-C stops the signal and puts the receiver back into listening mode. What was recorded\n"
-        "by then, or before the connection was lost, is kept as NAME.part.wav beside the output, or, when the disk is full, in the\n"
-        "folder for temporary files.\n"
+        "by then, or before the connection was lost, is kept as NAME.part.wav, or NAME.part-2.wav and so on, beside the output,\n"
+        "or, when the disk is full, in the folder for temporary files.\n"
         "Example: veltra measure --channel FL --impulse fl.wav --average 4\n");
 
     command->callback ([options, &session] {

@@ -107,7 +107,7 @@ SweepResponse evaluateSweep (std::span<const Eigen::VectorXf> captures, const Ei
     for (const auto& capture : captures)
     {
         const auto response = deconvolved (capture, played, size, shape);
-        const auto place = peakOf (response, capture.size());
+        const auto place = peakOf (response, captured); // in the shortest capture, too, or nothing follows it there
 
         if (all.size() == 0)
         {
